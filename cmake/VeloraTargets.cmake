@@ -1,0 +1,32 @@
+# How every target of this project is compiled, and how a library comes as a shared and a static one.
+
+add_library(velora_options INTERFACE)
+target_compile_features(velora_options INTERFACE cxx_std_20)
+target_compile_options(velora_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+    $<$<BOOL:${VELORA_WERROR}>:-Werror>
+    # A fused multiply-add rounds once where the engine rounds twice: output would depend on the machine.
+    -ffp-contract=off)
+
+# velora_add_library(NAME sources...) makes velora_NAME (shared), velora_NAME_static and velora::NAME.
+function(velora_add_library name)
+    set(target velora_${name})
+    add_library(${target} SHARED ${ARGN})
+    add_library(${target}_static STATIC ${ARGN})
+    add_library(velora::${name} ALIAS ${target})
+    add_library(velora::${name}_static ALIAS ${target}_static)
+    set_target_properties(${target} PROPERTIES
+        VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+        EXPORT_NAME ${name})
+    set_target_properties(${target}_static PROPERTIES
+        EXPORT_NAME ${name}_static
+        POSITION_INDEPENDENT_CODE ON)
+    foreach(library ${target} ${target}_static)
+        target_link_libraries(${library} PRIVATE $<BUILD_INTERFACE:velora_options>)
+        set_target_properties(${library} PROPERTIES
+            CXX_EXTENSIONS OFF
+            CXX_VISIBILITY_PRESET hidden
+            VISIBILITY_INLINES_HIDDEN ON)
+    endforeach()
+    install(TARGETS ${target} ${target}_static EXPORT velora_vsp_targets)
+endfunction()

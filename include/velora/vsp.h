@@ -1,0 +1,114 @@
+/// Velora VSP: plays stereo PCM faster or slower without changing its pitch.
+///
+///     Velora_VSP_Interface* engine = Velora_VSP_Factory::Create();
+///     engine->Init(44100, Velora_BitDepth_16);
+///     engine->SetPar(0.75f);
+///     int outFrames = engine->Exe(out, in, inFrames);   // once per block of the stream
+///     Velora_VSP_Factory::Destroy(engine);
+///
+/// Threads: one engine is driven by one thread at a time. Different engines share nothing that
+/// changes, so any number of them may run on any threads at the same time.
+///
+/// Real time: Exe, Exe_buffered and GetPredictedInputFrameSize neither allocate nor lock. The one
+/// exception is the first of them after a SetPar, which may create or free a companion object.
+#ifndef VELORA_VSP_H
+#define VELORA_VSP_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define VELORA_VSP_API __attribute__((visibility("default")))
+#else
+#define VELORA_VSP_API
+#endif
+
+/// Sample format of the caller's stream. Samples are interleaved: left, right, left, right.
+enum Velora_BitDepth_T : int32_t {
+    Velora_BitDepth_16 = 0,    ///< int16_t
+    Velora_BitDepth_24 = 1,    ///< int32_t holding a sign-extended 24-bit value, -8388608..8388607
+    Velora_BitDepth_32 = 2,    ///< int32_t, whole range
+    Velora_BitDepth_Float = 3, ///< float, full scale -1.0..1.0
+};
+
+/// One stream. Create it with Velora_VSP_Factory; the class is not for deriving.
+class VELORA_VSP_API Velora_VSP_Interface {
+public:
+    /// Starts a stream of the given format from silence, at speed 1.0.
+    ///
+    /// Takes effect at the next processing call: everything buffered or carried is dropped, and a
+    /// speed that was in force is forgotten (call SetPar again).
+    ///
+    /// @param sampleRate  caller's rate in Hz. Rates above 48000 run at a half, rates above 96000
+    ///                    at a quarter of it inside, 16 bits wide at every format. Any value is
+    ///                    accepted; 8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000,
+    ///                    64000, 88200, 96000, 128000, 176400 and 192000 are the ones it is made for.
+    /// @param bitDepth    sample format of in and out; an unknown value is taken as 16-bit.
+    ///
+    /// At 16000, 22050 and 24000 Hz every speed but 1.0 returns the low band (below about 4.8 kHz at
+    /// 22050 Hz) with its polarity turned over.
+    virtual void Init(int sampleRate, Velora_BitDepth_T bitDepth) = 0;
+
+    /// Sets the playback speed: 1.0 is normal, 0.5 half, 2.0 double. Range 0.125 to 8.0.
+    ///
+    /// Anything else, "not a number" included, means 1.0. Takes effect at the next processing call,
+    /// or, while a change from or to 1.0 is still being faded, at the first call after that fade;
+    /// of several calls only the last one counts.
+    ///
+    /// A change away from 1.0 is heard after about 4096 working-rate frames (up to 9216 more when
+    /// the level jumps) and faded in over 2048; a change back to 1.0 is faded over 2048.
+    ///
+    /// Speeds up to 0.5 pass a fourth-order low-pass at 2 kHz (at a half or a quarter of that above
+    /// 48000 or 96000 Hz) and a gain of -13 dB. Exactly 0.5, 0.25 and 0.125 go through the sample-rate
+    /// converter instead of the vocoder: the pitch drops with the speed, as on a slowed tape.
+    virtual void SetPar(float speed) = 0;
+
+    /// Processes one block and returns the number of frames written to `out`.
+    ///
+    /// @param out     room for the result: ceil(frames / speed) frames, plus one hop (512 frames at
+    ///                the working rate), plus what the call before carried over. Must not overlap `in`.
+    ///                Nothing is written behind the returned count.
+    /// @param in      `frames` frames in the format and at the rate given to Init
+    /// @param frames  0 or less: returns 0, after applying pending settings
+    ///
+    /// The engine works in hops of 128 (8000, 11025, 12000 Hz), 256 (16000, 22050, 24000 Hz) or else
+    /// 512 working-rate frames. A block is cut into pieces of 2048 frames, these into hops. A count
+    /// that is no multiple of the hop is processed as a shorter last hop, which is heard as a flaw at
+    /// speeds other than 1.0: pass whole hops, or use Exe_buffered. Of a last hop that is no multiple
+    /// of the low band's decimation (2 at 256-frame hops, 4 at 512), the frames that the interpolator
+    /// does not reach (1 to 3) are silence. Above 48000 Hz a frame without its partners for one
+    /// working-rate frame waits in the decimator for the next call.
+    ///
+    /// Before the first Init the engine is as after Init(44100, Velora_BitDepth_16).
+    virtual int Exe(void* out, const void* in, int frames) = 0;
+
+    /// As Exe, for blocks of any size: collects input and processes it in chunks of 512 working-rate
+    /// frames (512, 1024 or 2048 caller frames). Input that doesn't fill a chunk waits for later calls.
+    ///
+    /// @param out  room for the result of every chunk that this call completes, as for Exe
+    virtual int Exe_buffered(void* out, const void* in, int frames) = 0;
+
+    /// Returns how many input frames the next Exe needs to return `outFrames` frames, and limits that
+    /// Exe (its first 2048 frames of input) to `outFrames` frames from the vocoder; what is made
+    /// beyond them is returned first by the call after it.
+    ///
+    /// Both counts are at the working rate: multiply by 2 above 48000 Hz, by 4 above 96000 Hz. The
+    /// result is a whole number of hops, at most the largest one that fits an int; 0 when what was
+    /// carried over is enough. More input than predicted loses nothing.
+    virtual int GetPredictedInputFrameSize(int outFrames) = 0;
+
+    /// Static text that names the version; not to be freed.
+    virtual const char* Get_Version() = 0;
+
+    virtual ~Velora_VSP_Interface() {}
+};
+
+/// Creates and destroys engines. Any thread.
+class VELORA_VSP_API Velora_VSP_Factory {
+public:
+    /// A new engine, about 300 KiB. Throws std::bad_alloc if there is no memory.
+    static Velora_VSP_Interface* Create();
+    /// Destroys an engine made by Create; null does nothing.
+    static void Destroy(Velora_VSP_Interface* engine);
+};
+
+#endif

@@ -1,0 +1,30 @@
+# Shared by the scripts: where the project is, and how its Debian packages get onto the machine.
+
+set -euo pipefail
+project_root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+cd "$project_root"
+
+# Installs those of the named Debian packages that are missing, as root or through sudo.
+need_packages() {
+    local missing=() package
+    for package in "$@"; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    echo "Installing: ${missing[*]}" >&2
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || { echo "Please install as root: apt-get install ${missing[*]}" >&2; exit 1; }
+        as_root=(sudo)
+    fi
+    "${as_root[@]}" apt-get update -qq >&2
+    DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+}
+
+build_packages=(g++ cmake ninja-build libsndfile1-dev libcli11-dev libgtest-dev)
+
+# Configures (once) and builds a preset.
+build_preset() {
+    [ -f "build/$1/build.ninja" ] || cmake --preset "$1" >&2
+    cmake --build --preset "$1" >&2
+}
