@@ -1,0 +1,139 @@
+// One hop through the phase vocoder: analysed once, synthesised as often as the frame clock asks
+// for.
+
+#include "vocoder/frame_pipeline.h"
+
+#include <cmath>
+
+#include "engine/velora_vsp.h"
+#include "vocoder/bands.h"
+#include "vocoder/phasor.h"
+
+namespace vsp {
+
+BandPath bandPath(int status, int hold)
+{
+    if (status == 1)
+        return BandPath::frozen;
+    if (status == 6 || status == 7)
+        return BandPath::hold;
+    if (status < 2 || status > 7)
+        return BandPath::normal;
+    if (hold == 4)
+        return BandPath::reset;
+    return hold >= 1 && hold <= 3 ? BandPath::normal : BandPath::frozen;
+}
+
+float peakDensityGain(int peaks, float speed)
+{
+    constexpr float kMostGain = 0.4f;
+    constexpr double kPi = 3.141592653589793;
+    const float density = float(peaks - 5) / 10.0f * kMostGain;
+    const float w = density < 0.0f ? 0.0f : density <= kMostGain ? density : kMostGain;
+    const float gain = float(std::sin((double(speed) - 1.0) * kPi * 0.5) * double(w));
+    return gain > kMostGain ? 1.4f : 1.0f + gain;
+}
+
+} // namespace vsp
+
+using namespace vsp;
+
+int Velora_VSP::Velora_VSP_frame(Frame* out, const Frame* in, int frames, int written)
+{
+    frameClock -= 1.0f;
+    analyseHop(in, frames);
+    int count = 0;
+    int pos = written;
+    for (bool first = true; frameClock < 1.0f; first = false) {
+        synthesiseSpectrum(first);
+        Velora_VSP_partIFFT(lowBandFrame, spectrum[0], spectrum[1]);
+        Velora_VSP_Combine_HP(frames);
+        pos += frames;
+        Frame* dest = out + count;
+        if (pos <= outputLimit) {
+            count += frames;
+        } else {
+            dest = carryBuf + carryCount;
+            carryCount += frames;
+        }
+        Velora_VSP_LP_interpolate(dest, frames >> hopIndex, frames);
+        for (int8_t& hold : bandHold)
+            hold = hold > 0 ? int8_t(hold - 1) : int8_t(0);
+        frameClock += effectiveSpeed;
+    }
+    countDownBands();
+    return count;
+}
+
+void Velora_VSP::analyseHop(const Frame* in, int frames)
+{
+    Velora_VSP_LPHP_separate(in, frames);
+    Velora_VSP_partFFT(lowBandFrame);
+    Velora_VSP_Extract_MagPhase();
+    Velora_VSP_computeCOG();
+    Velora_VSP_TransientProbability();
+    Velora_VSP_ModifyBandStatus();
+}
+
+void Velora_VSP::synthesiseSpectrum(bool firstOfHop)
+{
+    const int32_t f_q15 = int32_t(frameClock * 32768.0f);
+    for (int b = 0; b < kBands; ++b)
+        synthesiseBand(b, f_q15);
+
+    if (firstOfHop)
+        for (int c = 0; c < 2; ++c)
+            phasorStep(phaseAdvance[c], phasorRing[c][0], phasorRing[c][1]);
+    for (int c = 0; c < 2; ++c) {
+        phasorMultiply(synthPhasor[c], phaseAdvance[c]);
+        phasorRenormalise(synthPhasor[c]);
+    }
+
+    const int nearest = f_q15 >= 16384 ? 1 : 0;
+    for (int c = 0; c < 2; ++c) {
+        const int peaks = peakphaselock(spectrum[c], magRing[c][nearest], phasorRing[c][nearest],
+                                        synthPhasor[c], bandStatus, bandTable);
+        if (effectiveSpeed > 1.0f)
+            scaleSpectrum(spectrum[c], int32_t(peakDensityGain(peaks, effectiveSpeed) * 16384.0f));
+    }
+}
+
+void Velora_VSP::synthesiseBand(int band, int32_t f_q15)
+{
+    const int first = bandTable[0][band];
+    const int n = bandTable[1][band] - first + 1;
+    const BandPath path = bandPath(bandStatus[band], bandHold[band]);
+    if (path == BandPath::frozen && bandRingIndex[band] > 3)
+        bandRingIndex[band] = 0;
+    for (int c = 0; c < 2; ++c) {
+        ComplexInt* const X = spectrum[c] + first;
+        ComplexShort* const S = synthPhasor[c] + first;
+        int32_t* const M = interpMag[c] + first;
+        const ComplexShort* const Q0 = phasorRing[c][0] + first;
+        switch (path) {
+        case BandPath::normal:
+            interpMagApplyPhase(X, M, magRing[c][0] + first, magRing[c][1] + first, S, f_q15, n);
+            break;
+        case BandPath::reset:
+            interpMagApplyPhase(X, M, magRing[c][0] + first, magRing[c][1] + first, Q0, f_q15, n);
+            std::copy(Q0, Q0 + n, S);
+            break;
+        case BandPath::hold:
+            applyPhase(X, M, S, n);
+            break;
+        case BandPath::frozen:
+            applyPhase(X, magRing[c][bandRingIndex[band]] + first, S, n);
+            break;
+        }
+    }
+}
+
+void Velora_VSP::countDownBands()
+{
+    for (int b = 0; b < kBands; ++b) {
+        bandStatus[b] = bandStatus[b] > 0 ? int8_t(bandStatus[b] - 1) : int8_t(0);
+        bandRingIndex[b] = bandRingIndex[b] > 0 ? int8_t(bandRingIndex[b] - 1) : int8_t(0);
+        if (bandStatus[b] == 5)
+            bandHold[b] = 4;
+    }
+}
