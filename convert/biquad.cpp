@@ -1,0 +1,101 @@
+// Low-pass at 2 kHz that takes the edge off slow speeds. Fixed point with error feedback, so that
+// even at low frequencies a constant settles to itself.
+
+#include "convert/biquad.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "fixed/fixed.h"
+
+namespace vsp {
+namespace {
+
+constexpr int kRates[kBiquadRates] = {8000,  11025, 12000, 16000, 22050,  24000,  32000, 44100,
+                                      48000, 64000, 88200, 96000, 128000, 176400, 192000};
+constexpr int kDefaultRow = 7; // 44100 Hz
+
+} // namespace
+
+extern const int32_t biquadCoefTable[kBiquadRates][5] = {
+    {314491699, 628983398, 314491699, 0, -184224972},
+    {190315397, 380630794, 190315397, 546231287, -233751051},
+    {166484771, 332969542, 166484771, 665939085, -258136345},
+    {104830566, 209661133, 104830566, 1012333500, -357913941},
+    {61418432, 122836865, 61418432, 1308761722, -480693627},
+    {53139436, 106278872, 53139436, 1373994854, -512810774},
+    {32163488, 64326975, 32163488, 1561482161, -616394288},
+    {18059425, 36118850, 18059425, 1719159868, -717655743},
+    {15463429, 30926858, 15463429, 1753413056, -741524947},
+    {9065273, 18130545, 9065273, 1850890572, -813409838},
+    {4943506, 9887011, 4943506, 1931765060, -877797259},
+    {4204909, 8409818, 4204909, 1949207645, -892285457},
+    {2417618, 4835237, 2417618, 1998621313, -934549963},
+    {1296441, 2592883, 1296441, 2039393731, -970837673},
+    {1098672, 2197343, 1098672, 2048164275, -978817138},
+};
+
+void Biquad_Section(int32_t* samples, int count, const int32_t* coeffs_q30,
+                    BiquadChannelState& state)
+{
+    const int32_t* const c = coeffs_q30;
+    BiquadChannelState s = state;
+    for (int n = 0; n < count; ++n) {
+        const int32_t x = samples[n] * 64;
+        const int64_t sum_q36 = int64_t(s.residue) + int64_t(c[0]) * x + int64_t(c[1]) * s.x1 +
+                                int64_t(c[2]) * s.x2 + int64_t(c[3]) * s.y1 + int64_t(c[4]) * s.y2;
+        const int32_t high = int32_t(sum_q36 >> 32);
+        samples[n] = high >> 4;
+        s.residue = uint32_t(sum_q36);
+        s.x2 = s.x1;
+        s.x1 = x;
+        s.y2 = s.y1;
+        s.y1 = fx::wrapShl(high, 2);
+    }
+    state = s;
+}
+
+} // namespace vsp
+
+using namespace vsp;
+
+Velora_BQ::Velora_BQ()
+{
+    Velora_BQ::Init(kRates[kDefaultRow]);
+}
+
+void Velora_BQ::Init(int sampleRate)
+{
+    const auto* const row = std::find(std::begin(kRates), std::end(kRates), sampleRate);
+    coefIndex = row == std::end(kRates) ? kDefaultRow : int32_t(row - kRates);
+    for (BiquadChannelState& channel : state)
+        channel = BiquadChannelState();
+}
+
+void Velora_BQ::Exe(short (*dst)[2], const short (*src)[2], int frames)
+{
+    for (int done = 0; done < frames; done += kBatchFrames)
+        Biquad_Frame(dst + done, src + done, std::min(kBatchFrames, frames - done));
+}
+
+void Velora_BQ::Biquad_Frame(short (*dst)[2], const short (*src)[2], int frames)
+{
+    int32_t biquadScratch[kBatchFrames]; // one channel of the batch
+    for (int channel = 0; channel < 2; ++channel) {
+        for (int n = 0; n < frames; ++n)
+            biquadScratch[n] = src[n][channel];
+        Biquad_Section(biquadScratch, frames, biquadCoefTable[coefIndex], state[channel]);
+        for (int n = 0; n < frames; ++n)
+            dst[n][channel] = fx::low16(biquadScratch[n]);
+    }
+}
+
+Velora_BQ_Interface* Velora_BQ_Factory::Create()
+{
+    return new Velora_BQ;
+}
+
+void Velora_BQ_Factory::Destroy(Velora_BQ_Interface* filter)
+{
+    delete filter;
+}
