@@ -1,0 +1,186 @@
+// Replays recorded scenarios through the library that ships and compares every byte that comes out, by
+// checksum, with what two independent readings of the engine agree on. tests/golden/README.md explains
+// the files.
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iomanip>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <velora/bq.h>
+#include <velora/fft.h>
+#include <velora/vsp.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Bytes = std::vector<char>;
+using Engine = std::unique_ptr<Velora_VSP_Interface, void (*)(Velora_VSP_Interface*)>;
+using Filter = std::unique_ptr<Velora_BQ_Interface, void (*)(Velora_BQ_Interface*)>;
+
+// CRC-32 of IEEE 802.3.
+std::string crc32(const Bytes& bytes)
+{
+    uint32_t crc = 0xFFFFFFFFu;
+    for (char byte : bytes) {
+        crc ^= static_cast<unsigned char>(byte);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc >> 1) ^ (crc & 1 ? 0xEDB88320u : 0u);
+    }
+    std::ostringstream text;
+    text << std::hex << std::setw(8) << std::setfill('0') << ~crc;
+    return text.str();
+}
+
+class Replay {
+public:
+    explicit Replay(const fs::path& input)
+    {
+        std::ifstream file(input, std::ios::binary);
+        source.assign(std::istreambuf_iterator<char>(file), {});
+    }
+
+    // Runs one command and returns its log line.
+    std::string run(const std::string& line)
+    {
+        std::istringstream words(line);
+        std::string command;
+        words >> command;
+        std::ostringstream log;
+        log << line;
+        if (command == "init") {
+            int depth = 0;
+            words >> rate >> depth;
+            bytesPerFrame = depth == 0 ? 4 : 8;
+            engine->Init(rate, static_cast<Velora_BitDepth_T>(depth));
+        } else if (command == "setpar") {
+            float speed = 0;
+            words >> speed;
+            engine->SetPar(speed);
+        } else if (command == "version") {
+            log << ' ' << engine->Get_Version();
+        } else if (command == "predict") {
+            int frames = 0;
+            words >> frames;
+            predicted = engine->GetPredictedInputFrameSize(frames);
+            log << " -> " << predicted;
+        } else if (command == "exe" || command == "exeb" || command == "exep") {
+            int frames = predicted * (rate <= 48000 ? 1 : rate <= 96000 ? 2 : 4);
+            if (command == "exep")
+                log << ' ' << frames;
+            else
+                words >> frames;
+            process(log, frames, command == "exeb");
+        } else if (command == "bqinit") {
+            int filterRate = 0;
+            words >> filterRate;
+            filter->Init(filterRate);
+        } else if (command == "bqexe" || command == "bqexei") {
+            int frames = 0;
+            words >> frames;
+            log << " crc=" << crc32(runFilter(frames, command == "bqexei"));
+        } else if (command == "fft" || command == "ifft") {
+            int n = 0;
+            words >> n;
+            log << " crc=" << crc32(transform(n, command == "ifft"));
+        } else {
+            log << " (unknown command)";
+        }
+        return log.str();
+    }
+
+private:
+    Bytes take(size_t count)
+    {
+        Bytes bytes(count);
+        for (char& byte : bytes) {
+            byte = source[position];
+            position = (position + 1) % source.size();
+        }
+        return bytes;
+    }
+
+    void process(std::ostringstream& log, int frames, bool buffered)
+    {
+        const size_t inputFrames = frames > 0 ? size_t(frames) : 0;
+        const Bytes in = take(inputFrames * bytesPerFrame);
+        Bytes out((inputFrames * 8 + 70000) * bytesPerFrame);
+        const int produced = buffered ? engine->Exe_buffered(out.data(), in.data(), frames)
+                                      : engine->Exe(out.data(), in.data(), frames);
+        out.resize(size_t(produced) * bytesPerFrame);
+        log << " -> " << produced << " crc=" << crc32(out);
+    }
+
+    Bytes runFilter(int frames, bool inPlace)
+    {
+        Bytes in = take(size_t(frames) * 4);
+        Bytes out(in.size());
+        Bytes& target = inPlace ? in : out;
+        filter->Exe(reinterpret_cast<short(*)[2]>(target.data()),
+                    reinterpret_cast<const short(*)[2]>(in.data()), frames);
+        return target;
+    }
+
+    Bytes transform(int n, bool inverse)
+    {
+        const size_t points = size_t(1) << n;
+        Bytes bytes = take(points * 8);
+        std::vector<int32_t> vector(2 * points);
+        std::memcpy(vector.data(), bytes.data(), bytes.size());
+        Velora_FFT_NEON_Init(n);
+        (inverse ? Velora_IFFT_NEON : Velora_FFT_NEON)(vector.data(), vector.data() + points);
+        Velora_FFT_NEON_Init(9);
+        std::memcpy(bytes.data(), vector.data(), bytes.size());
+        return bytes;
+    }
+
+    Bytes source;
+    size_t position = 0;
+    Engine engine{Velora_VSP_Factory::Create(), Velora_VSP_Factory::Destroy};
+    Filter filter{Velora_BQ_Factory::Create(), Velora_BQ_Factory::Destroy};
+    int rate = 44100;
+    size_t bytesPerFrame = 4;
+    int predicted = 0;
+};
+
+std::vector<std::string> scenarioNames()
+{
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(VELORA_GOLDEN_DIR))
+        if (entry.path().extension() == ".txt")
+            names.push_back(entry.path().stem().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+class Golden : public testing::TestWithParam<std::string> {};
+
+TEST_P(Golden, ReplaysToTheBit)
+{
+    const fs::path base = fs::path(VELORA_GOLDEN_DIR) / GetParam();
+    std::ifstream commands(base.string() + ".txt");
+    std::ifstream expected(base.string() + ".log");
+    Replay replay(base.string() + ".raw");
+    int lines = 0;
+    for (std::string command, line; std::getline(commands, command); ++lines) {
+        ASSERT_TRUE(std::getline(expected, line));
+        ASSERT_EQ(replay.run(command), line) << "line " << lines + 1;
+    }
+    EXPECT_GT(lines, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, Golden, testing::ValuesIn(scenarioNames()),
+                         [](const auto& name) { return name.param; });
+
+} // namespace
