@@ -1,6 +1,6 @@
-// Replays recorded scenarios through the library that ships and compares every byte that comes out, by
-// checksum, with what two independent readings of the engine agree on. tests/golden/README.md explains
-// the files.
+// Replays recorded scenarios through the library that ships and compares every byte that comes out,
+// by checksum, with what two independent readings of the engine agree on. tests/golden/README.md
+// explains the files.
 
 #include <array>
 #include <cstdint>

@@ -1,5 +1,5 @@
-// Stands in for the companion converter: writes each frame ratio times, so that what the engine does
-// with it doesn't depend on the quality of a filter.
+// Stands in for the companion converter: writes each frame ratio times, so that what the engine
+// does with it doesn't depend on the quality of a filter.
 
 #include <velora/src384.h>
 
