@@ -24,7 +24,6 @@ function(velora_add_library name)
     foreach(library ${target} ${target}_static)
         target_link_libraries(${library} PRIVATE $<BUILD_INTERFACE:velora_options>)
         set_target_properties(${library} PROPERTIES
-            CXX_EXTENSIONS OFF
             CXX_VISIBILITY_PRESET hidden
             VISIBILITY_INLINES_HIDDEN ON)
     endforeach()
