@@ -18,7 +18,7 @@ struct Allpass2 {
 };
 constexpr Allpass2 kSectionA = {12436, 1676};
 constexpr Allpass2 kSectionB = {19760, 4998};
-constexpr int32_t kFirstOrder_q14 = 763;
+constexpr int32_t kFirstOrderQ14 = 763;
 
 // (c1 + c0 / z + 1 / z^2) / (1 + c0 / z + c1 / z^2). The negated coefficient is multiplied, not the
 // product negated: they round differently.
@@ -48,8 +48,8 @@ void firstOrderSection(int32_t* out, const int32_t* in, int step, int count, Hal
     for (int n = 0; n < count; ++n) {
         const int32_t W0 = state.ap1;
         const int32_t W =
-            fx::wrapShl(fx::wrapAdd(in[n * step], fx::mulShift16(W0, -kFirstOrder_q14)), 2);
-        out[n] = fx::wrapAdd(W0 >> 2, fx::mulShift16(W, kFirstOrder_q14));
+            fx::wrapShl(fx::wrapAdd(in[n * step], fx::mulShift16(W0, -kFirstOrderQ14)), 2);
+        out[n] = fx::wrapAdd(W0 >> 2, fx::mulShift16(W, kFirstOrderQ14));
         state.ap1 = W;
     }
 }

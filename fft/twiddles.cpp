@@ -1,6 +1,7 @@
 // Written by scripts/make_tables.py.
 #include "fft/twiddles.h"
 
+// clang-format off
 extern const Velora_FFT_Twiddle fftTwiddle[256] = {
     {2147483647, 0},
     {0, -2147483647},

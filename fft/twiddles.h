@@ -17,7 +17,8 @@ inline constexpr std::array<uint16_t, kMaxN> fftBitRev = [] {
     for (int i = 0; i < kMaxN; ++i)
         for (int bit = 0; bit < kMaxLog2N; ++bit)
             if (i & (1 << bit))
-                table[std::size_t(i)] = uint16_t(table[std::size_t(i)] | (1 << (kMaxLog2N - 1 - bit)));
+                table[std::size_t(i)] =
+                    uint16_t(table[std::size_t(i)] | (1 << (kMaxLog2N - 1 - bit)));
     return table;
 }();
 

@@ -15,6 +15,7 @@ def q31(value):
 print("// Written by scripts/make_tables.py.")
 print('#include "fft/twiddles.h"')
 print()
+print("// clang-format off")
 print("extern const Velora_FFT_Twiddle fftTwiddle[256] = {")
 for k in range(256):
     angle = -math.pi * reversed_fraction(k)

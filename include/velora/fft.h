@@ -1,8 +1,9 @@
 /// The engine's fixed-point FFT: in-place complex transforms of 32 to 512 points, unscaled.
 ///
-/// A vector of N = 2^n points is two arrays of N int32: real and imaginary parts. Nothing is scaled,
-/// so values grow by up to N: keep inputs within 32 - n bits or sums wrap. Products with Q31 twiddle
-/// factors are rounded one by one; sums wrap modulo 2^32. The result is the same on every machine.
+/// A vector of N = 2^n points is two arrays of N int32: real and imaginary parts. Nothing is
+/// scaled, so values grow by up to N: keep inputs within 32 - n bits or sums wrap. Products with
+/// Q31 twiddle factors are rounded one by one; sums wrap modulo 2^32. The result is the same on
+/// every machine.
 ///
 /// Threads: any number of transforms may run at the same time, on different arrays.
 /// Velora_FFT_NEON_Init with the size that is already set may run at any time; with another size,
@@ -28,8 +29,9 @@ typedef struct Velora_FFT_Twiddle {
     int32_t im;
 } Velora_FFT_Twiddle;
 
-/// fftTwiddle[k] = exp(-i pi r), r the bits of k read as the binary fraction 0.b0 b1 ... b7. Entries
-/// 0 to 2^l - 1 are the factors of level l, whatever the size. Components are -2147483647..2147483647.
+/// fftTwiddle[k] = exp(-i pi r), r the bits of k read as the binary fraction 0.b0 b1 ... b7.
+/// Entries 0 to 2^l - 1 are the factors of level l, whatever the size. Components are
+/// -2147483647..2147483647.
 VELORA_FFT_API extern const Velora_FFT_Twiddle fftTwiddle[256];
 
 /// Sets the size of the transforms below to 2^n points, for the whole process. n is 5 to 9; any
@@ -43,9 +45,9 @@ VELORA_FFT_API void Velora_FFT_NEON(int32_t* re, int32_t* im);
 /// x[p] = sum over k of X[k] exp(+2 pi i p k / N), in place, natural order, no division by N.
 VELORA_FFT_API void Velora_IFFT_NEON(int32_t* re, int32_t* im);
 
-/// The passes that a forward transform is made of. Level l cuts the vector into 2^l blocks; in block j
-/// the halves a, b become a + w b, a - w b with w = fftTwiddle[j]. Output of the last level is in
-/// bit-reversed order.
+/// The passes that a forward transform is made of. Level l cuts the vector into 2^l blocks; in
+/// block j the halves a, b become a + w b, a - w b with w = fftTwiddle[j]. Output of the last level
+/// is in bit-reversed order.
 
 /// Levels 0 to 2 of a vector of 2^n points (n >= 3); factors 1 and -i are exact.
 VELORA_FFT_API void Velora_FFT_NEON_stage1(int32_t* re, int32_t* im, int n);
@@ -56,8 +58,8 @@ VELORA_FFT_API void Velora_FFT_NEON_stage2_3_IntLoop(int32_t* re, int32_t* im,
                                                      const Velora_FFT_Twiddle* tB,
                                                      const Velora_FFT_Twiddle* tC, int rowLen);
 /// Two levels inside block j of 16 points (four rows of four), which re and im point at:
-/// tA = fftTwiddle + j, tB = fftTwiddle + 2 j. count is 4; each further 4 process the next 16 points
-/// with the same factors.
+/// tA = fftTwiddle + j, tB = fftTwiddle + 2 j. count is 4; each further 4 process the next 16
+/// points with the same factors.
 VELORA_FFT_API void Velora_FFT_NEON_stage2_2_IntLoop(int32_t* re, int32_t* im,
                                                      const Velora_FFT_Twiddle* tA,
                                                      const Velora_FFT_Twiddle* tB, int count);

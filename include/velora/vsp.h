@@ -41,11 +41,12 @@ public:
     /// @param sampleRate  caller's rate in Hz. Rates above 48000 run at a half, rates above 96000
     ///                    at a quarter of it inside, 16 bits wide at every format. Any value is
     ///                    accepted; 8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000,
-    ///                    64000, 88200, 96000, 128000, 176400 and 192000 are the ones it is made for.
+    ///                    64000, 88200, 96000, 128000, 176400 and 192000 are the ones it is made
+    ///                    for.
     /// @param bitDepth    sample format of in and out; an unknown value is taken as 16-bit.
     ///
-    /// At 16000, 22050 and 24000 Hz every speed but 1.0 returns the low band (below about 4.8 kHz at
-    /// 22050 Hz) with its polarity turned over.
+    /// At 16000, 22050 and 24000 Hz every speed but 1.0 returns the low band (below about 4.8 kHz
+    /// at 22050 Hz) with its polarity turned over.
     virtual void Init(int sampleRate, Velora_BitDepth_T bitDepth) = 0;
 
     /// Sets the playback speed: 1.0 is normal, 0.5 half, 2.0 double. Range 0.125 to 8.0.
@@ -58,38 +59,40 @@ public:
     /// the level jumps) and faded in over 2048; a change back to 1.0 is faded over 2048.
     ///
     /// Speeds up to 0.5 pass a fourth-order low-pass at 2 kHz (at a half or a quarter of that above
-    /// 48000 or 96000 Hz) and a gain of -13 dB. Exactly 0.5, 0.25 and 0.125 go through the sample-rate
-    /// converter instead of the vocoder: the pitch drops with the speed, as on a slowed tape.
+    /// 48000 or 96000 Hz) and a gain of -13 dB. Exactly 0.5, 0.25 and 0.125 go through the
+    /// sample-rate converter instead of the vocoder: the pitch drops with the speed, as on a slowed
+    /// tape.
     virtual void SetPar(float speed) = 0;
 
     /// Processes one block and returns the number of frames written to `out`.
     ///
     /// @param out     room for the result: ceil(frames / speed) frames, plus one hop (512 frames at
-    ///                the working rate), plus what the call before carried over. Must not overlap `in`.
-    ///                Nothing is written behind the returned count.
+    ///                the working rate), plus what the call before carried over. Must not overlap
+    ///                `in`. Nothing is written behind the returned count.
     /// @param in      `frames` frames in the format and at the rate given to Init
     /// @param frames  0 or less: returns 0, after applying pending settings
     ///
-    /// The engine works in hops of 128 (8000, 11025, 12000 Hz), 256 (16000, 22050, 24000 Hz) or else
-    /// 512 working-rate frames. A block is cut into pieces of 2048 frames, these into hops. A count
-    /// that is no multiple of the hop is processed as a shorter last hop, which is heard as a flaw at
-    /// speeds other than 1.0: pass whole hops, or use Exe_buffered. Of a last hop that is no multiple
-    /// of the low band's decimation (2 at 256-frame hops, 4 at 512), the frames that the interpolator
-    /// does not reach (1 to 3) are silence. Above 48000 Hz a frame without its partners for one
-    /// working-rate frame waits in the decimator for the next call.
+    /// The engine works in hops of 128 (8000, 11025, 12000 Hz), 256 (16000, 22050, 24000 Hz) or
+    /// else 512 working-rate frames. A block is cut into pieces of 2048 frames, these into hops. A
+    /// count that is no multiple of the hop is processed as a shorter last hop, which is heard as a
+    /// flaw at speeds other than 1.0: pass whole hops, or use Exe_buffered. Of a last hop that is
+    /// no multiple of the low band's decimation (2 at 256-frame hops, 4 at 512), the frames that
+    /// the interpolator does not reach (1 to 3) are silence. Above 48000 Hz a frame without its
+    /// partners for one working-rate frame waits in the decimator for the next call.
     ///
     /// Before the first Init the engine is as after Init(44100, Velora_BitDepth_16).
     virtual int Exe(void* out, const void* in, int frames) = 0;
 
-    /// As Exe, for blocks of any size: collects input and processes it in chunks of 512 working-rate
-    /// frames (512, 1024 or 2048 caller frames). Input that doesn't fill a chunk waits for later calls.
+    /// As Exe, for blocks of any size: collects input and processes it in chunks of 512
+    /// working-rate frames (512, 1024 or 2048 caller frames). Input that doesn't fill a chunk waits
+    /// for later calls.
     ///
     /// @param out  room for the result of every chunk that this call completes, as for Exe
     virtual int Exe_buffered(void* out, const void* in, int frames) = 0;
 
-    /// Returns how many input frames the next Exe needs to return `outFrames` frames, and limits that
-    /// Exe (its first 2048 frames of input) to `outFrames` frames from the vocoder; what is made
-    /// beyond them is returned first by the call after it.
+    /// Returns how many input frames the next Exe needs to return `outFrames` frames, and limits
+    /// that Exe (its first 2048 frames of input) to `outFrames` frames from the vocoder; what is
+    /// made beyond them is returned first by the call after it.
     ///
     /// Both counts are at the working rate: multiply by 2 above 48000 Hz, by 4 above 96000 Hz. The
     /// result is a whole number of hops, at most the largest one that fits an int; 0 when what was

@@ -139,7 +139,7 @@ TEST_F(HalfBand, DecimatesAStreamAlikeHoweverItIsCut)
 {
     const Frames in = signals::noise(2040, 30000, 9);
     for (int shift : {1, 2})
-        for (size_t cut : {1, 3, 7, 85, 512, 680}) {
+        for (size_t cut : {1u, 3u, 7u, 85u, 512u, 680u}) {
             probe.engine->DownSmpl2_Init();
             const Frames whole = down(in, shift);
             probe.engine->DownSmpl2_Init();
@@ -221,7 +221,7 @@ TEST_F(Biquad, StreamIsTheSameHoweverItIsCutAndInPlace)
 {
     const Frames in = signals::noise(1500, 20000, 11);
     const Frames whole = filter(48000, in);
-    for (size_t cut : {1, 127, 128, 129, 1000}) {
+    for (size_t cut : {1u, 127u, 128u, 129u, 1000u}) {
         Frames out = in;
         bq.Init(48000);
         for (size_t n = 0; n < in.size(); n += cut)

@@ -202,7 +202,7 @@ TEST_F(Stream, BufferedCallsGiveWhatWholeChunksGive)
     const Frames in = signals::noise(20 * 512 + 300, 15000, 6);
     start(0.8f);
     const Frames chunks = play(Frames(in.begin(), in.begin() + 20 * 512));
-    for (size_t block : {1, 100, 511, 513, 5000}) {
+    for (size_t block : {1u, 100u, 511u, 513u, 5000u}) {
         start(0.8f);
         Frames out;
         for (size_t from = 0; from < in.size(); from += block) {
