@@ -4,6 +4,7 @@
 #include "convert/biquad.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 
 #include "fixed/fixed.h"
@@ -74,8 +75,9 @@ void Velora_BQ::Init(int sampleRate)
 
 void Velora_BQ::Exe(short (*dst)[2], const short (*src)[2], int frames)
 {
-    for (int done = 0; done < frames; done += kBatchFrames)
-        Biquad_Frame(dst + done, src + done, std::min(kBatchFrames, frames - done));
+    for (std::ptrdiff_t done = 0; done < frames; done += kBatchFrames)
+        Biquad_Frame(dst + done, src + done,
+                     int(std::min<std::ptrdiff_t>(kBatchFrames, frames - done)));
 }
 
 void Velora_BQ::Biquad_Frame(short (*dst)[2], const short (*src)[2], int frames)

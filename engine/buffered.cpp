@@ -34,11 +34,10 @@ void Velora_VSP::Velora_VSP_BufInit_EXE()
 int Velora_VSP::Kavo_VSP_WriteDataToBuf(const void* source, int frames, int bytesPerSample)
 {
     const size_t frameBytes = 2 * size_t(bytesPerSample);
-    auto* const ring = reinterpret_cast<std::byte*>(bufRing);
     const size_t untilEnd = size_t(std::min(frames, kRingFrames - bufWritePos)) * frameBytes;
     const size_t all = size_t(frames) * frameBytes;
-    std::memcpy(ring + size_t(bufWritePos) * frameBytes, source, untilEnd);
-    std::memcpy(ring, static_cast<const std::byte*>(source) + untilEnd, all - untilEnd);
+    std::memcpy(bufRing + size_t(bufWritePos) * frameBytes, source, untilEnd);
+    std::memcpy(bufRing, static_cast<const std::byte*>(source) + untilEnd, all - untilEnd);
     bufWritePos = (bufWritePos + frames) % kRingFrames;
     bufFill += frames;
     return bufFill >= bufChunkFrames ? 1 : 0;
@@ -55,8 +54,7 @@ int Velora_VSP::Exe_buffered(void* dst, const void* source, int frames)
     for (int remaining = frames; remaining > 0;) {
         const int piece = std::min(remaining, bufChunkFrames);
         if (Kavo_VSP_WriteDataToBuf(in, piece, bytesPerSample) == 1) {
-            const auto* const ring = reinterpret_cast<const std::byte*>(bufRing);
-            const int produced = Exe(out, ring + bufReadPos * frameBytes, bufChunkFrames);
+            const int produced = Exe(out, bufRing + bufReadPos * frameBytes, bufChunkFrames);
             total += produced;
             out += produced * frameBytes;
             bufReadPos = (bufReadPos + bufChunkFrames) % kRingFrames;

@@ -115,6 +115,9 @@ int Velora_VSP::produceHop(Frame* p, const Frame* piece, int frames, int written
     return produced;
 }
 
+// In both fades the pipeline may return nothing for a hop (its clock skipped it, or the limit sent
+// it to carryBuf): then there is nothing to fade, and nothing may be written.
+
 // Back to 1.0: from the processed signal to the input.
 int Velora_VSP::fadeOutHop(Frame* p, const Frame* piece, int frames, int written)
 {
@@ -125,7 +128,6 @@ int Velora_VSP::fadeOutHop(Frame* p, const Frame* piece, int frames, int written
 }
 
 // Away from 1.0: the input while the pipeline is being primed, then a fade to the processed signal.
-// The clock may skip a hop and the limit may carry it: only what is returned is touched.
 int Velora_VSP::fadeInHop(Frame* p, const Frame* piece, int frames, int written)
 {
     const bool priming = extendTransition(piece, frames) || transitionCount > kFadeFrames;

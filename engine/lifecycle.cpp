@@ -24,7 +24,7 @@ Velora_VSP::Velora_VSP()
 {
     bqA = createFilter();
     bqB = createFilter();
-    src = Velora_SRC384_Factory::Create();
+    src = createConverter();
     Velora_VSP_Init_Apply(kInitialSampleRate);
 }
 
@@ -75,6 +75,15 @@ Velora_BQ_Interface* Velora_VSP::createFilter()
         return Velora_BQ_Factory::Create();
     } catch (const std::bad_alloc&) {
         return nullptr; // slow speeds then go unfiltered
+    }
+}
+
+Velora_SRC384_Interface* Velora_VSP::createConverter()
+{
+    try {
+        return Velora_SRC384_Factory::Create();
+    } catch (const std::bad_alloc&) {
+        return nullptr; // the vocoder then serves the converter's speeds
     }
 }
 

@@ -85,7 +85,7 @@ void Velora_VSP::startConverter(int outputRateCode, int inputRateCode)
     constexpr int kChannels = 2;
     srcActive = true;
     if (src == nullptr)
-        src = Velora_SRC384_Factory::Create();
+        src = createConverter();
     if (src != nullptr)
         src->Init(outputRateCode, inputRateCode, kChannels, 0, 0);
 }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <utility>
 
 #include <velora/bq.h>
@@ -76,7 +77,7 @@ public:
     /// Appends caller frames to the ring; 1 if it now holds a whole chunk, else 0.
     int Kavo_VSP_WriteDataToBuf(const void* in, int frames, int bytesPerSample);
 
-    // ---- vsp::Frame pipeline (vocoder/) ----
+    // ---- Frame pipeline (vocoder/) ----
     /// Analyses one hop and synthesises as many hops as the frame clock asks for.
     /// @param written  frames that stand in the caller's output before `out`; counted against
     /// outputLimit
@@ -136,6 +137,7 @@ private:
 
     void resetSignal();
     static Velora_BQ_Interface* createFilter();
+    static Velora_SRC384_Interface* createConverter();
     void startFilters();
     void selectConverter(float speed);
     void startConverter(int outputRateCode, int inputRateCode);
@@ -148,14 +150,17 @@ private:
 
     static constexpr int kRingFrames = 4096;
     static constexpr int kOutStageFrames = 4096;
-    static constexpr int kMqOutFrames = 5120; // more than one hop's output: 8 * 512
+    static constexpr int kMqOutFrames = 5120;
+    static_assert(kMqOutFrames >= vsp::kSlowestRatio * vsp::kMaxHop &&
+                      kMqOutFrames >= vsp::kPieceFrames,
+                  "holds what one hop or one piece of pass-through gives");
     // A limited call may have to carry all that it makes.
     static constexpr int kCarryFrames = vsp::kSlowestRatio * vsp::kPieceFrames;
 
     // ---- Buffered front end: caller frames waiting for a whole chunk ----
-    int32_t bufRing[kRingFrames][2] =
-        {};                     // history: caller's format; 2-byte samples use the first half
-    int32_t bufWritePos = 0;    // history: frame index in the ring
+    alignas(int32_t) std::byte bufRing[kRingFrames * 8] = {}; // history: caller's format; 2-byte
+                                                              // samples use the first half
+    int32_t bufWritePos = 0;                                  // history: frame index in the ring
     int32_t bufReadPos = 0;     // history: frame index, a multiple of bufChunkFrames
     int32_t bufFill = 0;        // history: frames written and not yet processed
     int32_t bufInitPending = 0; // settings: a format is waiting to be applied
@@ -169,10 +174,10 @@ private:
     vsp::Frame mqOut[kMqOutFrames];           // this hop: output at the working rate
     vsp::Frame uhqInStage[vsp::kPieceFrames]; // this piece: 16-bit input at the caller's rate
     vsp::Frame uhqOutStage[kOutStageFrames];  // this hop: 16-bit output at the caller's rate
-    int32_t rsLowBuf[2048];                   // one channel, Q4, at the working rate
-    int32_t rsMidBuf[2048];                   // one channel, Q4, at twice the working rate
-    int32_t rsHighBuf[4096];                  // one channel, Q4, at the caller's rate
-    int32_t rsScratch[4096];                  // output of a stage's first-order section
+    int32_t rsLowBuf[vsp::kPieceFrames];      // one channel, Q4, at the working rate
+    int32_t rsMidBuf[vsp::kPieceFrames];      // one channel, Q4, at twice the working rate
+    int32_t rsHighBuf[kOutStageFrames];       // one channel, Q4, at the caller's rate
+    int32_t rsScratch[kOutStageFrames];       // output of a stage's first-order section
     vsp::DecimatorState dsState[2];           // history: [channel], stage at the caller's rate
     vsp::HalfBandState usState[2];            // history: [channel], stage from the working rate
     vsp::DecimatorState dsState2[2];          // history: [channel], second stage at rateShift 2
@@ -205,7 +210,8 @@ private:
     vsp::ComplexShort* phasorRing[2][4];           // history: Q14, [channel][age], [3] newest
 
     // ---- Onsets ----
-    float bandCog[vsp::kBands];          // this hop: where in the frame the energy lies, in frames
+    float bandCog[vsp::kBands]; // this hop: where in the frame the energy lies, from its middle,
+                                // in lengths of the frame
     int8_t bandFlagHist[4][vsp::kBands]; // storage of bandFlagRing
     int8_t* bandFlagRing[4];             // history: bands with late energy, [3] newest
     float transientThreshold;            // history: falls by at most 1 % a hop
@@ -213,8 +219,10 @@ private:
     uint8_t transientDecisionPrev;       // history: the frame before did
     uint8_t bandTransient[vsp::kBands];  // this hop
     int8_t bandStatus[vsp::kBands];      // history: hops left of an onset's countdown, 0 none
-    int8_t bandRingIndex[vsp::kBands];   // history: analysis frame whose magnitudes are frozen
-    int8_t bandHold[vsp::kBands];        // history: synthesis frames left after a phase reset
+    int8_t bandRingIndex[vsp::kBands]; // history: ring entry whose magnitudes are frozen; falls as
+                                       // the rings turn, so it stays on one analysis frame
+    int8_t bandHold[vsp::kBands];      // history: synthesis frames left before the band freezes; 4:
+                                       // the phase reset is due
 
     // ---- Synthesis ----
     int32_t interpMag[2][vsp::kBins];              // history: last interpolated magnitudes
@@ -240,7 +248,8 @@ private:
     int32_t appliedSampleRate = 0;       // settings: caller's rate, Hz
     int32_t highBandGainQ15 = 32768;     // settings
     int32_t carryCount = 0;              // history: frames in carryBuf
-    int32_t outputLimit = vsp::kNoLimit; // next call: most frames from the frame pipeline
+    int32_t outputLimit = vsp::kNoLimit; // next scheduler run: hops of the pipeline beyond it,
+                                         // carried frames included, go to carryBuf
     vsp::Frame carryBuf[kCarryFrames];   // history: frames beyond the limit of the last call
 
     // ---- Prediction: a copy of the frame clock, run ahead ----

@@ -37,7 +37,9 @@ VSP_INLINE constexpr NormalisedBin Velora_VSP_InvMagPoly(int32_t re, int32_t im)
         bin.im = fx::wrapShl(im, zeros - 17);
     }
     // Unsigned, since two components of -32768 add up to 2^31. v = x / 4096.
-    const int32_t x = int32_t((uint32_t(bin.re * bin.re) + uint32_t(bin.im * bin.im)) >> 16);
+    const uint32_t square =
+        uint32_t(bin.re) * uint32_t(bin.re) + uint32_t(bin.im) * uint32_t(bin.im);
+    const int32_t x = int32_t(square >> 16);
     int32_t t = fx::mulShift16(x, 16 * InvMagPolyCoeffs[0]);
     t = fx::mulShift16(x, 16 * (InvMagPolyCoeffs[1] + t));
     t = fx::mulShift16(x, 16 * (InvMagPolyCoeffs[2] + t));

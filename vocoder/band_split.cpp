@@ -59,8 +59,8 @@ void splitChannel(Frame* low, Frame* high, const Frame* in, int channel, int32_t
         const int32_t a1 = allPass2(v, state[3], state[4], C[3], C[4]);
         const int32_t a = allPass2(a1, state[5], state[6], C[5], C[6]);
         high[n][channel] = fx::low16(fx::wrapSub(b, a) >> 5);
-        if (n % factor == 0)
-            low[n / factor][channel] = fx::low16(fx::wrapAdd(b, a) >> 5);
+        if ((n & (factor - 1)) == 0)
+            (*low++)[channel] = fx::low16(fx::wrapAdd(b, a) >> 5);
     }
 }
 
@@ -140,12 +140,13 @@ void Velora_VSP::Velora_VSP_LP_interpolate(Frame* dest, int lowFrames, int outFr
     // A hop shorter than one low-band frame still takes one, so that the filters move on.
     const int readFrames = std::max(lowFrames, 1);
     const int written = std::min(readFrames * bandFactor, outFrames);
-    if (bandFactor == 1)
+    if (bandFactor == 1) {
         std::memcpy(dest, lowBandFrame, size_t(written) * sizeof *dest);
-    else
+    } else {
+        const auto interpolate = bandFactor == 2 ? interpolateBy2 : interpolateBy4;
         for (int channel = 0; channel < 2; ++channel)
-            (bandFactor == 2 ? interpolateBy2 : interpolateBy4)(dest, lowBandFrame, hpOut, channel,
-                                                                interpState[channel], interpCoeffs,
-                                                                readFrames, written);
+            interpolate(dest, lowBandFrame, hpOut, channel, interpState[channel], interpCoeffs,
+                        readFrames, written);
+    }
     std::memset(dest + written, 0, size_t(outFrames - written) * sizeof *dest);
 }

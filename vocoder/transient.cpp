@@ -7,11 +7,16 @@
 #include "engine/velora_vsp.h"
 #include "vocoder/bands.h"
 
+#ifdef __FAST_MATH__
+#error "a silent band's 0 / 0 must stay \"not a number\": build without -ffast-math"
+#endif
+
 using namespace vsp;
 
 namespace {
 
-// A recursive filter across bins stands for the derivative with respect to frequency. Q14.
+// A recursive filter across bins stands for the derivative with respect to frequency. Its values y
+// are held times four, so that a Q14 weight and a shift by 16 give the product.
 constexpr int16_t kFeedback1 = -8168; // on y(k - 1)
 constexpr int16_t kFeedback2 = -204;  // on y(k - 2)
 constexpr int16_t kAbove = 11639;     // weight of y(k + 1)
@@ -19,7 +24,8 @@ constexpr int16_t kHere = 9534;       // weight of y(k)
 constexpr int16_t kBelow = -16776;    // weight of y(k - 1)
 
 constexpr float kTwoPi = 6.2831855f;
-constexpr float kLateInFrame = 0.08f; // a centre of gravity above it says "onset" (frames)
+constexpr float kLateInFrame =
+    0.08f; // a centre of gravity above it says "onset"; lengths of the analysis frame
 
 constexpr int kStatusStart = 8;
 constexpr int kRingIndexStart = 7;

@@ -1,9 +1,9 @@
 /// The engine's fixed-point FFT: in-place complex transforms of 32 to 512 points, unscaled.
 ///
 /// A vector of N = 2^n points is two arrays of N int32: real and imaginary parts. Nothing is
-/// scaled, so values grow by up to N: keep inputs within 32 - n bits or sums wrap. Products with
-/// Q31 twiddle factors are rounded one by one; sums wrap modulo 2^32. The result is the same on
-/// every machine.
+/// scaled, so values grow by up to N: keep the modulus of every point below 2^(31 - n), or sums may
+/// wrap. Products with Q31 twiddle factors are rounded one by one; sums wrap modulo 2^32. The
+/// result is the same on every machine.
 ///
 /// Threads: any number of transforms may run at the same time, on different arrays.
 /// Velora_FFT_NEON_Init with the size that is already set may run at any time; with another size,

@@ -35,8 +35,8 @@ class VELORA_VSP_API Velora_VSP_Interface {
 public:
     /// Starts a stream of the given format from silence, at speed 1.0.
     ///
-    /// Takes effect at the next processing call: everything buffered or carried is dropped, and a
-    /// speed that was in force is forgotten (call SetPar again).
+    /// Takes effect at the next processing call: everything buffered or carried is dropped and the
+    /// speed in force is forgotten. A SetPar that is still waiting is applied right after it.
     ///
     /// @param sampleRate  caller's rate in Hz. Rates above 48000 run at a half, rates above 96000
     ///                    at a quarter of it inside, 16 bits wide at every format. Any value is
@@ -45,35 +45,42 @@ public:
     ///                    for.
     /// @param bitDepth    sample format of in and out; an unknown value is taken as 16-bit.
     ///
-    /// At 16000, 22050 and 24000 Hz every speed but 1.0 returns the low band (below about 4.8 kHz
-    /// at 22050 Hz) with its polarity turned over.
+    /// At 16000, 22050 and 24000 Hz every speed that goes through the vocoder (all but 1.0, 0.5,
+    /// 0.25 and 0.125) returns the low band, below about 0.22 of the rate, with its polarity turned
+    /// over; a fade from or to 1.0 therefore dips where the two cancel.
     virtual void Init(int sampleRate, Velora_BitDepth_T bitDepth) = 0;
 
     /// Sets the playback speed: 1.0 is normal, 0.5 half, 2.0 double. Range 0.125 to 8.0.
     ///
     /// Anything else, "not a number" included, means 1.0. Takes effect at the next processing call,
-    /// or, while a change from or to 1.0 is still being faded, at the first call after that fade;
-    /// of several calls only the last one counts.
+    /// or, while a change from or to 1.0 is still being faded, at the first piece of 2048 caller
+    /// frames after that fade; of several calls only the last one counts.
     ///
     /// A change away from 1.0 is heard after about 4096 working-rate frames (up to 9216 more when
     /// the level jumps) and faded in over 2048; a change back to 1.0 is faded over 2048.
     ///
     /// Speeds up to 0.5 pass a fourth-order low-pass at 2 kHz (at a half or a quarter of that above
-    /// 48000 or 96000 Hz) and a gain of -13 dB. Exactly 0.5, 0.25 and 0.125 go through the
-    /// sample-rate converter instead of the vocoder: the pitch drops with the speed, as on a slowed
-    /// tape.
+    /// 48000 or 96000 Hz) and a gain of -13 dB, from the first hop on: also the input heard before
+    /// the fade, which itself starts from the unfiltered input. Exactly 0.5, 0.25 and 0.125 go
+    /// through the sample-rate converter instead of the vocoder, at once and without a fade: the
+    /// pitch drops with the speed, as on a slowed tape.
     virtual void SetPar(float speed) = 0;
 
     /// Processes one block and returns the number of frames written to `out`.
     ///
-    /// @param out     room for the result: ceil(frames / speed) frames, plus one hop (512 frames at
-    ///                the working rate), plus what the call before carried over. Must not overlap
-    ///                `in`. Nothing is written behind the returned count.
+    /// @param out     room for the result: ceil((frames + 3) / v) frames, plus one hop, plus what
+    /// was
+    ///                carried over. v is the slowest of 1.0, the speed in force and the speed set
+    ///                last: during a fade the engine returns a frame for a frame, or still the old
+    ///                speed's output. At most 16384 working-rate frames are carried over, and only
+    ///                after GetPredictedInputFrameSize. Safe at any speed: 8 * (frames + 3) plus
+    ///                the two. Must not overlap `in`. Nothing is written behind the returned count.
     /// @param in      `frames` frames in the format and at the rate given to Init
     /// @param frames  0 or less: returns 0, after applying pending settings
     ///
     /// The engine works in hops of 128 (8000, 11025, 12000 Hz), 256 (16000, 22050, 24000 Hz) or
-    /// else 512 working-rate frames. A block is cut into pieces of 2048 frames, these into hops. A
+    /// else 512 frames at the working rate; that is 2 or 4 times as many of the caller's above
+    /// 48000 or 96000 Hz. A block is cut into pieces of 2048 caller frames, these into hops. A
     /// count that is no multiple of the hop is processed as a shorter last hop, which is heard as a
     /// flaw at speeds other than 1.0: pass whole hops, or use Exe_buffered. Of a last hop that is
     /// no multiple of the low band's decimation (2 at 256-frame hops, 4 at 512), the frames that
@@ -87,16 +94,21 @@ public:
     /// working-rate frames (512, 1024 or 2048 caller frames). Input that doesn't fill a chunk waits
     /// for later calls.
     ///
-    /// @param out  room for the result of every chunk that this call completes, as for Exe
+    /// @param out  room as for Exe, for the frames of every chunk that this call completes
     virtual int Exe_buffered(void* out, const void* in, int frames) = 0;
 
     /// Returns how many input frames the next Exe needs to return `outFrames` frames, and limits
-    /// that Exe (its first 2048 frames of input) to `outFrames` frames from the vocoder; what is
-    /// made beyond them is returned first by the call after it.
+    /// what the vocoder adds to that Exe's output to `outFrames` frames in all; hops beyond them
+    /// are carried over and returned ahead of what follows. (Pass-through and the converter are not
+    /// limited.)
     ///
     /// Both counts are at the working rate: multiply by 2 above 48000 Hz, by 4 above 96000 Hz. The
     /// result is a whole number of hops, at most the largest one that fits an int; 0 when what was
-    /// carried over is enough. More input than predicted loses nothing.
+    /// carried over is enough. Frames that wait in Exe_buffered are not counted.
+    ///
+    /// The limit holds for the first 2048 caller frames of the next block: pass the predicted count
+    /// in blocks of at most that. More input than predicted loses nothing. At speeds up to 0.5
+    /// carried frames miss the low-pass and the -13 dB: don't limit there.
     virtual int GetPredictedInputFrameSize(int outFrames) = 0;
 
     /// Static text that names the version; not to be freed.
