@@ -1,0 +1,407 @@
+/// velora::Stream: gapless playback at any speed, with exact lengths and media times. Header-only,
+/// C++17; link velora::vsp.
+///
+///     velora::Stream<float> stream(48000, 2);       // rate, channels
+///     stream.setSpeed(0.8);
+///     std::vector<float> out;
+///     while (read(block))                           // blocks of any size
+///         stream.process(block, out);               // appends
+///     stream.flush(out);                            // out now holds exactly round(N / 0.8) frames
+///
+/// A player turns it round and asks how much to read for each buffer that it must fill:
+///
+///     stream.process(in, read(in, stream.inputFramesFor(frames)), out, frames); // gives `frames`
+///     show(stream.mediaFrameOf(stream.outputFrames()));
+///
+/// A frame is one sample of every channel. Frames are counted from the start of the stream: the
+/// first one that goes in is media frame 0 (see seek), the first one that comes out is output
+/// frame 0, and sounds media frame 0.
+///
+/// Sound: at speed 1.0 samples pass untouched, bit for bit and at once. At other speeds the pitch
+/// stays; sound is 16 bits wide and is limited to full scale. Speeds below 0.5 are dull and
+/// quieter: a low-pass at 2 kHz and a gain of -13 dB. A change of speed is heard at the very next
+/// frame that comes out, through a fade of a few milliseconds, or none between speeds of 0.5 and
+/// above other than 1.0. A click sounds within a hop of output time of where the time map puts it;
+/// a hop is 10 to 16 ms at every usual rate. Speeds above 2 skip parts of the sound, single clicks
+/// with them.
+///
+/// Threads: a stream is driven by one thread at a time; different streams are independent.
+///
+/// Real time: process and flush into given room neither allocate nor lock, as long as room is given
+/// for all that comes out, or input as inputFramesFor asks. setSpeed may allocate. A change of
+/// speed costs the processing of about 0.2 seconds of sound, in the call in which it is heard.
+#ifndef VELORA_STREAM_HPP
+#define VELORA_STREAM_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+#if __cplusplus >= 202002L
+#include <span>
+#endif
+
+#include <velora/detail/stream_sound.hpp>
+#include <velora/detail/stream_timing.hpp>
+
+namespace velora {
+
+/// One stream of 1 to 32 channels.
+/// @tparam Format  float (full scale -1..1), std::int16_t, std::int32_t, or velora::Int24In32 for
+///                 24-bit values in std::int32_t samples
+///
+/// A Stream can be moved, not copied; a moved-from one can only be assigned to or destroyed.
+///
+/// Wherever frames go in or come out they may be interleaved (`Sample*`) or planar
+/// (`Sample* const*`, one pointer for each channel), from call to call. Input and output must not
+/// overlap. What comes out doesn't depend on how input is cut into blocks.
+template <class Format = float>
+class Stream {
+public:
+    using Sample = typename detail::FormatTraits<Format>::Sample;
+
+    static constexpr double kSlowest = 0.125;
+    static constexpr double kFastest = 8.0;
+    static constexpr int kLowestRate = 8000;    ///< Hz
+    static constexpr int kHighestRate = 192000; ///< Hz
+    static constexpr int kMostChannels = 32;
+
+    /// A stream at speed 1.0.
+    /// @param sampleRate  8000 to 192000 Hz. The engine is made for 8000, 11025, 12000, 16000,
+    ///                    22050, 24000, 32000, 44100, 48000, 64000, 88200, 96000, 128000, 176400
+    ///                    and 192000.
+    /// @param channels    1 to 32. All of them stay in step to the sample, whatever they carry.
+    /// @param pitch       what speeds 0.5, 0.25 and 0.125 do to it
+    /// @throws std::invalid_argument for a rate or channels out of range; std::bad_alloc
+    Stream(int sampleRate, int channels, Pitch pitch = Pitch::keep)
+    {
+        require(sampleRate >= kLowestRate && sampleRate <= kHighestRate, "sample rate",
+                std::to_string(sampleRate) + " Hz", "8000 to 192000 Hz");
+        require(channels >= 1 && channels <= kMostChannels, "channel count",
+                std::to_string(channels), "1 to 32");
+        self = std::make_unique<Self>(channels, sampleRate, pitch);
+    }
+
+    int sampleRate() const { return self->sound.rate.sampleRate; } ///< Hz
+    int channels() const { return self->sound.channels; }
+
+    /// Sets the speed: 2.0 is twice as fast. Takes effect at the end of the hop (128 to 2048
+    /// frames) of input that is now being collected, at once if none is; there, with the next frame
+    /// that comes out. Of several calls within a hop the last one counts.
+    /// @throws std::invalid_argument outside 0.125 to 8 or for "not a number"; std::bad_alloc. The
+    ///         stream then goes on as it was.
+    void setSpeed(double speed)
+    {
+        require(speed >= kSlowest && speed <= kFastest, "speed", std::to_string(speed),
+                "0.125 to 8");
+        const auto voice = detail::Voice::at(speed, self->sound.rate.pitch);
+        if (voice.speed == this->speed())
+            return;
+        self->sound.prepare(voice, self->schedule);
+        self->schedule.want(voice);
+    }
+
+    /// The speed last set.
+    double speed() const
+    {
+        const detail::Schedule& schedule = self->schedule;
+        return schedule.pending ? schedule.wanted.speed : schedule.newest().speed;
+    }
+
+    // ---- Processing ----
+    // Takes all of the input, and gives what has come out, up to `room` frames; the rest stays
+    // inside and comes first in the next call. Returns the frames given. With `room` of at least
+    // maxOutputFrames(frames) nothing stays. After flush, input is ignored until reset or seek.
+    //
+    // Errors: none, but std::bad_alloc from a vector, or from a stream in which output piles up
+    // because it isn't given the room. Nothing is written behind the frames returned.
+
+    std::size_t process(const Sample* in, std::size_t frames, Sample* out, std::size_t room)
+    {
+        return run(interleaved(in), frames, interleaved(out), room);
+    }
+    std::size_t process(const Sample* const* in, std::size_t frames, Sample* const* out,
+                        std::size_t room)
+    {
+        return run(planar(in), frames, planar(out), room);
+    }
+
+    /// These append to `out` all that comes out, and return how many frames that is.
+    std::size_t process(const Sample* in, std::size_t frames, std::vector<Sample>& out)
+    {
+        const std::size_t before = out.size();
+        const std::size_t room = maxOutputFrames(frames);
+        out.resize(before + room * width());
+        return process(in, frames, out.data() + before, room);
+    }
+    std::size_t process(const std::vector<Sample>& in, std::vector<Sample>& out)
+    {
+        return process(in.data(), in.size() / width(), out);
+    }
+#if __cplusplus >= 202002L
+    std::size_t process(std::span<const Sample> in, std::span<Sample> out)
+    {
+        return process(in.data(), in.size() / width(), out.data(), out.size() / width());
+    }
+#endif
+
+    /// Ends the stream and gives what is still inside, up to `room` frames; call it again while it
+    /// returns `room`. All that process and flush have given is then outputFrameOf(N) frames for N
+    /// frames of input: round(N / speed) if the speed was set before the first.
+    std::size_t flush(Sample* out, std::size_t room)
+    {
+        return finish(interleaved(out), room);
+    }
+    std::size_t flush(Sample* const* out, std::size_t room)
+    {
+        return finish(planar(out), room);
+    }
+
+    /// Appends the whole rest to `out` and returns how many frames that is.
+    std::size_t flush(std::vector<Sample>& out)
+    {
+        constexpr std::size_t kRoom = 4096;
+        std::size_t total = 0;
+        std::size_t given = kRoom;
+        while (given == kRoom) {
+            const std::size_t before = out.size();
+            out.resize(before + kRoom * width());
+            given = flush(out.data() + before, kRoom);
+            out.resize(before + given * width());
+            total += given;
+        }
+        return total;
+    }
+
+    /// Makes the stream as new, at speed 1.0. Costs next to nothing.
+    void reset()
+    {
+        self->schedule = detail::Schedule(self->sound.rate);
+        self->sound.reset();
+        self->origin = 0;
+        self->ended = false;
+    }
+
+    /// Starts anew from another place, at the speed that was set: the next frame that goes in is
+    /// media frame `mediaFrame`, the next one that comes out is output frame 0 and sounds it.
+    void seek(std::int64_t mediaFrame)
+    {
+        const double kept = speed();
+        reset();
+        self->origin = mediaFrame;
+        setSpeed(kept);
+    }
+
+    // ---- Queries. None changes anything; all allow for what is inside and for a speed just set.
+    // --
+
+    /// Frames that the next process gives for `frames` frames of input if it has the room. At a
+    /// speed already in force, frames / speed and two hops more are always enough.
+    std::size_t maxOutputFrames(std::size_t frames) const
+    {
+        auto schedule = rehearse();
+        const detail::Rehearsal silent{self->sound.times};
+        for (std::int64_t left = std::int64_t(self->ended ? 0 : frames); left > 0;) {
+            const std::int64_t part = std::min(left, schedule.untilBoundary());
+            schedule.accept(part, silent);
+            left -= part;
+        }
+        return std::size_t(available(schedule));
+    }
+
+    /// The least input after which `frames` frames of output are there: 0 if they are already, or
+    /// if the stream was flushed.
+    std::size_t inputFramesFor(std::size_t frames) const
+    {
+        auto schedule = rehearse();
+        const detail::Rehearsal silent{self->sound.times};
+        const std::int64_t before = schedule.input;
+        while (!self->ended && available(schedule) < std::int64_t(frames)) {
+            const std::int64_t missing = std::int64_t(frames) - available(schedule);
+            const std::int64_t part = schedule.untilBoundary();
+            schedule.accept(schedule.passesAtOnce() ? std::min(missing, part) : part, silent);
+        }
+        return std::size_t(schedule.input - before);
+    }
+
+    /// Media inside the stream, in frames: from the next frame that will come out to the end of
+    /// what has gone in. 0 at speed 1.0.
+    std::int64_t latencyFrames() const
+    {
+        return origin() + inputFrames() - mediaFrameOf(outputFrames());
+    }
+
+    /// Frames that went in, and frames that came out, since the start or the last seek.
+    std::int64_t inputFrames() const
+    {
+        return self->ended ? self->inputAtEnd : self->schedule.input;
+    }
+    std::int64_t outputFrames() const
+    {
+        return self->schedule.taken;
+    }
+
+    /// Media frame that an output frame sounds, to the nearest; right across changes of speed. For
+    /// frames that have not come out yet, as if the speed now in force stayed.
+    std::int64_t mediaFrameOf(std::int64_t outputFrame) const
+    {
+        return origin() + std::llround(self->sound.times.mediaAt(outputFrame));
+    }
+
+    /// Output frame at which a media frame sounds, to the nearest.
+    std::int64_t outputFrameOf(std::int64_t mediaFrame) const
+    {
+        return std::llround(self->sound.times.outputAt(double(mediaFrame - origin())));
+    }
+
+private:
+    struct Self {
+        Self(int channelCount, int sampleRate, Pitch pitch)
+            : sound(channelCount, sampleRate, pitch), schedule(sound.rate)
+        {
+        }
+        detail::Sounding<Format> sound;
+        detail::Schedule schedule;
+        std::int64_t origin = 0; // media frame of the first frame that went in
+        bool ended = false;
+        std::int64_t inputAtEnd = 0; // without the silence that flush adds
+    };
+
+    static void require(bool holds, const char* what, const std::string& value, const char* range)
+    {
+        if (!holds)
+            throw std::invalid_argument(std::string("velora::Stream: ") + what + " is " + value +
+                                        "; it must be " + range);
+    }
+
+    std::size_t width() const
+    {
+        return std::size_t(channels());
+    }
+    std::int64_t origin() const
+    {
+        return self->origin;
+    }
+
+    // A view of the caller's samples: view(channel) points to the channel's first sample, frames
+    // are view.stride apart.
+    template <class Pointer>
+    struct Interleaved {
+        Pointer first;
+        int stride;
+        Pointer operator()(int channel) const { return first + channel; }
+    };
+    template <class Pointers>
+    struct Planar {
+        Pointers first;
+        static constexpr int stride = 1;
+        auto operator()(int channel) const { return first[channel]; }
+    };
+    template <class Pointer>
+    Interleaved<Pointer> interleaved(Pointer first) const
+    {
+        return {first, channels()};
+    }
+    template <class Pointers>
+    Planar<Pointers> planar(Pointers first) const
+    {
+        return {first};
+    }
+
+    template <class In, class Out>
+    std::size_t run(In in, std::size_t frames, Out out, std::size_t room)
+    {
+        self->schedule.settle(self->sound);
+        std::int64_t given = give(out, 0, room);
+        const std::int64_t all = std::int64_t(self->ended ? 0 : frames);
+        for (std::int64_t done = 0; done < all;) {
+            const std::int64_t part = std::min(all - done, self->schedule.untilBoundary());
+            take(in, done, part);
+            given += give(out, given, room);
+            done += part;
+        }
+        return std::size_t(given);
+    }
+
+    template <class Out>
+    std::size_t finish(Out out, std::size_t room)
+    {
+        if (!self->ended)
+            self->inputAtEnd = self->schedule.input;
+        self->ended = true;
+        self->schedule.settle(self->sound);
+        std::int64_t given = give(out, 0, room);
+        while (given < std::int64_t(room) && self->schedule.taken < total()) {
+            const std::int64_t part = self->schedule.untilBoundary();
+            std::fill_n(self->sound.input.append(part), part * channels(), Sample(0));
+            accept(part);
+            given += give(out, given, room);
+        }
+        return std::size_t(given);
+    }
+
+    template <class In>
+    void take(In in, std::int64_t from, std::int64_t frames)
+    {
+        Sample* const to = self->sound.input.append(frames);
+        for (int channel = 0; channel < channels(); ++channel) {
+            const Sample* const source = in(channel) + from * in.stride;
+            for (std::int64_t n = 0; n < frames; ++n)
+                to[n * channels() + channel] = source[n * in.stride];
+        }
+        accept(frames);
+    }
+
+    void accept(std::int64_t frames)
+    {
+        self->schedule.accept(frames, self->sound);
+        self->sound.dropHistory(self->schedule);
+    }
+
+    /// Hands out what is ready, behind the `given` frames that stand in `out` already.
+    template <class Out>
+    std::int64_t give(Out out, std::int64_t given, std::size_t room)
+    {
+        std::int64_t& taken = self->schedule.taken;
+        const std::int64_t frames = std::min(std::int64_t(room) - given, available(self->schedule));
+        if (frames <= 0)
+            return 0;
+        const Sample* const from = self->sound.output.at(taken);
+        for (int channel = 0; channel < channels(); ++channel) {
+            Sample* const to = out(channel) + given * out.stride;
+            for (std::int64_t n = 0; n < frames; ++n)
+                to[n * out.stride] = from[n * channels() + channel];
+        }
+        taken += frames;
+        self->sound.output.dropBefore(taken);
+        return frames;
+    }
+
+    std::int64_t available(const detail::Schedule& schedule) const
+    {
+        const std::int64_t end =
+            self->ended ? std::min(schedule.ready(), total()) : schedule.ready();
+        return std::max<std::int64_t>(end - schedule.taken, 0);
+    }
+
+    /// Length of the whole output of a stream that has ended.
+    std::int64_t total() const
+    {
+        return std::llround(self->sound.times.outputAt(double(self->inputAtEnd)));
+    }
+
+    detail::Schedule rehearse() const
+    {
+        detail::Schedule schedule = self->schedule;
+        schedule.settle(detail::Rehearsal{self->sound.times});
+        return schedule;
+    }
+
+    std::unique_ptr<Self> self;
+};
+
+} // namespace velora
+
+#endif
