@@ -113,7 +113,8 @@ public:
     // ---- Processing ----
     // Takes all of the input, and gives what has come out, up to `room` frames; the rest stays
     // inside and comes first in the next call. Returns the frames given. With `room` of at least
-    // maxOutputFrames(frames) nothing stays. After flush, input is ignored until reset or seek.
+    // maxOutputFrames(frames) nothing stays. Once flush was called, process ignores its input and
+    // goes on with the rest, until reset or seek.
     //
     // Errors: none, but std::bad_alloc from a vector, or from a stream in which output piles up
     // because it isn't given the room. Nothing is written behind the frames returned.
@@ -197,13 +198,14 @@ public:
     // ---- Queries. None changes anything; all allow for what is inside and for a speed just set.
     // --
 
-    /// Frames that the next process gives for `frames` frames of input if it has the room. At a
-    /// speed already in force, frames / speed and two hops more are always enough.
+    /// Frames that the next process gives for `frames` frames of input if it has the room.
     std::size_t maxOutputFrames(std::size_t frames) const
     {
+        if (self->ended)
+            return std::size_t(std::max<std::int64_t>(total() - self->schedule.taken, 0));
         auto schedule = rehearse();
         const detail::Rehearsal silent{self->sound.times};
-        for (std::int64_t left = std::int64_t(self->ended ? 0 : frames); left > 0;) {
+        for (std::int64_t left = std::int64_t(frames); left > 0;) {
             const std::int64_t part = std::min(left, schedule.untilBoundary());
             schedule.accept(part, silent);
             left -= part;
@@ -313,9 +315,11 @@ private:
     template <class In, class Out>
     std::size_t run(In in, std::size_t frames, Out out, std::size_t room)
     {
+        if (self->ended)
+            return finish(out, room);
         self->schedule.settle(self->sound);
         std::int64_t given = give(out, 0, room);
-        const std::int64_t all = std::int64_t(self->ended ? 0 : frames);
+        const std::int64_t all = std::int64_t(frames);
         for (std::int64_t done = 0; done < all;) {
             const std::int64_t part = std::min(all - done, self->schedule.untilBoundary());
             take(in, done, part);
@@ -328,18 +332,27 @@ private:
     template <class Out>
     std::size_t finish(Out out, std::size_t room)
     {
-        if (!self->ended)
+        if (!self->ended) {
             self->inputAtEnd = self->schedule.input;
-        self->ended = true;
+            self->ended = true;
+            if (self->inputAtEnd % self->sound.rate.hop != 0)
+                pad(); // to where a change of speed that waits takes effect
+        }
         self->schedule.settle(self->sound);
         std::int64_t given = give(out, 0, room);
         while (given < std::int64_t(room) && self->schedule.taken < total()) {
-            const std::int64_t part = self->schedule.untilBoundary();
-            std::fill_n(self->sound.input.append(part), part * channels(), Sample(0));
-            accept(part);
+            pad();
             given += give(out, given, room);
         }
         return std::size_t(given);
+    }
+
+    /// Silence up to the next hop boundary.
+    void pad()
+    {
+        const std::int64_t frames = self->schedule.untilBoundary();
+        std::fill_n(self->sound.input.append(frames), frames * channels(), Sample(0));
+        accept(frames);
     }
 
     template <class In>
