@@ -207,14 +207,16 @@ void SoundWriter::write(Samples samples, const void* in, int frames)
 // Encoders keep the last frames to themselves until they are closed, and may lose them silently.
 void SoundWriter::close()
 {
-    const int error = sf_close(file.release());
-    if (error != 0)
-        throw FileError(name, std::string("can't be completed: ") + sf_error_number(error));
+    const bool isClosed = sf_close(file.release()) == 0;
     SF_INFO check{};
     if ((fileInfo.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_RAW)
         check = fileInfo;
     file.reset(sf_open(path.c_str(), SFM_READ, &check));
-    if (file == nullptr || check.frames < framesWritten)
-        throw FileError(name, "couldn't be written completely: is the disk full?");
+    const bool isReadable = file != nullptr;
     file.reset();
+    if (!isReadable && framesWritten == 0)
+        throw FileError(name, "this kind of file can't be empty, but the input has no frames: "
+                              "give another extension, such as .wav");
+    if (!isClosed || !isReadable || check.frames < framesWritten)
+        throw FileError(name, "couldn't be written completely: is the disk full?");
 }

@@ -1,0 +1,106 @@
+// Runs velora-vsp as a process in a directory of its own, and makes and reads its files.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+#include <sys/wait.h>
+
+struct Sound {
+    int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    int rate = 44100;
+    int channels = 2;
+    std::vector<double> samples; // interleaved, full scale 1.0
+
+    long frames() const { return long(samples.size()) / channels; }
+};
+
+class ToolTest : public testing::Test {
+protected:
+    struct Result {
+        int exitCode;
+        std::string text; // both standard output and standard error
+    };
+
+    ToolTest()
+    {
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "tool_test_XXXXXX").string();
+        directory = mkdtemp(pattern.data());
+    }
+    ~ToolTest() override { std::filesystem::remove_all(directory); }
+
+    std::filesystem::path at(const std::string& name) const { return directory / name; }
+
+    /// Runs a shell command in the directory; $T stands for the tool.
+    Result shell(const std::string& command) const
+    {
+        const std::string line = "exec 2>&1; cd '" + directory.string() +
+                                 "' || exit; T='" VELORA_VSP_TOOL "'; " + command;
+        FILE* pipe = popen(line.c_str(), "r");
+        if (pipe == nullptr)
+            throw std::runtime_error("no shell");
+        Result result{0, {}};
+        for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe))
+            result.text += char(c);
+        const int status = pclose(pipe);
+        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return result;
+    }
+    Result tool(const std::string& arguments) const { return shell("\"$T\" " + arguments); }
+
+    /// Runs the tool, which must succeed and say nothing.
+    void runQuietly(const std::string& arguments) const
+    {
+        const Result result = tool(arguments);
+        ASSERT_EQ(result.exitCode, 0) << result.text;
+        ASSERT_EQ(result.text, "");
+    }
+
+    void write(const std::string& name, const Sound& sound, const char* title = nullptr) const
+    {
+        SF_INFO info{};
+        info.format = sound.format;
+        info.samplerate = sound.rate;
+        info.channels = sound.channels;
+        SNDFILE* file = sf_open(at(name).c_str(), SFM_WRITE, &info);
+        ASSERT_NE(file, nullptr) << name << ": " << sf_strerror(nullptr);
+        sf_command(file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+        if (title != nullptr)
+            sf_set_string(file, SF_STR_TITLE, title);
+        sf_writef_double(file, sound.samples.data(), sound.frames());
+        sf_close(file);
+    }
+
+    Sound read(const std::string& name) const
+    {
+        SF_INFO info{};
+        SNDFILE* file = sf_open(at(name).c_str(), SFM_READ, &info);
+        if (file == nullptr) {
+            ADD_FAILURE() << name << ": " << sf_strerror(nullptr);
+            return {};
+        }
+        Sound sound{info.format, info.samplerate, info.channels, {}};
+        sound.samples.resize(size_t(info.frames * info.channels));
+        EXPECT_EQ(sf_readf_double(file, sound.samples.data(), info.frames), info.frames);
+        sf_close(file);
+        return sound;
+    }
+
+    std::set<std::string> fileNames() const
+    {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(directory))
+            names.insert(entry.path().filename().string());
+        return names;
+    }
+
+    std::filesystem::path directory;
+};
