@@ -101,6 +101,8 @@ public:
             return;
         self->sound.prepare(voice, self->schedule);
         self->schedule.want(voice);
+        if (inputFrames() == 0) // so that queries know it before anything goes in
+            self->schedule.settle(self->sound);
     }
 
     /// The speed last set.

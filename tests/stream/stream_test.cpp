@@ -1,0 +1,448 @@
+// velora::Stream from outside: lengths, media times, cutting, channels in step, formats, seams.
+
+#include <array>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <utility>
+
+#include "support/allocations.h"
+
+#include <gtest/gtest.h>
+#include <velora/stream.hpp>
+
+namespace {
+
+using velora::Int24In32;
+using velora::Pitch;
+using velora::Stream;
+using Change = std::pair<std::size_t, double>; // input frame, speed
+
+constexpr std::array kSpeeds = {0.125, 0.2, 0.25, 0.3, 0.5, 0.51, 0.8, 1.0, 1.3, 2.0, 5.0, 8.0};
+
+template <class Sample>
+std::vector<Sample> noise(std::size_t samples, double amplitude, unsigned seed)
+{
+    std::minstd_rand random(seed);
+    std::uniform_real_distribution<double> value(-amplitude, amplitude);
+    std::vector<Sample> out(samples);
+    for (Sample& sample : out)
+        sample = Sample(value(random));
+    return out;
+}
+
+std::vector<Change> randomChanges(std::size_t frames, unsigned most, unsigned seed)
+{
+    std::minstd_rand random(seed);
+    std::vector<Change> changes;
+    for (std::size_t at = 0; at < frames; at += random() % most)
+        changes.emplace_back(at, random() % 4 == 0 ? 1.0 : kSpeeds[random() % kSpeeds.size()]);
+    return changes;
+}
+
+/// Plays `in` with changes of speed, cut at them and into blocks that `blockSize()` chooses;
+/// `call(in, frames)` processes a block.
+template <class Format, class BlockSize, class Call>
+void playBlocks(Stream<Format>& stream, std::size_t frames, const std::vector<Change>& changes,
+                BlockSize blockSize, Call call)
+{
+    std::size_t next = 0;
+    for (std::size_t at = 0; at < frames;) {
+        for (; next < changes.size() && changes[next].first <= at; ++next)
+            stream.setSpeed(changes[next].second);
+        const std::size_t end = next < changes.size() ? changes[next].first : frames;
+        const std::size_t block = std::min<std::size_t>(std::min(end, frames) - at, blockSize());
+        call(at, block);
+        at += block;
+    }
+}
+
+template <class Format>
+std::vector<typename Stream<Format>::Sample>
+play(Stream<Format>& stream, const std::vector<typename Stream<Format>::Sample>& in,
+     const std::vector<Change>& changes = {})
+{
+    std::vector<typename Stream<Format>::Sample> out;
+    const std::size_t width = std::size_t(stream.channels());
+    playBlocks(
+        stream, in.size() / width, changes, [] { return std::size_t(-1); },
+        [&](std::size_t at, std::size_t frames) {
+            stream.process(in.data() + at * width, frames, out);
+        });
+    stream.flush(out);
+    return out;
+}
+
+/// Every `step`th sample from `first` on.
+template <class Sample>
+std::vector<Sample> channelOf(const std::vector<Sample>& in, std::size_t first, std::size_t step)
+{
+    std::vector<Sample> out;
+    for (std::size_t n = first; n < in.size(); n += step)
+        out.push_back(in[n]);
+    return out;
+}
+
+TEST(Stream, LengthIsExactAtEverySpeedAndRate)
+{
+    for (const int rate : {8000, 22050, 44100, 96000, 192000})
+        for (const Pitch pitch : {Pitch::keep, Pitch::drop})
+            for (const double speed : kSpeeds)
+                for (const std::size_t frames : {0u, 1u, 100u, 2048u, 20011u}) {
+                    Stream<float> stream(rate, 1, pitch);
+                    stream.setSpeed(speed);
+                    const auto out = play(stream, noise<float>(frames, 0.5, 1));
+                    EXPECT_EQ(out.size(), std::size_t(std::llround(double(frames) / speed)))
+                        << rate << " Hz, speed " << speed << ", " << frames;
+                    EXPECT_EQ(std::int64_t(out.size()), stream.outputFrameOf(std::int64_t(frames)));
+                }
+}
+
+// A click in every 30 hops; each must sound within a hop of where the time map has it. The vocoder
+// puts an onset where an analysis hop begins, so below 0.5 a hop of media counts.
+struct Course {
+    const char* name;
+    std::vector<double> speeds; // each for 40 to 70 hops
+};
+
+class ClickTrain : public testing::TestWithParam<Course> {};
+
+TEST_P(ClickTrain, SoundsWhereTheTimeMapHasIt)
+{
+    for (const auto& [rate, hop] :
+         {std::pair{8000, 128}, {22050, 256}, {44100, 512}, {96000, 1024}}) {
+        std::minstd_rand random(3);
+        std::vector<Change> changes;
+        std::size_t frames = 0;
+        for (const double speed : GetParam().speeds) {
+            changes.emplace_back(frames, speed);
+            frames += (40 + random() % 30) * std::size_t(hop) + random() % 100;
+        }
+        std::vector<float> in(frames);
+        std::vector<std::int64_t> clicks;
+        for (std::size_t at = std::size_t(13 * hop); at + 12 * std::size_t(hop) < frames;
+             at += std::size_t(29 * hop + 191)) {
+            clicks.push_back(std::int64_t(at));
+            in[at] = in[at + 1] = 0.6f;
+        }
+        Stream<float> stream(rate, 1);
+        const auto out = play(stream, in, changes);
+        for (const std::int64_t click : clicks) {
+            const std::int64_t expected = stream.outputFrameOf(click);
+            double energy = 0.0;
+            double moment = 0.0;
+            for (std::int64_t n = expected - 6 * hop; n < expected + 6 * hop; ++n)
+                if (n >= 0 && n < std::int64_t(out.size())) {
+                    const double power = std::pow(out[std::size_t(n)], 2);
+                    energy += power;
+                    moment += power * double(n - expected);
+                }
+            const double speed =
+                double(stream.mediaFrameOf(expected + hop) - stream.mediaFrameOf(expected)) / hop;
+            ASSERT_GT(energy, 0.0) << rate << " Hz, click at " << click;
+            EXPECT_LE(std::abs(moment / energy), 1.1 * hop / std::min(1.0, speed))
+                << rate << " Hz, click at " << click << ", speed " << speed;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Courses, ClickTrain,
+    testing::Values(Course{"constant", {0.8}}, Course{"slow", {0.3}}, Course{"fast", {1.7}},
+                    Course{"fromAndToNormal", {1.0, 0.8, 1.0, 1.5, 1.0, 0.4, 1.0}},
+                    Course{"glides", {0.6, 0.8, 1.3, 0.7, 1.9, 0.9}},
+                    Course{"throughSlow", {0.3, 0.7, 0.5, 0.45, 1.2, 0.35}}),
+    [](const auto& course) { return course.param.name; });
+
+TEST(Stream, PitchDropKeepsTheTimeMap)
+{
+    for (const int rate : {44100, 96000}) {
+        std::vector<float> in(60000);
+        for (std::size_t n = 0; n < in.size(); ++n) // a smooth bump, below the low-pass
+            in[n] = float(0.5 * std::exp(-std::pow((double(n) - 30000.0) / 1000.0, 2)));
+        for (const double speed : {0.5, 0.25, 0.125}) {
+            Stream<float> stream(rate, 1, Pitch::drop);
+            const auto out = play(stream, in, {{0, 1.0}, {5000, speed}});
+            const auto peak = std::max_element(out.begin(), out.end()) - out.begin();
+            EXPECT_NEAR(double(stream.mediaFrameOf(peak)), 30000.0, 12.0) << speed;
+        }
+    }
+}
+
+TEST(Stream, OutputDoesNotDependOnBlocksAndTheQueriesAreExact)
+{
+    for (unsigned seed = 0; seed < 24; ++seed) {
+        std::minstd_rand random(seed + 1);
+        const int rate = std::array{11025, 44100, 96000}[seed % 3];
+        const Pitch pitch = seed % 5 == 0 ? Pitch::drop : Pitch::keep;
+        const std::size_t frames = 60000;
+        const auto in = noise<std::int16_t>(3 * frames, 9000, seed);
+        const auto changes = randomChanges(frames, seed % 2 == 0 ? 900 : 20000, seed + 7);
+
+        Stream<std::int16_t> whole(rate, 3, pitch);
+        const auto expected = play(whole, in, changes);
+        EXPECT_EQ(expected.size(), 3u * std::size_t(whole.outputFrameOf(frames)));
+
+        Stream<std::int16_t> cut(rate, 3, pitch);
+        std::vector<std::int16_t> out;
+        playBlocks(
+            cut, frames, changes, [&] { return 1 + random() % (seed % 4 == 0 ? 300 : 5000); },
+            [&](std::size_t at, std::size_t block) {
+                const std::size_t most = cut.maxOutputFrames(block);
+                const std::size_t wanted = random() % 2000;
+                const std::size_t needed = cut.inputFramesFor(wanted);
+                if (needed > 0) {
+                    EXPECT_LT(cut.maxOutputFrames(needed - 1), wanted);
+                }
+                EXPECT_GE(cut.maxOutputFrames(needed), wanted);
+                const std::size_t room = random() % 3 == 0 ? random() % 700 : 100000;
+                const std::size_t before = out.size();
+                out.resize(before + 3 * room);
+                const std::size_t given =
+                    cut.process(in.data() + 3 * at, block, out.data() + before, room);
+                EXPECT_EQ(given, std::min(most, room));
+                out.resize(before + 3 * given);
+                EXPECT_EQ(cut.latencyFrames(),
+                          cut.inputFrames() - cut.mediaFrameOf(cut.outputFrames()));
+            });
+        for (std::size_t given = 7; given == 7;) { // the tail in small helpings
+            const std::size_t before = out.size();
+            out.resize(before + 3 * 7);
+            given = cut.flush(out.data() + before, 7);
+            out.resize(before + 3 * given);
+        }
+        ASSERT_EQ(out.size(), expected.size()) << "seed " << seed;
+        EXPECT_TRUE(out == expected) << "seed " << seed;
+    }
+}
+
+// Positions of frames that have come out stay what they were, and time never runs backward.
+TEST(Stream, TimeMapIsSettledForWhatHasComeOut)
+{
+    const std::size_t frames = 80000;
+    const auto in = noise<float>(frames, 0.3, 5);
+    Stream<float> stream(44100, 1);
+    std::vector<float> out;
+    std::vector<std::int64_t> media; // of every output frame, asked for when it came
+    playBlocks(
+        stream, frames, randomChanges(frames, 1500, 11), [] { return std::size_t(700); },
+        [&](std::size_t at, std::size_t block) {
+            stream.process(in.data() + at, block, out);
+            while (media.size() < out.size())
+                media.push_back(stream.mediaFrameOf(std::int64_t(media.size())));
+        });
+    for (std::size_t n = 0; n < media.size(); ++n) {
+        const auto frame = std::int64_t(n);
+        ASSERT_EQ(stream.mediaFrameOf(frame), media[n]) << n;
+        ASSERT_GE(media[n], media[n - std::min<std::size_t>(n, 1)]) << n;
+        // There and back: within what rounding to a whole media frame leaves.
+        ASSERT_NEAR(double(stream.outputFrameOf(media[n])), double(frame), 0.5 / 0.125 + 1.0);
+    }
+}
+
+// The level jumps in one pair would lengthen a transition of the engine; here it stays in step.
+TEST(Stream, ChannelsStayInStepWhateverTheyCarry)
+{
+    const std::size_t frames = 50000;
+    auto in = noise<float>(5 * frames, 0.2, 21);
+    for (std::size_t n = 0; n < frames; ++n)
+        in[5 * n + 2] = n / 700 % 2 == 0 ? 0.9f : 0.0f;
+    const std::vector<Change> changes = {{3000, 0.7}, {15000, 1.0}, {22000, 2.0}, {40000, 0.4}};
+    Stream<float> all(48000, 5);
+    const auto out = play(all, in, changes);
+    for (const std::size_t first : {0u, 2u, 4u}) {
+        const std::size_t width = std::min<std::size_t>(2, 5 - first);
+        std::vector<float> pair;
+        for (std::size_t n = 0; n < frames; ++n)
+            for (std::size_t c = 0; c < width; ++c)
+                pair.push_back(in[5 * n + first + c]);
+        Stream<float> alone(48000, int(width));
+        const auto expected = play(alone, pair, changes);
+        for (std::size_t c = 0; c < width; ++c)
+            EXPECT_TRUE(channelOf(out, first + c, 5) == channelOf(expected, c, width))
+                << "channel " << first + c;
+    }
+}
+
+template <class T>
+class EveryFormat : public testing::Test {
+};
+using Formats = testing::Types<std::int16_t, Int24In32, std::int32_t, float>;
+TYPED_TEST_SUITE(EveryFormat, Formats);
+
+template <class Format>
+constexpr double kFullScale = std::is_same_v<Format, std::int16_t>   ? 32768.0
+                              : std::is_same_v<Format, Int24In32>    ? 8388608.0
+                              : std::is_same_v<Format, std::int32_t> ? 2147483648.0
+                                                                     : 1.0;
+
+TYPED_TEST(EveryFormat, PassesAtOnceAndUntouchedAtSpeedOne)
+{
+    using Sample = typename Stream<TypeParam>::Sample;
+    Stream<TypeParam> stream(44100, 2);
+    const auto in = noise<Sample>(2 * 777, 0.999 * kFullScale<TypeParam>, 1);
+    std::vector<Sample> out;
+    EXPECT_EQ(stream.process(in, out), 777u);
+    EXPECT_TRUE(out == in);
+    EXPECT_EQ(stream.latencyFrames(), 0);
+}
+
+TYPED_TEST(EveryFormat, SoundsLikeSixteenBits)
+{
+    using Sample = typename Stream<TypeParam>::Sample;
+    const auto in16 = noise<std::int16_t>(2 * 30000, 12000, 2);
+    const double scale = kFullScale<TypeParam> / 32768.0;
+    std::vector<Sample> in;
+    for (const std::int16_t sample : in16)
+        in.push_back(Sample(sample * scale));
+    const std::vector<Change> changes = {{2000, 0.8}, {20000, 0.3}};
+    Stream<std::int16_t> reference(44100, 2);
+    Stream<TypeParam> stream(44100, 2);
+    const auto expected = play(reference, in16, changes);
+    const auto out = play(stream, in, changes);
+    ASSERT_EQ(out.size(), expected.size());
+    double worst = 0.0;
+    for (std::size_t n = 0; n < out.size(); ++n)
+        worst = std::max(worst, std::abs(double(out[n]) / scale - expected[n]));
+    EXPECT_LE(worst, 1.0) << "16-bit steps";
+}
+
+TYPED_TEST(EveryFormat, PlanarEqualsInterleaved)
+{
+    using Sample = typename Stream<TypeParam>::Sample;
+    const std::size_t frames = 9000;
+    const auto in = noise<Sample>(3 * frames, 0.3 * kFullScale<TypeParam>, 3);
+    Stream<TypeParam> interleaved(44100, 3);
+    interleaved.setSpeed(0.9);
+    const auto expected = play(interleaved, in);
+
+    std::vector<Sample> planes[3], outPlanes[3];
+    const Sample* from[3];
+    Sample* to[3];
+    for (std::size_t c = 0; c < 3; ++c) {
+        planes[c] = channelOf(in, c, 3);
+        outPlanes[c].resize(expected.size() / 3);
+        from[c] = planes[c].data();
+        to[c] = outPlanes[c].data();
+    }
+    Stream<TypeParam> planar(44100, 3);
+    planar.setSpeed(0.9);
+    const std::size_t given = planar.process(from, frames, to, expected.size() / 3);
+    for (Sample*& plane : to)
+        plane += given;
+    planar.flush(to, expected.size() / 3 - given);
+    for (std::size_t c = 0; c < 3; ++c)
+        EXPECT_TRUE(outPlanes[c] == channelOf(expected, c, 3)) << "channel " << c;
+}
+
+// No step at a change is steeper than the tone itself, at its loudest, but for a little.
+TEST(Stream, ChangesOfSpeedDoNotClick)
+{
+    const std::size_t frames = 200000;
+    const double omega = 2.0 * 3.141592653589793 * 440.0 / 44100.0;
+    std::vector<float> in(frames);
+    for (std::size_t n = 0; n < frames; ++n)
+        in[n] = float(0.4 * std::sin(omega * double(n)));
+    for (const Pitch pitch : {Pitch::keep, Pitch::drop}) {
+        Stream<float> stream(44100, 1, pitch);
+        const auto out = play(stream, in,
+                              {{20000, 0.8},
+                               {40000, 1.0},
+                               {60000, 1.6},
+                               {80000, 0.9},
+                               {100000, 0.3},
+                               {110000, 0.4},
+                               {120000, 0.5},
+                               {140000, 1.0},
+                               {160000, 0.25},
+                               {170000, 1.2}});
+        double steepest = 0.0;
+        for (std::size_t n = 1; n < out.size() - 2048; ++n)
+            steepest = std::max(steepest, double(std::abs(out[n] - out[n - 1])));
+        EXPECT_LT(steepest, 1.5 * 0.4 * omega);
+    }
+}
+
+TEST(Stream, ResetMakesItLikeNewAndSeekKeepsTheSpeed)
+{
+    const auto in = noise<float>(2 * 30000, 0.4, 9);
+    const std::vector<Change> changes = {{0, 0.6}, {9000, 1.0}, {15000, 0.4}, {16000, 2.0}};
+    Stream<float> fresh(44100, 2);
+    const auto expected = play(fresh, in, changes);
+    Stream<float> used(44100, 2);
+    std::vector<float> out;
+    used.setSpeed(0.3);
+    used.process(in.data(), 20100, out);
+    used.setSpeed(1.9); // not in force yet
+    used.reset();
+    EXPECT_EQ(used.speed(), 1.0);
+    EXPECT_TRUE(play(used, in, changes) == expected);
+
+    used.seek(1000000); // at 2.0, after the flush
+    EXPECT_EQ(used.speed(), 2.0);
+    EXPECT_EQ(used.mediaFrameOf(0), 1000000);
+    EXPECT_EQ(used.outputFrameOf(1000200), 100);
+    fresh.reset();
+    fresh.setSpeed(2.0);
+    EXPECT_TRUE(play(used, in) == play(fresh, in));
+    EXPECT_EQ(used.mediaFrameOf(used.outputFrames()), 1030000);
+}
+
+// A player with a slider: a buffer of 512 frames at a time, always filled, nothing allocated.
+TEST(Stream, FillsEveryBufferAndAllocatesNothingInProcess)
+{
+    std::minstd_rand random(4);
+    const auto in = noise<float>(6 * 40000, 0.4, 10);
+    std::vector<float> out(6 * 512);
+    for (const int rate : {44100, 192000}) {
+        Stream<float> stream(rate, 6);
+        for (int buffer = 0; buffer < 600; ++buffer) {
+            if (random() % 3 == 0)
+                stream.setSpeed(random() % 3 == 0 ? 1.0 : kSpeeds[random() % kSpeeds.size()]);
+            const std::size_t before = allocationCount();
+            const std::size_t frames = stream.inputFramesFor(512);
+            ASSERT_LE(frames, 40000u * (rate == 192000 ? 4 : 1));
+            std::size_t given = 0;
+            for (std::size_t left = frames; left > 0 || given < 512;) {
+                const std::size_t block = std::min<std::size_t>(left, 40000);
+                given += stream.process(in.data(), block, out.data() + 6 * given, 512 - given);
+                left -= block;
+            }
+            ASSERT_EQ(given, 512u);
+            ASSERT_EQ(allocationCount(), before) << rate << " Hz, buffer " << buffer;
+        }
+    }
+}
+
+template <class Call>
+std::string messageOf(Call call)
+{
+    try {
+        call();
+    } catch (const std::invalid_argument& error) {
+        return error.what();
+    }
+    return "no exception";
+}
+
+TEST(Stream, RefusesWhatItCannotDoByNameAndValue)
+{
+    Stream<float> stream(44100, 2);
+    stream.setSpeed(0.7);
+    for (const double speed : {0.1249, 8.001, -1.0, std::numeric_limits<double>::quiet_NaN()})
+        EXPECT_THROW(stream.setSpeed(speed), std::invalid_argument) << speed;
+    EXPECT_EQ(stream.speed(), 0.7) << "stays";
+    EXPECT_EQ(messageOf([&] { stream.setSpeed(9.5); }),
+              "velora::Stream: speed is 9.500000; it must be 0.125 to 8");
+    EXPECT_EQ(messageOf([] { Stream<float>(7999, 2); }),
+              "velora::Stream: sample rate is 7999 Hz; it must be 8000 to 192000 Hz");
+    EXPECT_EQ(messageOf([] { Stream<float>(44100, 33); }),
+              "velora::Stream: channel count is 33; it must be 1 to 32");
+    EXPECT_EQ(messageOf([] { Stream<float>(44100, 0); }),
+              "velora::Stream: channel count is 0; it must be 1 to 32");
+    Stream moved = std::move(stream);
+    EXPECT_EQ(moved.speed(), 0.7);
+    static_assert(!std::is_copy_constructible_v<Stream<float>>);
+}
+
+} // namespace
