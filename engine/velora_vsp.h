@@ -15,13 +15,11 @@
 #include <velora/vsp.h>
 
 #include "convert/half_band.h"
-#include "fft/analysis.h"
 #include "fft/fft.h"
-#include "fft/magnitude_phase.h"
-#include "fft/synthesis.h"
 #include "fixed/complex.h"
 #include "fixed/fixed.h"
 #include "fixed/frame.h"
+#include "kernels/kernel_table.h"
 #include "vocoder/band_split.h"
 #include "vocoder/bands.h"
 #include "vocoder/peak_locking.h"
@@ -29,6 +27,7 @@
 namespace vsp {
 
 inline constexpr int kPieceFrames = 2048; // most caller frames converted and scheduled at a time
+inline constexpr int kLowHop = 128;       // low-band frames of a hop
 inline constexpr int kMaxHop = 512;       // working-rate frames
 inline constexpr int kSlowestRatio = 8;   // most synthesis hops from one analysis hop
 inline constexpr int kNoLimit = INT_MAX;
@@ -44,7 +43,7 @@ void turnRing(T* (&ring)[n])
 
 class Velora_VSP : public Velora_VSP_Interface {
 public:
-    Velora_VSP();
+    explicit Velora_VSP(const vsp::KernelTable& kernels = vsp::bestKernels());
     ~Velora_VSP() override;
     Velora_VSP(const Velora_VSP&) = delete;
     Velora_VSP& operator=(const Velora_VSP&) = delete;
@@ -156,6 +155,8 @@ private:
                   "holds what one hop or one piece of pass-through gives");
     // A limited call may have to carry all that it makes.
     static constexpr int kCarryFrames = vsp::kSlowestRatio * vsp::kPieceFrames;
+
+    const vsp::KernelTable& kernels; // the hot loops, for this machine
 
     // ---- Buffered front end: caller frames waiting for a whole chunk ----
     alignas(int32_t) std::byte bufRing[kRingFrames * 8] = {}; // history: caller's format; 2-byte
