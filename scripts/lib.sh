@@ -21,10 +21,11 @@ need_packages() {
     DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
 
-build_packages=(g++ cmake ninja-build libsndfile1-dev libcli11-dev libgtest-dev)
+tool_packages=(g++ cmake ninja-build libsndfile1-dev libcli11-dev)
+build_packages=("${tool_packages[@]}" libgtest-dev)
 
-# Configures (once) and builds a preset.
+# build_preset PRESET [TARGET [OPTION...]] configures a preset (once, with the options) and builds it or one target.
 build_preset() {
-    [ -f "build/$1/build.ninja" ] || cmake --preset "$1" >&2
-    cmake --build --preset "$1" >&2
+    [ -f "build/$1/build.ninja" ] || cmake --preset "$1" "${@:3}" >&2
+    cmake --build --preset "$1" --target "${2:-all}" >&2
 }

@@ -28,7 +28,7 @@ enum {
     Velora_SRC384_DelayFrames = 32
 };
 
-/// One converter, about 1.5 KiB. One thread at a time; different converters share nothing that
+/// One converter, about 1.3 KiB. One thread at a time; different converters share nothing that
 /// changes. Neither operation allocates, locks or throws.
 class VELORA_SRC384_API Velora_SRC384_Interface {
 public:

@@ -1,0 +1,15 @@
+// Ctrl-C and its relatives stop a job between two blocks, so that it can clear up after itself.
+#pragma once
+
+/// Thrown by throwIfInterrupted.
+struct Interrupted {};
+
+/// From now on SIGINT, SIGTERM and SIGHUP are only noted, and a write beyond a file size limit
+/// fails like one to a full disk. Signals that the caller of the program ignores stay ignored.
+void catchInterruptions();
+
+/// Throws Interrupted if one of the signals has come.
+void throwIfInterrupted();
+
+/// Ends the process as the signal that has come would have.
+[[noreturn]] void dieOfInterruption();
