@@ -137,6 +137,7 @@ void Velora_VSP_PartSp_SynthesisSum(ComplexInt* sum, ComplexInt* slot, const Com
     slot[kLastBin] = windowed[kLastBin];
 }
 
+/// max(|re|, |im|) + min / 4 + min / 8: within -2.8 % and +6.8 % of the modulus, exact on the axes.
 template <class V>
 VSP_INLINE V cheapModulus(V re, V im)
 {

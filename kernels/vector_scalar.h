@@ -117,11 +117,11 @@ VSP_INLINE Scalar<n> mulShift16(Scalar<n> a, Scalar<n> b)
 {
     return perLane<n>([=](int i) { return fx::mulShift16(a.v[i], b.v[i]); });
 }
-/// As fx::mulRoundQ31 but for MIN * MIN, which has no use: twiddle factors are never MIN.
+/// As fx::mulRoundQ31, but MIN * MIN gives anything: no twiddle factor is MIN.
 template <int n>
 VSP_INLINE Scalar<n> mulRoundQ31(Scalar<n> a, Scalar<n> b)
 {
-    return perLane<n>([=](int i) { return int32_t((int64_t(a.v[i]) * b.v[i] + (1 << 30)) >> 31); });
+    return perLane<n>([=](int i) { return fx::mulRoundQ31(a.v[i], b.v[i]); });
 }
 /// a * b for lanes within 16 bits, exactly.
 template <int n>
