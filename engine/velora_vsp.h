@@ -175,10 +175,6 @@ private:
     vsp::Frame mqOut[kMqOutFrames];           // this hop: output at the working rate
     vsp::Frame uhqInStage[vsp::kPieceFrames]; // this piece: 16-bit input at the caller's rate
     vsp::Frame uhqOutStage[kOutStageFrames];  // this hop: 16-bit output at the caller's rate
-    int32_t rsLowBuf[vsp::kPieceFrames];      // one channel, Q4, at the working rate
-    int32_t rsMidBuf[vsp::kPieceFrames];      // one channel, Q4, at twice the working rate
-    int32_t rsHighBuf[kOutStageFrames];       // one channel, Q4, at the caller's rate
-    int32_t rsScratch[kOutStageFrames];       // output of a stage's first-order section
     vsp::DecimatorState dsState[2];           // history: [channel], stage at the caller's rate
     vsp::HalfBandState usState[2];            // history: [channel], stage from the working rate
     vsp::DecimatorState dsState2[2];          // history: [channel], second stage at rateShift 2

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "convert/half_band.h"
 #include "fixed/complex.h"
 #include "fixed/frame.h"
 #include "vocoder/bands.h"
@@ -70,6 +71,26 @@ struct KernelTable {
     void (*interpolateBy4)(Frame* out, const Frame* low, const Frame* high, int32_t (*state)[6],
                            const int16_t* coeffs_q14, int lowFrames, int outFrames);
     void (*fadeHighBand)(Frame* out, const Frame* older, const Frame* newer, int frames);
+
+    // ---- Half-band resamplers, Q4 (convert/half_band.h); state [channel], out not in ----
+    /// pairs outputs from 2 pairs inputs.
+    void (*halveRate)(int32_t (*out)[2], const int32_t (*in)[2], DecimatorState* state, int pairs);
+    /// 2 frames outputs: branch B gives the even, branch A the odd ones, at unit gain.
+    void (*doubleRate)(int32_t (*out)[2], const int32_t (*in)[2], HalfBandState* state, int frames);
+    void (*toQ4)(int32_t* out, const int16_t* in, int samples);
+    /// Truncates and saturates.
+    void (*fromQ4)(int16_t* out, const int32_t* in, int samples);
+
+    // ---- Sample formats; out not overlapping in ----
+    /// To 16 bits: 24-bit and 32-bit values are rounded half up, floats truncated toward zero after
+    /// scaling by 32768 (not a number: 0); everything saturates.
+    void (*from24Bit)(int16_t* out, const int32_t* in, int samples);
+    void (*from32Bit)(int16_t* out, const int32_t* in, int samples);
+    void (*fromFloat)(int16_t* out, const float* in, int samples);
+    /// From 16 bits, exactly.
+    void (*to24Bit)(int32_t* out, const int16_t* in, int samples);
+    void (*to32Bit)(int32_t* out, const int16_t* in, int samples);
+    void (*toFloat)(float* out, const int16_t* in, int samples);
 };
 
 /// Plain C++, for any machine.

@@ -4,6 +4,8 @@
 
 #include "kernels/fft_loops.h"
 #include "kernels/filter_loops.h"
+#include "kernels/format_loops.h"
+#include "kernels/half_band_loops.h"
 #include "kernels/kernel_table.h"
 #include "kernels/peak_loops.h"
 #include "kernels/spectrum_loops.h"
@@ -36,6 +38,16 @@ constexpr KernelTable makeTable(const char* name)
     table.interpolateBy2 = interpolateBy2<V4>;
     table.interpolateBy4 = interpolateBy4<V4>;
     table.fadeHighBand = fadeHighBand<V>;
+    table.halveRate = halveRate<V4>;
+    table.doubleRate = doubleRate<V4>;
+    table.toQ4 = toQ4<V>;
+    table.fromQ4 = fromQ4<V>;
+    table.from24Bit = from32<8>;
+    table.from32Bit = from32<16>;
+    table.fromFloat = fromFloat;
+    table.to24Bit = to32<8>;
+    table.to32Bit = to32<16>;
+    table.toFloat = toFloat;
     return table;
 }
 

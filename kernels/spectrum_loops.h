@@ -158,16 +158,20 @@ template <class V>
 VSP_INLINE Normalised<V> Velora_VSP_InvMagPoly(V re, V im)
 {
     const V larger = max(wrapAbs(re), wrapAbs(im));
-    // A shift by 17 - n either way is a multiplication by 2^(n - 1), then a shift right by 16.
+    // Up to the top bit but one, then down: 17 - n places to the right, or n - 17 to the left.
     const V factor = normalisingFactor(larger);
     Normalised<V> bin;
-    bin.re = mulShift16(re, factor);
-    bin.im = mulShift16(im, factor);
+    bin.re = shiftRight<16>(mulLow(re, factor));
+    bin.im = shiftRight<16>(mulLow(im, factor));
     const V x = shiftRightUnsigned<16>(wrapAdd(mulShort(bin.re, bin.re), mulShort(bin.im, bin.im)));
-    const auto coefficient = [](int i) { return set1(16 * InvMagPolyCoeffs[i], V{}); };
-    V t = mulShift16(x, coefficient(0));
-    t = mulShift16(x, wrapAdd(coefficient(1), shiftLeft<4>(t)));
-    t = mulShift16(x, wrapAdd(coefficient(2), shiftLeft<4>(t)));
+    // Horner's rule for x = 4096 v of 4096 to 32768, coefficients c times 16. Where a factor or a
+    // product would not fit, 65536 is added to the factor, which adds x to the result.
+    const auto factorOf = [](int i, int32_t added) {
+        return set1(16 * InvMagPolyCoeffs[i] + added, V{});
+    };
+    V t = wrapSub(mulHighUnsigned16(x, factorOf(0, 65536)), x);
+    t = mulHighUnsigned16(x, wrapAdd(factorOf(1, 0), shiftLeft<4>(t)));
+    t = wrapSub(shiftRight<16>(mulLow(x, wrapAdd(factorOf(2, 65536), shiftLeft<4>(t)))), x);
     bin.inverse = wrapAdd(set1(InvMagPolyCoeffs[3], V{}), t);
     return bin;
 }

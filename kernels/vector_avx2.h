@@ -101,6 +101,14 @@ VSP_INLINE I32x8 mulShort(I32x8 a, I32x8 b)
 {
     return {_mm256_madd_epi16(_mm256_blend_epi16(a.v, _mm256_setzero_si256(), 0xAA), b.v)};
 }
+VSP_INLINE I32x8 mulLow(I32x8 a, I32x8 b)
+{
+    return {_mm256_mullo_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x8 mulHighUnsigned16(I32x8 a, I32x8 b)
+{
+    return {_mm256_mulhi_epu16(a.v, b.v)};
+}
 VSP_INLINE I32x8 normalisingFactor(I32x8 a)
 {
     const __m256i top = _mm256_andnot_si256(_mm256_srli_epi32(a.v, 1), a.v);

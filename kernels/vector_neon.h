@@ -92,6 +92,14 @@ VSP_INLINE I32x4 mulShort(I32x4 a, I32x4 b)
 {
     return {vmulq_s32(a.v, b.v)};
 }
+VSP_INLINE I32x4 mulLow(I32x4 a, I32x4 b)
+{
+    return {vmulq_s32(a.v, b.v)};
+}
+VSP_INLINE I32x4 mulHighUnsigned16(I32x4 a, I32x4 b)
+{
+    return shiftRightUnsigned<16>(mulLow(a, b));
+}
 VSP_INLINE I32x4 normalisingFactor(I32x4 a)
 {
     return {vshlq_s32(vdupq_n_s32(1), vsubq_s32(vclzq_s32(a.v), vdupq_n_s32(1)))};

@@ -121,13 +121,25 @@ VSP_INLINE Scalar<n> mulShift16(Scalar<n> a, Scalar<n> b)
 template <int n>
 VSP_INLINE Scalar<n> mulRoundQ31(Scalar<n> a, Scalar<n> b)
 {
-    return perLane<n>([=](int i) { return fx::mulRoundQ31(a.v[i], b.v[i]); });
+    return perLane<n>([=](int i) { return int32_t((int64_t(a.v[i]) * b.v[i] + (1 << 30)) >> 31); });
 }
 /// a * b for lanes within 16 bits, exactly.
 template <int n>
 VSP_INLINE Scalar<n> mulShort(Scalar<n> a, Scalar<n> b)
 {
     return perLane<n>([=](int i) { return a.v[i] * b.v[i]; });
+}
+/// a * b modulo 2^32.
+template <int n>
+VSP_INLINE Scalar<n> mulLow(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return int32_t(uint32_t(a.v[i]) * uint32_t(b.v[i])); });
+}
+/// (a * b) >> 16 for lanes of 0 to 65535.
+template <int n>
+VSP_INLINE Scalar<n> mulHighUnsigned16(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return int32_t((uint32_t(a.v[i]) * uint32_t(b.v[i])) >> 16); });
 }
 /// 2^(leading zeros - 1) of positive lanes.
 template <int n>

@@ -101,6 +101,14 @@ VSP_INLINE I32x4 mulShort(I32x4 a, I32x4 b)
 {
     return {_mm_madd_epi16(_mm_blend_epi16(a.v, _mm_setzero_si128(), 0xAA), b.v)};
 }
+VSP_INLINE I32x4 mulLow(I32x4 a, I32x4 b)
+{
+    return {_mm_mullo_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x4 mulHighUnsigned16(I32x4 a, I32x4 b)
+{
+    return {_mm_mulhi_epu16(a.v, b.v)};
+}
 VSP_INLINE I32x4 normalisingFactor(I32x4 a)
 {
     // The exponent of a float is the place of the top bit; clearing lower bits keeps rounding out.

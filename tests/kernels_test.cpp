@@ -163,6 +163,37 @@ const Case kCases[] = {
      [](const KernelTable& k, Bench& b) {
          k.fadeHighBand(b.frames(512), b.frames(512), b.frames(512), 1 + b.pick(512));
      }},
+    {"halveRate",
+     [](const KernelTable& k, Bench& b) {
+         DecimatorState state[2];
+         for (int pass = 0; pass < 2; ++pass)
+             k.halveRate(reinterpret_cast<int32_t(*)[2]>(b.array<int32_t>(200)),
+                         reinterpret_cast<int32_t(*)[2]>(b.values<int32_t>(400, 32)), state,
+                         b.pick(101));
+     }},
+    {"doubleRate",
+     [](const KernelTable& k, Bench& b) {
+         HalfBandState state[2];
+         for (int pass = 0; pass < 2; ++pass)
+             k.doubleRate(reinterpret_cast<int32_t(*)[2]>(b.array<int32_t>(400)),
+                          reinterpret_cast<int32_t(*)[2]>(b.values<int32_t>(200, 32)), state,
+                          b.pick(101));
+     }},
+    {"conversions",
+     [](const KernelTable& k, Bench& b) {
+         const int samples = b.pick(100);
+         const int32_t* const wide = b.values<int32_t>(100, 32);
+         const int16_t* const narrow = b.values<int16_t>(100, 16);
+         k.fromQ4(b.array<int16_t>(100), wide, samples);
+         k.from24Bit(b.array<int16_t>(100), wide, samples);
+         k.from32Bit(b.array<int16_t>(100), wide, samples);
+         // Any bit pattern as a float: infinities, denormals and "not a number" among them.
+         k.fromFloat(b.array<int16_t>(100), reinterpret_cast<const float*>(wide), samples);
+         k.toQ4(b.array<int32_t>(100), narrow, samples);
+         k.to24Bit(b.array<int32_t>(100), narrow, samples);
+         k.to32Bit(b.array<int32_t>(100), narrow, samples);
+         k.toFloat(b.array<float>(100), narrow, samples);
+     }},
 };
 
 using Backend = std::tuple<const KernelTable*, const Case*>;
