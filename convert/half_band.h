@@ -1,41 +1,49 @@
-// Stages of the half-band resamplers: 2:1 and 1:2 polyphase all-pass filters on one channel.
+// The half-band resamplers' constants and state.
 //
-// Samples are Q4: 16-bit audio with four fraction bits. Everything wraps rather than saturates.
+// H(z) = (B(z^2) + A(z^2) / z) / 2 with all-pass branches: flat to 0.22 of the higher rate, 60 dB
+// down from 0.30 of it. Samples are Q4: 16-bit audio with four fraction bits. Everything wraps
+// rather than saturates until the samples are 16-bit again.
 #pragma once
 
 #include <cstdint>
 
 namespace vsp {
 
+inline constexpr int kHalfBandFractionBits = 4;
+
+/// Second-order all-pass section (c1 + c0 / z + 1 / z^2) / (1 + c0 / z + c1 / z^2).
+struct HalfBandCoeffs {
+    int32_t c0_q14;
+    int32_t c1_q14;
+};
+inline constexpr HalfBandCoeffs kSectionA = {12436, 1676};
+inline constexpr HalfBandCoeffs kSectionB = {19760, 4998};
+/// First-order all-pass section in front of B.
+inline constexpr int32_t kFirstOrderQ14 = 763;
+
 /// Delays of the three all-pass sections of a stage, each four times the section's value.
 struct HalfBandState {
     int32_t apA1 = 0, apA2 = 0; // section A
-    int32_t ap1 = 0;            // first-order section, in front of B
+    int32_t ap1 = 0;            // first-order section
     int32_t apB1 = 0, apB2 = 0; // section B
 };
 
 /// A decimator also remembers where in a pair of samples the stream stands.
 struct DecimatorState : HalfBandState {
-    int32_t parity = 0;  // 1: an odd number of samples has come in
-    int32_t pending = 0; // with parity 1: section A's result that waits for its partner
+    int32_t parity = 0; // 1: an odd number of samples has come in
+    int32_t pending =
+        0; // with parity 1: the sample at the even position, which waits for its partner
 };
 
-/// Halves the rate: samples at even positions of the stream go to branch A, at odd ones to branch
-/// B; each output is the average of a pair, rounded half up.
-/// @param out      [count / 2 + 1]; not `in`
-/// @param in       [count]
-/// @param state    this channel's delays, carried to the next call
-/// @param scratch  [ceil(count / 2)]
-/// @returns the number of outputs: pairs completed by this call
-int DownSmpl2_stage(int32_t* out, const int32_t* in, DecimatorState& state, int count,
-                    int32_t* scratch);
+struct KernelTable;
 
-/// Doubles the rate: branch B gives the even, branch A the odd outputs, at unit gain.
-/// @param out      [2 * count]; not `in`
-/// @param in       [count]
-/// @param state    this channel's delays, carried to the next call
-/// @param scratch  [count]
-void UpSmpl2_stage(int32_t* out, const int32_t* in, HalfBandState& state, int count,
-                   int32_t* scratch);
+/// Halves the rate of stereo frames: those at even positions of the stream go to branch A, at odd
+/// ones to branch B; each output is the average of the branches, rounded half up.
+/// @param out    [(count + 1) / 2]; not `in`
+/// @param in     [count], Q4
+/// @param state  [channel], carried to the next call
+/// @returns the number of outputs: pairs completed by this call
+int DownSmpl2_stage(const KernelTable& kernels, int32_t (*out)[2], const int32_t (*in)[2],
+                    DecimatorState (&state)[2], int count);
 
 } // namespace vsp

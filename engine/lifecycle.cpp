@@ -20,7 +20,7 @@ bool isKnown(Velora_BitDepth_T depth)
 
 } // namespace
 
-Velora_VSP::Velora_VSP()
+Velora_VSP::Velora_VSP(const KernelTable& table) : kernels(table)
 {
     bqA = createFilter();
     bqB = createFilter();

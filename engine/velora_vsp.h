@@ -15,13 +15,11 @@
 #include <velora/vsp.h>
 
 #include "convert/half_band.h"
-#include "fft/analysis.h"
 #include "fft/fft.h"
-#include "fft/magnitude_phase.h"
-#include "fft/synthesis.h"
 #include "fixed/complex.h"
 #include "fixed/fixed.h"
 #include "fixed/frame.h"
+#include "kernels/kernel_table.h"
 #include "vocoder/band_split.h"
 #include "vocoder/bands.h"
 #include "vocoder/peak_locking.h"
@@ -29,6 +27,7 @@
 namespace vsp {
 
 inline constexpr int kPieceFrames = 2048; // most caller frames converted and scheduled at a time
+inline constexpr int kLowHop = 128;       // low-band frames of a hop
 inline constexpr int kMaxHop = 512;       // working-rate frames
 inline constexpr int kSlowestRatio = 8;   // most synthesis hops from one analysis hop
 inline constexpr int kNoLimit = INT_MAX;
@@ -44,7 +43,7 @@ void turnRing(T* (&ring)[n])
 
 class Velora_VSP : public Velora_VSP_Interface {
 public:
-    Velora_VSP();
+    explicit Velora_VSP(const vsp::KernelTable& kernels = vsp::bestKernels());
     ~Velora_VSP() override;
     Velora_VSP(const Velora_VSP&) = delete;
     Velora_VSP& operator=(const Velora_VSP&) = delete;
@@ -157,6 +156,8 @@ private:
     // A limited call may have to carry all that it makes.
     static constexpr int kCarryFrames = vsp::kSlowestRatio * vsp::kPieceFrames;
 
+    const vsp::KernelTable& kernels; // the hot loops, for this machine
+
     // ---- Buffered front end: caller frames waiting for a whole chunk ----
     alignas(int32_t) std::byte bufRing[kRingFrames * 8] = {}; // history: caller's format; 2-byte
                                                               // samples use the first half
@@ -174,10 +175,6 @@ private:
     vsp::Frame mqOut[kMqOutFrames];           // this hop: output at the working rate
     vsp::Frame uhqInStage[vsp::kPieceFrames]; // this piece: 16-bit input at the caller's rate
     vsp::Frame uhqOutStage[kOutStageFrames];  // this hop: 16-bit output at the caller's rate
-    int32_t rsLowBuf[vsp::kPieceFrames];      // one channel, Q4, at the working rate
-    int32_t rsMidBuf[vsp::kPieceFrames];      // one channel, Q4, at twice the working rate
-    int32_t rsHighBuf[kOutStageFrames];       // one channel, Q4, at the caller's rate
-    int32_t rsScratch[kOutStageFrames];       // output of a stage's first-order section
     vsp::DecimatorState dsState[2];           // history: [channel], stage at the caller's rate
     vsp::HalfBandState usState[2];            // history: [channel], stage from the working rate
     vsp::DecimatorState dsState2[2];          // history: [channel], second stage at rateShift 2

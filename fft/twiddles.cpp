@@ -2,7 +2,7 @@
 #include "fft/twiddles.h"
 
 // clang-format off
-extern const Velora_FFT_Twiddle fftTwiddle[256] = {
+constexpr Velora_FFT_Twiddle fftTwiddle[256] = {
     {2147483647, 0},
     {0, -2147483647},
     {1518500250, -1518500250},
@@ -260,3 +260,29 @@ extern const Velora_FFT_Twiddle fftTwiddle[256] = {
     {26352928, -2147321946},
     {-2147321946, -26352928},
 };
+// clang-format on
+
+namespace vsp {
+namespace {
+
+constexpr std::array<LastPassTwiddles, 8> inLaneOrder()
+{
+    std::array<LastPassTwiddles, 8> table{};
+    for (int group = 0; group < 8; ++group)
+        for (int lane = 0; lane < 8; ++lane) {
+            const int block = 8 * kBitRev3[lane] + kBitRev3[group];
+            for (int row = 0, level = 0; level < 3; ++level)
+                for (int j = 0; j < 1 << level; ++j, ++row) {
+                    const Velora_FFT_Twiddle w = fftTwiddle[(block << level) + j];
+                    table[std::size_t(group)].re[row][lane] = w.re;
+                    table[std::size_t(group)].im[row][lane] = w.im;
+                }
+        }
+    return table;
+}
+
+} // namespace
+
+constinit const std::array<LastPassTwiddles, 8> lastPassTwiddles = inLaneOrder();
+
+} // namespace vsp

@@ -22,4 +22,19 @@ inline constexpr std::array<uint16_t, kMaxN> fftBitRev = [] {
     return table;
 }();
 
+/// sqrt(1/2), Q31: both components of the eighth roots of unity.
+inline constexpr int32_t kSqrtHalfQ31 = 0x5A82799A;
+
+/// The 3 bits of i in reversed order.
+inline constexpr int kBitRev3[8] = {0, 4, 2, 6, 1, 5, 3, 7};
+
+/// Factors of the last three levels of a 512-point transform for the blocks 8 kBitRev3[lane] +
+/// kBitRev3[group] of 8 points: one of level 6, two of level 7, four of level 8. Entries of
+/// fftTwiddle in the order of the lanes.
+struct LastPassTwiddles {
+    alignas(32) int32_t re[7][8];
+    alignas(32) int32_t im[7][8];
+};
+extern const std::array<LastPassTwiddles, 8> lastPassTwiddles;
+
 } // namespace vsp

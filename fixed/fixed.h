@@ -54,12 +54,6 @@ VSP_INLINE constexpr int32_t mulShift16(int32_t a, int32_t b)
     return int32_t((int64_t(a) * b) >> 16);
 }
 
-/// x * c for a Q14 factor c: four times the wanted product is taken, then its high part.
-VSP_INLINE constexpr int32_t mulQ14(int32_t x, int32_t c_q14)
-{
-    return mulShift16(wrapShl(x, 2), c_q14);
-}
-
 /// Rounding doubling multiply-high: Q31 x Qn -> Qn, halves upward; MIN * MIN gives MAX.
 VSP_INLINE constexpr int32_t mulRoundQ31(int32_t a, int32_t b)
 {

@@ -16,8 +16,33 @@ print("// Written by scripts/make_tables.py.")
 print('#include "fft/twiddles.h"')
 print()
 print("// clang-format off")
-print("extern const Velora_FFT_Twiddle fftTwiddle[256] = {")
+print("constexpr Velora_FFT_Twiddle fftTwiddle[256] = {")
 for k in range(256):
     angle = -math.pi * reversed_fraction(k)
     print(f"    {{{q31(math.cos(angle))}, {q31(math.sin(angle))}}},")
 print("};")
+print("// clang-format on")
+print("""
+namespace vsp {
+namespace {
+
+constexpr std::array<LastPassTwiddles, 8> inLaneOrder() {
+    std::array<LastPassTwiddles, 8> table{};
+    for (int group = 0; group < 8; ++group)
+        for (int lane = 0; lane < 8; ++lane) {
+            const int block = 8 * kBitRev3[lane] + kBitRev3[group];
+            for (int row = 0, level = 0; level < 3; ++level)
+                for (int j = 0; j < 1 << level; ++j, ++row) {
+                    const Velora_FFT_Twiddle w = fftTwiddle[(block << level) + j];
+                    table[std::size_t(group)].re[row][lane] = w.re;
+                    table[std::size_t(group)].im[row][lane] = w.im;
+                }
+        }
+    return table;
+}
+
+} // namespace
+
+constinit const std::array<LastPassTwiddles, 8> lastPassTwiddles = inLaneOrder();
+
+} // namespace vsp""")

@@ -1,4 +1,4 @@
-// Replays recorded scenarios through the library that ships and compares every byte that comes out,
+// Replays recorded scenarios and compares every byte that comes out,
 // by checksum, with what two independent readings of the engine agree on. tests/golden/README.md
 // explains the files.
 
@@ -20,6 +20,8 @@
 #include <velora/bq.h>
 #include <velora/fft.h>
 #include <velora/vsp.h>
+
+#include "support/golden_engines.h"
 
 namespace {
 
@@ -45,7 +47,7 @@ std::string crc32(const Bytes& bytes)
 
 class Replay {
 public:
-    explicit Replay(const fs::path& input)
+    Replay(const fs::path& input, Engine newEngine) : engine(std::move(newEngine))
     {
         std::ifstream file(input, std::ios::binary);
         source.assign(std::istreambuf_iterator<char>(file), {});
@@ -147,7 +149,7 @@ private:
 
     Bytes source;
     size_t position = 0;
-    Engine engine{Velora_VSP_Factory::Create(), Velora_VSP_Factory::Destroy};
+    Engine engine;
     Filter filter{Velora_BQ_Factory::Create(), Velora_BQ_Factory::Destroy};
     int rate = 44100;
     size_t bytesPerFrame = 4;
@@ -164,14 +166,18 @@ std::vector<std::string> scenarioNames()
     return names;
 }
 
-class Golden : public testing::TestWithParam<std::string> {};
+using Scenario = std::tuple<size_t, std::string>; // engine, name
+
+class Golden : public testing::TestWithParam<Scenario> {};
 
 TEST_P(Golden, ReplaysToTheBit)
 {
-    const fs::path base = fs::path(VELORA_GOLDEN_DIR) / GetParam();
+    const auto& [index, name] = GetParam();
+    const fs::path base = fs::path(VELORA_GOLDEN_DIR) / name;
     std::ifstream commands(base.string() + ".txt");
     std::ifstream expected(base.string() + ".log");
-    Replay replay(base.string() + ".raw");
+    Replay replay(base.string() + ".raw",
+                  Engine(goldenEngines()[index].create(index), Velora_VSP_Factory::Destroy));
     int lines = 0;
     for (std::string command, line; std::getline(commands, command); ++lines) {
         ASSERT_TRUE(std::getline(expected, line));
@@ -180,7 +186,14 @@ TEST_P(Golden, ReplaysToTheBit)
     EXPECT_GT(lines, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Scenarios, Golden, testing::ValuesIn(scenarioNames()),
-                         [](const auto& name) { return name.param; });
+std::string testName(const testing::TestParamInfo<Scenario>& scenario)
+{
+    return goldenEngines()[std::get<0>(scenario.param)].name + "_" + std::get<1>(scenario.param);
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, Golden,
+                         testing::Combine(testing::Range(size_t(0), goldenEngines().size()),
+                                          testing::ValuesIn(scenarioNames())),
+                         testName);
 
 } // namespace

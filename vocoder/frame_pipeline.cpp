@@ -7,7 +7,6 @@
 
 #include "engine/velora_vsp.h"
 #include "vocoder/bands.h"
-#include "vocoder/phasor.h"
 
 namespace vsp {
 
@@ -83,18 +82,17 @@ void Velora_VSP::synthesiseSpectrum(bool firstOfHop)
 
     if (firstOfHop)
         for (int c = 0; c < 2; ++c)
-            phasorStep(phaseAdvance[c], phasorRing[c][0], phasorRing[c][1]);
-    for (int c = 0; c < 2; ++c) {
-        phasorMultiply(synthPhasor[c], phaseAdvance[c]);
-        phasorRenormalise(synthPhasor[c]);
-    }
+            kernels.phasorStep(phaseAdvance[c], phasorRing[c][0], phasorRing[c][1]);
+    for (int c = 0; c < 2; ++c)
+        kernels.phasorAdvance(synthPhasor[c], phaseAdvance[c]);
 
     const int nearest = f_q15 >= 16384 ? 1 : 0;
     for (int c = 0; c < 2; ++c) {
         const int peaks = peakphaselock(spectrum[c], magRing[c][nearest], phasorRing[c][nearest],
                                         synthPhasor[c], bandStatus, bandTable);
         if (effectiveSpeed > 1.0f)
-            scaleSpectrum(spectrum[c], int32_t(peakDensityGain(peaks, effectiveSpeed) * 16384.0f));
+            kernels.scaleSpectrum(spectrum[c],
+                                  int32_t(peakDensityGain(peaks, effectiveSpeed) * 16384.0f));
     }
 }
 
@@ -112,17 +110,19 @@ void Velora_VSP::synthesiseBand(int band, int32_t f_q15)
         const ComplexShort* const Q0 = phasorRing[c][0] + first;
         switch (path) {
         case BandPath::normal:
-            interpMagApplyPhase(X, M, magRing[c][0] + first, magRing[c][1] + first, S, f_q15, n);
+            kernels.interpMagApplyPhase(X, M, magRing[c][0] + first, magRing[c][1] + first, S,
+                                        f_q15, n);
             break;
         case BandPath::reset:
-            interpMagApplyPhase(X, M, magRing[c][0] + first, magRing[c][1] + first, Q0, f_q15, n);
+            kernels.interpMagApplyPhase(X, M, magRing[c][0] + first, magRing[c][1] + first, Q0,
+                                        f_q15, n);
             std::copy(Q0, Q0 + n, S);
             break;
         case BandPath::hold:
-            applyPhase(X, M, S, n);
+            kernels.applyPhase(X, M, S, n);
             break;
         case BandPath::frozen:
-            applyPhase(X, magRing[c][bandRingIndex[band]] + first, S, n);
+            kernels.applyPhase(X, magRing[c][bandRingIndex[band]] + first, S, n);
             break;
         }
     }

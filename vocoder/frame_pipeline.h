@@ -14,7 +14,8 @@ enum class BandPath {
 };
 
 /// @param status  the band's countdown: 8 at the hop after the onset was found, 0 when none runs
-/// @param hold    4: the reset is due in this synthesis frame; 3 to 1: interpolated frames left after
+/// @param hold    4: the reset is due in this synthesis frame; 3 to 1: interpolated frames left
+/// after
 ///                it; 0: frozen
 BandPath bandPath(int status, int hold);
 

@@ -46,8 +46,8 @@ VELORA_FFT_API void Velora_FFT_NEON(int32_t* re, int32_t* im);
 VELORA_FFT_API void Velora_IFFT_NEON(int32_t* re, int32_t* im);
 
 /// The passes that a forward transform is made of. Level l cuts the vector into 2^l blocks; in
-/// block j the halves a, b become a + w b, a - w b with w = fftTwiddle[j]. Output of the last level
-/// is in bit-reversed order.
+/// block j the halves a, b become a + w b, a - w b with w = fftTwiddle[j] (a factor may not be
+/// -2147483648). Output of the last level is in bit-reversed order.
 
 /// Levels 0 to 2 of a vector of 2^n points (n >= 3); factors 1 and -i are exact.
 VELORA_FFT_API void Velora_FFT_NEON_stage1(int32_t* re, int32_t* im, int n);

@@ -4,7 +4,6 @@
 #include <numeric>
 
 #include "convert/biquad.h"
-#include "convert/sample_format.h"
 #include "support/engine_probe.h"
 #include "support/signals.h"
 
@@ -25,8 +24,8 @@ int16_t convertOne(void (*convert)(int16_t*, const In*, int), In x)
 
 TEST(SampleFormat, RoundsAndSaturatesIntegers)
 {
-    const auto from24 = [](int32_t x) { return convertOne(vsp::from24Bit, x); };
-    const auto from32 = [](int32_t x) { return convertOne(vsp::from32Bit, x); };
+    const auto from24 = [](int32_t x) { return convertOne(vsp::kPortableKernels.from24Bit, x); };
+    const auto from32 = [](int32_t x) { return convertOne(vsp::kPortableKernels.from32Bit, x); };
     EXPECT_EQ(from24(8388607), 32767);
     EXPECT_EQ(from24(-8388608), -32768);
     EXPECT_EQ(from24(127), 0);
@@ -44,7 +43,7 @@ TEST(SampleFormat, RoundsAndSaturatesIntegers)
 
 TEST(SampleFormat, TruncatesFloatsAndSurvivesAnyValue)
 {
-    const auto fromFloat = [](float x) { return convertOne(vsp::fromFloat, x); };
+    const auto fromFloat = [](float x) { return convertOne(vsp::kPortableKernels.fromFloat, x); };
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
     EXPECT_EQ(fromFloat(1.0f), 32767);
     EXPECT_EQ(fromFloat(-1.0f), -32768);
@@ -65,18 +64,18 @@ TEST(SampleFormat, EverySixteenBitValueSurvivesARoundTrip)
     std::vector<float> floats(all.size());
     const int count = int(all.size());
 
-    vsp::to24Bit(wide.data(), all.data(), count);
+    vsp::kPortableKernels.to24Bit(wide.data(), all.data(), count);
     EXPECT_EQ(wide.front(), -8388608);
     EXPECT_EQ(wide.back(), 8388352);
-    vsp::from24Bit(back.data(), wide.data(), count);
+    vsp::kPortableKernels.from24Bit(back.data(), wide.data(), count);
     EXPECT_EQ(back, all);
-    vsp::to32Bit(wide.data(), all.data(), count);
+    vsp::kPortableKernels.to32Bit(wide.data(), all.data(), count);
     EXPECT_EQ(wide.front(), INT32_MIN);
-    vsp::from32Bit(back.data(), wide.data(), count);
+    vsp::kPortableKernels.from32Bit(back.data(), wide.data(), count);
     EXPECT_EQ(back, all);
-    vsp::toFloat(floats.data(), all.data(), count);
+    vsp::kPortableKernels.toFloat(floats.data(), all.data(), count);
     EXPECT_EQ(floats.front(), -1.0f);
-    vsp::fromFloat(back.data(), floats.data(), count);
+    vsp::kPortableKernels.fromFloat(back.data(), floats.data(), count);
     EXPECT_EQ(back, all);
 }
 

@@ -134,7 +134,7 @@ TEST(FramePipeline, PeakDensityGainPeaksAtDoubleSpeed)
 
 class PeakLocking : public testing::Test {
 protected:
-    int find() { return findPeaks(peaks, listed, mag, status, bandTable); }
+    int find() { return kPortableKernels.findPeaks(peaks, &listed, mag, status, bandTable); }
 
     int32_t mag[kBins] = {};
     int8_t status[kBands] = {};
@@ -192,7 +192,8 @@ TEST_F(PeakLocking, NeighboursFollowTheirPeak)
         A[k] = phasor(2.5 * (k - 100));
     }
     const ComplexInt peak = X[100];
-    lockRegion(X, S, A, 100, {98, 102});
+    const int16_t at = 100;
+    kPortableKernels.lockPeaks(X, S, A, &at, 1);
     EXPECT_EQ(X[100].re, peak.re);
     for (int k = 98; k <= 102; ++k) {
         const double offset = 2.5 * (k - 100);

@@ -1,0 +1,25 @@
+# The kernels that the target processor can have beside the portable ones, each file with its own flags.
+
+include(CheckCXXSourceCompiles)
+option(VELORA_PORTABLE_ONLY "Build no kernels but the portable ones" OFF)
+
+set(VELORA_KERNEL_SOURCES)
+set(VELORA_KERNEL_DEFINITIONS)
+check_cxx_source_compiles("
+#if !defined(__x86_64__) && !defined(__i386__)
+#error
+#endif
+int main() {}" VELORA_TARGET_X86)
+check_cxx_source_compiles("#include <arm_neon.h>
+int main() { return vgetq_lane_s32(vdupq_n_s32(0), 0); }" VELORA_TARGET_NEON)
+
+if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_X86)
+    list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_sse41.cpp kernels/kernels_avx2.cpp)
+    list(APPEND VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_X86)
+    set_source_files_properties(kernels/kernels_sse41.cpp PROPERTIES COMPILE_OPTIONS -msse4.1)
+    set_source_files_properties(kernels/kernels_avx2.cpp PROPERTIES COMPILE_OPTIONS -mavx2)
+endif()
+if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_NEON)
+    list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_neon.cpp)
+    list(APPEND VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_NEON)
+endif()

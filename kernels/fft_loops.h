@@ -1,0 +1,277 @@
+// The 512-point transform as three passes of three levels each. The last one takes its blocks in
+// bit-reversed order and so stores the result in natural order, without a walk of its own.
+#pragma once
+
+#include "fft/fft.h"
+#include "fft/twiddles.h"
+#include "kernels/vector_scalar.h"
+
+namespace vsp::VSP_KERNEL_SET {
+
+template <class V>
+struct Complex {
+    V re;
+    V im;
+};
+
+template <class V>
+VSP_INLINE Complex<V> add(Complex<V> a, Complex<V> b)
+{
+    return {wrapAdd(a.re, b.re), wrapAdd(a.im, b.im)};
+}
+template <class V>
+VSP_INLINE Complex<V> sub(Complex<V> a, Complex<V> b)
+{
+    return {wrapSub(a.re, b.re), wrapSub(a.im, b.im)};
+}
+/// -i x
+template <class V>
+VSP_INLINE Complex<V> timesMinusI(Complex<V> x)
+{
+    return {x.im, wrapSub(set1(0, V{}), x.re)};
+}
+/// a + w b and a - w b, each product rounded by itself.
+template <class V>
+VSP_INLINE void butterfly(Complex<V>& a, Complex<V>& b, Complex<V> w_q31)
+{
+    Complex<V> wb;
+    mulComplexQ31(wb.re, wb.im, b.re, b.im, w_q31.re, w_q31.im);
+    b = sub(a, wb);
+    a = add(a, wb);
+}
+
+template <class V>
+VSP_INLINE Complex<V> loadComplex(const int32_t* re, const int32_t* im, int p, V)
+{
+    return {load(re + p, V{}), load(im + p, V{})};
+}
+template <class V>
+VSP_INLINE void storeComplex(int32_t* re, int32_t* im, int p, Complex<V> x)
+{
+    store(re + p, x.re);
+    store(im + p, x.im);
+}
+template <class V>
+VSP_INLINE Complex<V> broadcast(Velora_FFT_Twiddle w, V)
+{
+    return {set1(w.re, V{}), set1(w.im, V{})};
+}
+
+/// The eighth roots of unity that are no multiples of i, applied to g and h: one product a
+/// component.
+template <class V>
+VSP_INLINE void eighthRoots(Complex<V>& g, Complex<V>& h)
+{
+    const V root = set1(kSqrtHalfQ31, V{});
+    const V gRe = mulRoundQ31(g.re, root);
+    const V gIm = mulRoundQ31(g.im, root);
+    const V hRe = mulRoundQ31(h.re, root);
+    const V hIm = mulRoundQ31(h.im, root);
+    g = {wrapAdd(gRe, gIm), wrapSub(gIm, gRe)};
+    h = {wrapSub(hIm, hRe), wrapSub(wrapSub(set1(0, V{}), hRe), hIm)};
+}
+
+/// Levels 0 to 2 of a column of 8 points.
+template <class V>
+VSP_INLINE void radix8First(Complex<V> (&x)[8])
+{
+    Complex<V> even[4];
+    Complex<V> odd[4];
+    for (int i = 0; i < 4; ++i) {
+        even[i] = add(x[i], x[i + 4]);
+        odd[i] = sub(x[i], x[i + 4]);
+    }
+    const Complex<V> e0 = add(even[0], even[2]);
+    const Complex<V> e1 = add(even[1], even[3]);
+    const Complex<V> e2 = sub(even[0], even[2]);
+    const Complex<V> e3 = timesMinusI(sub(even[1], even[3]));
+    const Complex<V> o2 = timesMinusI(odd[2]);
+    const Complex<V> o3 = timesMinusI(odd[3]);
+    const Complex<V> c = add(odd[0], o2);
+    const Complex<V> d = sub(odd[0], o2);
+    Complex<V> g = add(odd[1], o3);
+    Complex<V> h = sub(odd[1], o3);
+    eighthRoots(g, h);
+    x[0] = add(e0, e1);
+    x[1] = sub(e0, e1);
+    x[2] = add(e2, e3);
+    x[3] = sub(e2, e3);
+    x[4] = add(c, g);
+    x[5] = sub(c, g);
+    x[6] = add(d, h);
+    x[7] = sub(d, h);
+}
+
+/// The same where only x[0] and x[1] are not 0.
+template <class V>
+VSP_INLINE void radix8FirstOfTwo(Complex<V> (&x)[8])
+{
+    const Complex<V> a = x[0];
+    const Complex<V> b = x[1];
+    const Complex<V> bTurned = timesMinusI(b);
+    Complex<V> g = b;
+    Complex<V> h = b;
+    eighthRoots(g, h);
+    x[0] = add(a, b);
+    x[1] = sub(a, b);
+    x[2] = add(a, bTurned);
+    x[3] = sub(a, bTurned);
+    x[4] = add(a, g);
+    x[5] = sub(a, g);
+    x[6] = add(a, h);
+    x[7] = sub(a, h);
+}
+
+/// Three levels of a column of 8 points: one factor for the first, two and four for the next.
+template <class V>
+VSP_INLINE void radix8(Complex<V> (&x)[8], const Complex<V> (&w)[7])
+{
+    for (int i = 0; i < 4; ++i)
+        butterfly(x[i], x[i + 4], w[0]);
+    for (int j = 0; j < 2; ++j)
+        for (int i = 0; i < 2; ++i)
+            butterfly(x[4 * j + i], x[4 * j + i + 2], w[1 + j]);
+    for (int j = 0; j < 4; ++j)
+        butterfly(x[2 * j], x[2 * j + 1], w[3 + j]);
+}
+
+template <class V>
+void firstPass(int32_t* re, int32_t* im)
+{
+    for (int c = 0; c < 64; c += V::lanes) {
+        Complex<V> x[8];
+        for (int i = 0; i < 8; ++i)
+            x[i] = loadComplex(re, im, c + 64 * i, V{});
+        radix8First(x);
+        for (int i = 0; i < 8; ++i)
+            storeComplex(re, im, c + 64 * i, x[i]);
+    }
+}
+
+/// The first pass over 128 frames followed by silence.
+template <class V>
+void firstPassOfHop(int32_t* re, int32_t* im, const Frame* in)
+{
+    for (int c = 0; c < 64; c += V::lanes) {
+        Complex<V> x[8];
+        for (int i = 0; i < 2; ++i)
+            loadShortPairs(in + c + 64 * i, x[i].re, x[i].im);
+        radix8FirstOfTwo(x);
+        for (int i = 0; i < 8; ++i)
+            storeComplex(re, im, c + 64 * i, x[i]);
+    }
+}
+
+/// Levels 3 to 5: 8 blocks of 64 points, each with its own factors.
+template <class V>
+void middlePass(int32_t* re, int32_t* im)
+{
+    for (int j = 0; j < 8; ++j) {
+        Complex<V> w[7];
+        w[0] = broadcast(fftTwiddle[j], V{});
+        for (int i = 0; i < 2; ++i)
+            w[1 + i] = broadcast(fftTwiddle[2 * j + i], V{});
+        for (int i = 0; i < 4; ++i)
+            w[3 + i] = broadcast(fftTwiddle[4 * j + i], V{});
+        for (int c = 64 * j; c < 64 * j + 8; c += V::lanes) {
+            Complex<V> x[8];
+            for (int i = 0; i < 8; ++i)
+                x[i] = loadComplex(re, im, c + 8 * i, V{});
+            radix8(x, w);
+            for (int i = 0; i < 8; ++i)
+                storeComplex(re, im, c + 8 * i, x[i]);
+        }
+    }
+}
+
+/// Loads point i of V::lanes blocks into x[i], and the blocks' factors: lane l is block
+/// 8 bitrev(first + l) + bitrev(group), so that the lanes' results lie side by side.
+template <class V>
+VSP_INLINE void loadBlocks(Complex<V> (&x)[8], Complex<V> (&w)[7], const int32_t* re,
+                           const int32_t* im, int group, int first)
+{
+    const int32_t* blockRe[V::lanes];
+    const int32_t* blockIm[V::lanes];
+    for (int l = 0; l < V::lanes; ++l) {
+        const int block = 8 * kBitRev3[first + l] + kBitRev3[group];
+        blockRe[l] = re + 8 * block;
+        blockIm[l] = im + 8 * block;
+    }
+    V xRe[8];
+    V xIm[8];
+    loadColumns(blockRe, xRe);
+    loadColumns(blockIm, xIm);
+    for (int i = 0; i < 8; ++i)
+        x[i] = {xRe[i], xIm[i]};
+    const LastPassTwiddles& factors = lastPassTwiddles[group];
+    for (int i = 0; i < 7; ++i)
+        w[i] = {load(factors.re[i] + first, V{}), load(factors.im[i] + first, V{})};
+}
+
+/// Levels 6 to 8, from one pair of arrays to another, in natural order.
+template <class V>
+void lastPass(int32_t* outRe, int32_t* outIm, const int32_t* re, const int32_t* im)
+{
+    for (int group = 0; group < 8; ++group)
+        for (int first = 0; first < 8; first += V::lanes) {
+            Complex<V> x[8];
+            Complex<V> w[7];
+            loadBlocks(x, w, re, im, group, first);
+            radix8(x, w);
+            for (int i = 0; i < 8; ++i)
+                storeComplex(outRe, outIm, 64 * kBitRev3[i] + 8 * group + first, x[i]);
+        }
+}
+
+/// The same, but only results 0 to 127: of each block the points 0 and 4.
+template <class V>
+void lastPassFirstQuarter(int32_t* outRe, int32_t* outIm, const int32_t* re, const int32_t* im)
+{
+    for (int group = 0; group < 8; ++group)
+        for (int first = 0; first < 8; first += V::lanes) {
+            Complex<V> x[8];
+            Complex<V> w[7];
+            loadBlocks(x, w, re, im, group, first);
+            for (int i = 0; i < 4; ++i)
+                butterfly(x[i], x[i + 4], w[0]);
+            for (int j = 0; j < 2; ++j) {
+                Complex<V>* const half = x + 4 * j;
+                butterfly(half[0], half[2], w[1 + j]);
+                butterfly(half[1], half[3], w[1 + j]);
+                butterfly(half[0], half[1], w[3 + 2 * j]);
+                storeComplex(outRe, outIm, 64 * j + 8 * group + first, half[0]);
+            }
+        }
+}
+
+template <class V>
+void fft512(int32_t* re, int32_t* im)
+{
+    alignas(64) int32_t workRe[kFftN];
+    alignas(64) int32_t workIm[kFftN];
+    __builtin_memcpy(workRe, re, sizeof workRe);
+    __builtin_memcpy(workIm, im, sizeof workIm);
+    firstPass<V>(workRe, workIm);
+    middlePass<V>(workRe, workIm);
+    lastPass<V>(re, im, workRe, workIm);
+}
+
+template <class V>
+void fftOfHop(int32_t* re, int32_t* im, const Frame* in)
+{
+    alignas(64) int32_t workRe[kFftN];
+    alignas(64) int32_t workIm[kFftN];
+    firstPassOfHop<V>(workRe, workIm, in);
+    middlePass<V>(workRe, workIm);
+    lastPass<V>(re, im, workRe, workIm);
+}
+
+template <class V>
+void fftFirstQuarter(int32_t* outRe, int32_t* outIm, int32_t* re, int32_t* im)
+{
+    firstPass<V>(re, im);
+    middlePass<V>(re, im);
+    lastPassFirstQuarter<V>(outRe, outIm, re, im);
+}
+
+} // namespace vsp::VSP_KERNEL_SET

@@ -1,0 +1,11 @@
+#define VSP_KERNEL_SET sse41
+#include "kernels/vector_sse41.h"
+
+#include "kernels/make_table.h"
+
+namespace vsp {
+
+extern const KernelTable kSse41Kernels;
+constinit const KernelTable kSse41Kernels = sse41::makeTable<sse41::I32x4, sse41::I32x4>("sse41");
+
+} // namespace vsp

@@ -1,0 +1,251 @@
+// Spectral peaks, and the centre of gravity of each band.
+#pragma once
+
+#include <type_traits>
+
+#include "kernels/spectrum_loops.h"
+#include "vocoder/peak_locking.h"
+#include "vocoder/transient.h"
+
+namespace vsp::VSP_KERNEL_SET {
+
+/// vocoder/peak_locking.h
+template <class V>
+int findPeaks(int16_t* peakList, int* listed, const int32_t* mag, const int8_t* status,
+              const int16_t (*bands)[kBands])
+{
+    int band = 0;
+    int total = 0;
+    int count = 0;
+    const auto search = [&](int k, auto lanes) {
+        using W = decltype(lanes);
+        const W here = load(mag + k, W{});
+        const W around = max(max(load(mag + k - 2, W{}), load(mag + k - 1, W{})),
+                             max(load(mag + k + 1, W{}), load(mag + k + 2, W{})));
+        const W floor = set1(kPeakFloor, W{});
+        for (unsigned bits = maskBits(greater(here, max(around, floor))); bits != 0;
+             bits &= bits - 1) {
+            const int peak = k + __builtin_ctz(bits);
+            ++total;
+            while (peak > bands[1][band])
+                ++band;
+            if (status[band] == 0)
+                peakList[count++] = int16_t(peak);
+        }
+    };
+    forBins<V>(254 - 2 + 1, [&](int n, auto lanes) { search(n + 2, lanes); });
+    *listed = count;
+    return total;
+}
+
+/// x * conj(a) and x * a, with x two bits above the result and a in Q14.
+template <class V>
+VSP_INLINE void timesConj(V& outRe, V& outIm, V xRe, V xIm, V aRe, V aIm)
+{
+    const V minusIm = wrapSub(set1(0, V{}), aIm);
+    outRe = wrapAdd(mulShift16(xRe, aRe), mulShift16(xIm, aIm));
+    outIm = wrapAdd(mulShift16(xIm, aRe), mulShift16(xRe, minusIm));
+}
+template <class V>
+VSP_INLINE void times(V& outRe, V& outIm, V xRe, V xIm, V aRe, V aIm)
+{
+    const V minusIm = wrapSub(set1(0, V{}), aIm);
+    outRe = wrapAdd(mulShift16(xRe, aRe), mulShift16(xIm, minusIm));
+    outIm = wrapAdd(mulShift16(xRe, aIm), mulShift16(xIm, aRe));
+}
+
+/// Peaks padded to whole vectors by repeating the last one, which does no harm.
+constexpr int kPaddedPeaks = kMaxPeaks + 8;
+
+/// The turns that a peak gives to its region: of the spectrum (Q14) and of the phasors (Q16).
+struct PeakTurns {
+    int32_t spectrumRe[kPaddedPeaks], spectrumIm[kPaddedPeaks];
+    int32_t phasorRe[kPaddedPeaks], phasorIm[kPaddedPeaks];
+};
+
+template <class V>
+VSP_INLINE void peakTurns(PeakTurns& turns, const ComplexInt* X, const ComplexShort* S,
+                          const ComplexShort* A, const int16_t* peaks, int count)
+{
+    for (int i = 0; i < count; i += V::lanes) {
+        V re, im, sRe, sIm, aRe, aIm;
+        pickBins(X, peaks + i, re, im);
+        pickBins(S, peaks + i, sRe, sIm);
+        pickBins(A, peaks + i, aRe, aIm);
+
+        // Exactly on an axis the phase counts as 0.
+        const Normalised<V> bin = Velora_VSP_InvMagPoly(re, im);
+        const V zero = set1(0, V{});
+        const V onAxis = equal(min(wrapAbs(re), wrapAbs(im)), zero);
+        const V unitRe = shiftLeft<2>(shiftRight<14>(mulShort(bin.re, bin.inverse)));
+        const V unitIm = shiftLeft<2>(shiftRight<14>(mulShort(bin.im, bin.inverse)));
+        V turnRe, turnIm;
+        timesConj(turnRe, turnIm, select(onAxis, set1(1 << 16, V{}), unitRe),
+                  select(onAxis, zero, unitIm), aRe, aIm);
+        store(turns.spectrumRe + i, turnRe);
+        store(turns.spectrumIm + i, turnIm);
+
+        timesConj(turnRe, turnIm, shiftLeft<2>(sRe), shiftLeft<2>(sIm), aRe, aIm);
+        store(turns.phasorRe + i, shiftLeft<2>(turnRe));
+        store(turns.phasorIm + i, shiftLeft<2>(turnIm));
+    }
+}
+
+/// The pairs of bins on one side of all peaks; wanted: all bits set for bins within their region.
+struct PeakSides {
+    int16_t first[kPaddedPeaks];
+    int32_t wanted[2 * kPaddedPeaks];
+};
+
+/// Turns pairs of neighbouring bins by what their peaks say. The pairs on one side of all peaks
+/// never share a bin, so unwanted ones can be stored as they were.
+template <class V>
+VSP_INLINE void turnPairs(ComplexInt* X, ComplexShort* S, const ComplexShort* A,
+                          const PeakTurns& turns, const PeakSides& side, int count)
+{
+    for (int i = 0; i < count; i += V::lanes / 2) {
+        const int16_t* const first = side.first + i;
+        V re, im, sRe, sIm, aRe, aIm;
+        pickPairs(X, first, re, im);
+        pickPairs(S, first, sRe, sIm);
+        pickPairs(A, first, aRe, aIm);
+        const V m = shiftLeft<2>(cheapModulus(re, im));
+        const V mRe = shiftLeft<2>(mulShift16(m, loadTwice(turns.spectrumRe + i, V{})));
+        const V mIm = shiftLeft<2>(mulShift16(m, loadTwice(turns.spectrumIm + i, V{})));
+        const V wanted = load(side.wanted + 2 * i, V{});
+        V newRe, newIm;
+        times(newRe, newIm, mRe, mIm, aRe, aIm);
+        putPairs(X, first, select(wanted, newRe, re), select(wanted, newIm, im));
+        times(newRe, newIm, loadTwice(turns.phasorRe + i, V{}), loadTwice(turns.phasorIm + i, V{}),
+              aRe, aIm);
+        putPairs(S, first, select(wanted, newRe, sRe), select(wanted, newIm, sIm));
+    }
+}
+
+/// Two close peaks share the bin between them, and the later peak has the last word: so the bins
+/// above all peaks are turned first, then those below all peaks.
+template <class V>
+void lockPeaks(ComplexInt* X, ComplexShort* S, const ComplexShort* A, const int16_t* peakList,
+               int count)
+{
+    using Pairs = std::conditional_t<V::lanes == 1, Scalar<2>, V>;
+    PeakRegion regions[kMaxPeaks];
+    peakRegions(regions, peakList, count);
+    int16_t peaks[kPaddedPeaks];
+    PeakSides above;
+    PeakSides below;
+    for (int i = 0; i < count + 8; ++i) {
+        const int peak = i < count ? i : count - 1;
+        peaks[i] = peakList[peak];
+        above.first[i] = int16_t(peakList[peak] + 1);
+        below.first[i] = int16_t(peakList[peak] - 2);
+        for (int n = 0; n < 2; ++n) {
+            above.wanted[2 * i + n] = above.first[i] + n <= regions[peak].last ? -1 : 0;
+            below.wanted[2 * i + n] = below.first[i] + n >= regions[peak].first ? -1 : 0;
+        }
+    }
+    PeakTurns turns;
+    peakTurns<V>(turns, X, S, A, peaks, count);
+    turnPairs<Pairs>(X, S, A, turns, above, count);
+    turnPairs<Pairs>(X, S, A, turns, below, count);
+}
+
+/// y(k) = 4 (x(k) + c1 y(k - 1) + c2 y(k - 2)) on the real and the imaginary part at once.
+template <class V4>
+struct CogRecursion {
+    V4 c1, c2;
+    V4 y, yPrev;
+    V4 c1y, c2y, c2yPrev; // products of the two
+
+    [[gnu::always_inline]] void start(const int32_t* last, const int32_t* before)
+    {
+        const int32_t feedback1[4] = {kCogFeedback1, kCogFeedback1, 0, 0};
+        const int32_t feedback2[4] = {kCogFeedback2, kCogFeedback2, 0, 0};
+        c1 = load(feedback1, V4{});
+        c2 = load(feedback2, V4{});
+        y = loadTwo(last, V4{});
+        yPrev = loadTwo(before, V4{});
+        c1y = mulShift16(y, c1);
+        c2y = mulShift16(y, c2);
+        c2yPrev = mulShift16(yPrev, c2);
+    }
+    [[gnu::always_inline]] void run(const ComplexInt& x)
+    {
+        yPrev = y;
+        y = shiftLeft<2>(wrapAdd(wrapAdd(loadTwo(&x.re, V4{}), c2yPrev), c1y));
+        c2yPrev = c2y;
+        c1y = mulShift16(y, c1);
+        c2y = mulShift16(y, c2);
+    }
+};
+
+/// The sum of both channels, its sign turned with every bin (which moves the time origin to the
+/// middle of the frame), filtered across bins. The recursion across bins can't be cut into lanes;
+/// all around it can.
+template <class V, class V4>
+void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right)
+{
+    constexpr int kPadded = kBins + V::lanes;
+    ComplexInt sum[kPadded] = {};     // x(k), 0 behind the last bin
+    ComplexInt filtered[kPadded + 1]; // y(k - 1) at k: one place for the mirrored bin
+    forBins<V>(2 * kLastBin, [&](int n, auto lanes) {
+        using W = decltype(lanes);
+        store(&sum[0].re + n, wrapAdd(shiftRight<1>(load(&right[0].re + n, W{})),
+                                      shiftRight<1>(load(&left[0].re + n, W{}))));
+    });
+    sum[kLastBin] = {fx::wrapAdd(right[kLastBin].re >> 1, left[kLastBin].re >> 1),
+                     fx::wrapAdd(right[kLastBin].im >> 1, left[kLastBin].im >> 1)};
+    for (int k = 1; k < kBins; k += 2)
+        sum[k] = {fx::wrapNeg(sum[k].re), fx::wrapNeg(sum[k].im)};
+
+    // Run backwards over the lowest bins and mirrored: the values at negative frequencies.
+    const ComplexInt zero = {0, 0};
+    CogRecursion<V4> recursion;
+    recursion.start(&zero.re, &zero.re);
+    for (int k = 12; k >= 0; --k)
+        recursion.run(sum[k]);
+    storeTwo(&filtered[0].re, recursion.yPrev);
+    storeTwo(&filtered[1].re, recursion.y);
+    for (int k = 0; k < 2; ++k)
+        filtered[k].im = fx::wrapNeg(filtered[k].im);
+    recursion.start(&filtered[1].re, &filtered[0].re);
+    for (int k = 1; k < kBins; ++k) {
+        recursion.run(sum[k]);
+        storeTwo(&filtered[k + 1].re, recursion.y);
+    }
+    for (int k = kBins; k < kPadded; ++k)
+        filtered[k + 1] = {0, 0};
+
+    for (int b = 0; b < kBands; ++b) {
+        auto cross = productSum(V{});
+        auto energy = productSum(V{});
+        const int end = bandTable[1][b] + 1;
+        for (int k = bandTable[0][b]; k < end; k += V::lanes) {
+            V xRe, xIm, aboveRe, aboveIm, hereRe, hereIm, belowRe, belowIm;
+            loadPairs(sum + k, xRe, xIm);
+            if (k + V::lanes > end) { // lanes of the next band count as silent
+                int32_t inBand[V::lanes];
+                for (int l = 0; l < V::lanes; ++l)
+                    inBand[l] = k + l < end ? -1 : 0;
+                const V mask = load(inBand, V{});
+                xRe = select(mask, xRe, set1(0, V{}));
+                xIm = select(mask, xIm, set1(0, V{}));
+            }
+            loadPairs(filtered + k, belowRe, belowIm);
+            loadPairs(filtered + k + 1, hereRe, hereIm);
+            loadPairs(filtered + k + 2, aboveRe, aboveIm);
+            const auto derivative = [](V above, V here, V below) {
+                return wrapAdd(wrapAdd(mulShift16(above, set1(kCogAbove, V{})),
+                                       mulShift16(here, set1(kCogHere, V{}))),
+                               mulShift16(below, set1(kCogBelow, V{})));
+            };
+            addProducts(cross, derivative(aboveIm, hereIm, belowIm), xRe);
+            addProducts(cross, derivative(aboveRe, hereRe, belowRe), wrapSub(set1(0, V{}), xIm));
+            addProducts(energy, xRe, xRe);
+            addProducts(energy, xIm, xIm);
+        }
+        bandCog[b] = centreOfGravity(total(cross), total(energy));
+    }
+}
+
+} // namespace vsp::VSP_KERNEL_SET

@@ -1,0 +1,372 @@
+// Eight lanes of AVX2; the recursive filters take four of them.
+#pragma once
+
+#include <immintrin.h>
+
+#include "kernels/vector_sse41.h"
+
+namespace vsp::VSP_KERNEL_SET {
+
+struct I32x8 {
+    static constexpr int lanes = 8;
+    __m256i v;
+};
+
+VSP_INLINE __m256i oddLanes(__m256i a)
+{
+    return _mm256_srli_epi64(a, 32);
+}
+VSP_INLINE __m256i joinEvenOdd(__m256i even, __m256i odd)
+{
+    return _mm256_blend_epi32(even, odd, 0xAA);
+}
+
+VSP_INLINE I32x8 load(const int32_t* p, I32x8)
+{
+    return {_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p))};
+}
+VSP_INLINE void store(int32_t* p, I32x8 a)
+{
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), a.v);
+}
+VSP_INLINE I32x8 set1(int32_t x, I32x8)
+{
+    return {_mm256_set1_epi32(x)};
+}
+VSP_INLINE I32x8 wrapAdd(I32x8 a, I32x8 b)
+{
+    return {_mm256_add_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x8 wrapSub(I32x8 a, I32x8 b)
+{
+    return {_mm256_sub_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x8 wrapAbs(I32x8 a)
+{
+    return {_mm256_abs_epi32(a.v)};
+}
+template <int bits>
+VSP_INLINE I32x8 shiftRight(I32x8 a)
+{
+    return {_mm256_srai_epi32(a.v, bits)};
+}
+template <int bits>
+VSP_INLINE I32x8 shiftRightUnsigned(I32x8 a)
+{
+    return {_mm256_srli_epi32(a.v, bits)};
+}
+template <int bits>
+VSP_INLINE I32x8 shiftLeft(I32x8 a)
+{
+    return {_mm256_slli_epi32(a.v, bits)};
+}
+VSP_INLINE I32x8 min(I32x8 a, I32x8 b)
+{
+    return {_mm256_min_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x8 max(I32x8 a, I32x8 b)
+{
+    return {_mm256_max_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x8 greater(I32x8 a, I32x8 b)
+{
+    return {_mm256_cmpgt_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x8 equal(I32x8 a, I32x8 b)
+{
+    return {_mm256_cmpeq_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x8 select(I32x8 mask, I32x8 a, I32x8 b)
+{
+    return {_mm256_blendv_epi8(b.v, a.v, mask.v)};
+}
+VSP_INLINE unsigned maskBits(I32x8 mask)
+{
+    return unsigned(_mm256_movemask_ps(_mm256_castsi256_ps(mask.v)));
+}
+VSP_INLINE I32x8 mulShift16(I32x8 a, I32x8 b)
+{
+    const __m256i even = _mm256_srli_epi64(_mm256_mul_epi32(a.v, b.v), 16);
+    const __m256i odd = _mm256_slli_epi64(_mm256_mul_epi32(oddLanes(a.v), oddLanes(b.v)), 16);
+    return {joinEvenOdd(even, odd)};
+}
+VSP_INLINE I32x8 mulRoundQ31(I32x8 a, I32x8 b)
+{
+    const __m256i half = _mm256_set1_epi64x(1 << 30);
+    const __m256i even = _mm256_add_epi64(_mm256_mul_epi32(a.v, b.v), half);
+    const __m256i odd = _mm256_add_epi64(_mm256_mul_epi32(oddLanes(a.v), oddLanes(b.v)), half);
+    return {joinEvenOdd(_mm256_srli_epi64(even, 31), _mm256_slli_epi64(odd, 1))};
+}
+VSP_INLINE I32x8 mulShort(I32x8 a, I32x8 b)
+{
+    return {_mm256_madd_epi16(_mm256_blend_epi16(a.v, _mm256_setzero_si256(), 0xAA), b.v)};
+}
+VSP_INLINE I32x8 mulLow(I32x8 a, I32x8 b)
+{
+    return {_mm256_mullo_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x8 mulHighUnsigned16(I32x8 a, I32x8 b)
+{
+    return {_mm256_mulhi_epu16(a.v, b.v)};
+}
+VSP_INLINE I32x8 normalisingFactor(I32x8 a)
+{
+    const __m256i top = _mm256_andnot_si256(_mm256_srli_epi32(a.v, 1), a.v);
+    const __m256i exponent = _mm256_srli_epi32(_mm256_castps_si256(_mm256_cvtepi32_ps(top)), 23);
+    const __m256i inverse = _mm256_sub_epi32(_mm256_set1_epi32(2 * 127 + 30), exponent);
+    return {_mm256_cvttps_epi32(_mm256_castsi256_ps(_mm256_slli_epi32(inverse, 23)))};
+}
+VSP_INLINE I32x8 reverse(I32x8 a)
+{
+    return {_mm256_permutevar8x32_epi32(a.v, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0))};
+}
+
+VSP_INLINE __m256i join128(__m128i low, __m128i high)
+{
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
+}
+VSP_INLINE void unzip(__m256i low, __m256i high, I32x8& a, I32x8& b)
+{
+    const __m256 l = _mm256_castsi256_ps(low);
+    const __m256 h = _mm256_castsi256_ps(high);
+    a.v = _mm256_castps_si256(_mm256_shuffle_ps(l, h, _MM_SHUFFLE(2, 0, 2, 0)));
+    b.v = _mm256_castps_si256(_mm256_shuffle_ps(l, h, _MM_SHUFFLE(3, 1, 3, 1)));
+}
+VSP_INLINE void splitShorts(__m256i x, I32x8& a, I32x8& b)
+{
+    a.v = _mm256_srai_epi32(_mm256_slli_epi32(x, 16), 16);
+    b.v = _mm256_srai_epi32(x, 16);
+}
+VSP_INLINE __m256i joinShorts(I32x8 a, I32x8 b)
+{
+    return _mm256_blend_epi16(a.v, _mm256_slli_epi32(b.v, 16), 0xAA);
+}
+VSP_INLINE void loadPairs(const ComplexInt* p, I32x8& re, I32x8& im)
+{
+    unzip(join128(loadBinPair(p), loadBinPair(p + 4)),
+          join128(loadBinPair(p + 2), loadBinPair(p + 6)), re, im);
+}
+VSP_INLINE void storePairs(ComplexInt* p, I32x8 re, I32x8 im)
+{
+    auto* q = reinterpret_cast<__m128i*>(p);
+    const __m256i low = _mm256_unpacklo_epi32(re.v, im.v);
+    const __m256i high = _mm256_unpackhi_epi32(re.v, im.v);
+    _mm_storeu_si128(q, _mm256_castsi256_si128(low));
+    _mm_storeu_si128(q + 1, _mm256_castsi256_si128(high));
+    _mm_storeu_si128(q + 2, _mm256_extracti128_si256(low, 1));
+    _mm_storeu_si128(q + 3, _mm256_extracti128_si256(high, 1));
+}
+template <class Pair>
+VSP_INLINE void loadShortPairs(const Pair* p, I32x8& a, I32x8& b)
+{
+    splitShorts(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)), a, b);
+}
+template <class Pair>
+VSP_INLINE void storeShortPairs(Pair* p, I32x8 a, I32x8 b)
+{
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), joinShorts(a, b));
+}
+VSP_INLINE void storeSaturated(int16_t* p, I32x8 a, I32x8 b)
+{
+    _mm256_storeu_si256(
+        reinterpret_cast<__m256i*>(p),
+        _mm256_permute4x64_epi64(_mm256_packs_epi32(a.v, b.v), _MM_SHUFFLE(3, 1, 2, 0)));
+}
+VSP_INLINE I32x8 loadShorts(const int16_t* p, I32x8)
+{
+    return {_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)))};
+}
+
+VSP_INLINE void loadColumns(const int32_t* const (&block)[8], I32x8 (&x)[8])
+{
+    // Rows l and l + 4 side by side, then two 4 x 4 transpositions at once for each half.
+    for (int half = 0; half < 8; half += 4) {
+        __m256i row[4];
+        for (int l = 0; l < 4; ++l)
+            row[l] =
+                _mm256_inserti128_si256(_mm256_castsi128_si256(load(block[l] + half, I32x4{}).v),
+                                        load(block[l + 4] + half, I32x4{}).v, 1);
+        const __m256i ab0 = _mm256_unpacklo_epi32(row[0], row[1]);
+        const __m256i ab1 = _mm256_unpackhi_epi32(row[0], row[1]);
+        const __m256i cd0 = _mm256_unpacklo_epi32(row[2], row[3]);
+        const __m256i cd1 = _mm256_unpackhi_epi32(row[2], row[3]);
+        x[half].v = _mm256_unpacklo_epi64(ab0, cd0);
+        x[half + 1].v = _mm256_unpackhi_epi64(ab0, cd0);
+        x[half + 2].v = _mm256_unpacklo_epi64(ab1, cd1);
+        x[half + 3].v = _mm256_unpackhi_epi64(ab1, cd1);
+    }
+}
+
+VSP_INLINE void turnFourBins(I32x8 (&x)[1])
+{
+    const __m256i swapOdd = _mm256_shuffle_epi32(x[0].v, _MM_SHUFFLE(2, 3, 1, 0));
+    x[0].v = _mm256_sign_epi32(swapOdd, _mm256_setr_epi32(1, 1, -1, 1, -1, -1, 1, -1));
+}
+
+struct ProductSumX8 {
+    __m256i v;
+};
+VSP_INLINE ProductSumX8 productSum(I32x8)
+{
+    return {_mm256_setzero_si256()};
+}
+VSP_INLINE void addProducts(ProductSumX8& sum, I32x8 a, I32x8 b)
+{
+    sum.v = _mm256_add_epi64(sum.v, _mm256_mul_epi32(a.v, b.v));
+    sum.v = _mm256_add_epi64(sum.v, _mm256_mul_epi32(oddLanes(a.v), oddLanes(b.v)));
+}
+VSP_INLINE int64_t total(ProductSumX8 sum)
+{
+    return total(ProductSumX4{
+        _mm_add_epi64(_mm256_castsi256_si128(sum.v), _mm256_extracti128_si256(sum.v, 1))});
+}
+
+VSP_INLINE void pickBins(const ComplexInt* X, const int16_t* bins, I32x8& re, I32x8& im)
+{
+    unzip(join128(twoBins(X + bins[0], X + bins[1]), twoBins(X + bins[4], X + bins[5])),
+          join128(twoBins(X + bins[2], X + bins[3]), twoBins(X + bins[6], X + bins[7])), re, im);
+}
+VSP_INLINE void pickBins(const ComplexShort* P, const int16_t* bins, I32x8& re, I32x8& im)
+{
+    splitShorts(join128(fourPhasors(P, bins), fourPhasors(P, bins + 4)), re, im);
+}
+VSP_INLINE void pickPairs(const ComplexInt* X, const int16_t* first, I32x8& re, I32x8& im)
+{
+    unzip(join128(loadBinPair(X + first[0]), loadBinPair(X + first[2])),
+          join128(loadBinPair(X + first[1]), loadBinPair(X + first[3])), re, im);
+}
+VSP_INLINE void pickPairs(const ComplexShort* P, const int16_t* first, I32x8& re, I32x8& im)
+{
+    splitShorts(join128(twoPhasorPairs(P + first[0], P + first[1]),
+                        twoPhasorPairs(P + first[2], P + first[3])),
+                re, im);
+}
+VSP_INLINE void putPairs(ComplexInt* X, const int16_t* first, I32x8 re, I32x8 im)
+{
+    const __m256i low = _mm256_unpacklo_epi32(re.v, im.v);
+    const __m256i high = _mm256_unpackhi_epi32(re.v, im.v);
+    const auto put = [=](int i, __m128i pair) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(X + first[i]), pair);
+    };
+    put(0, _mm256_castsi256_si128(low));
+    put(1, _mm256_castsi256_si128(high));
+    put(2, _mm256_extracti128_si256(low, 1));
+    put(3, _mm256_extracti128_si256(high, 1));
+}
+VSP_INLINE void putPairs(ComplexShort* P, const int16_t* first, I32x8 re, I32x8 im)
+{
+    const __m256i pairs = joinShorts(re, im);
+    putPhasorPairs(P + first[0], P + first[1], _mm256_castsi256_si128(pairs));
+    putPhasorPairs(P + first[2], P + first[3], _mm256_extracti128_si256(pairs, 1));
+}
+VSP_INLINE I32x8 loadTwice(const int32_t* p, I32x8)
+{
+    const __m256i x = _mm256_castsi128_si256(load(p, I32x4{}).v);
+    return {_mm256_permutevar8x32_epi32(x, _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3))};
+}
+
+VSP_INLINE void mulComplexQ31(I32x8& outRe, I32x8& outIm, I32x8 xRe, I32x8 xIm, I32x8 wRe,
+                              I32x8 wIm)
+{
+    const __m256i half = _mm256_set1_epi64x(1 << 30);
+    const auto even = [=](I32x8 a, I32x8 b) {
+        return _mm256_srli_epi64(_mm256_add_epi64(_mm256_mul_epi32(a.v, b.v), half), 31);
+    };
+    const auto odd = [=](I32x8 a, I32x8 b) {
+        const __m256i product = _mm256_mul_epi32(oddLanes(a.v), oddLanes(b.v));
+        return _mm256_slli_epi64(_mm256_add_epi64(product, half), 1);
+    };
+    outRe.v = joinEvenOdd(_mm256_sub_epi32(even(xRe, wRe), even(xIm, wIm)),
+                          _mm256_sub_epi32(odd(xRe, wRe), odd(xIm, wIm)));
+    outIm.v = joinEvenOdd(_mm256_add_epi32(even(xRe, wIm), even(xIm, wRe)),
+                          _mm256_add_epi32(odd(xRe, wIm), odd(xIm, wRe)));
+}
+
+// ---- Four lanes of 64 bits for the recursive filters: values are the low halves, the high halves
+// hold anything. A product needs no shuffling, which shortens the way from one sample to the next.
+// ----
+struct I32x4Wide {
+    static constexpr int lanes = 4;
+    __m256i v;
+};
+
+VSP_INLINE I32x4 narrow(I32x4Wide a)
+{
+    const __m256i order = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
+    return {_mm256_castsi256_si128(_mm256_permutevar8x32_epi32(a.v, order))};
+}
+VSP_INLINE I32x4Wide widen(I32x4 a)
+{
+    return {_mm256_cvtepi32_epi64(a.v)};
+}
+VSP_INLINE I32x4Wide load(const int32_t* p, I32x4Wide)
+{
+    return widen(load(p, I32x4{}));
+}
+VSP_INLINE void store(int32_t* p, I32x4Wide a)
+{
+    store(p, narrow(a));
+}
+VSP_INLINE I32x4Wide wrapAdd(I32x4Wide a, I32x4Wide b)
+{
+    return {_mm256_add_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x4Wide wrapSub(I32x4Wide a, I32x4Wide b)
+{
+    return {_mm256_sub_epi32(a.v, b.v)};
+}
+template <int bits>
+VSP_INLINE I32x4Wide shiftRight(I32x4Wide a)
+{
+    return {_mm256_srai_epi32(a.v, bits)};
+}
+template <int bits>
+VSP_INLINE I32x4Wide shiftLeft(I32x4Wide a)
+{
+    return {_mm256_slli_epi32(a.v, bits)};
+}
+VSP_INLINE I32x4Wide mulShift16(I32x4Wide a, I32x4Wide b)
+{
+    return {_mm256_srli_epi64(_mm256_mul_epi32(a.v, b.v), 16)};
+}
+VSP_INLINE I32x4Wide loadShorts(const int16_t* p, I32x4Wide)
+{
+    return {_mm256_cvtepi16_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)))};
+}
+VSP_INLINE I32x4Wide loadFrameTwice(const Frame* p, I32x4Wide)
+{
+    int32_t frame;
+    __builtin_memcpy(&frame, p, sizeof frame);
+    return {_mm256_cvtepi16_epi64(_mm_set1_epi32(frame))};
+}
+VSP_INLINE I32x4Wide lowHalfTwice(I32x4Wide a)
+{
+    return {_mm256_permute4x64_epi64(a.v, _MM_SHUFFLE(1, 0, 1, 0))};
+}
+VSP_INLINE I32x4Wide highHalfTwice(I32x4Wide a)
+{
+    return {_mm256_permute4x64_epi64(a.v, _MM_SHUFFLE(3, 2, 3, 2))};
+}
+VSP_INLINE I32x4Wide joinHalves(I32x4Wide a, I32x4Wide b)
+{
+    return {_mm256_blend_epi32(a.v, b.v, 0xF0)};
+}
+VSP_INLINE I32x4Wide loadTwo(const int32_t* p, I32x4Wide)
+{
+    return widen(loadTwo(p, I32x4{}));
+}
+VSP_INLINE void storeTwo(int32_t* p, I32x4Wide a)
+{
+    const __m128i low = _mm256_castsi256_si128(a.v);
+    storeTwo(p, I32x4{_mm_shuffle_epi32(low, _MM_SHUFFLE(2, 0, 2, 0))});
+}
+VSP_INLINE uint64_t packLow16(I32x4Wide a)
+{
+    return packLow16(narrow(a));
+}
+VSP_INLINE uint64_t packSaturated(I32x4Wide a)
+{
+    return packSaturated(narrow(a));
+}
+
+} // namespace vsp::VSP_KERNEL_SET

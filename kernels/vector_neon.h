@@ -1,0 +1,276 @@
+// Four lanes of NEON, for armv7 and aarch64.
+#pragma once
+
+#include <arm_neon.h>
+
+#include "kernels/vector_scalar.h"
+
+namespace vsp::VSP_KERNEL_SET {
+
+struct I32x4 {
+    static constexpr int lanes = 4;
+    int32x4_t v;
+};
+
+VSP_INLINE I32x4 load(const int32_t* p, I32x4)
+{
+    return {vld1q_s32(p)};
+}
+VSP_INLINE void store(int32_t* p, I32x4 a)
+{
+    vst1q_s32(p, a.v);
+}
+VSP_INLINE I32x4 set1(int32_t x, I32x4)
+{
+    return {vdupq_n_s32(x)};
+}
+VSP_INLINE I32x4 wrapAdd(I32x4 a, I32x4 b)
+{
+    return {vaddq_s32(a.v, b.v)};
+}
+VSP_INLINE I32x4 wrapSub(I32x4 a, I32x4 b)
+{
+    return {vsubq_s32(a.v, b.v)};
+}
+VSP_INLINE I32x4 wrapAbs(I32x4 a)
+{
+    return {vabsq_s32(a.v)};
+}
+template <int bits>
+VSP_INLINE I32x4 shiftRight(I32x4 a)
+{
+    return {vshrq_n_s32(a.v, bits)};
+}
+template <int bits>
+VSP_INLINE I32x4 shiftRightUnsigned(I32x4 a)
+{
+    return {vreinterpretq_s32_u32(vshrq_n_u32(vreinterpretq_u32_s32(a.v), bits))};
+}
+template <int bits>
+VSP_INLINE I32x4 shiftLeft(I32x4 a)
+{
+    return {vshlq_n_s32(a.v, bits)};
+}
+VSP_INLINE I32x4 min(I32x4 a, I32x4 b)
+{
+    return {vminq_s32(a.v, b.v)};
+}
+VSP_INLINE I32x4 max(I32x4 a, I32x4 b)
+{
+    return {vmaxq_s32(a.v, b.v)};
+}
+VSP_INLINE I32x4 greater(I32x4 a, I32x4 b)
+{
+    return {vreinterpretq_s32_u32(vcgtq_s32(a.v, b.v))};
+}
+VSP_INLINE I32x4 equal(I32x4 a, I32x4 b)
+{
+    return {vreinterpretq_s32_u32(vceqq_s32(a.v, b.v))};
+}
+VSP_INLINE I32x4 select(I32x4 mask, I32x4 a, I32x4 b)
+{
+    return {vbslq_s32(vreinterpretq_u32_s32(mask.v), a.v, b.v)};
+}
+VSP_INLINE unsigned maskBits(I32x4 mask)
+{
+    static const int32_t kBit[4] = {1, 2, 4, 8};
+    const int32x4_t bits = vandq_s32(mask.v, vld1q_s32(kBit));
+    const int32x2_t halves = vadd_s32(vget_low_s32(bits), vget_high_s32(bits));
+    return unsigned(vget_lane_s32(vpadd_s32(halves, halves), 0));
+}
+VSP_INLINE I32x4 mulShift16(I32x4 a, I32x4 b)
+{
+    const int64x2_t low = vmull_s32(vget_low_s32(a.v), vget_low_s32(b.v));
+    const int64x2_t high = vmull_s32(vget_high_s32(a.v), vget_high_s32(b.v));
+    return {vcombine_s32(vshrn_n_s64(low, 16), vshrn_n_s64(high, 16))};
+}
+VSP_INLINE I32x4 mulRoundQ31(I32x4 a, I32x4 b)
+{
+    return {vqrdmulhq_s32(a.v, b.v)};
+}
+VSP_INLINE I32x4 mulShort(I32x4 a, I32x4 b)
+{
+    return {vmulq_s32(a.v, b.v)};
+}
+VSP_INLINE I32x4 mulLow(I32x4 a, I32x4 b)
+{
+    return {vmulq_s32(a.v, b.v)};
+}
+VSP_INLINE I32x4 mulHighUnsigned16(I32x4 a, I32x4 b)
+{
+    return shiftRightUnsigned<16>(mulLow(a, b));
+}
+VSP_INLINE I32x4 normalisingFactor(I32x4 a)
+{
+    return {vshlq_s32(vdupq_n_s32(1), vsubq_s32(vclzq_s32(a.v), vdupq_n_s32(1)))};
+}
+VSP_INLINE I32x4 reverse(I32x4 a)
+{
+    const int32x4_t pairs = vrev64q_s32(a.v);
+    return {vcombine_s32(vget_high_s32(pairs), vget_low_s32(pairs))};
+}
+
+VSP_INLINE void loadPairs(const ComplexInt* p, I32x4& re, I32x4& im)
+{
+    const int32x4x2_t x = vld2q_s32(&p->re);
+    re.v = x.val[0];
+    im.v = x.val[1];
+}
+VSP_INLINE void storePairs(ComplexInt* p, I32x4 re, I32x4 im)
+{
+    vst2q_s32(&p->re, int32x4x2_t{{re.v, im.v}});
+}
+template <class Pair>
+VSP_INLINE void loadShortPairs(const Pair* p, I32x4& a, I32x4& b)
+{
+    const int16x4x2_t x = vld2_s16(reinterpret_cast<const int16_t*>(p));
+    a.v = vmovl_s16(x.val[0]);
+    b.v = vmovl_s16(x.val[1]);
+}
+template <class Pair>
+VSP_INLINE void storeShortPairs(Pair* p, I32x4 a, I32x4 b)
+{
+    vst2_s16(reinterpret_cast<int16_t*>(p), int16x4x2_t{{vmovn_s32(a.v), vmovn_s32(b.v)}});
+}
+VSP_INLINE void storeSaturated(int16_t* p, I32x4 a, I32x4 b)
+{
+    vst1q_s16(p, vcombine_s16(vqmovn_s32(a.v), vqmovn_s32(b.v)));
+}
+VSP_INLINE I32x4 loadShorts(const int16_t* p, I32x4)
+{
+    return {vmovl_s16(vld1_s16(p))};
+}
+
+VSP_INLINE void transpose(I32x4& a, I32x4& b, I32x4& c, I32x4& d)
+{
+    const int32x4x2_t ab = vtrnq_s32(a.v, b.v);
+    const int32x4x2_t cd = vtrnq_s32(c.v, d.v);
+    a.v = vcombine_s32(vget_low_s32(ab.val[0]), vget_low_s32(cd.val[0]));
+    b.v = vcombine_s32(vget_low_s32(ab.val[1]), vget_low_s32(cd.val[1]));
+    c.v = vcombine_s32(vget_high_s32(ab.val[0]), vget_high_s32(cd.val[0]));
+    d.v = vcombine_s32(vget_high_s32(ab.val[1]), vget_high_s32(cd.val[1]));
+}
+VSP_INLINE void loadColumns(const int32_t* const (&block)[4], I32x4 (&x)[8])
+{
+    for (int half = 0; half < 8; half += 4) {
+        for (int l = 0; l < 4; ++l)
+            x[half + l] = load(block[l] + half, I32x4{});
+        transpose(x[half], x[half + 1], x[half + 2], x[half + 3]);
+    }
+}
+
+VSP_INLINE void turnFourBins(I32x4 (&x)[2])
+{
+    static const int32_t kNegate[8] = {0, 0, -1, 0, -1, -1, 0, -1};
+    for (int i = 0; i < 2; ++i) {
+        const int32x4_t swapOdd =
+            vcombine_s32(vget_low_s32(x[i].v), vrev64_s32(vget_high_s32(x[i].v)));
+        const int32x4_t negate = vld1q_s32(kNegate + 4 * i);
+        x[i].v = vsubq_s32(veorq_s32(swapOdd, negate), negate);
+    }
+}
+
+struct ProductSumX4 {
+    int64x2_t v;
+};
+VSP_INLINE ProductSumX4 productSum(I32x4)
+{
+    return {vdupq_n_s64(0)};
+}
+VSP_INLINE void addProducts(ProductSumX4& sum, I32x4 a, I32x4 b)
+{
+    sum.v = vmlal_s32(sum.v, vget_low_s32(a.v), vget_low_s32(b.v));
+    sum.v = vmlal_s32(sum.v, vget_high_s32(a.v), vget_high_s32(b.v));
+}
+VSP_INLINE int64_t total(ProductSumX4 sum)
+{
+    return int64_t(uint64_t(vgetq_lane_s64(sum.v, 0)) + uint64_t(vgetq_lane_s64(sum.v, 1)));
+}
+
+VSP_INLINE I32x4 loadFrameTwice(const Frame* p, I32x4)
+{
+    int32_t frame;
+    __builtin_memcpy(&frame, p, sizeof frame);
+    return {vmovl_s16(vreinterpret_s16_s32(vdup_n_s32(frame)))};
+}
+VSP_INLINE I32x4 lowHalfTwice(I32x4 a)
+{
+    return {vcombine_s32(vget_low_s32(a.v), vget_low_s32(a.v))};
+}
+VSP_INLINE I32x4 highHalfTwice(I32x4 a)
+{
+    return {vcombine_s32(vget_high_s32(a.v), vget_high_s32(a.v))};
+}
+VSP_INLINE I32x4 joinHalves(I32x4 a, I32x4 b)
+{
+    return {vcombine_s32(vget_low_s32(a.v), vget_high_s32(b.v))};
+}
+
+VSP_INLINE I32x4 loadTwo(const int32_t* p, I32x4)
+{
+    return {vcombine_s32(vld1_s32(p), vdup_n_s32(0))};
+}
+VSP_INLINE void storeTwo(int32_t* p, I32x4 a)
+{
+    vst1_s32(p, vget_low_s32(a.v));
+}
+VSP_INLINE uint64_t packLow16(I32x4 a)
+{
+    return vget_lane_u64(vreinterpret_u64_s16(vmovn_s32(a.v)), 0);
+}
+VSP_INLINE uint64_t packSaturated(I32x4 a)
+{
+    return vget_lane_u64(vreinterpret_u64_s16(vqmovn_s32(a.v)), 0);
+}
+
+VSP_INLINE void splitShorts(int32x4_t x, I32x4& a, I32x4& b)
+{
+    a.v = vshrq_n_s32(vshlq_n_s32(x, 16), 16);
+    b.v = vshrq_n_s32(x, 16);
+}
+VSP_INLINE void pickBins(const ComplexInt* X, const int16_t* bins, I32x4& re, I32x4& im)
+{
+    const int32x2_t bin[4] = {vld1_s32(&X[bins[0]].re), vld1_s32(&X[bins[1]].re),
+                              vld1_s32(&X[bins[2]].re), vld1_s32(&X[bins[3]].re)};
+    const int32x4x2_t x = vuzpq_s32(vcombine_s32(bin[0], bin[1]), vcombine_s32(bin[2], bin[3]));
+    re.v = x.val[0];
+    im.v = x.val[1];
+}
+VSP_INLINE void pickBins(const ComplexShort* P, const int16_t* bins, I32x4& re, I32x4& im)
+{
+    int32_t phasor[4];
+    for (int i = 0; i < 4; ++i)
+        __builtin_memcpy(phasor + i, P + bins[i], sizeof *phasor);
+    splitShorts(vld1q_s32(phasor), re, im);
+}
+VSP_INLINE void pickPairs(const ComplexInt* X, const int16_t* first, I32x4& re, I32x4& im)
+{
+    const int32x4x2_t x = vuzpq_s32(vld1q_s32(&X[first[0]].re), vld1q_s32(&X[first[1]].re));
+    re.v = x.val[0];
+    im.v = x.val[1];
+}
+VSP_INLINE void pickPairs(const ComplexShort* P, const int16_t* first, I32x4& re, I32x4& im)
+{
+    const int16x8_t x = vcombine_s16(vld1_s16(&P[first[0]].re), vld1_s16(&P[first[1]].re));
+    splitShorts(vreinterpretq_s32_s16(x), re, im);
+}
+VSP_INLINE void putPairs(ComplexInt* X, const int16_t* first, I32x4 re, I32x4 im)
+{
+    const int32x4x2_t x = vzipq_s32(re.v, im.v);
+    vst1q_s32(&X[first[0]].re, x.val[0]);
+    vst1q_s32(&X[first[1]].re, x.val[1]);
+}
+VSP_INLINE void putPairs(ComplexShort* P, const int16_t* first, I32x4 re, I32x4 im)
+{
+    const int16x4x2_t x = vzip_s16(vmovn_s32(re.v), vmovn_s32(im.v));
+    vst1_s16(&P[first[0]].re, x.val[0]);
+    vst1_s16(&P[first[1]].re, x.val[1]);
+}
+VSP_INLINE I32x4 loadTwice(const int32_t* p, I32x4)
+{
+    const int32x2_t x = vld1_s32(p);
+    const int32x2x2_t twice = vzip_s32(x, x);
+    return {vcombine_s32(twice.val[0], twice.val[1])};
+}
+
+} // namespace vsp::VSP_KERNEL_SET

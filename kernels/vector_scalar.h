@@ -1,0 +1,343 @@
+// Vectors in plain C++: one lane for tails and machines without SIMD, four for the recursive
+// filters.
+//
+// The operations carry fixed.h's names and obey it lane by lane; the vector files for other
+// instruction sets offer the same ones. Everything is in a namespace of its own for each
+// instruction set, so the linker can never take a copy that was compiled for another one.
+#pragma once
+
+#include <cstdint>
+
+#include "fixed/complex.h"
+#include "fixed/fixed.h"
+#include "fixed/frame.h"
+
+namespace vsp::VSP_KERNEL_SET {
+
+template <int n>
+struct Scalar {
+    static constexpr int lanes = n;
+    int32_t v[n];
+};
+using I32x1 = Scalar<1>;
+
+template <int n, class F>
+VSP_INLINE Scalar<n> perLane(F f)
+{
+    Scalar<n> out;
+    for (int i = 0; i < n; ++i)
+        out.v[i] = f(i);
+    return out;
+}
+
+template <int n>
+VSP_INLINE Scalar<n> load(const int32_t* p, Scalar<n>)
+{
+    return perLane<n>([=](int i) { return p[i]; });
+}
+template <int n>
+VSP_INLINE void store(int32_t* p, Scalar<n> a)
+{
+    for (int i = 0; i < n; ++i)
+        p[i] = a.v[i];
+}
+template <int n>
+VSP_INLINE Scalar<n> set1(int32_t x, Scalar<n>)
+{
+    return perLane<n>([=](int) { return x; });
+}
+template <int n>
+VSP_INLINE Scalar<n> wrapAdd(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return fx::wrapAdd(a.v[i], b.v[i]); });
+}
+template <int n>
+VSP_INLINE Scalar<n> wrapSub(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return fx::wrapSub(a.v[i], b.v[i]); });
+}
+template <int n>
+VSP_INLINE Scalar<n> wrapAbs(Scalar<n> a)
+{
+    return perLane<n>([=](int i) { return fx::wrapAbs(a.v[i]); });
+}
+template <int bits, int n>
+VSP_INLINE Scalar<n> shiftRight(Scalar<n> a)
+{
+    return perLane<n>([=](int i) { return a.v[i] >> bits; });
+}
+template <int bits, int n>
+VSP_INLINE Scalar<n> shiftRightUnsigned(Scalar<n> a)
+{
+    return perLane<n>([=](int i) { return int32_t(uint32_t(a.v[i]) >> bits); });
+}
+template <int bits, int n>
+VSP_INLINE Scalar<n> shiftLeft(Scalar<n> a)
+{
+    return perLane<n>([=](int i) { return fx::wrapShl(a.v[i], bits); });
+}
+template <int n>
+VSP_INLINE Scalar<n> min(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return a.v[i] < b.v[i] ? a.v[i] : b.v[i]; });
+}
+template <int n>
+VSP_INLINE Scalar<n> max(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return a.v[i] > b.v[i] ? a.v[i] : b.v[i]; });
+}
+/// All bits of a lane set where a > b, or a == b.
+template <int n>
+VSP_INLINE Scalar<n> greater(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return a.v[i] > b.v[i] ? -1 : 0; });
+}
+template <int n>
+VSP_INLINE Scalar<n> equal(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return a.v[i] == b.v[i] ? -1 : 0; });
+}
+/// Lanes of a where the mask is set, of b elsewhere.
+template <int n>
+VSP_INLINE Scalar<n> select(Scalar<n> mask, Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return mask.v[i] != 0 ? a.v[i] : b.v[i]; });
+}
+/// One bit for each lane of a mask.
+template <int n>
+VSP_INLINE unsigned maskBits(Scalar<n> mask)
+{
+    unsigned bits = 0;
+    for (int i = 0; i < n; ++i)
+        bits |= mask.v[i] != 0 ? 1u << i : 0u;
+    return bits;
+}
+template <int n>
+VSP_INLINE Scalar<n> mulShift16(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return fx::mulShift16(a.v[i], b.v[i]); });
+}
+/// As fx::mulRoundQ31, but MIN * MIN gives anything: no twiddle factor is MIN.
+template <int n>
+VSP_INLINE Scalar<n> mulRoundQ31(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return int32_t((int64_t(a.v[i]) * b.v[i] + (1 << 30)) >> 31); });
+}
+/// a * b for lanes within 16 bits, exactly.
+template <int n>
+VSP_INLINE Scalar<n> mulShort(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return a.v[i] * b.v[i]; });
+}
+/// a * b modulo 2^32.
+template <int n>
+VSP_INLINE Scalar<n> mulLow(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return int32_t(uint32_t(a.v[i]) * uint32_t(b.v[i])); });
+}
+/// (a * b) >> 16 for lanes of 0 to 65535.
+template <int n>
+VSP_INLINE Scalar<n> mulHighUnsigned16(Scalar<n> a, Scalar<n> b)
+{
+    return perLane<n>([=](int i) { return int32_t((uint32_t(a.v[i]) * uint32_t(b.v[i])) >> 16); });
+}
+/// 2^(leading zeros - 1) of positive lanes.
+template <int n>
+VSP_INLINE Scalar<n> normalisingFactor(Scalar<n> a)
+{
+    return perLane<n>([=](int i) {
+        return a.v[i] > 0 ? int32_t((1u << __builtin_clz(uint32_t(a.v[i]))) >> 1) : 0;
+    });
+}
+template <int n>
+VSP_INLINE Scalar<n> reverse(Scalar<n> a)
+{
+    return perLane<n>([=](int i) { return a.v[n - 1 - i]; });
+}
+
+/// Lanes of complex values: deinterleaved on loading, interleaved on storing.
+template <int n>
+VSP_INLINE void loadPairs(const ComplexInt* p, Scalar<n>& re, Scalar<n>& im)
+{
+    re = perLane<n>([=](int i) { return p[i].re; });
+    im = perLane<n>([=](int i) { return p[i].im; });
+}
+template <int n>
+VSP_INLINE void storePairs(ComplexInt* p, Scalar<n> re, Scalar<n> im)
+{
+    for (int i = 0; i < n; ++i)
+        p[i] = {re.v[i], im.v[i]};
+}
+/// The same for 16-bit pairs: phasors, frames. Storing keeps the low 16 bits.
+template <class Pair, int n>
+VSP_INLINE void loadShortPairs(const Pair* p, Scalar<n>& a, Scalar<n>& b)
+{
+    const auto* s = reinterpret_cast<const int16_t*>(p);
+    a = perLane<n>([=](int i) { return s[2 * i]; });
+    b = perLane<n>([=](int i) { return s[2 * i + 1]; });
+}
+template <class Pair, int n>
+VSP_INLINE void storeShortPairs(Pair* p, Scalar<n> a, Scalar<n> b)
+{
+    auto* s = reinterpret_cast<int16_t*>(p);
+    for (int i = 0; i < n; ++i) {
+        s[2 * i] = fx::low16(a.v[i]);
+        s[2 * i + 1] = fx::low16(b.v[i]);
+    }
+}
+/// Saturates and stores 2 n samples.
+template <int n>
+VSP_INLINE void storeSaturated(int16_t* p, Scalar<n> a, Scalar<n> b)
+{
+    for (int i = 0; i < n; ++i) {
+        p[i] = fx::sat16(a.v[i]);
+        p[n + i] = fx::sat16(b.v[i]);
+    }
+}
+/// n samples, sign-extended.
+template <int n>
+VSP_INLINE Scalar<n> loadShorts(const int16_t* p, Scalar<n>)
+{
+    return perLane<n>([=](int i) { return p[i]; });
+}
+
+/// Column i of x: point i of each of the n blocks.
+template <int n>
+VSP_INLINE void loadColumns(const int32_t* const (&block)[n], Scalar<n> (&x)[8])
+{
+    for (int i = 0; i < 8; ++i)
+        x[i] = perLane<n>([&](int l) { return block[l][i]; });
+}
+
+/// Four bins of a spectrum as they lie in memory, turned by i^k for the bins k = 0 to 3.
+VSP_INLINE void turnFourBins(I32x1 (&x)[8])
+{
+    const I32x1 re1 = x[2];
+    const I32x1 re3 = x[6];
+    const I32x1 zero = {{0}};
+    x[2] = wrapSub(zero, x[3]);
+    x[3] = re1;
+    x[4] = wrapSub(zero, x[4]);
+    x[5] = wrapSub(zero, x[5]);
+    x[6] = x[7];
+    x[7] = wrapSub(zero, re3);
+}
+
+/// Sums of products modulo 2^64.
+template <int n>
+struct ProductSum {
+    int64_t v = 0;
+};
+template <int n>
+VSP_INLINE void addProducts(ProductSum<n>& sum, Scalar<n> a, Scalar<n> b)
+{
+    for (int i = 0; i < n; ++i)
+        sum.v = fx::wrapAdd64(sum.v, int64_t(a.v[i]) * b.v[i]);
+}
+template <int n>
+VSP_INLINE int64_t total(ProductSum<n> sum)
+{
+    return sum.v;
+}
+template <int n>
+VSP_INLINE ProductSum<n> productSum(Scalar<n>)
+{
+    return {};
+}
+
+// ---- Four lanes for the recursive filters: left and right of two sections ----
+using I32x4Scalar = Scalar<4>;
+
+/// left, right, left, right of one frame.
+VSP_INLINE I32x4Scalar loadFrameTwice(const Frame* p, I32x4Scalar)
+{
+    return {{(*p)[0], (*p)[1], (*p)[0], (*p)[1]}};
+}
+/// Lanes 0, 1, 0, 1 and lanes 2, 3, 2, 3.
+VSP_INLINE I32x4Scalar lowHalfTwice(I32x4Scalar a)
+{
+    return {{a.v[0], a.v[1], a.v[0], a.v[1]}};
+}
+VSP_INLINE I32x4Scalar highHalfTwice(I32x4Scalar a)
+{
+    return {{a.v[2], a.v[3], a.v[2], a.v[3]}};
+}
+/// Lanes 0 and 1 of a, 2 and 3 of b.
+VSP_INLINE I32x4Scalar joinHalves(I32x4Scalar a, I32x4Scalar b)
+{
+    return {{a.v[0], a.v[1], b.v[2], b.v[3]}};
+}
+
+/// Two values in lanes 0 and 1; the other lanes are 0, or not stored.
+VSP_INLINE I32x4Scalar loadTwo(const int32_t* p, I32x4Scalar)
+{
+    return {{p[0], p[1], 0, 0}};
+}
+VSP_INLINE void storeTwo(int32_t* p, I32x4Scalar a)
+{
+    p[0] = a.v[0];
+    p[1] = a.v[1];
+}
+/// The low 16 bits of each lane, lane 0 lowest.
+VSP_INLINE uint64_t packLow16(I32x4Scalar a)
+{
+    uint64_t packed = 0;
+    for (int i = 0; i < 4; ++i)
+        packed |= uint64_t(uint16_t(a.v[i])) << (16 * i);
+    return packed;
+}
+/// The same, saturated.
+VSP_INLINE uint64_t packSaturated(I32x4Scalar a)
+{
+    return packLow16(perLane<4>([=](int i) { return fx::sat16(a.v[i]); }));
+}
+
+// ---- Bins picked from a spectrum ----
+/// Bins bins[0], bins[1], ... of a spectrum, or of phasors.
+template <int n>
+VSP_INLINE void pickBins(const ComplexInt* X, const int16_t* bins, Scalar<n>& re, Scalar<n>& im)
+{
+    re = perLane<n>([=](int i) { return X[bins[i]].re; });
+    im = perLane<n>([=](int i) { return X[bins[i]].im; });
+}
+template <int n>
+VSP_INLINE void pickBins(const ComplexShort* P, const int16_t* bins, Scalar<n>& re, Scalar<n>& im)
+{
+    re = perLane<n>([=](int i) { return P[bins[i]].re; });
+    im = perLane<n>([=](int i) { return P[bins[i]].im; });
+}
+/// Pairs of neighbours: bins first[0], first[0] + 1, first[1], first[1] + 1, ...
+template <class Bin, int n>
+VSP_INLINE void pickPairs(const Bin* X, const int16_t* first, Scalar<n>& re, Scalar<n>& im)
+{
+    re = perLane<n>([=](int i) { return X[first[i / 2] + i % 2].re; });
+    im = perLane<n>([=](int i) { return X[first[i / 2] + i % 2].im; });
+}
+template <int n>
+VSP_INLINE void putPairs(ComplexInt* X, const int16_t* first, Scalar<n> re, Scalar<n> im)
+{
+    for (int i = 0; i < n; ++i)
+        X[first[i / 2] + i % 2] = {re.v[i], im.v[i]};
+}
+template <int n>
+VSP_INLINE void putPairs(ComplexShort* P, const int16_t* first, Scalar<n> re, Scalar<n> im)
+{
+    for (int i = 0; i < n; ++i)
+        P[first[i / 2] + i % 2] = {fx::low16(re.v[i]), fx::low16(im.v[i])};
+}
+/// p[0], p[0], p[1], p[1], ...
+template <int n>
+VSP_INLINE Scalar<n> loadTwice(const int32_t* p, Scalar<n>)
+{
+    return perLane<n>([=](int i) { return p[i / 2]; });
+}
+
+/// x * w with each product rounded by itself (mulRoundQ31).
+template <class V>
+VSP_INLINE void mulComplexQ31(V& outRe, V& outIm, V xRe, V xIm, V wRe, V wIm)
+{
+    outRe = wrapSub(mulRoundQ31(xRe, wRe), mulRoundQ31(xIm, wIm));
+    outIm = wrapAdd(mulRoundQ31(xRe, wIm), mulRoundQ31(xIm, wRe));
+}
+
+} // namespace vsp::VSP_KERNEL_SET

@@ -1,0 +1,335 @@
+// Four lanes of SSE4.1.
+#pragma once
+
+#include <smmintrin.h>
+
+#include "kernels/vector_scalar.h"
+
+namespace vsp::VSP_KERNEL_SET {
+
+struct I32x4 {
+    static constexpr int lanes = 4;
+    __m128i v;
+};
+
+VSP_INLINE __m128i oddLanes(__m128i a)
+{
+    return _mm_srli_epi64(a, 32);
+}
+VSP_INLINE __m128i joinEvenOdd(__m128i even, __m128i odd)
+{
+    return _mm_blend_epi16(even, odd, 0xCC);
+}
+
+VSP_INLINE I32x4 load(const int32_t* p, I32x4)
+{
+    return {_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))};
+}
+VSP_INLINE void store(int32_t* p, I32x4 a)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), a.v);
+}
+VSP_INLINE I32x4 set1(int32_t x, I32x4)
+{
+    return {_mm_set1_epi32(x)};
+}
+VSP_INLINE I32x4 wrapAdd(I32x4 a, I32x4 b)
+{
+    return {_mm_add_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x4 wrapSub(I32x4 a, I32x4 b)
+{
+    return {_mm_sub_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x4 wrapAbs(I32x4 a)
+{
+    return {_mm_abs_epi32(a.v)};
+}
+template <int bits>
+VSP_INLINE I32x4 shiftRight(I32x4 a)
+{
+    return {_mm_srai_epi32(a.v, bits)};
+}
+template <int bits>
+VSP_INLINE I32x4 shiftRightUnsigned(I32x4 a)
+{
+    return {_mm_srli_epi32(a.v, bits)};
+}
+template <int bits>
+VSP_INLINE I32x4 shiftLeft(I32x4 a)
+{
+    return {_mm_slli_epi32(a.v, bits)};
+}
+VSP_INLINE I32x4 min(I32x4 a, I32x4 b)
+{
+    return {_mm_min_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x4 max(I32x4 a, I32x4 b)
+{
+    return {_mm_max_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x4 greater(I32x4 a, I32x4 b)
+{
+    return {_mm_cmpgt_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x4 equal(I32x4 a, I32x4 b)
+{
+    return {_mm_cmpeq_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x4 select(I32x4 mask, I32x4 a, I32x4 b)
+{
+    return {_mm_blendv_epi8(b.v, a.v, mask.v)};
+}
+VSP_INLINE unsigned maskBits(I32x4 mask)
+{
+    return unsigned(_mm_movemask_ps(_mm_castsi128_ps(mask.v)));
+}
+VSP_INLINE I32x4 mulShift16(I32x4 a, I32x4 b)
+{
+    const __m128i even = _mm_srli_epi64(_mm_mul_epi32(a.v, b.v), 16);
+    const __m128i odd = _mm_slli_epi64(_mm_mul_epi32(oddLanes(a.v), oddLanes(b.v)), 16);
+    return {joinEvenOdd(even, odd)};
+}
+VSP_INLINE I32x4 mulRoundQ31(I32x4 a, I32x4 b)
+{
+    const __m128i half = _mm_set1_epi64x(1 << 30);
+    const __m128i even = _mm_add_epi64(_mm_mul_epi32(a.v, b.v), half);
+    const __m128i odd = _mm_add_epi64(_mm_mul_epi32(oddLanes(a.v), oddLanes(b.v)), half);
+    return {joinEvenOdd(_mm_srli_epi64(even, 31), _mm_slli_epi64(odd, 1))};
+}
+VSP_INLINE I32x4 mulShort(I32x4 a, I32x4 b)
+{
+    return {_mm_madd_epi16(_mm_blend_epi16(a.v, _mm_setzero_si128(), 0xAA), b.v)};
+}
+VSP_INLINE I32x4 mulLow(I32x4 a, I32x4 b)
+{
+    return {_mm_mullo_epi32(a.v, b.v)};
+}
+VSP_INLINE I32x4 mulHighUnsigned16(I32x4 a, I32x4 b)
+{
+    return {_mm_mulhi_epu16(a.v, b.v)};
+}
+VSP_INLINE I32x4 normalisingFactor(I32x4 a)
+{
+    // The exponent of a float is the place of the top bit; clearing lower bits keeps rounding out.
+    const __m128i top = _mm_andnot_si128(_mm_srli_epi32(a.v, 1), a.v);
+    const __m128i exponent = _mm_srli_epi32(_mm_castps_si128(_mm_cvtepi32_ps(top)), 23);
+    const __m128i inverse = _mm_sub_epi32(_mm_set1_epi32(2 * 127 + 30), exponent);
+    return {_mm_cvttps_epi32(_mm_castsi128_ps(_mm_slli_epi32(inverse, 23)))};
+}
+VSP_INLINE I32x4 reverse(I32x4 a)
+{
+    return {_mm_shuffle_epi32(a.v, _MM_SHUFFLE(0, 1, 2, 3))};
+}
+
+VSP_INLINE void unzip(__m128i low, __m128i high, I32x4& a, I32x4& b)
+{
+    const __m128 l = _mm_castsi128_ps(low);
+    const __m128 h = _mm_castsi128_ps(high);
+    a.v = _mm_castps_si128(_mm_shuffle_ps(l, h, _MM_SHUFFLE(2, 0, 2, 0)));
+    b.v = _mm_castps_si128(_mm_shuffle_ps(l, h, _MM_SHUFFLE(3, 1, 3, 1)));
+}
+VSP_INLINE void loadPairs(const ComplexInt* p, I32x4& re, I32x4& im)
+{
+    const auto* q = reinterpret_cast<const __m128i*>(p);
+    unzip(_mm_loadu_si128(q), _mm_loadu_si128(q + 1), re, im);
+}
+VSP_INLINE void storePairs(ComplexInt* p, I32x4 re, I32x4 im)
+{
+    auto* q = reinterpret_cast<__m128i*>(p);
+    _mm_storeu_si128(q, _mm_unpacklo_epi32(re.v, im.v));
+    _mm_storeu_si128(q + 1, _mm_unpackhi_epi32(re.v, im.v));
+}
+VSP_INLINE void splitShorts(__m128i x, I32x4& a, I32x4& b)
+{
+    a.v = _mm_srai_epi32(_mm_slli_epi32(x, 16), 16);
+    b.v = _mm_srai_epi32(x, 16);
+}
+VSP_INLINE __m128i joinShorts(I32x4 a, I32x4 b)
+{
+    return _mm_blend_epi16(a.v, _mm_slli_epi32(b.v, 16), 0xAA);
+}
+template <class Pair>
+VSP_INLINE void loadShortPairs(const Pair* p, I32x4& a, I32x4& b)
+{
+    splitShorts(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), a, b);
+}
+template <class Pair>
+VSP_INLINE void storeShortPairs(Pair* p, I32x4 a, I32x4 b)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), joinShorts(a, b));
+}
+VSP_INLINE void storeSaturated(int16_t* p, I32x4 a, I32x4 b)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_packs_epi32(a.v, b.v));
+}
+VSP_INLINE I32x4 loadShorts(const int16_t* p, I32x4)
+{
+    return {_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)))};
+}
+
+VSP_INLINE void transpose(I32x4& a, I32x4& b, I32x4& c, I32x4& d)
+{
+    const __m128i ab0 = _mm_unpacklo_epi32(a.v, b.v);
+    const __m128i ab1 = _mm_unpackhi_epi32(a.v, b.v);
+    const __m128i cd0 = _mm_unpacklo_epi32(c.v, d.v);
+    const __m128i cd1 = _mm_unpackhi_epi32(c.v, d.v);
+    a.v = _mm_unpacklo_epi64(ab0, cd0);
+    b.v = _mm_unpackhi_epi64(ab0, cd0);
+    c.v = _mm_unpacklo_epi64(ab1, cd1);
+    d.v = _mm_unpackhi_epi64(ab1, cd1);
+}
+VSP_INLINE void loadColumns(const int32_t* const (&block)[4], I32x4 (&x)[8])
+{
+    for (int half = 0; half < 8; half += 4) {
+        for (int l = 0; l < 4; ++l)
+            x[half + l] = load(block[l] + half, I32x4{});
+        transpose(x[half], x[half + 1], x[half + 2], x[half + 3]);
+    }
+}
+
+VSP_INLINE void turnFourBins(I32x4 (&x)[2])
+{
+    const __m128i swapOdd0 = _mm_shuffle_epi32(x[0].v, _MM_SHUFFLE(2, 3, 1, 0));
+    const __m128i swapOdd1 = _mm_shuffle_epi32(x[1].v, _MM_SHUFFLE(2, 3, 1, 0));
+    x[0].v = _mm_sign_epi32(swapOdd0, _mm_setr_epi32(1, 1, -1, 1));
+    x[1].v = _mm_sign_epi32(swapOdd1, _mm_setr_epi32(-1, -1, 1, -1));
+}
+
+struct ProductSumX4 {
+    __m128i v;
+};
+VSP_INLINE ProductSumX4 productSum(I32x4)
+{
+    return {_mm_setzero_si128()};
+}
+VSP_INLINE void addProducts(ProductSumX4& sum, I32x4 a, I32x4 b)
+{
+    sum.v = _mm_add_epi64(sum.v, _mm_mul_epi32(a.v, b.v));
+    sum.v = _mm_add_epi64(sum.v, _mm_mul_epi32(oddLanes(a.v), oddLanes(b.v)));
+}
+VSP_INLINE int64_t total(ProductSumX4 sum)
+{
+    return int64_t(uint64_t(_mm_extract_epi64(sum.v, 0)) + uint64_t(_mm_extract_epi64(sum.v, 1)));
+}
+
+VSP_INLINE I32x4 loadFrameTwice(const Frame* p, I32x4)
+{
+    int32_t frame;
+    __builtin_memcpy(&frame, p, sizeof frame);
+    return {_mm_cvtepi16_epi32(_mm_set1_epi32(frame))};
+}
+VSP_INLINE I32x4 lowHalfTwice(I32x4 a)
+{
+    return {_mm_unpacklo_epi64(a.v, a.v)};
+}
+VSP_INLINE I32x4 highHalfTwice(I32x4 a)
+{
+    return {_mm_unpackhi_epi64(a.v, a.v)};
+}
+VSP_INLINE I32x4 joinHalves(I32x4 a, I32x4 b)
+{
+    return {_mm_blend_epi16(a.v, b.v, 0xF0)};
+}
+
+VSP_INLINE I32x4 loadTwo(const int32_t* p, I32x4)
+{
+    return {_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))};
+}
+VSP_INLINE void storeTwo(int32_t* p, I32x4 a)
+{
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), a.v);
+}
+VSP_INLINE uint64_t firstQuad(__m128i a)
+{
+    uint64_t quad;
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(&quad), a);
+    return quad;
+}
+VSP_INLINE uint64_t packLow16(I32x4 a)
+{
+    const __m128i order = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
+    return firstQuad(_mm_shuffle_epi8(a.v, order));
+}
+VSP_INLINE uint64_t packSaturated(I32x4 a)
+{
+    return firstQuad(_mm_packs_epi32(a.v, a.v));
+}
+
+/// Two bins, or four phasors, that lie wherever they lie.
+VSP_INLINE __m128i twoBins(const ComplexInt* a, const ComplexInt* b)
+{
+    const __m128d low = _mm_load_sd(reinterpret_cast<const double*>(a));
+    return _mm_castpd_si128(_mm_loadh_pd(low, reinterpret_cast<const double*>(b)));
+}
+VSP_INLINE __m128i fourPhasors(const ComplexShort* P, const int16_t* bins)
+{
+    int32_t phasor[4];
+    for (int i = 0; i < 4; ++i)
+        __builtin_memcpy(phasor + i, P + bins[i], sizeof *phasor);
+    return _mm_setr_epi32(phasor[0], phasor[1], phasor[2], phasor[3]);
+}
+VSP_INLINE __m128i twoPhasorPairs(const ComplexShort* a, const ComplexShort* b)
+{
+    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)),
+                              _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)));
+}
+VSP_INLINE void pickBins(const ComplexInt* X, const int16_t* bins, I32x4& re, I32x4& im)
+{
+    unzip(twoBins(X + bins[0], X + bins[1]), twoBins(X + bins[2], X + bins[3]), re, im);
+}
+VSP_INLINE void pickBins(const ComplexShort* P, const int16_t* bins, I32x4& re, I32x4& im)
+{
+    splitShorts(fourPhasors(P, bins), re, im);
+}
+VSP_INLINE __m128i loadBinPair(const ComplexInt* X)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(X));
+}
+VSP_INLINE void pickPairs(const ComplexInt* X, const int16_t* first, I32x4& re, I32x4& im)
+{
+    unzip(loadBinPair(X + first[0]), loadBinPair(X + first[1]), re, im);
+}
+VSP_INLINE void pickPairs(const ComplexShort* P, const int16_t* first, I32x4& re, I32x4& im)
+{
+    splitShorts(twoPhasorPairs(P + first[0], P + first[1]), re, im);
+}
+VSP_INLINE void putPairs(ComplexInt* X, const int16_t* first, I32x4 re, I32x4 im)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(X + first[0]), _mm_unpacklo_epi32(re.v, im.v));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(X + first[1]), _mm_unpackhi_epi32(re.v, im.v));
+}
+VSP_INLINE void putPhasorPairs(ComplexShort* a, ComplexShort* b, __m128i pairs)
+{
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(a), pairs);
+    _mm_storeh_pd(reinterpret_cast<double*>(b), _mm_castsi128_pd(pairs));
+}
+VSP_INLINE void putPairs(ComplexShort* P, const int16_t* first, I32x4 re, I32x4 im)
+{
+    putPhasorPairs(P + first[0], P + first[1], joinShorts(re, im));
+}
+VSP_INLINE I32x4 loadTwice(const int32_t* p, I32x4)
+{
+    const __m128i x = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+    return {_mm_unpacklo_epi32(x, x)};
+}
+
+/// Sums and differences of rounded products are taken before even and odd lanes are joined.
+VSP_INLINE void mulComplexQ31(I32x4& outRe, I32x4& outIm, I32x4 xRe, I32x4 xIm, I32x4 wRe,
+                              I32x4 wIm)
+{
+    const __m128i half = _mm_set1_epi64x(1 << 30);
+    const auto even = [=](I32x4 a, I32x4 b) {
+        return _mm_srli_epi64(_mm_add_epi64(_mm_mul_epi32(a.v, b.v), half), 31);
+    };
+    const auto odd = [=](I32x4 a, I32x4 b) {
+        const __m128i product = _mm_mul_epi32(oddLanes(a.v), oddLanes(b.v));
+        return _mm_slli_epi64(_mm_add_epi64(product, half), 1);
+    };
+    outRe.v = joinEvenOdd(_mm_sub_epi32(even(xRe, wRe), even(xIm, wIm)),
+                          _mm_sub_epi32(odd(xRe, wRe), odd(xIm, wIm)));
+    outIm.v = joinEvenOdd(_mm_add_epi32(even(xRe, wIm), even(xIm, wRe)),
+                          _mm_add_epi32(odd(xRe, wIm), odd(xIm, wRe)));
+}
+
+} // namespace vsp::VSP_KERNEL_SET

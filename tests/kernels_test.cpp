@@ -1,0 +1,231 @@
+// Every kernel of every table that this machine can run gives the output of the portable one, bit
+// for bit: corner values and random ones, every tail, unaligned arrays.
+
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "fft/fft.h"
+#include "kernels/kernel_table.h"
+#include "vocoder/band_split.h"
+#include "vocoder/peak_locking.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace vsp;
+
+// Hands out arrays that start `offset` words off their alignment, and remembers them as the output.
+class Bench {
+public:
+    Bench(unsigned seed, size_t offsetWords) : random(seed), offset(offsetWords) {}
+
+    // Values of `bits` bits: one in four is a corner of the range.
+    template <class T>
+    T* values(size_t count, int bits)
+    {
+        T* const p = array<T>(count);
+        for (size_t i = 0; i < count; ++i)
+            p[i] = T(value(bits));
+        return p;
+    }
+    ComplexInt* bins(int bits)
+    {
+        return reinterpret_cast<ComplexInt*>(values<int32_t>(2 * kBins, bits));
+    }
+    ComplexShort* phasors()
+    {
+        return reinterpret_cast<ComplexShort*>(values<int16_t>(2 * kBins, 16));
+    }
+    Frame* frames(size_t count) { return reinterpret_cast<Frame*>(values<int16_t>(2 * count, 16)); }
+    template <class T>
+    T* array(size_t count)
+    {
+        arrays.emplace_back(offset + (count * sizeof(T) + 3) / 4, 0);
+        return reinterpret_cast<T*>(arrays.back().data() + offset);
+    }
+    int pick(int below) { return int(random() % unsigned(below)); }
+    void keep(int value) { *array<int>(1) = value; }
+
+    std::vector<std::vector<int32_t>> arrays;
+
+private:
+    int32_t value(int bits)
+    {
+        const int32_t most = int32_t((uint32_t(1) << (bits - 1)) - 1);
+        const int32_t corners[] = {-most - 1, -most, -1, 0, 1, most};
+        if (random() % 4 == 0)
+            return corners[random() % std::size(corners)];
+        return int32_t(uint32_t(random()) * 2u) >> (32 - bits);
+    }
+    std::minstd_rand random;
+    size_t offset;
+};
+
+struct Case {
+    const char* name;
+    std::function<void(const KernelTable&, Bench&)> run;
+};
+
+const Case kCases[] = {
+    {"fft512",
+     [](const KernelTable& k, Bench& b) {
+         k.fft512(b.values<int32_t>(kFftN, 32), b.values<int32_t>(kFftN, 32));
+     }},
+    {"fftOfHop",
+     [](const KernelTable& k, Bench& b) {
+         k.fftOfHop(b.array<int32_t>(kFftN), b.array<int32_t>(kFftN), b.frames(128));
+     }},
+    {"fftFirstQuarter",
+     [](const KernelTable& k, Bench& b) {
+         std::vector<int32_t> re(kFftN), im(kFftN); // work space, left as anything
+         const int32_t* const source = b.values<int32_t>(2 * kFftN, 32);
+         std::copy(source, source + kFftN, re.begin());
+         std::copy(source + kFftN, source + 2 * kFftN, im.begin());
+         k.fftFirstQuarter(b.array<int32_t>(128), b.array<int32_t>(128), re.data(), im.data());
+     }},
+    {"separateChannels",
+     [](const KernelTable& k, Bench& b) {
+         k.separateChannels(b.bins(1), b.bins(1), b.values<int32_t>(kFftN, 32),
+                            b.values<int32_t>(kFftN, 32));
+     }},
+    {"mergeChannels",
+     [](const KernelTable& k, Bench& b) {
+         k.mergeChannels(b.array<int32_t>(kFftN), b.array<int32_t>(kFftN), b.bins(32), b.bins(32));
+     }},
+    {"analysisSum",
+     [](const KernelTable& k, Bench& b) {
+         k.Velora_VSP_PartSp_AnalysisSum(b.bins(1), b.bins(32), b.bins(32), b.bins(32));
+     }},
+    {"synthesisSum",
+     [](const KernelTable& k, Bench& b) {
+         k.Velora_VSP_PartSp_SynthesisSum(b.bins(32), b.bins(32), b.bins(32));
+     }},
+    {"magPhaseBins",
+     [](const KernelTable& k, Bench& b) {
+         k.Velora_VSP_MagPhase_Bins(b.array<int32_t>(kBins), b.phasors(), b.bins(1 + b.pick(30)));
+     }},
+    {"scaleOutput",
+     [](const KernelTable& k, Bench& b) {
+         k.scaleOutput(b.frames(128), b.values<int32_t>(128, 32), b.values<int32_t>(128, 32));
+     }},
+    {"interpMagApplyPhase",
+     [](const KernelTable& k, Bench& b) {
+         k.interpMagApplyPhase(b.bins(1), b.values<int32_t>(kBins, 32),
+                               b.values<int32_t>(kBins, 32), b.values<int32_t>(kBins, 32),
+                               b.phasors(), b.pick(32768), 1 + b.pick(256));
+     }},
+    {"applyPhase",
+     [](const KernelTable& k, Bench& b) {
+         k.applyPhase(b.bins(1), b.values<int32_t>(kBins, 32), b.phasors(), 1 + b.pick(256));
+     }},
+    {"scaleSpectrum",
+     [](const KernelTable& k, Bench& b) { k.scaleSpectrum(b.bins(32), 9830 + b.pick(13108)); }},
+    {"phasorStep",
+     [](const KernelTable& k, Bench& b) { k.phasorStep(b.phasors(), b.phasors(), b.phasors()); }},
+    {"phasorAdvance",
+     [](const KernelTable& k, Bench& b) { k.phasorAdvance(b.phasors(), b.phasors()); }},
+    {"bandCentres",
+     [](const KernelTable& k, Bench& b) {
+         k.bandCentres(b.array<float>(kBands), b.bins(25), b.bins(25));
+     }},
+    {"peaks",
+     [](const KernelTable& k, Bench& b) {
+         int16_t* const peaks = b.array<int16_t>(kMaxPeaks);
+         int listed = 0;
+         int8_t status[kBands];
+         for (int8_t& s : status)
+             s = int8_t(b.pick(3) == 0 ? 1 : 0);
+         b.keep(k.findPeaks(peaks, &listed, b.values<int32_t>(kBins, 4 + b.pick(20)), status,
+                            bandTable));
+         if (listed > 0)
+             k.lockPeaks(b.bins(24), b.phasors(), b.phasors(), peaks, listed);
+     }},
+    {"split",
+     [](const KernelTable& k, Bench& b) {
+         auto* const state = reinterpret_cast<int32_t(*)[7]>(b.values<int32_t>(14, 32));
+         const bool four = b.pick(2) == 0;
+         k.split(b.frames(512), b.frames(512), b.frames(512), state,
+                 four ? kSplitCoeffsB : kSplitCoeffsA, 1 + b.pick(512), four ? 4 : 2);
+     }},
+    {"interpolators",
+     [](const KernelTable& k, Bench& b) {
+         auto* const state = reinterpret_cast<int32_t(*)[6]>(b.values<int32_t>(12, 32));
+         const int low = 1 + b.pick(128);
+         const bool four = b.pick(2) == 0;
+         (four ? k.interpolateBy4 : k.interpolateBy2)(b.frames(512), b.frames(128), b.frames(512),
+                                                      state, kInterpCoeffs, low,
+                                                      low * (four ? 4 : 2) - b.pick(2));
+     }},
+    {"fadeHighBand",
+     [](const KernelTable& k, Bench& b) {
+         k.fadeHighBand(b.frames(512), b.frames(512), b.frames(512), 1 + b.pick(512));
+     }},
+    {"halveRate",
+     [](const KernelTable& k, Bench& b) {
+         DecimatorState state[2];
+         for (int pass = 0; pass < 2; ++pass)
+             k.halveRate(reinterpret_cast<int32_t(*)[2]>(b.array<int32_t>(200)),
+                         reinterpret_cast<int32_t(*)[2]>(b.values<int32_t>(400, 32)), state,
+                         b.pick(101));
+     }},
+    {"doubleRate",
+     [](const KernelTable& k, Bench& b) {
+         HalfBandState state[2];
+         for (int pass = 0; pass < 2; ++pass)
+             k.doubleRate(reinterpret_cast<int32_t(*)[2]>(b.array<int32_t>(400)),
+                          reinterpret_cast<int32_t(*)[2]>(b.values<int32_t>(200, 32)), state,
+                          b.pick(101));
+     }},
+    {"conversions",
+     [](const KernelTable& k, Bench& b) {
+         const int samples = b.pick(100);
+         const int32_t* const wide = b.values<int32_t>(100, 32);
+         const int16_t* const narrow = b.values<int16_t>(100, 16);
+         k.fromQ4(b.array<int16_t>(100), wide, samples);
+         k.from24Bit(b.array<int16_t>(100), wide, samples);
+         k.from32Bit(b.array<int16_t>(100), wide, samples);
+         // Any bit pattern as a float: infinities, denormals and "not a number" among them.
+         k.fromFloat(b.array<int16_t>(100), reinterpret_cast<const float*>(wide), samples);
+         k.toQ4(b.array<int32_t>(100), narrow, samples);
+         k.to24Bit(b.array<int32_t>(100), narrow, samples);
+         k.to32Bit(b.array<int32_t>(100), narrow, samples);
+         k.toFloat(b.array<float>(100), narrow, samples);
+     }},
+};
+
+using Backend = std::tuple<const KernelTable*, const Case*>;
+
+class EveryBackend : public testing::TestWithParam<Backend> {};
+
+TEST_P(EveryBackend, EqualsPortable)
+{
+    const auto& [table, kernel] = GetParam();
+    for (unsigned seed = 1; seed <= 200; ++seed) {
+        Bench expected(seed, seed % 4);
+        Bench actual(seed, seed % 4);
+        kernel->run(kPortableKernels, expected);
+        kernel->run(*table, actual);
+        ASSERT_EQ(actual.arrays, expected.arrays) << "seed " << seed;
+    }
+}
+
+std::vector<Backend> backends()
+{
+    std::vector<Backend> all;
+    for (const KernelTable* const* table = availableKernels(); *table != nullptr; ++table)
+        for (const Case& kernel : kCases)
+            all.emplace_back(*table, &kernel);
+    return all;
+}
+
+std::string testName(const testing::TestParamInfo<Backend>& backend)
+{
+    return std::string(std::get<0>(backend.param)->name) + "_" + std::get<1>(backend.param)->name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, EveryBackend, testing::ValuesIn(backends()), testName);
+
+} // namespace
