@@ -300,7 +300,7 @@ private:
     template <class Pointers>
     struct Planar {
         Pointers first;
-        static constexpr int stride = 1;
+        int stride;
         auto operator()(int channel) const { return first[channel]; }
     };
     template <class Pointer>
@@ -311,7 +311,7 @@ private:
     template <class Pointers>
     Planar<Pointers> planar(Pointers first) const
     {
-        return {first};
+        return {first, 1};
     }
 
     template <class In, class Out>

@@ -56,12 +56,12 @@ AlignedStream::AlignedStream(int rate, Velora_BitDepth_T depth, double timeSpeed
     engine->Init(rate, depth);                             // lifts the limit set by asking
 
     const int shift = rateShift(rate);
-    const int hopFrames = hop << shift;
+    const size_t hopFrames = size_t(hop) << shift;
     // A block gives its length / speed, rounded to hops, but as long as it is while being primed.
     const double slowest = std::min(double(engineSpeed), 1.0);
-    const int room = int(std::ceil(kBlockFrames / slowest)) + 4 * hopFrames;
-    block.resize(size_t(kBlockFrames * frameBytes));
-    output.resize(size_t(room * frameBytes));
+    const size_t room = size_t(std::ceil(kBlockFrames / slowest)) + 4 * hopFrames;
+    block.resize(kBlockFrames * frameBytes);
+    output.resize(room * frameBytes);
 
     // In silence, so that the fade is over and the clock at its start when the music comes.
     engine->SetPar(engineSpeed);
@@ -76,8 +76,8 @@ void AlignedStream::process(const void* in, int frames)
     const auto* source = static_cast<const std::byte*>(in);
     while (frames > 0) {
         const int part = std::min(frames, kBlockFrames - blockFrames);
-        const size_t bytes = size_t(part * frameBytes);
-        std::memcpy(block.data() + blockFrames * frameBytes, source, bytes);
+        const size_t bytes = size_t(part) * frameBytes;
+        std::memcpy(block.data() + size_t(blockFrames) * frameBytes, source, bytes);
         source += bytes;
         frames -= part;
         blockFrames += part;
@@ -90,7 +90,8 @@ void AlignedStream::finish()
 {
     framesToGive = std::llround(double(inputFrames) / speed) - givenFrames;
     while (framesToGive > 0) {
-        std::fill(block.begin() + blockFrames * frameBytes, block.end(), std::byte(0));
+        const size_t used = size_t(blockFrames) * frameBytes;
+        std::fill(block.begin() + ptrdiff_t(used), block.end(), std::byte(0));
         feedBlock();
     }
 }
@@ -105,5 +106,5 @@ void AlignedStream::feedBlock()
     framesToGive -= count;
     givenFrames += count;
     if (count > 0)
-        sink(output.data() + dropped * frameBytes, count);
+        sink(output.data() + size_t(dropped) * frameBytes, count);
 }

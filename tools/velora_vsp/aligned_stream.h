@@ -34,13 +34,13 @@ private:
     void feedBlock();
 
     struct Destroy {
-        void operator()(Velora_VSP_Interface* engine) const { Velora_VSP_Factory::Destroy(engine); }
+        void operator()(Velora_VSP_Interface* used) const { Velora_VSP_Factory::Destroy(used); }
     };
 
     std::unique_ptr<Velora_VSP_Interface, Destroy> engine;
     double speed;
     Sink sink;
-    int frameBytes;
+    size_t frameBytes;
     std::vector<std::byte> block;  // [kBlockFrames] frames of input
     std::vector<std::byte> output; // room for what a block gives
     int blockFrames = 0;           // frames collected in `block`

@@ -38,7 +38,7 @@ template <class Use>
 void forEachBlock(SoundReader& reader, Samples samples, Use use)
 {
     Progress progress(reader.length());
-    std::vector<std::byte> block(size_t(kBlockFrames * frameBytes(samples)));
+    std::vector<std::byte> block(kBlockFrames * frameBytes(samples));
     for (int count = kBlockFrames; count == kBlockFrames;) {
         count = reader.read(samples, block.data(), kBlockFrames);
         use(block.data(), count);

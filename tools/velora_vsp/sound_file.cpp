@@ -106,9 +106,9 @@ Samples samplesFor(int format)
                         : Samples::float64;
 }
 
-int frameBytes(Samples samples)
+size_t frameBytes(Samples samples)
 {
-    return withType(samples, [](auto* type) { return int(2 * sizeof *type); });
+    return withType(samples, [](auto* type) { return 2 * sizeof *type; });
 }
 
 SoundReader::SoundReader(const std::filesystem::path& path) : name(path)
@@ -186,7 +186,7 @@ void SoundWriter::copyStrings(SNDFILE* from)
 
 void SoundWriter::write(Samples samples, const void* in, int frames)
 {
-    scratch.resize(size_t(frames * frameBytes(samples)));
+    scratch.resize(size_t(frames) * frameBytes(samples));
     const sf_count_t written = withType(samples, [&](auto* type) {
         const auto* source = static_cast<const std::remove_pointer_t<decltype(type)>*>(in);
         auto* out = reinterpret_cast<decltype(type)>(scratch.data());

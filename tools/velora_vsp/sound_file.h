@@ -17,7 +17,7 @@ enum class Samples { int16, int24, int32, float32, float64 };
 Samples samplesFor(int format);
 
 /// Bytes of a stereo frame.
-int frameBytes(Samples samples);
+size_t frameBytes(Samples samples);
 
 struct CloseSoundFile {
     void operator()(SNDFILE* file) const { sf_close(file); }

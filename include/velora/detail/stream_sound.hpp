@@ -122,7 +122,7 @@ public:
             engines.emplace_back(Velora_VSP_Factory::Create());
         engines[0]->Init(sampleRate, FormatTraits<Format>::kBitDepth);
         workingHop = engines[0]->GetPredictedInputFrameSize(1);
-        in.resize(std::size_t(2 * (workingHop << shift())));
+        in.resize(2 * std::size_t(hop()));
         out.resize(in.size() * kMostHopsPerHop);
     }
 
