@@ -25,6 +25,12 @@ void* operator new(std::size_t bytes)
     throw std::bad_alloc();
 }
 
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
+{
+    ++count;
+    return std::malloc(bytes);
+}
+
 void operator delete(void* memory) noexcept
 {
     std::free(memory);
