@@ -359,15 +359,16 @@ TEST_F(ToolTest, ForceReplacesWhatALinkPointsTo)
 // A limit on the size of files stands for a full disk. The encoders fail at different moments.
 TEST_F(ToolTest, FullDiskIsAnErrorAndLeavesNothing)
 {
-    write("in.wav", tone(440.0, 200000));
+    write("long.wav", tone(440.0, 200000));
+    write("short.wav", tone(440.0, 2000)); // less than an encoder holds back until it is closed
     const std::set<std::string> before = fileNames();
-    for (const char* name : {"out.wav", "out.flac", "out.ogg"})
-        for (const char* speed : {"1", "2"}) {
-            const Result result =
-                shell("ulimit -f 4; \"$T\" in.wav " + std::string(name) + " -s " + speed);
-            EXPECT_EQ(result.exitCode, 1) << name;
-            EXPECT_NE(result.text.find(name), std::string::npos) << result.text;
-            EXPECT_EQ(fileNames(), before) << name;
+    for (const char* arguments : {"long.wav out.wav", "long.wav out.flac", "long.wav out.ogg",
+                                  "long.wav out.mp3", "short.wav out.flac", "short.wav out.ogg"})
+        for (const char* speed : {" -s 1", " -s 2"}) {
+            const Result result = shell("ulimit -f 1; \"$T\" " + std::string(arguments) + speed);
+            EXPECT_EQ(result.exitCode, 1) << arguments;
+            EXPECT_NE(result.text.find("out."), std::string::npos) << result.text;
+            EXPECT_EQ(fileNames(), before) << arguments;
         }
 }
 

@@ -201,22 +201,36 @@ void SoundWriter::write(Samples samples, const void* in, int frames)
     });
     framesWritten += written;
     if (written != frames)
-        throw FileError(name, "can't be written: " + std::string(sf_strerror(file.get())));
+        throw FileError(name, "can't be written: is the disk full?");
 }
 
-// Encoders keep the last frames to themselves until they are closed, and may lose them silently.
+// Encoders lose frames silently on a full disk, at the latest when they are closed, and announce
+// them all the same: only reading tells.
 void SoundWriter::close()
 {
     const bool isClosed = sf_close(file.release()) == 0;
-    SF_INFO check{};
-    if ((fileInfo.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_RAW)
-        check = fileInfo;
-    file.reset(sf_open(path.c_str(), SFM_READ, &check));
-    const bool isReadable = file != nullptr;
-    file.reset();
-    if (!isReadable && framesWritten == 0)
+    const bool isComplete = isReadable();
+    if (framesWritten == 0 && !isComplete)
         throw FileError(name, "this kind of file can't be empty, but the input has no frames: "
                               "give another extension, such as .wav");
-    if (!isClosed || !isReadable || check.frames < framesWritten)
+    if (!isClosed || !isComplete)
         throw FileError(name, "couldn't be written completely: is the disk full?");
+}
+
+bool SoundWriter::isReadable() const
+{
+    SF_INFO info{};
+    const int container = fileInfo.format & SF_FORMAT_TYPEMASK;
+    if (container == SF_FORMAT_RAW)
+        info = fileInfo;
+    const SoundFilePtr written(sf_open(path.c_str(), SFM_READ, &info));
+    if (written == nullptr || info.frames < framesWritten)
+        return false;
+    if (container != SF_FORMAT_FLAC && container != SF_FORMAT_OGG && container != SF_FORMAT_MPEG)
+        return true;
+    std::vector<float> block(8192 * size_t(info.channels));
+    int64_t framesRead = 0;
+    while (const sf_count_t count = sf_readf_float(written.get(), block.data(), 8192))
+        framesRead += count;
+    return framesRead >= framesWritten;
 }

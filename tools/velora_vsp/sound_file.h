@@ -65,6 +65,8 @@ public:
     void close();
 
 private:
+    bool isReadable() const;
+
     std::filesystem::path name;
     std::filesystem::path path;
     SF_INFO fileInfo;
