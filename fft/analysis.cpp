@@ -1,7 +1,8 @@
 // Turns each low-band hop into the Hann-windowed spectrum of the last 512 frames, per channel.
 //
-// Only the 128 new frames are transformed, zero-padded and both channels at once; the spectrum of the
-// whole frame is the sum of four hops' partial spectra, each turned by i^k for every hop of age.
+// Only the 128 new frames are transformed, zero-padded and both channels at once; the spectrum of
+// the whole frame is the sum of four hops' partial spectra, each turned by i^k for every hop of
+// age.
 
 #include "engine/velora_vsp.h"
 

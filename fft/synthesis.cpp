@@ -1,5 +1,6 @@
 // Turns each pair of synthesis spectra into the next 128 low-band frames: Hann window once more,
-// overlap-add at a hop of 128, both in the frequency domain, and one inverse transform for both channels.
+// overlap-add at a hop of 128, both in the frequency domain, and one inverse transform for both
+// channels.
 
 #include "engine/velora_vsp.h"
 

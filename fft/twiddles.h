@@ -35,6 +35,6 @@ struct LastPassTwiddles {
     alignas(32) int32_t re[7][8];
     alignas(32) int32_t im[7][8];
 };
-extern const std::array<LastPassTwiddles, 8> lastPassTwiddles;
+extern const std::array<LastPassTwiddles, 8> kLastPassTwiddles;
 
 } // namespace vsp

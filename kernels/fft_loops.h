@@ -203,7 +203,7 @@ VSP_INLINE void loadBlocks(Complex<V> (&x)[8], Complex<V> (&w)[7], const int32_t
     loadColumns(blockIm, xIm);
     for (int i = 0; i < 8; ++i)
         x[i] = {xRe[i], xIm[i]};
-    const LastPassTwiddles& factors = lastPassTwiddles[group];
+    const LastPassTwiddles& factors = kLastPassTwiddles[size_t(group)];
     for (int i = 0; i < 7; ++i)
         w[i] = {load(factors.re[i] + first, V{}), load(factors.im[i] + first, V{})};
 }

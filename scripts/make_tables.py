@@ -43,6 +43,6 @@ constexpr std::array<LastPassTwiddles, 8> inLaneOrder() {
 
 } // namespace
 
-constinit const std::array<LastPassTwiddles, 8> lastPassTwiddles = inLaneOrder();
+constinit const std::array<LastPassTwiddles, 8> kLastPassTwiddles = inLaneOrder();
 
 } // namespace vsp""")
