@@ -4,7 +4,6 @@
 #include "convert/biquad.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <iterator>
 
 #include "fixed/fixed.h"
@@ -36,25 +35,25 @@ extern const int32_t biquadCoefTable[kBiquadRates][5] = {
     {1098672, 2197343, 1098672, 2048164275, -978817138},
 };
 
-void Biquad_Section(int32_t* samples, int count, const int32_t* coeffs_q30,
-                    BiquadChannelState& state)
+namespace {
+
+// Runs one sample through the section: truncated toward minus infinity, not saturated.
+VSP_INLINE int16_t Biquad_Section(int16_t sample, const int32_t* coeffs_q30, BiquadChannelState& s)
 {
     const int32_t* const c = coeffs_q30;
-    BiquadChannelState s = state;
-    for (int n = 0; n < count; ++n) {
-        const int32_t x = samples[n] * 64;
-        const int64_t sum_q36 = int64_t(s.residue) + int64_t(c[0]) * x + int64_t(c[1]) * s.x1 +
-                                int64_t(c[2]) * s.x2 + int64_t(c[3]) * s.y1 + int64_t(c[4]) * s.y2;
-        const int32_t high = int32_t(sum_q36 >> 32);
-        samples[n] = high >> 4;
-        s.residue = uint32_t(sum_q36);
-        s.x2 = s.x1;
-        s.x1 = x;
-        s.y2 = s.y1;
-        s.y1 = fx::wrapShl(high, 2);
-    }
-    state = s;
+    const int32_t x = sample * 64;
+    const int64_t sum_q36 = int64_t(s.residue) + int64_t(c[0]) * x + int64_t(c[1]) * s.x1 +
+                            int64_t(c[2]) * s.x2 + int64_t(c[3]) * s.y1 + int64_t(c[4]) * s.y2;
+    const int32_t high = int32_t(sum_q36 >> 32);
+    s.residue = uint32_t(sum_q36);
+    s.x2 = s.x1;
+    s.x1 = x;
+    s.y2 = s.y1;
+    s.y1 = fx::wrapShl(high, 2);
+    return fx::low16(high >> 4);
 }
+
+} // namespace
 
 } // namespace vsp
 
@@ -75,21 +74,15 @@ void Velora_BQ::Init(int sampleRate)
 
 void Velora_BQ::Exe(short (*dst)[2], const short (*src)[2], int frames)
 {
-    for (std::ptrdiff_t done = 0; done < frames; done += kBatchFrames)
-        Biquad_Frame(dst + done, src + done,
-                     int(std::min<std::ptrdiff_t>(kBatchFrames, frames - done)));
-}
-
-void Velora_BQ::Biquad_Frame(short (*dst)[2], const short (*src)[2], int frames)
-{
-    int32_t biquadScratch[kBatchFrames]; // one channel of the batch
-    for (int channel = 0; channel < 2; ++channel) {
-        for (int n = 0; n < frames; ++n)
-            biquadScratch[n] = src[n][channel];
-        Biquad_Section(biquadScratch, frames, biquadCoefTable[coefIndex], state[channel]);
-        for (int n = 0; n < frames; ++n)
-            dst[n][channel] = fx::low16(biquadScratch[n]);
+    const int32_t* const coeffs = biquadCoefTable[coefIndex];
+    BiquadChannelState left = state[0];
+    BiquadChannelState right = state[1];
+    for (int n = 0; n < frames; ++n) {
+        dst[n][0] = Biquad_Section(src[n][0], coeffs, left);
+        dst[n][1] = Biquad_Section(src[n][1], coeffs, right);
     }
+    state[0] = left;
+    state[1] = right;
 }
 
 Velora_BQ_Interface* Velora_BQ_Factory::Create()

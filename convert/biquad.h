@@ -22,13 +22,6 @@ struct BiquadChannelState {
     uint32_t residue = 0; // what the last output cut off, Q36: fed into the next (error feedback)
 };
 
-/// Filters one channel in place.
-/// @param samples     [count]
-/// @param coeffs_q30  [5] a row of biquadCoefTable
-/// Truncates toward minus infinity; doesn't saturate.
-void Biquad_Section(int32_t* samples, int count, const int32_t* coeffs_q30,
-                    BiquadChannelState& state);
-
 } // namespace vsp
 
 class Velora_BQ : public Velora_BQ_Interface {
@@ -37,12 +30,7 @@ public:
     void Init(int sampleRate) override;
     void Exe(short (*dst)[2], const short (*src)[2], int frames) override;
 
-    /// Filters one batch of 1 to kBatchFrames frames.
-    void Biquad_Frame(short (*dst)[2], const short (*src)[2], int frames);
-
 private:
-    static constexpr int kBatchFrames = 128;
-
     vsp::BiquadChannelState state[2]; // history: [channel]
     int32_t coefIndex;                // row of biquadCoefTable
 };
