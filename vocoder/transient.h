@@ -3,6 +3,10 @@
 
 #include "fixed/complex.h"
 
+#ifdef __FAST_MATH__
+#error "a silent band's 0 / 0 must stay \"not a number\": build without -ffast-math"
+#endif
+
 namespace vsp {
 
 /// A recursive filter across bins stands for the derivative with respect to frequency. Its values y
