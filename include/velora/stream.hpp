@@ -101,7 +101,7 @@ public:
             return;
         self->sound.prepare(voice, self->schedule);
         self->schedule.want(voice);
-        if (inputFrames() == 0) // so that queries know it before anything goes in
+        if (inputFrames() == 0 || self->ended) // so that queries know it: no input may follow
             self->schedule.settle(self->sound);
     }
 

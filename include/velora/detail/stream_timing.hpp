@@ -102,7 +102,6 @@ struct Voice {
     Path path = Path::dry;
     double speed = 1.0;       // as asked for
     float engineSpeed = 1.0f; // as the engine is told
-    double turnedTo = 1.0;    // speed of the synthesis frames made so far
     float clock = 1.0f;       // the engine's own: synthesis position in hops, single precision
     std::int64_t fed = 0;     // media frame that it takes next
     std::int64_t end = 0;     // output frame that it gives next
@@ -110,7 +109,7 @@ struct Voice {
     static Voice at(double speed, Pitch pitch)
     {
         Voice voice;
-        voice.speed = voice.turnedTo = speed;
+        voice.speed = speed;
         voice.engineSpeed = float(speed);
         const bool pitchDrops =
             voice.engineSpeed == 0.5f || voice.engineSpeed == 0.25f || voice.engineSpeed == 0.125f;
@@ -119,7 +118,7 @@ struct Voice {
         else if (voice.engineSpeed != 1.0f)
             voice.path = Path::vocoder;
         if (voice.path != Path::vocoder)
-            voice.speed = voice.turnedTo = double(voice.engineSpeed);
+            voice.speed = double(voice.engineSpeed);
         else if (pitchDrops)
             voice.engineSpeed = std::nextafter(voice.engineSpeed, 1.0f);
         return voice;
@@ -149,27 +148,23 @@ struct Voice {
         end = output - std::llround((media - double(fed)) / speed + delay(rate));
     }
 
-    /// Output frames that the hop at `fed` yields. `turn(output)` is told where synthesis takes up
-    /// a new speed.
-    template <class Turn>
-    std::int64_t takeHop(const Rate& rate, Turn turn)
+    /// Takes the hop at `fed`; returns the output frames that it yields.
+    std::int64_t takeHop(const Rate& rate)
     {
         std::int64_t frames = 0;
-        if (path == Path::converter) {
+        if (path == Path::converter)
             frames = std::int64_t(double(rate.hop) / speed);
-        } else {
-            for (clock -= 1.0f; clock < 1.0f; clock += engineSpeed) {
-                if (turnedTo != speed) {
-                    turnedTo = speed;
-                    turn(end + frames + kSynthesisDelayHops * rate.hop);
-                }
+        else
+            for (clock -= 1.0f; clock < 1.0f; clock += engineSpeed)
                 frames += rate.hop;
-            }
-        }
         fed += rate.hop;
         end += frames;
         return frames;
     }
+
+    /// Output frame from which a vocoder plays at a speed that it is given now: the middle of its
+    /// next synthesis frame.
+    std::int64_t glideStart(const Rate& rate) const { return end + kSynthesisDelayHops * rate.hop; }
 
     /// Hops before the first wanted one after which level and phases have settled.
     std::int64_t leadHops() const { return path == Path::vocoder ? 6 + std::int64_t(speed) : 2; }
@@ -281,10 +276,7 @@ private:
         }
         while (!voice.isDry() && voice.fed + rate.hop <= input) {
             const Voice start = voice;
-            const std::int64_t frames = voice.takeHop(rate, [&](std::int64_t output) {
-                if (role != Role::tail) // its last change is not heard any more
-                    sound.turn(output, sound.mediaAt(output), voice.speed);
-            });
+            const std::int64_t frames = voice.takeHop(rate);
             sound.feed(role, start, frames);
         }
         if (role == Role::tail)
@@ -301,6 +293,8 @@ private:
             now.speed = wanted.speed;
             now.engineSpeed = wanted.engineSpeed;
             sound.glide(now.engineSpeed);
+            const std::int64_t output = now.glideStart(rate);
+            sound.turn(output, sound.mediaAt(output), now.speed);
         } else if (joining && now.isDry() && wanted.isDry()) {
             joining = false;
             sound.cancel(joinOutput);
