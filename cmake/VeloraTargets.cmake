@@ -17,6 +17,7 @@ function(velora_add_library name)
     add_library(velora::${name}_static ALIAS ${target}_static)
     set_target_properties(${target} PROPERTIES
         VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+        INSTALL_RPATH "$ORIGIN" # an installed engine finds the converter beside it
         EXPORT_NAME ${name})
     set_target_properties(${target}_static PROPERTIES
         EXPORT_NAME ${name}_static
