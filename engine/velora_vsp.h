@@ -159,9 +159,9 @@ private:
     const vsp::KernelTable& kernels; // the hot loops, for this machine
 
     // ---- Buffered front end: caller frames waiting for a whole chunk ----
-    alignas(int32_t) std::byte bufRing[kRingFrames * 8] = {}; // history: caller's format; 2-byte
-                                                              // samples use the first half
-    int32_t bufWritePos = 0;                                  // history: frame index in the ring
+    // History: in the caller's format; 2-byte samples use the first half.
+    alignas(int32_t) std::byte bufRing[kRingFrames * 8] = {};
+    int32_t bufWritePos = 0;    // history: frame index in the ring
     int32_t bufReadPos = 0;     // history: frame index, a multiple of bufChunkFrames
     int32_t bufFill = 0;        // history: frames written and not yet processed
     int32_t bufInitPending = 0; // settings: a format is waiting to be applied
@@ -188,9 +188,9 @@ private:
     vsp::Frame hpSegBuf[4][2 * vsp::kMaxHop]; // storage of hpSegRing
     vsp::Frame* hpSegRing[4];       // history: two hops for each synthesis frame, [3] newest
     vsp::Frame hpOut[vsp::kMaxHop]; // this synthesis frame: high band
-    vsp::Frame lowBandFrame[vsp::kLowHop] =
-        {}; // this hop: into the analysis, then out of the synthesis;
-            // a shorter hop leaves the rest as the last one left it
+    // This hop: into the analysis, then out of the synthesis; a shorter hop leaves the rest as it
+    // was.
+    vsp::Frame lowBandFrame[vsp::kLowHop] = {};
 
     // ---- Analysis: partial spectra of the last hops and their sum ----
     vsp::ComplexInt partSpBuf[2][5][vsp::kBins]; // storage of partSpRing
@@ -226,7 +226,6 @@ private:
     vsp::ComplexShort phaseAdvance[2][vsp::kBins]; // this hop: rotation over one hop, Q14
     vsp::ComplexShort synthPhasor[2][vsp::kBins];  // history: running phases, Q14
     int16_t peakList[vsp::kMaxPeaks];              // this synthesis frame
-    vsp::PeakRegion peakRegion[vsp::kMaxPeaks];    // this synthesis frame
     vsp::ComplexInt synthWinBuf[2][4][vsp::kBins]; // storage of synthWinRing
     vsp::ComplexInt* synthWinRing[2][4]; // history: windowed spectra, [channel][age], [3] newest
     vsp::ComplexInt synthSum[2][vsp::kBins]; // history: overlap-add of the last four
