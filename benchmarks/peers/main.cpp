@@ -1,0 +1,253 @@
+// Our engine and the libraries that a user would otherwise pick, on the same sound in the same
+// blocks, and which of our targets hold.
+//
+//     peers [--rounds N] [--seconds N] [--raw FILE]   FILE: 16-bit stereo at 44100 Hz, no header
+//     peers --once LIBRARY SPEED SECONDS              one pass, for counting its instructions
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "benchmarks/dense_music.h"
+#include "benchmarks/peers/measure.h"
+#include "benchmarks/peers/table.h"
+
+namespace {
+
+constexpr int kRate = 44100;
+constexpr int kHighRate = 96000;
+constexpr int kBlockFrames = 1024;
+constexpr int kHopFrames = 512; // at 44.1 kHz
+constexpr int kSpeeds = 6;
+constexpr double kSpeed[kSpeeds] = {0.6, 0.75, 1.25, 1.5, 2.0, 3.0};
+constexpr const char* kHighRateName = "at 96 kHz, float";
+
+// ---- Targets: the most that our time may be as a share of a peer's, at each speed ----
+struct Target {
+    std::string ours;
+    std::string peer;
+    double share[kSpeeds];
+};
+const Target kTargets[] = {
+    {"avx2", "SoundTouch", {0.45, 0.45, 0.45, 0.45, 0.45, 0.45}},
+    {"avx2", "SoundTouch quick seek", {1, 1, 1, 1, 1, 1}},
+    {"avx2", "Sonic", {1, 1, 1, 1, 1, 1}},
+    {"avx2", "Rubber Band R2", {0.020, 0.020, 0.030, 0.028, 0.028, 0.024}},
+    {"sse41", "SoundTouch", {0.75, 0.75, 0.70, 0.65, 0.60, 0.60}},
+    {"portable", "SoundTouch", {2, 2, 2, 2, 2, 2}},
+};
+constexpr double kMostHighRateCost = 2.0; // of the time per second of 44.1 kHz 16-bit music
+constexpr double kMostWorstCall = 3.0;    // of the median call
+constexpr size_t kMostEngineBytes = size_t(320) * 1024;
+
+struct Settings {
+    int rounds = 7;
+    double seconds = 10.0;
+    std::string raw;
+};
+
+std::vector<Library> allLibraries()
+{
+    std::vector<Library> all = veloraEngines();
+#ifdef VELORA_PEER_SOUNDTOUCH
+    all.push_back(soundTouch());
+    all.push_back(soundTouchQuickSeek());
+#endif
+#ifdef VELORA_PEER_SONIC
+    all.push_back(sonic());
+#endif
+#ifdef VELORA_PEER_RUBBERBAND
+    all.push_back(rubberBandR2());
+    all.push_back(rubberBandR3());
+#endif
+    return all;
+}
+
+Clip music(int rate, double seconds)
+{
+    return {rate, denseMusic(rate, size_t(seconds * rate))};
+}
+
+Clip readRaw(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    const std::streamoff bytes = file.tellg();
+    if (bytes < 4 * kRate)
+        throw std::runtime_error(path + ": can't be read, or shorter than a second");
+    std::vector<int16_t> samples(size_t(bytes / 4) * 2);
+    file.seekg(0);
+    file.read(reinterpret_cast<char*>(samples.data()), std::streamsize(samples.size() * 2));
+    return {kRate, std::move(samples)};
+}
+
+const Measurement* find(const std::vector<Measurement>& all, std::string_view name)
+{
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [name](const Measurement& m) { return m.name == name; });
+    return found == all.end() ? nullptr : &*found;
+}
+
+void printMachine()
+{
+    std::ifstream cpuInfo("/proc/cpuinfo");
+    std::string line;
+    while (std::getline(cpuInfo, line) && !line.starts_with("model name")) {
+    }
+    const size_t colon = line.find(": ");
+    double load = 0.0;
+    getloadavg(&load, 1);
+    std::printf("Machine: %s, %u processors, load %.2f.\n\n",
+                colon == std::string::npos ? "unknown" : line.substr(colon + 2).c_str(),
+                std::thread::hardware_concurrency(), load);
+}
+
+void printSpeed(double speed, const std::vector<Measurement>& all,
+                const std::vector<Library>& engines)
+{
+    std::vector<std::vector<std::string>> rows = {{"speed " + number("%g", speed), "x real time",
+                                                   "ns per frame", "spread", "largest call, us"}};
+    for (const Library& engine : engines)
+        rows[0].push_back(engine.name + " / it");
+    for (const Measurement& m : all) {
+        rows.push_back({m.name, number("%.0f", 1.0 / median(m.load)), number("%.1f", nsPerFrame(m)),
+                        number("%.0f %%", 100.0 * spread(m)),
+                        number("%.0f", 1e6 * largest(m.callSeconds))});
+        for (const Library& engine : engines)
+            rows.back().push_back(number("%.3f", ratio(*find(all, engine.name), m)));
+    }
+    printTable(rows);
+}
+
+class Verdict {
+public:
+    std::string cell(const char* format, double measured, double target)
+    {
+        ++claims;
+        missed += measured > target;
+        return number(format, measured) + (measured > target ? " > " : " <= ") +
+               number("%.7g", target) + (measured > target ? " MISSED" : "");
+    }
+    void print() const { std::printf("%d of %d targets met.\n", claims - missed, claims); }
+
+private:
+    int claims = 0;
+    int missed = 0;
+};
+
+void printShares(Verdict& verdict, const std::vector<std::vector<Measurement>>& bySpeed,
+                 const std::string& best)
+{
+    std::vector<std::vector<std::string>> rows = {{"share of time"}};
+    for (const double speed : kSpeed)
+        rows[0].push_back("speed " + number("%g", speed));
+    const auto addRow = [&](const std::string& ours, const std::string& peer, const auto& target) {
+        if (find(bySpeed[0], ours) == nullptr || find(bySpeed[0], peer) == nullptr)
+            return;
+        rows.push_back({ours + " / " + peer});
+        for (size_t i = 0; i < kSpeeds; ++i)
+            rows.back().push_back(verdict.cell(
+                "%.3f", ratio(*find(bySpeed[i], ours), *find(bySpeed[i], peer)), target[i]));
+    };
+    for (const Target& target : kTargets)
+        addRow(target.ours, target.peer, target.share);
+    addRow(kHighRateName, best, std::vector<double>(kSpeeds, kMostHighRateCost));
+    printTable(rows);
+}
+
+void printCalls(Verdict& verdict, const Library& engine, const Clip& clip, int rounds)
+{
+    std::vector<std::vector<std::string>> rows = {
+        {engine.name + ", a hop a call", "median call, us", "largest call, us", "share"}};
+    for (const double speed : {1.0, 1.25, 1.5, 2.0, 3.0}) {
+        const Measurement m = measure({{engine, &clip}}, speed, kHopFrames, rounds)[0];
+        const double middle = median(m.callSeconds), worst = largest(m.callSeconds);
+        rows.push_back({"speed " + number("%g", speed), number("%.2f", 1e6 * middle),
+                        number("%.2f", 1e6 * worst),
+                        verdict.cell("%.2f", worst / middle, kMostWorstCall)});
+    }
+    printTable(rows);
+}
+
+void compare(const Settings& settings)
+{
+    const Clip clip = settings.raw.empty() ? music(kRate, settings.seconds) : readRaw(settings.raw);
+    const Clip highRate = music(kHighRate, settings.seconds);
+    const std::vector<Library> engines = veloraEngines();
+
+    const std::vector<Library> libraries = allLibraries();
+    std::vector<Entrant> entrants;
+    std::transform(libraries.begin(), libraries.end(), std::back_inserter(entrants),
+                   [&clip](const Library& library) {
+                       return Entrant{library, &clip};
+                   });
+    entrants.push_back(
+        {{kHighRateName, veloraEngines(SampleForm::float32).back().start}, &highRate});
+
+    printMachine();
+    std::vector<std::vector<Measurement>> bySpeed;
+    for (const double speed : kSpeed) {
+        bySpeed.push_back(measure(entrants, speed, kBlockFrames, settings.rounds));
+        printSpeed(speed, bySpeed.back(), engines);
+    }
+    Verdict verdict;
+    printCalls(verdict, engines.back(), clip, settings.rounds);
+    printShares(verdict, bySpeed, engines.back().name);
+    std::printf(
+        "Bytes of an engine object: %s\n\n",
+        verdict.cell("%.0f", double(veloraEngineBytes()), double(kMostEngineBytes)).c_str());
+    verdict.print();
+}
+
+void playOnce(const std::string& name, double speed, double seconds)
+{
+    const std::vector<Library> libraries = allLibraries();
+    const auto found = std::find_if(libraries.begin(), libraries.end(),
+                                    [&](const Library& library) { return library.name == name; });
+    if (found == libraries.end())
+        throw std::runtime_error("no library " + name);
+    // Making the sound costs the same, however much of it is played.
+    Clip clip = music(kRate, 3.0);
+    clip.frames = std::min(clip.frames, size_t(seconds * kRate));
+    const Pass pass = play(*found, clip, speed, kBlockFrames);
+    std::printf("%ld %ld\n", pass.inFrames, pass.outFrames);
+}
+
+Settings parse(int count, char** arguments)
+{
+    Settings settings;
+    for (int i = 1; i + 1 < count; i += 2) {
+        const std::string_view name = arguments[i];
+        if (name == "--rounds")
+            settings.rounds = std::max(1, std::atoi(arguments[i + 1]));
+        else if (name == "--seconds")
+            settings.seconds = std::max(1.0, std::atof(arguments[i + 1]));
+        else if (name == "--raw")
+            settings.raw = arguments[i + 1];
+        else
+            throw std::runtime_error("unknown option " + std::string(name));
+    }
+    return settings;
+}
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    try {
+        if (count == 5 && std::string_view(arguments[1]) == "--once")
+            playOnce(arguments[2], std::atof(arguments[3]), std::atof(arguments[4]));
+        else
+            compare(parse(count, arguments));
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "peers: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,39 @@
+// CPU time of the processing calls, on a machine that others use too: libraries take turns round by
+// round, so that what slows the machine down slows all of them; medians then drop what hit only
+// one.
+#pragma once
+
+#include "benchmarks/peers/stretcher.h"
+
+/// A whole clip, block by block.
+struct Pass {
+    double cpuSeconds;               // of this thread, in processing calls alone
+    long inFrames, outFrames;        // a last part of a block is left out
+    std::vector<double> callSeconds; // [call], wall clock
+};
+Pass play(const Library& library, const Clip& clip, double speed, int blockFrames);
+
+/// Who plays what.
+struct Entrant {
+    Library library;
+    const Clip* clip;
+};
+
+struct Measurement {
+    std::string name;
+    int rate;                        // Hz
+    std::vector<double> load;        // [round], CPU seconds per second of input
+    std::vector<double> callSeconds; // [call], the shortest of all rounds: they do the same work
+};
+
+/// Throws std::runtime_error if a library returns less or more sound than the speed asks for.
+std::vector<Measurement> measure(const std::vector<Entrant>& entrants, double speed,
+                                 int blockFrames, int rounds);
+
+double median(std::vector<double> values);
+double largest(const std::vector<double>& values);
+double nsPerFrame(const Measurement& m);
+/// Range of the rounds as a share of their median.
+double spread(const Measurement& m);
+/// Median over the rounds of a's load as a share of b's in the same round.
+double ratio(const Measurement& a, const Measurement& b);
