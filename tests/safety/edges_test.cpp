@@ -205,7 +205,7 @@ public:
         const int pages = memfd_create("pages", 0);
         complete = start != MAP_FAILED && pages >= 0 && ftruncate(pages, kPeriod) == 0;
         for (size_t done = 0; complete && done < bytes; done += kPeriod)
-            complete = mmap(data() + done, kPeriod, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED,
+            complete = mmap(data() + done, kPeriod, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED | MAP_POPULATE,
                             pages, 0) != MAP_FAILED;
         close(pages);
     }
