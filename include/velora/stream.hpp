@@ -247,6 +247,20 @@ public:
         return self->schedule.taken;
     }
 
+    /// Frames of input that the engine takes at a time: a change of speed takes effect where
+    /// inputFrames is a multiple of it.
+    std::int64_t hopFrames() const { return self->sound.rate.hop; }
+
+    /// Output frame from which `speed` holds if it is set now. A caller who wants the change at a
+    /// certain media time asks at every hop whether mediaFrameOf this has reached it.
+    std::int64_t changeFrame(double speed) const
+    {
+        auto schedule = rehearse();
+        if (schedule.input % hopFrames() != 0)
+            schedule.accept(schedule.untilBoundary(), detail::Rehearsal{self->sound.times});
+        return schedule.changeFrame(detail::Voice::at(speed, schedule.rate.pitch));
+    }
+
     /// Media frame that an output frame sounds, to the nearest; right across changes of speed. For
     /// frames that have not come out yet, as if the speed now in force stayed.
     std::int64_t mediaFrameOf(std::int64_t outputFrame) const

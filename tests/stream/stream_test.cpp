@@ -425,6 +425,30 @@ std::string messageOf(Call call)
     return "no exception";
 }
 
+TEST(Stream, TellsWhereAChangeOfSpeedWouldBegin)
+{
+    const auto in = noise<float>(31000, 0.3, 17);
+    for (const double from : {0.3, 0.8, 1.0, 3.0})
+        for (const double to : {0.3, 0.8, 1.0, 3.0})
+            if (from != to) {
+                Stream<float> stream(44100, 1);
+                std::vector<float> out;
+                stream.setSpeed(from);
+                stream.process(in.data(), 30000, out); // not whole hops
+                const std::int64_t frame = stream.changeFrame(to);
+                const std::int64_t media = stream.mediaFrameOf(frame);
+                stream.setSpeed(to);
+                stream.process(in.data() + 30000, std::size_t(stream.hopFrames()), out);
+                const auto mediaAt = [&](std::int64_t n) {
+                    return double(stream.mediaFrameOf(frame + n));
+                };
+                EXPECT_NEAR(mediaAt(0), double(media), 1.0) << from << " to " << to;
+                EXPECT_NEAR(mediaAt(1000), double(media) + 1000 * to, 1.0) << from << " to " << to;
+                EXPECT_NEAR(mediaAt(-1000), double(media) - 1000 * from, 1.0)
+                    << from << " to " << to;
+            }
+}
+
 TEST(Stream, RefusesWhatItCannotDoByNameAndValue)
 {
     Stream<float> stream(44100, 2);

@@ -229,6 +229,14 @@ struct Schedule {
     std::int64_t untilBoundary() const { return rate.hop - input % rate.hop; }
     bool passesAtOnce() const { return now.isDry() && !joining; }
 
+    /// Output frame from which `voice` sounds if it is wanted now, at a hop boundary.
+    std::int64_t changeFrame(const Voice& voice) const
+    {
+        if (joining)
+            return joinOutput;
+        return now.glidesTo(voice) ? now.glideStart(rate) : now.end;
+    }
+
     void want(const Voice& voice)
     {
         wanted = voice;
