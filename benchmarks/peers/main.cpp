@@ -125,6 +125,25 @@ void printSpeed(double speed, const std::vector<Measurement>& all,
     printTable(rows);
 }
 
+std::vector<std::string> headOfSpeeds(const char* what)
+{
+    std::vector<std::string> head = {what};
+    for (const double speed : kSpeed)
+        head.push_back("speed " + number("%g", speed));
+    return head;
+}
+
+void printTimes(const std::vector<std::vector<Measurement>>& bySpeed)
+{
+    std::vector<std::vector<std::string>> rows = {headOfSpeeds("ns per input frame")};
+    for (size_t entrant = 0; entrant < bySpeed[0].size(); ++entrant) {
+        rows.push_back({bySpeed[0][entrant].name});
+        for (const std::vector<Measurement>& all : bySpeed)
+            rows.back().push_back(number("%.1f", nsPerFrame(all[entrant])));
+    }
+    printTable(rows);
+}
+
 class Verdict {
 public:
     std::string cell(const char* format, double measured, double target)
@@ -144,9 +163,7 @@ private:
 void printShares(Verdict& verdict, const std::vector<std::vector<Measurement>>& bySpeed,
                  const std::string& best)
 {
-    std::vector<std::vector<std::string>> rows = {{"share of time"}};
-    for (const double speed : kSpeed)
-        rows[0].push_back("speed " + number("%g", speed));
+    std::vector<std::vector<std::string>> rows = {headOfSpeeds("share of time")};
     const auto addRow = [&](const std::string& ours, const std::string& peer, const auto& target) {
         if (find(bySpeed[0], ours) == nullptr || find(bySpeed[0], peer) == nullptr)
             return;
@@ -196,6 +213,7 @@ void compare(const Settings& settings)
         bySpeed.push_back(measure(entrants, speed, kBlockFrames, settings.rounds));
         printSpeed(speed, bySpeed.back(), engines);
     }
+    printTimes(bySpeed);
     Verdict verdict;
     printCalls(verdict, engines.back(), clip, settings.rounds);
     printShares(verdict, bySpeed, engines.back().name);
