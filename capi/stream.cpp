@@ -229,6 +229,16 @@ int64_t velora_stream_output_frames(const velora_stream* stream)
     return with(stream, [](const auto& s) { return s.outputFrames(); });
 }
 
+int64_t velora_stream_hop_frames(const velora_stream* stream)
+{
+    return with(stream, [](const auto& s) { return s.hopFrames(); });
+}
+
+int64_t velora_stream_change_frame(const velora_stream* stream, double speed)
+{
+    return with(stream, [=](const auto& s) { return s.changeFrame(speed); });
+}
+
 int64_t velora_stream_media_frame_of(const velora_stream* stream, int64_t output_frame)
 {
     return stream == nullptr

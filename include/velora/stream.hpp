@@ -21,15 +21,20 @@
 /// stays; sound is 16 bits wide and is limited to full scale. Speeds below 0.5 are dull and
 /// quieter: a low-pass at 2 kHz and a gain of -13 dB. A change of speed is heard at the very next
 /// frame that comes out, through a fade of a few milliseconds, or none between speeds of 0.5 and
-/// above other than 1.0. A click sounds within a hop of output time of where the time map puts it;
-/// a hop is 10 to 16 ms at every usual rate. Speeds above 2 skip parts of the sound, single clicks
-/// with them.
+/// above other than 1.0.
+///
+/// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. A click sounds within a hop of
+/// where the time map puts it, below speed 0.5 within a hop of media time. Speeds above 2 skip
+/// parts of the sound, single clicks with them. The engine keeps time in single precision: at a
+/// constant speed other than 1.0 the sound may leave the map by up to 0.5 ms in an hour. Lengths
+/// stay exact.
 ///
 /// Threads: a stream is driven by one thread at a time; different streams are independent.
 ///
 /// Real time: process and flush into given room neither allocate nor lock, as long as room is given
 /// for all that comes out, or input as inputFramesFor asks. setSpeed may allocate. A change of
-/// speed costs the processing of about 0.2 seconds of sound, in the call in which it is heard.
+/// speed processes 0.1 to 0.4 seconds of media in the call in which it is heard: on a desktop core,
+/// for each pair of channels, under 1 ms from speed 0.3 up, 4 ms at 0.125.
 #ifndef VELORA_STREAM_HPP
 #define VELORA_STREAM_HPP
 
@@ -248,8 +253,12 @@ public:
     }
 
     /// Frames of input that the engine takes at a time: a change of speed takes effect where
-    /// inputFrames is a multiple of it.
-    std::int64_t hopFrames() const { return self->sound.rate.hop; }
+    /// inputFrames is a multiple of it. 128 at 8000, 11025 and 12000 Hz, 256 at 16000, 22050 and
+    /// 24000, else 512 up to 48000, 1024 up to 96000, 2048 above.
+    std::int64_t hopFrames() const
+    {
+        return self->sound.rate.hop;
+    }
 
     /// Output frame from which `speed` holds if it is set now. A caller who wants the change at a
     /// certain media time asks at every hop whether mediaFrameOf this has reached it.

@@ -44,6 +44,7 @@ void expectSameAsStream(int format, double scale)
     std::vector<Sample> expected;
     stream.setSpeed(0.7);
     stream.process(in.data(), 12000, expected);
+    const std::int64_t change = stream.changeFrame(0.5);
     stream.setSpeed(0.5);
     stream.process(in.data() + 24000, 12000, expected);
     stream.flush(expected);
@@ -55,6 +56,8 @@ void expectSameAsStream(int format, double scale)
     const int64_t most = velora_stream_max_output_frames(c.get(), 12000);
     int64_t done = velora_stream_process(c.get(), in.data(), 12000, out.data(), room(0));
     EXPECT_EQ(done, most);
+    EXPECT_EQ(velora_stream_hop_frames(c.get()), 512);
+    EXPECT_EQ(velora_stream_change_frame(c.get(), 0.5), change);
     EXPECT_EQ(velora_stream_set_speed(c.get(), 0.5), VELORA_OK);
     EXPECT_EQ(velora_stream_speed(c.get()), 0.5);
     done +=

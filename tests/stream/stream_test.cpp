@@ -18,6 +18,7 @@ using velora::Pitch;
 using velora::Stream;
 using Change = std::pair<std::size_t, double>; // input frame, speed
 
+constexpr double kTwoPi = 6.283185307179586;
 constexpr std::array kSpeeds = {0.125, 0.2, 0.25, 0.3, 0.5, 0.51, 0.8, 1.0, 1.3, 2.0, 5.0, 8.0};
 
 template <class Sample>
@@ -339,7 +340,7 @@ TYPED_TEST(EveryFormat, PlanarEqualsInterleaved)
 TEST(Stream, ChangesOfSpeedDoNotClick)
 {
     const std::size_t frames = 200000;
-    const double omega = 2.0 * 3.141592653589793 * 440.0 / 44100.0;
+    const double omega = kTwoPi * 440.0 / 44100.0;
     std::vector<float> in(frames);
     for (std::size_t n = 0; n < frames; ++n)
         in[n] = float(0.4 * std::sin(omega * double(n)));
@@ -363,6 +364,37 @@ TEST(Stream, ChangesOfSpeedDoNotClick)
     }
 }
 
+// What joins was primed far enough back: level right after the fade against that much later.
+TEST(Stream, ChangesOfSpeedKeepTheLevel)
+{
+    auto in = noise<float>(100000, 0.01, 13);
+    for (std::size_t n = 0; n < in.size(); ++n)
+        for (const double hertz : {150.0, 300.0, 450.0, 600.0, 750.0})
+            in[n] += float(0.1 * std::sin(kTwoPi * hertz / 44100.0 * double(n)));
+    for (const double from : {1.0, 0.4})
+        for (const double speed : {0.2, 0.4, 0.5, 0.8, 1.3, 2.0})
+            if (from != speed) {
+                Stream<float> stream(44100, 1);
+                stream.setSpeed(from);
+                std::vector<float> out;
+                stream.process(in.data(), 80 * 512, out); // whole hops: it changes here
+                const std::size_t change = out.size();
+                stream.setSpeed(speed);
+                stream.process(in.data() + 80 * 512, 59000, out);
+                const auto power = [&](std::size_t at, std::size_t hops) {
+                    double sum = 0.0;
+                    for (std::size_t n = at; n < at + 512 * hops; ++n)
+                        sum += out[n] * out[n];
+                    return sum / double(hops);
+                };
+                for (std::size_t hop = 2; hop < 8; hop += 2)
+                    EXPECT_NEAR(10.0 * std::log10(power(change + 512 * hop, 2) /
+                                                  power(change + 512 * 20, 20)),
+                                0.0, 3.0)
+                        << from << " to " << speed << ", hop " << hop;
+            }
+}
+
 TEST(Stream, ResetMakesItLikeNewAndSeekKeepsTheSpeed)
 {
     const auto in = noise<float>(2 * 30000, 0.4, 9);
@@ -382,7 +414,9 @@ TEST(Stream, ResetMakesItLikeNewAndSeekKeepsTheSpeed)
     EXPECT_EQ(used.speed(), 2.0);
     EXPECT_EQ(used.mediaFrameOf(0), 1000000);
     EXPECT_EQ(used.outputFrameOf(1000200), 100);
+    fresh.seek(5);
     fresh.reset();
+    EXPECT_EQ(fresh.mediaFrameOf(0), 0);
     fresh.setSpeed(2.0);
     EXPECT_TRUE(play(used, in) == play(fresh, in));
     EXPECT_EQ(used.mediaFrameOf(used.outputFrames()), 1030000);

@@ -199,7 +199,7 @@ public:
         idle.reserve(kMostBanks);
         idle.push_back(std::make_unique<EngineBank<Format>>(channels, sampleRate));
         rate = Rate{sampleRate, idle[0]->shift(), idle[0]->hop(), pitch};
-        tail.resize(std::size_t(rate.hop * channels));
+        tail.resize(std::size_t(fadeFrames() * channels));
         input.reserve((kMostLeadHops + 4) * rate.hop);
         output.reserve(4 * rate.hop);
     }
@@ -208,7 +208,6 @@ public:
     {
         for (auto* bank : {&sounding, &joined, &primed})
             retire(*bank);
-        tailFrames = 0;
         input.clear();
         output.clear();
         times.reset();
@@ -256,9 +255,7 @@ public:
     {
         const Sample* const source = input.at(voice.fed);
         if (role == Schedule::Role::tail) {
-            const std::int64_t count = std::min(frames, fadeFrames() - tailFrames);
-            sounding->feed(tail.data() + tailFrames * channels, source, 0, count);
-            tailFrames += count;
+            sounding->feed(tail.data(), source, 0, std::min(frames, fadeFrames()));
         } else {
             const std::int64_t skip =
                 std::min(std::max<std::int64_t>(output.end() - voice.end, 0), frames);
@@ -269,28 +266,24 @@ public:
 
     void copy(Schedule::Role role, const Voice& voice, std::int64_t frames)
     {
-        Sample* to = nullptr;
-        if (role == Schedule::Role::tail) {
-            frames = std::min(frames, fadeFrames() - tailFrames);
-            to = tail.data() + tailFrames * channels;
-            tailFrames += frames;
-        } else {
-            to = output.append(frames);
-        }
+        const bool isTail = role == Schedule::Role::tail;
+        if (isTail)
+            frames = std::min(frames, fadeFrames());
+        Sample* const to = isTail ? tail.data() : output.append(frames);
         std::copy_n(input.at(voice.fed), frames * channels, to);
     }
 
     void join(const Voice& voice, std::int64_t frame)
     {
-        dropJoined(frame);
+        cancel(frame);
         if (!voice.isDry())
             joined = std::move(primed);
     }
 
     void cancel(std::int64_t frame)
     {
-        dropJoined(frame);
-        tailFrames = 0;
+        output.truncate(frame);
+        retire(joined);
     }
 
     void fade(std::int64_t frame, std::int64_t frames)
@@ -301,7 +294,6 @@ public:
         for (std::int64_t n = 0; n < frames; ++n)
             for (int channel = 0; channel < channels; ++channel, ++from, ++to)
                 *to = Sample(*from + (Wide(*to) - *from) * Wide(n) / Wide(frames));
-        tailFrames = 0;
         retire(sounding);
         sounding = std::move(joined);
     }
@@ -320,20 +312,13 @@ private:
 
     std::int64_t fadeFrames() const { return rate.hop / 2; }
 
-    void dropJoined(std::int64_t frame)
-    {
-        output.truncate(frame);
-        retire(joined);
-    }
-
     void retire(Bank& bank)
     {
         if (bank)
             idle.push_back(std::move(bank));
     }
 
-    std::vector<Sample> tail;    // what the sounding voice gives to the fade
-    std::int64_t tailFrames = 0; // how much of it
+    std::vector<Sample> tail; // what the sounding voice gives to the fade
     Bank sounding, joined, primed;
     std::vector<Bank> idle;
 };

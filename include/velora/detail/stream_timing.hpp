@@ -217,7 +217,7 @@ struct Schedule {
     std::int64_t joinOutput = 0; // where `next` takes over ...
     double joinMedia = 0.0;      // ... at this media time
     std::int64_t fade = 0;       // frames of the fade
-    std::int64_t tail = 0;       // frames of it that `now` has given
+    bool tailGiven = false;      // by `now`, in one hop: it is longer than the fade
     bool pending = false;
     Voice wanted; // while pending
 
@@ -261,7 +261,7 @@ struct Schedule {
         if (input % rate.hop != 0)
             return;
         if (joining) {
-            if (tail < fade)
+            if (!tailGiven)
                 advance(now, Role::tail, sound);
             advance(next, Role::joining, sound);
             takeOver(sound);
@@ -288,7 +288,7 @@ private:
             sound.feed(role, start, frames);
         }
         if (role == Role::tail)
-            tail = std::min(fade, tail + voice.end - before);
+            tailGiven = voice.end > before;
     }
 
     template <class Sound>
@@ -323,7 +323,7 @@ private:
             joinOutput = now.end;
             joinMedia = sound.mediaAt(now.end);
             fade = joinOutput == 0 ? 0 : rate.hop / 2;
-            tail = 0;
+            tailGiven = fade == 0;
         }
         next = wanted;
         next.place(joinOutput, joinMedia, rate);
@@ -338,7 +338,7 @@ private:
     template <class Sound>
     void takeOver(Sound&& sound)
     {
-        if (tail < fade || next.end < joinOutput + fade)
+        if (!tailGiven || next.end < joinOutput + fade)
             return;
         joining = false;
         now = next;
