@@ -2,6 +2,7 @@
 // blocks, and which of our targets hold.
 //
 //     peers [--rounds N] [--seconds N] [--raw FILE]   FILE: 16-bit stereo at 44100 Hz, no header
+//     peers --list                                    names of the libraries
 //     peers --once LIBRARY SPEED SECONDS              one pass, for counting its instructions
 
 #include <algorithm>
@@ -240,7 +241,9 @@ void playOnce(const std::string& name, double speed, double seconds)
 Settings parse(int count, char** arguments)
 {
     Settings settings;
-    for (int i = 1; i + 1 < count; i += 2) {
+    if (count % 2 == 0)
+        throw std::runtime_error("options come with a value each");
+    for (int i = 1; i < count; i += 2) {
         const std::string_view name = arguments[i];
         if (name == "--rounds")
             settings.rounds = std::max(1, std::atoi(arguments[i + 1]));
@@ -259,7 +262,10 @@ Settings parse(int count, char** arguments)
 int main(int count, char** arguments)
 {
     try {
-        if (count == 5 && std::string_view(arguments[1]) == "--once")
+        if (count == 2 && std::string_view(arguments[1]) == "--list")
+            for (const Library& library : allLibraries())
+                std::puts(library.name.c_str());
+        else if (count == 5 && std::string_view(arguments[1]) == "--once")
             playOnce(arguments[2], std::atof(arguments[3]), std::atof(arguments[4]));
         else
             compare(parse(count, arguments));
