@@ -2,6 +2,7 @@
 // says, and touches nothing else. Buffers have exactly the size that the header asks for, so that
 // the address sanitizer sees what goes beyond them.
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -205,8 +206,8 @@ public:
         const int pages = memfd_create("pages", 0);
         complete = start != MAP_FAILED && pages >= 0 && ftruncate(pages, kPeriod) == 0;
         for (size_t done = 0; complete && done < bytes; done += kPeriod)
-            complete = mmap(data() + done, kPeriod, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED | MAP_POPULATE,
-                            pages, 0) != MAP_FAILED;
+            complete = mmap(data() + done, kPeriod, PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_FIXED | MAP_POPULATE, pages, 0) != MAP_FAILED;
         close(pages);
     }
     ~Repeating()
@@ -313,8 +314,15 @@ TEST(Edges, FramesWithoutPartnersWaitInTheDecimator)
         }
 }
 
-TEST(Edges, FftSizeThatACallerSetsStaysOutOfEngines)
+TEST(Edges, FftSizeIsTheCallersButForANewEngine)
 {
+    Velora_FFT_NEON_Init(5);
+    const Caller engine;
+    int32_t re[512] = {1};
+    int32_t im[512] = {};
+    Velora_FFT_NEON(re, im);
+    EXPECT_EQ(std::count(re, re + 512, 1), 512) << "the spectrum of an impulse";
+
     Caller disturbed(44100, Velora_BitDepth_16, 0.7f);
     Caller left(44100, Velora_BitDepth_16, 0.7f);
     for (int call = 0; call < 20; ++call) {
