@@ -10,7 +10,7 @@
 /// changes, so any number of them may run on any threads at the same time.
 ///
 /// Real time: Exe, Exe_buffered and GetPredictedInputFrameSize neither allocate nor lock. The one
-/// exception is the first of them after a SetPar, which may create or free a companion object.
+/// exception is the call that puts a SetPar in force, which may create or free a companion object.
 #ifndef VELORA_VSP_H
 #define VELORA_VSP_H
 
