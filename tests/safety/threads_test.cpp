@@ -31,7 +31,7 @@ using Bytes = std::vector<char>;
 int rounds()
 {
     const char* const wanted = std::getenv("VELORA_THREAD_ROUNDS");
-    return wanted != nullptr ? std::atoi(wanted) : 12;
+    return wanted != nullptr ? std::atoi(wanted) : 30;
 }
 
 // Two int32 or float, or twice two int16, a frame. The floats are noise at half of full scale.
