@@ -1,6 +1,8 @@
 // The promise to audio threads: processing neither allocates nor locks nor calls the system.
 
 #include <mutex>
+#include <tuple>
+#include <vector>
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -59,7 +61,8 @@ protected:
 
 TEST_P(EngineInRealTime, HoldsAtEverySpeedAndThroughEveryTransition)
 {
-    const auto [rate, depth] = GetParam();
+    const int rate = std::get<0>(GetParam());
+    const Velora_BitDepth_T depth = std::get<1>(GetParam());
     const int shift = rate <= 48000 ? 0 : rate <= 96000 ? 1 : 2;
     // 16-bit noise, loud and quiet by turns, so that transitions are lengthened; as float,
     // anything.
