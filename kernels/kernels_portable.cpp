@@ -5,7 +5,6 @@
 
 namespace vsp {
 
-extern const KernelTable kPortableKernels;
 constinit const KernelTable kPortableKernels =
     portable::makeTable<portable::I32x1, portable::I32x4Scalar>("portable");
 
