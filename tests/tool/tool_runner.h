@@ -59,7 +59,7 @@ protected:
     /// Runs the tool, which must succeed and say nothing.
     void runQuietly(const std::string& arguments) const
     {
-        const Result result = tool(arguments);
+        const Result result = tool(arguments + " -q");
         ASSERT_EQ(result.exitCode, 0) << result.text;
         ASSERT_EQ(result.text, "");
     }

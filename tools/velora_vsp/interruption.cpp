@@ -17,10 +17,16 @@ void noteSignal(int signal)
 
 void catchInterruptions()
 {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        if (std::signal(signal, noteSignal) == SIG_IGN)
-            std::signal(signal, SIG_IGN);
+    struct sigaction note {}; // without SA_RESTART: waiting for a pipe ends
+    note.sa_handler = noteSignal;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction before {};
+        sigaction(signal, &note, &before);
+        if (before.sa_handler == SIG_IGN)
+            sigaction(signal, &before, nullptr);
+    }
     std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
 }
 
 void throwIfInterrupted()

@@ -4,8 +4,9 @@
 /// Thrown by throwIfInterrupted.
 struct Interrupted {};
 
-/// From now on SIGINT, SIGTERM and SIGHUP are only noted, and a write beyond a file size limit
-/// fails like one to a full disk. Signals that the caller of the program ignores stay ignored.
+/// From now on SIGINT, SIGTERM and SIGHUP are only noted, a write beyond a file size limit fails
+/// like one to a full disk, and one to a pipe that nobody reads fails, too. Signals that the caller
+/// of the program ignores stay ignored.
 void catchInterruptions();
 
 /// Throws Interrupted if one of the signals has come.

@@ -1,69 +1,71 @@
 #include "job.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <vector>
 
-#include "aligned_stream.h"
 #include "error.h"
 #include "interruption.h"
 #include "output_file.h"
 #include "output_format.h"
-#include "progress.h"
+#include "play.h"
 #include "sound_file.h"
+#include "standard_stream.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kBlockFrames = 8192;
+using AnyStream = velora::Stream<>;
 
-Velora_BitDepth_T engineFormat(Samples samples)
+fs::path inputPath(const Options& options)
 {
-    switch (samples) {
-    case Samples::int16:
-        return Velora_BitDepth_16;
-    case Samples::int24:
-        return Velora_BitDepth_24;
-    case Samples::int32:
-        return Velora_BitDepth_32;
-    default:
-        return Velora_BitDepth_Float;
-    }
+    return options.input == kPipe ? "/dev/stdin" : options.input;
 }
 
-// Calls use(frames, count) for every block of the file.
-template <class Use>
-void forEachBlock(SoundReader& reader, Samples samples, Use use)
+bool isCopy(const Options& options)
 {
-    Progress progress(reader.length());
-    std::vector<std::byte> block(kBlockFrames * frameBytes(samples));
-    for (int count = kBlockFrames; count == kBlockFrames;) {
-        count = reader.read(samples, block.data(), kBlockFrames);
-        use(block.data(), count);
-        progress.show(reader.position());
-        throwIfInterrupted();
-    }
+    return options.speed.isConstant() && options.speed.holds(1.0);
 }
 
-void play(SoundReader& reader, SoundWriter& writer, const Options& options)
+std::unique_ptr<SoundReader> openInput(const Options& options)
 {
-    const Samples samples = std::min(samplesFor(reader.info().format), Samples::float32);
-    AlignedStream stream(
-        reader.info().samplerate, engineFormat(samples), options.speed, options.engineSpeed,
-        [&](const void* frames, int count) { writer.write(samples, frames, count); });
-    forEachBlock(reader, samples,
-                 [&](const void* frames, int count) { stream.process(frames, count); });
-    stream.finish();
+    std::unique_ptr<SoundReader> reader;
+    if (options.input == kPipe)
+        reader = std::make_unique<PipeReader>(options.raw);
+    else
+        reader = std::make_unique<FileReader>(options.input);
+    const SF_INFO& info = reader->info();
+    const fs::path name = options.input == kPipe ? kStandardInput : options.input;
+    if (info.channels < 1 || info.channels > AnyStream::kMostChannels)
+        throw FileError(name,
+                        "has " + std::to_string(info.channels) + " channels: 1 to 32 are possible");
+    if (info.samplerate < AnyStream::kLowestRate || info.samplerate > AnyStream::kHighestRate)
+        throw FileError(name, "has a sample rate of " + std::to_string(info.samplerate) +
+                                  " Hz: 8000 to 192000 Hz are possible");
+    return reader;
 }
 
 // At speed 1.0 nothing passes the engine, which is 16 bits wide inside.
-void copySamples(SoundReader& reader, SoundWriter& writer)
+void copySamples(SoundReader& reader, SoundWriter& writer, bool showProgress)
 {
     const Samples samples = samplesFor(reader.info().format);
-    forEachBlock(reader, samples,
+    forEachBlock(reader, samples, showProgress,
                  [&](const void* frames, int count) { writer.write(samples, frames, count); });
+}
+
+void convert(SoundReader& reader, SoundWriter& writer, const Options& options)
+{
+    if (isCopy(options))
+        copySamples(reader, writer, !options.quiet);
+    else
+        play(reader, writer, options.speed,
+             options.keepPitch ? velora::Pitch::keep : velora::Pitch::drop, !options.quiet);
+    writer.close();
 }
 
 void copyBytes(const Options& options, const fs::path& to)
@@ -80,32 +82,61 @@ void copyBytes(const Options& options, const fs::path& to)
         throw FileError(options.output, "can't be written: is the disk full?");
 }
 
-int64_t outputLength(const SoundReader& reader, double speed)
+// In frames, not rounded.
+double idealLength(const Options& options, int64_t frames, int rate)
 {
-    return std::llround(double(std::max<int64_t>(reader.length(), 0)) / speed);
+    return options.speed.isConstant() ? double(frames) / options.speed.speedAt(0.0)
+                                      : options.speed.outputAt(double(frames) / rate) * rate;
+}
+
+// Gives the numbers of frames in and out.
+std::pair<int64_t, int64_t> toPipe(SoundReader& reader, const Options& options)
+{
+    std::error_code none;
+    if (fs::is_regular_file("/dev/stdout", none) &&
+        fs::equivalent(inputPath(options), "/dev/stdout", none))
+        throw FileError(kStandardOutput, "is the input file itself");
+    PipeWriter writer(reader, options.raw);
+    convert(reader, writer, options);
+    return {reader.position(), writer.position()};
+}
+
+std::pair<int64_t, int64_t> toFile(SoundReader& reader, const Options& options)
+{
+    SF_INFO info = reader.info();
+    info.format = chooseOutputFormat(options.output, reader.info());
+    const int64_t expected = std::max<int64_t>(reader.length(), 0);
+    checkOutputSize(options.output, info,
+                    std::llround(idealLength(options, expected, info.samplerate)));
+    OutputFile output(options.output, inputPath(options), options.overwrite);
+
+    std::pair<int64_t, int64_t> counts{expected, expected};
+    if (isCopy(options) && info.format == reader.info().format && isLossy(info.format)) {
+        copyBytes(options, output.temporary()); // encoding again would change the samples
+    } else {
+        FileWriter writer(options.output, output.temporary(), info);
+        writer.describeLike(reader);
+        convert(reader, writer, options);
+        counts = {reader.position(), writer.position()};
+    }
+    output.keep();
+    return counts;
 }
 
 } // namespace
 
-void changeSpeed(const Options& options)
+Summary changeSpeed(const Options& options)
 {
-    SoundReader reader(options.input);
-    SF_INFO info = reader.info();
-    info.format = chooseOutputFormat(options.output, reader.info());
-    checkOutputSize(options.output, info, outputLength(reader, options.speed));
-    OutputFile output(options.output, options.input, options.overwrite);
-
-    const bool isCopy = options.speed == 1.0;
-    if (isCopy && info.format == reader.info().format && isLossy(info.format)) {
-        copyBytes(options, output.temporary()); // encoding again would change the samples
-    } else {
-        SoundWriter writer(options.output, output.temporary(), info);
-        writer.copyStrings(reader.handle());
-        if (isCopy)
-            copySamples(reader, writer);
-        else
-            play(reader, writer, options);
-        writer.close();
-    }
-    output.keep();
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    const auto reader = openInput(options);
+    Summary summary;
+    summary.samples = samplesFor(reader->info().format);
+    summary.rate = reader->info().samplerate;
+    summary.channels = reader->info().channels;
+    std::tie(summary.framesIn, summary.framesOut) =
+        options.output == kPipe ? toPipe(*reader, options) : toFile(*reader, options);
+    summary.framesIdeal = idealLength(options, summary.framesIn, summary.rate);
+    summary.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    return summary;
 }

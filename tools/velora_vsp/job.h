@@ -1,7 +1,8 @@
-// One file to another at another speed.
+// Sound from one file or pipe to another at another speed.
 #pragma once
 
 #include "options.h"
+#include "summary.h"
 
-/// Does what the options say. Throws FileError, or Interrupted; leaves no output then.
-void changeSpeed(const Options& options);
+/// Does what the options say. Throws FileError, Interrupted or ReaderGone; leaves no file then.
+Summary changeSpeed(const Options& options);

@@ -1,46 +1,46 @@
 #include "options.h"
 
-#include <cmath>
-#include <cstdlib>
+#include <charconv>
 #include <memory>
-#include <optional>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 
+#include <velora/stream.hpp>
 #include <velora/vsp.h>
 
 namespace {
 
-constexpr double kSlowest = 0.125;
-constexpr double kFastest = 8.0;
 constexpr int kWrongCommandLine = 2;
 
 constexpr char kDescription[] =
-    "Plays a sound file faster or slower without changing its pitch, and writes the result.\n"
-    "The extension of OUT chooses the kind of file; sample format and rate stay as they are.";
+    "Plays sound faster or slower without changing its pitch, and writes the result.\n"
+    "The extension of OUT chooses the kind of file; sample format, rate and channels stay.";
 
 constexpr char kFooter[] =
     "Examples:\n"
-    "  velora-vsp talk.wav brisk.flac --speed 1.5      one and a half times as fast\n"
-    "  velora-vsp song.flac practice.wav -s 0.75       three quarters of the speed\n"
-    "  velora-vsp riff.wav slow.wav -s 0.5 -k          half speed at the same pitch\n"
+    "  velora-vsp talk.wav brisk.flac --speed 1.5       one and a half times as fast\n"
+    "  velora-vsp song.flac practice.wav -s 0.75        three quarters of the speed\n"
+    "  velora-vsp riff.wav slow.wav -s 0.5 -k           half speed at the same pitch\n"
+    "  velora-vsp song.wav - -s 0.8 | aplay             into a player\n"
+    "  velora-vsp - - -s 2 --raw 48000:2:s16 <a >b      samples without a header\n"
+    "  velora-vsp song.wav out.wav --speed-map FILE     with lines such as these in FILE:\n"
+    "                                                     0:00  1.0\n"
+    "                                                     1:30  0.75   # the hard part\n"
     "\n"
-    "Exactly 0.5, 0.25 and 0.125 lower the pitch by one, two or three octaves, as on a slowed\n"
+    "Speed map: a time in the input (seconds, m:ss or h:mm:ss, with or without a fraction) and\n"
+    "the speed from there on. Changes fall within a hop (10 to 16 ms) of their time.\n"
+    "\n"
+    "Pitch: exactly 0.5, 0.25 and 0.125 lower it by one, two or three octaves, as on a slowed\n"
     "tape, unless --keep-pitch is given. Speeds up to 0.5 sound darker and quieter on purpose:\n"
     "they pass a low-pass at 2 kHz (1 kHz above 48000 Hz, 500 Hz above 96000 Hz) and a gain of\n"
     "-13 dB. With --keep-pitch, 0.5 counts as just above that limit, so it passes neither.\n"
     "At speed 1 the samples come out as they went in.\n"
     "\n"
-    "Input: mono or stereo, 8000 to 192000 Hz, any kind of file that libsndfile reads.";
-
-std::optional<double> parseSpeed(const std::string& text)
-{
-    char* end = nullptr;
-    const double speed = std::strtod(text.c_str(), &end);
-    const bool isNumber = end != text.c_str() && *end == '\0';
-    const bool isInRange = speed >= kSlowest && speed <= kFastest; // "not a number" isn't
-    return isNumber && isInRange ? std::optional(speed) : std::nullopt;
-}
+    "Input: 1 to 32 channels, 8000 to 192000 Hz, any kind of file that libsndfile reads; WAV\n"
+    "with integer or float samples from a pipe. --raw says what a pipe holds if not WAV, at\n"
+    "either end: u8, s16, s24 (3 bytes), s24in32 (the low 3 of 4), s32, f32 or f64, interleaved\n"
+    "and little-endian.";
 
 std::string checkSpeed(const std::string& text)
 {
@@ -50,17 +50,42 @@ std::string checkSpeed(const std::string& text)
            "(1 is normal, 0.5 half, 2 double speed)";
 }
 
-void chooseEngineSpeed(Options& options, bool keepPitch)
+std::optional<int> parseInteger(const std::string& text, int least, int most)
 {
-    options.engineSpeed = float(options.speed);
-    if (options.engineSpeed == 1.0f)
-        options.speed = 1.0;
-    const float s = options.engineSpeed;
-    options.pitchDrops = s == 0.5f || s == 0.25f || s == 0.125f;
-    if (options.pitchDrops && keepPitch) {
-        options.engineSpeed = std::nextafter(s, 1.0f);
-        options.pitchDrops = false;
-    }
+    int value = 0;
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value);
+    const bool isNumber = result.ec == std::errc() && result.ptr == end;
+    return isNumber && value >= least && value <= most ? std::optional(value) : std::nullopt;
+}
+
+std::optional<RawFormat> parseRaw(const std::string& text)
+{
+    using Stream = velora::Stream<>;
+    std::istringstream fields(text);
+    std::string rate;
+    std::string channels;
+    std::string format;
+    std::getline(fields, rate, ':');
+    std::getline(fields, channels, ':');
+    std::getline(fields, format);
+    const auto hertz = parseInteger(rate, Stream::kLowestRate, Stream::kHighestRate);
+    const auto count = parseInteger(channels, 1, Stream::kMostChannels);
+    const PcmFormat* const pcm = findPcm(format);
+    if (!hertz || !count || pcm == nullptr)
+        return std::nullopt;
+    return RawFormat{*hertz, *count, pcm};
+}
+
+std::string checkRaw(const std::string& text)
+{
+    if (parseRaw(text))
+        return {};
+    std::string names;
+    for (const PcmFormat& format : pcmFormats())
+        names += (names.empty() ? "" : ", ") + std::string(format.name);
+    return "'" + text + "' is not RATE:CHANNELS:FORMAT, such as 48000:2:s16: the rate is 8000 to " +
+           "192000 Hz, channels are 1 to 32, the format is one of " + names;
 }
 
 std::string engineVersion()
@@ -75,32 +100,56 @@ std::string engineVersion()
 Options readOptions(int argc, const char* const* argv)
 {
     Options options;
-    std::string input;
-    std::string output;
     std::string speed;
-    bool keepPitch = false;
+    std::string raw;
+    bool isRamp = false;
 
     CLI::App app(kDescription, "velora-vsp");
     app.footer(kFooter);
-    app.add_option("IN", input, "The sound file to play")->required();
-    app.add_option("OUT", output, "The file to write")->required();
-    app.add_option("-s,--speed", speed, "0.125 to 8: 0.5 is half, 2 is double speed")
+    app.get_formatter()->label("REQUIRED", "");
+    app.get_formatter()->column_width(27);
+    app.add_option("IN", options.input, "The sound file to play; - is standard input")
         ->required()
-        ->type_name("S")
-        ->check(checkSpeed, "", "speed");
-    app.add_flag("-k,--keep-pitch", keepPitch, "Keep the pitch at speeds 0.5, 0.25 and 0.125 too");
+        ->type_name("");
+    app.add_option("OUT", options.output, "The file to write; - is standard output")
+        ->required()
+        ->type_name("");
+    const auto* speedOption =
+        app.add_option("-s,--speed", speed, "0.125 to 8: 0.5 is half, 2 is double speed")
+            ->type_name("S")
+            ->check(checkSpeed, "", "speed");
+    const auto* mapOption = app.add_option("-m,--speed-map", options.speedMapName,
+                                           "Take speeds that change over time from a text file")
+                                ->type_name("FILE");
+    app.add_flag("--ramp", isRamp, "Glide from each speed of the map to the next");
+    app.add_flag("-k,--keep-pitch", options.keepPitch,
+                 "Keep the pitch at speeds 0.5, 0.25 and 0.125 too");
+    const auto* rawOption =
+        app.add_option("--raw", raw, "RATE:CHANNELS:FORMAT of - if that isn't WAV")
+            ->type_name("R:C:F")
+            ->check(checkRaw, "", "raw");
     app.add_flag("-f,--force", options.overwrite, "Overwrite OUT if it exists");
+    app.add_flag("--json", options.json, "Sum up in JSON (on standard error if OUT is -)");
+    app.add_flag("-q,--quiet", options.quiet, "Say nothing but errors");
     app.set_version_flag("--version", engineVersion, "Print the engine's version and exit");
     try {
         app.parse(argc, argv);
+        const auto require = [](bool holds, const char* problem) {
+            if (!holds)
+                throw CLI::ValidationError(problem);
+        };
+        require(speedOption->empty() != mapOption->empty(),
+                "Give either --speed S or --speed-map FILE");
+        require(!isRamp || !mapOption->empty(), "--ramp needs --speed-map FILE");
+        require(rawOption->empty() || options.input == kPipe || options.output == kPipe,
+                "--raw needs - as IN or OUT: a file says what it holds");
     } catch (const CLI::ParseError& error) {
         options.exitCode = app.exit(error) == 0 ? 0 : kWrongCommandLine;
         options.finished = true;
         return options;
     }
-    options.input = input;
-    options.output = output;
-    options.speed = *parseSpeed(speed);
-    chooseEngineSpeed(options, keepPitch);
+    options.speed =
+        mapOption->empty() ? SpeedMap(*parseSpeed(speed)) : SpeedMap(options.speedMapName, isRamp);
+    options.raw = raw.empty() ? std::nullopt : parseRaw(raw);
     return options;
 }

@@ -1,19 +1,28 @@
-// The command line: what the user asks for, checked before any file is touched.
+// The command line: what the user asks for, checked before any sound is touched.
 #pragma once
 
-#include <filesystem>
+#include <optional>
 #include <string>
 
+#include "sound_pipe.h"
+#include "speed_map.h"
+
+constexpr char kPipe[] = "-"; // as a file name: standard input or output
+
 struct Options {
-    std::filesystem::path input;
-    std::filesystem::path output;
-    double speed = 1.0;       // of the time axis; exactly 1.0 if the engine would take it as that
-    float engineSpeed = 1.0f; // what the engine is told
-    bool pitchDrops = false;  // the engine plays this speed through its converter
+    std::string input;
+    std::string output;
+    SpeedMap speed{1.0};
+    std::string speedMapName; // empty if there is one speed throughout
+    bool keepPitch = false;   // at the speeds 0.5, 0.25 and 0.125
+    std::optional<RawFormat> raw;
     bool overwrite = false;
+    bool json = false;
+    bool quiet = false;
     bool finished = false; // help or version was asked for and printed
     int exitCode = 0;      // non-zero: the command line was wrong, which has been said
 };
 
-/// Reads the command line; prints help, version or what is wrong with it.
+/// Reads the command line and the speed map; prints help, version or what is wrong with the command
+/// line. Throws FileError for the map.
 Options readOptions(int argc, const char* const* argv);

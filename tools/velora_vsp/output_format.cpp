@@ -176,6 +176,16 @@ int resolutionBits(int format)
     return isMusicCodec(format) ? kFloatBits : kTelephonyCodecBits;
 }
 
+Samples samplesFor(int format)
+{
+    const int bits = resolutionBits(format);
+    return bits <= 16           ? Samples::int16
+           : bits <= 24         ? Samples::int24
+           : bits <= 32         ? Samples::int32
+           : bits == kFloatBits ? Samples::float32
+                                : Samples::float64;
+}
+
 bool isLossy(int format)
 {
     return findEncoding(format) == nullptr;

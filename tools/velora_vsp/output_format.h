@@ -8,9 +8,14 @@
 
 #include <sndfile.h>
 
+#include "samples.h"
+
 /// Bits that a sample of this libsndfile format is worth: 8 to 32, 33 for float and for codecs that
 /// decode to it, 64 for double.
 int resolutionBits(int format);
+
+/// The narrowest that holds every sample of a libsndfile format.
+Samples samplesFor(int format);
 
 /// Whether decoding and encoding again changes samples.
 bool isLossy(int format);

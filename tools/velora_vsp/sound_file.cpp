@@ -3,14 +3,12 @@
 #include <array>
 #include <regex>
 #include <string>
+#include <type_traits>
 
 #include "error.h"
 #include "output_format.h"
 
 namespace {
-
-constexpr int kLowestRate = 8000;
-constexpr int kHighestRate = 192000;
 
 // libsndfile has 24-bit samples at the top of an int32_t, the engine at the bottom.
 constexpr int kInt24Shift = 8;
@@ -49,32 +47,6 @@ sf_count_t writeFrames(SNDFILE* file, const double* in, int frames)
     return sf_writef_double(file, in, frames);
 }
 
-// Calls `use` with a null pointer of the C++ type of the samples.
-template <class Use>
-auto withType(Samples samples, Use use)
-{
-    switch (samples) {
-    case Samples::int16:
-        return use(static_cast<int16_t*>(nullptr));
-    case Samples::float32:
-        return use(static_cast<float*>(nullptr));
-    case Samples::float64:
-        return use(static_cast<double*>(nullptr));
-    default:
-        return use(static_cast<int32_t*>(nullptr));
-    }
-}
-
-template <class Sample>
-int readStereo(SNDFILE* file, int channels, Sample* out, int frames)
-{
-    const int count = int(readFrames(file, out, frames));
-    if (channels == 1)
-        for (int n = count - 1; n >= 0; --n)
-            out[2 * n] = out[2 * n + 1] = out[n];
-    return count;
-}
-
 // The sizes that containers claim for their data, where libsndfile has corrected them, from its
 // log.
 bool claimsMoreThanThereIs(const std::string& log)
@@ -96,24 +68,9 @@ bool claimsMoreThanThereIs(const std::string& log)
 
 } // namespace
 
-Samples samplesFor(int format)
+FileReader::FileReader(const std::filesystem::path& path) : name(path)
 {
-    const int bits = resolutionBits(format);
-    return bits <= 16   ? Samples::int16
-           : bits <= 24 ? Samples::int24
-           : bits <= 32 ? Samples::int32
-           : bits == 33 ? Samples::float32
-                        : Samples::float64;
-}
-
-size_t frameBytes(Samples samples)
-{
-    return withType(samples, [](auto* type) { return 2 * sizeof *type; });
-}
-
-SoundReader::SoundReader(const std::filesystem::path& path) : name(path)
-{
-    file.reset(sf_open(path.c_str(), SFM_READ, &fileInfo));
+    file.reset(sf_open(path.c_str(), SFM_READ, &soundInfo));
     if (file == nullptr) {
         std::error_code error;
         const bool isEmpty = std::filesystem::file_size(path, error) == 0;
@@ -122,50 +79,39 @@ SoundReader::SoundReader(const std::filesystem::path& path) : name(path)
                                         : std::string("can't be read as a sound file: ") +
                                               sf_strerror(nullptr));
     }
-    if (fileInfo.channels > 2)
-        throw FileError(name, "has " + std::to_string(fileInfo.channels) +
-                                  " channels: mono or stereo is needed");
-    if (fileInfo.samplerate < kLowestRate || fileInfo.samplerate > kHighestRate)
-        throw FileError(name, "has a sample rate of " + std::to_string(fileInfo.samplerate) +
-                                  " Hz: 8000 to 192000 Hz are possible");
     refuseCutData();
 }
 
-int64_t SoundReader::length() const
-{
-    return fileInfo.frames == SF_COUNT_MAX ? -1 : fileInfo.frames;
-}
-
-void SoundReader::refuseCutData() const
+void FileReader::refuseCutData() const
 {
     std::array<char, 16384> log{};
     sf_command(file.get(), SFC_GET_LOG_INFO, log.data(), int(log.size()));
     // An Ogg stream whose end can't be found has lost it; other containers may leave the length
     // out.
-    const bool hasLostEnd = length() < 0 && (fileInfo.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
+    const bool hasLostEnd =
+        length() < 0 && (soundInfo.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
     if (hasLostEnd || claimsMoreThanThereIs(log.data()))
         throw FileError(name, "is incomplete: it ends before the sound it announces does");
 }
 
-int SoundReader::read(Samples samples, void* out, int frames)
+int FileReader::read(Samples samples, void* out, int frames)
 {
     const int count = withType(samples, [&](auto* type) {
-        return readStereo(file.get(), fileInfo.channels, static_cast<decltype(type)>(out), frames);
+        return int(readFrames(file.get(), static_cast<decltype(type)>(out), frames));
     });
     framesRead += count;
     if (samples == Samples::int24)
-        for (int n = 0; n < 2 * count; ++n)
+        for (int n = 0; n < count * soundInfo.channels; ++n)
             static_cast<int32_t*>(out)[n] >>= kInt24Shift;
     if (sf_error(file.get()) != SF_ERR_NO_ERROR)
         throw FileError(name, std::string("can't be read to the end: ") + sf_strerror(file.get()));
     if (count < frames && framesRead < length())
-        throw FileError(name, "is incomplete: it ends after " + std::to_string(framesRead) +
-                                  " of " + std::to_string(length()) + " frames");
+        failIncomplete(name);
     return count;
 }
 
-SoundWriter::SoundWriter(const std::filesystem::path& outputName,
-                         const std::filesystem::path& outputPath, const SF_INFO& info)
+FileWriter::FileWriter(const std::filesystem::path& outputName,
+                       const std::filesystem::path& outputPath, const SF_INFO& info)
     : name(outputName), path(outputPath), fileInfo(info)
 {
     SF_INFO opened = info;
@@ -177,36 +123,42 @@ SoundWriter::SoundWriter(const std::filesystem::path& outputName,
     sf_command(file.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }
 
-void SoundWriter::copyStrings(SNDFILE* from)
+void FileWriter::describeLike(const SoundReader& reader)
 {
+    if (reader.handle() == nullptr)
+        return;
+    // A container without room for something goes without it.
     for (int kind = SF_STR_FIRST; kind <= SF_STR_LAST; ++kind)
-        if (const char* text = sf_get_string(from, kind))
-            sf_set_string(file.get(), kind, text); // a container without room for it goes without
+        if (const char* text = sf_get_string(reader.handle(), kind))
+            sf_set_string(file.get(), kind, text);
+    std::vector<int> speakers(size_t(fileInfo.channels));
+    const int bytes = int(speakers.size() * sizeof speakers[0]);
+    if (sf_command(reader.handle(), SFC_GET_CHANNEL_MAP_INFO, speakers.data(), bytes) == SF_TRUE)
+        sf_command(file.get(), SFC_SET_CHANNEL_MAP_INFO, speakers.data(), bytes);
 }
 
-void SoundWriter::write(Samples samples, const void* in, int frames)
+void FileWriter::write(Samples samples, const void* in, int frames)
 {
-    scratch.resize(size_t(frames) * frameBytes(samples));
+    if (samples == Samples::int24) {
+        const auto* source = static_cast<const int32_t*>(in);
+        shifted.assign(source, source + size_t(frames) * size_t(fileInfo.channels));
+        for (int32_t& sample : shifted)
+            sample = int32_t(uint32_t(sample) << kInt24Shift);
+        in = shifted.data();
+    }
     const sf_count_t written = withType(samples, [&](auto* type) {
-        const auto* source = static_cast<const std::remove_pointer_t<decltype(type)>*>(in);
-        auto* out = reinterpret_cast<decltype(type)>(scratch.data());
-        const int step = 2 / fileInfo.channels;
-        for (int n = 0; n < frames * fileInfo.channels; ++n)
-            out[n] = source[n * step];
-        if constexpr (std::is_same_v<decltype(type), int32_t*>)
-            if (samples == Samples::int24)
-                for (int n = 0; n < frames * fileInfo.channels; ++n)
-                    out[n] = int32_t(uint32_t(out[n]) << kInt24Shift);
-        return writeFrames(file.get(), out, frames);
+        using Sample = std::remove_pointer_t<decltype(type)>;
+        return writeFrames(file.get(), static_cast<const Sample*>(in), frames);
     });
     framesWritten += written;
     if (written != frames)
         throw FileError(name, "can't be written: is the disk full?");
+    checkOutputSize(name, fileInfo, framesWritten);
 }
 
 // Encoders lose frames silently on a full disk, at the latest when they are closed, and announce
 // them all the same: only reading tells.
-void SoundWriter::close()
+void FileWriter::close()
 {
     const bool isClosed = sf_close(file.release()) == 0;
     const bool isComplete = isReadable();
@@ -217,7 +169,7 @@ void SoundWriter::close()
         throw FileError(name, "couldn't be written completely: is the disk full?");
 }
 
-bool SoundWriter::isReadable() const
+bool FileWriter::isReadable() const
 {
     SF_INFO info{};
     const int container = fileInfo.format & SF_FORMAT_TYPEMASK;
