@@ -1,0 +1,269 @@
+// What velora-vsp does beside files at one speed: many channels, pipes, speed maps, summaries.
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <numbers>
+#include <random>
+
+#include "tool/tool_runner.h"
+
+namespace {
+
+constexpr int kRate = 44100;
+constexpr int kHop = 512;
+
+Sound noise(int channels, long frames, int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16)
+{
+    Sound sound{format, kRate, channels, std::vector<double>(size_t(frames * channels))};
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> uniform(-0.5, 0.5);
+    std::generate(sound.samples.begin(), sound.samples.end(), [&] { return uniform(random); });
+    return sound;
+}
+
+// Short rings, every 0.4 seconds from 0.25 on.
+Sound clicks(double seconds)
+{
+    Sound sound{SF_FORMAT_WAV | SF_FORMAT_FLOAT, kRate, 1,
+                std::vector<double>(size_t(seconds * kRate))};
+    for (double at = 0.25; at < seconds - 0.2; at += 0.4)
+        for (int n = -2 * kHop; n < 2 * kHop; ++n)
+            sound.samples[size_t(long(at * kRate) + n)] =
+                0.5 * std::exp(-0.5 * std::pow(n / (kHop / 4.0), 2)) *
+                std::cos(2.0 * std::numbers::pi * 500.0 * n / kRate);
+    return sound;
+}
+
+double centreOfEnergy(const Sound& sound, double near, double reach)
+{
+    double energy = 0.0;
+    double moment = 0.0;
+    for (long n = std::max(0L, long(near - reach));
+         n < std::min(sound.frames(), long(near + reach)); ++n) {
+        const double power = std::pow(sound.samples[size_t(n)], 2);
+        energy += power;
+        moment += power * double(n);
+    }
+    EXPECT_GT(energy, 1e-4) << "no sound near " << near;
+    return moment / energy;
+}
+
+double jsonNumber(const std::string& text, const std::string& key)
+{
+    const size_t at = text.find("\"" + key + "\": ");
+    EXPECT_NE(at, std::string::npos) << key << " isn't in " << text;
+    return at == std::string::npos ? NAN : std::stod(text.substr(at + key.size() + 4));
+}
+
+} // namespace
+
+// ---- Channels ----
+
+TEST_F(ToolTest, ChannelsStayInStepThoughOneJumpsInLevel)
+{
+    for (const int channels : {3, 6}) {
+        Sound in = noise(channels, 60000);
+        for (long n = 0; n < in.frames(); ++n)
+            for (int c = 0; c < channels; ++c)
+                in.samples[size_t(n * channels + c)] =
+                    in.samples[size_t(n * channels)] * (c == 0 && n > 30000 ? 1.0 : 0.1);
+        write("in.wav", in);
+        runQuietly("in.wav out.wav -f -s 0.8");
+        const Sound out = read("out.wav");
+        ASSERT_EQ(out.channels, channels);
+        ASSERT_EQ(out.frames(), 75000);
+        for (int c = 1; c < channels; ++c) { // correlation with the last channel, at lags
+            const auto correlation = [&](long lag) {
+                double sum = 0.0;
+                for (long n = 45000; n < 60000; ++n)
+                    sum += out.samples[size_t(n * channels + channels - 1)] *
+                           out.samples[size_t((n + lag) * channels + c)];
+                return sum;
+            };
+            for (const long lag : {-64L, -4L, -1L, 1L, 4L, 64L})
+                EXPECT_GT(correlation(0), correlation(lag)) << "channel " << c << ", lag " << lag;
+        }
+    }
+}
+
+// ---- Pipes ----
+
+struct PcmCase {
+    const char* name;
+    int format;
+};
+class ToolPcm : public ToolTest, public testing::WithParamInterface<PcmCase> {};
+
+TEST_P(ToolPcm, PipesGiveWhatFilesDo)
+{
+    const auto [name, format] = GetParam();
+    write("in.wav", noise(3, 20000, format));
+    for (const std::string speed : {"1", "0.8"}) {
+        runQuietly("in.wav file.wav -f -s " + speed);
+        const auto before = read("file.wav").samples;
+        // WAV of unknown length between two tools, into a file by redirection and by name.
+        shell("\"$T\" in.wav - -q -s 1 | \"$T\" - - -q -s " + speed + " >redirected.wav");
+        shell("cat in.wav | \"$T\" - named.wav -f -q -s " + speed);
+        const std::string raw = " --raw 44100:3:" + std::string(name);
+        shell("\"$T\" in.wav - -q -s 1" + raw + " | \"$T\" - - -q -s " + speed + raw + " | \"$T\"" +
+              " - raw.wav -f -q -s 1" + raw);
+        // The pipe rounds to 8 bits, libsndfile cuts.
+        const double tolerance = std::string(name) == "u8" ? 1.0 / 128.0 : 0.0;
+        for (const char* file : {"redirected.wav", "named.wav", "raw.wav"}) {
+            const auto after = read(file).samples;
+            ASSERT_EQ(after.size(), before.size()) << file << " at " << speed;
+            double difference = 0.0;
+            for (size_t n = 0; n < after.size(); ++n)
+                difference = std::max(difference, std::abs(after[n] - before[n]));
+            EXPECT_LE(difference, tolerance) << file << " at " << speed;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, ToolPcm,
+                         testing::Values(PcmCase{"u8", SF_FORMAT_WAV | SF_FORMAT_PCM_U8},
+                                         PcmCase{"s16", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+                                         PcmCase{"s24", SF_FORMAT_WAV | SF_FORMAT_PCM_24},
+                                         PcmCase{"s24in32", SF_FORMAT_WAVEX | SF_FORMAT_PCM_24},
+                                         PcmCase{"s32", SF_FORMAT_WAV | SF_FORMAT_PCM_32},
+                                         PcmCase{"f32", SF_FORMAT_WAV | SF_FORMAT_FLOAT},
+                                         PcmCase{"f64", SF_FORMAT_WAV | SF_FORMAT_DOUBLE}));
+
+TEST_F(ToolTest, ChunksOfAPipeDoNotMatter)
+{
+    write("in.wav", noise(2, 9000));
+    runQuietly("in.wav file.wav -s 0.8");
+    shell("(for n in 1 2 3 4 5 6 7 8 9 10 11 12; do dd bs=$((n * 7 - 6)) count=1 2>&-; "
+          "sleep 0.005; done; dd bs=997 2>&-) <in.wav | \"$T\" - piped.wav -q -s 0.8");
+    EXPECT_TRUE(read("piped.wav").samples == read("file.wav").samples);
+}
+
+TEST_F(ToolTest, UnknownLengthsInAWavHeaderMeanToTheEnd)
+{
+    write("in.wav", noise(2, 3000));
+    for (const char* size : {"\\0\\0\\0\\0", "\\377\\377\\377\\377", "\\0\\360\\377\\177"}) {
+        shell("(head -c 4 in.wav; printf '" + std::string(size) +
+              "'; tail -c +9 in.wav | head -c 32; printf '" + size +
+              "'; tail -c +45 in.wav) | \"$T\" - out.wav -f -q -s 1");
+        EXPECT_EQ(read("out.wav").samples, read("in.wav").samples) << size;
+    }
+}
+
+TEST_F(ToolTest, AReaderThatGoesAwayEndsItQuietly)
+{
+    write("in.wav", noise(2, 300000));
+    for (const char* trap : {"", "trap '' PIPE; "}) {
+        const Result result = shell(std::string(trap) + "(\"$T\" in.wav - -s 0.7; echo $? >status) "
+                                                        "| head -c 100 >/dev/null; cat status");
+        EXPECT_EQ(result.text, "141\n");
+    }
+}
+
+TEST_F(ToolTest, WhatIsWrongWithAPipeIsNamed)
+{
+    write("in.wav", noise(2, 3000));
+    struct Case {
+        const char* command;
+        const char* words;
+    };
+    const Case cases[] = {
+        {"\"$T\" - out.wav -s 2 </dev/null", "is empty"},
+        {"echo Hello, this is no sound | \"$T\" - out.wav -s 2", "isn't WAV"},
+        {"head -c 30 in.wav | \"$T\" - out.wav -s 2", "within the WAV header"},
+        {"head -c 5000 in.wav | \"$T\" - out.wav -s 2", "of 3000 frames"},
+        {"head -c 5 in.wav | \"$T\" - out.wav -s 2 --raw 8000:2:s16", "within a frame"},
+        {"\"$T\" in.wav - -s 2 --raw 48000:2:s16 >/dev/null", "neither is converted"},
+        {"\"$T\" - in.wav -f -s 2 <in.wav", "input file itself"},
+        {"\"$T\" in.wav - -s 2 >>in.wav", "input file itself"},
+        {"\"$T\" - - -s 2 --raw 48000:2:s17", "RATE:CHANNELS:FORMAT"},
+        {"\"$T\" - - -s 2 --raw 7000:2:s16", "8000 to 192000"},
+        {"\"$T\" in.wav out.wav -s 2 --raw 48000:2:s16", "--raw needs -"},
+    };
+    const std::set<std::string> before = fileNames();
+    for (const Case& test : cases) {
+        const Result result = shell(test.command);
+        EXPECT_NE(result.exitCode, 0) << test.command;
+        EXPECT_NE(result.text.find(test.words), std::string::npos)
+            << test.command << ": " << result.text;
+        EXPECT_EQ(fileNames(), before) << test.command;
+    }
+    EXPECT_EQ(read("in.wav").frames(), 3000);
+}
+
+// ---- Speed maps ----
+
+TEST_F(ToolTest, SpeedMapsPlaceSoundsWithinAHop)
+{
+    write("in.wav", clicks(6.0));
+    std::ofstream(at("map.txt")) << "# a comment\n\n0:02 0.75 # slower\n4.0 1.5\n";
+    // Media time to output time, integrated by hand.
+    const auto steps = [](double t) {
+        return std::min(t, 2.0) + std::clamp(t - 2.0, 0.0, 2.0) / 0.75 +
+               std::max(t - 4.0, 0.0) / 1.5;
+    };
+    const auto ramp = [](double t) {
+        const double slope = 0.75 / 2.0;
+        return std::min(t, 2.0) +
+               std::log(1.0 + slope * std::clamp(t - 2.0, 0.0, 2.0) / 0.75) / slope +
+               std::max(t - 4.0, 0.0) / 1.5;
+    };
+    const auto check = [&](const char* option, auto outputAt) {
+        const Result result = tool("in.wav out.wav -f --json -m map.txt" + std::string(option));
+        ASSERT_EQ(result.exitCode, 0) << result.text;
+        EXPECT_NEAR(jsonNumber(result.text, "framesIdeal"), outputAt(6.0) * kRate, 0.01);
+        const Sound out = read("out.wav");
+        EXPECT_EQ(jsonNumber(result.text, "framesOut"), double(out.frames()));
+        EXPECT_NEAR(double(out.frames()), outputAt(6.0) * kRate, kHop);
+        for (double t = 0.25; t < 5.8; t += 0.4)
+            EXPECT_NEAR(centreOfEnergy(out, outputAt(t) * kRate, 4 * kHop), outputAt(t) * kRate,
+                        kHop)
+                << t << option;
+    };
+    check("", steps);
+    check(" --ramp", ramp);
+}
+
+TEST_F(ToolTest, MistakesInASpeedMapAreNamedByLine)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"0 1\nabc 2\n", "line 2: 'abc' is not a time"},
+        {"0:75 1\n", "'0:75' is not a time"},
+        {"0 9\n", "line 1: '9' is not a speed"},
+        {"\n5\n", "line 2: a time and a speed"},
+        {"0 1 2\n", "a time and a speed"},
+        {"5 1\n5 2\n", "line 2: '5' doesn't come after"},
+        {"# nothing\n", "has no line"},
+        {"-1 1\n", "'-1' is not a time"},
+    };
+    for (const auto& [map, words] : cases) {
+        std::ofstream(at("map.txt")) << map;
+        const Result result = tool("missing.wav out.wav -m map.txt");
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_NE(result.text.find("map.txt: "), std::string::npos) << result.text;
+        EXPECT_NE(result.text.find(words), std::string::npos) << result.text;
+    }
+    EXPECT_NE(tool("in.wav out.wav -m map.txt -s 1").text.find("either"), std::string::npos);
+    EXPECT_NE(tool("in.wav out.wav -s 1 --ramp").text.find("--ramp needs"), std::string::npos);
+}
+
+// ---- Summaries ----
+
+TEST_F(ToolTest, ClosingLineAndJsonTellTheFrames)
+{
+    write("a\"\\b\n.wav", noise(2, 10000));
+    const std::string arguments = "'a\"\\b\n.wav' out.wav -f -s 0.7";
+    const std::string line = tool(arguments).text;
+    EXPECT_NE(line.find("10000 frames in, 14286 out, ideal 14285.71, difference +0.29, "),
+              std::string::npos)
+        << line;
+    const std::string json = shell("\"$T\" " + arguments + " --json 2>&-").text;
+    EXPECT_NE(
+        json.find("\"input\": \"a\\\"\\\\b\\u000a.wav\", \"output\": \"out.wav\", \"format\": "
+                  "\"s16\", \"rate\": 44100, \"channels\": 2, \"speed\": 0.7, "),
+        std::string::npos)
+        << json;
+    EXPECT_EQ(jsonNumber(json, "framesOut"), 14286.0);
+    EXPECT_NEAR(jsonNumber(json, "difference"), 0.286, 0.001);
+    EXPECT_GT(jsonNumber(json, "realTimeFactor"), 0.0);
+}
