@@ -150,7 +150,7 @@ void split(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7], const 
 template <class V4>
 VSP_INLINE void storeTwoFrames(Frame* out, const Frame* high, V4 y)
 {
-    const V4 h = loadShorts(&high[0][0], V4{});
+    const V4 h = loadShorts(samples(high), V4{});
     const uint64_t frames = packSaturated(wrapAdd(shiftLeft<1>(h), shiftRight<2>(y)));
     __builtin_memcpy(out, &frames, sizeof frames);
 }
@@ -209,8 +209,8 @@ void interpolateBy4(Frame* out, const Frame* low, const Frame* high, int32_t (*s
 template <class V>
 void fadeHighBand(Frame* out, const Frame* older, const Frame* newer, int frames)
 {
-    const int16_t* const b = &older[0][0];
-    const int16_t* const a = &newer[0][0];
+    const int16_t* const b = samples(older);
+    const int16_t* const a = samples(newer);
     const auto sample = [=](int n, auto lanes, auto weight) {
         using W = decltype(lanes);
         const W rest = wrapSub(set1(1024, W{}), weight);
@@ -226,12 +226,12 @@ void fadeHighBand(Frame* out, const Frame* older, const Frame* newer, int frames
     for (; V::lanes > 1 && n + 2 * V::lanes <= 2 * frames; n += 2 * V::lanes) {
         const V first = sample(n, V{}, weight);
         weight = wrapSub(weight, step);
-        storeSaturated(&out[0][0] + n, first, sample(n + V::lanes, V{}, weight));
+        storeSaturated(samples(out) + n, first, sample(n + V::lanes, V{}, weight));
         weight = wrapSub(weight, step);
     }
     for (; n < 2 * frames; ++n) {
         const I32x1 x = sample(n, I32x1{}, set1(1024 - n / 2 * 2, I32x1{}));
-        (&out[0][0])[n] = fx::sat16(x.v[0]);
+        samples(out)[n] = fx::sat16(x.v[0]);
     }
 }
 

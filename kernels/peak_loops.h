@@ -172,7 +172,7 @@ struct CogRecursion {
     [[gnu::always_inline]] void run(const ComplexInt& x)
     {
         yPrev = y;
-        y = shiftLeft<2>(wrapAdd(wrapAdd(loadTwo(&x.re, V4{}), c2yPrev), c1y));
+        y = shiftLeft<2>(wrapAdd(wrapAdd(loadTwo(words(&x), V4{}), c2yPrev), c1y));
         c2yPrev = c2y;
         c1y = mulShift16(y, c1);
         c2y = mulShift16(y, c2);
@@ -190,8 +190,8 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
     ComplexInt filtered[kPadded + 1]; // y(k - 1) at k: one place for the mirrored bin
     forBins<V>(2 * kLastBin, [&](int n, auto lanes) {
         using W = decltype(lanes);
-        store(&sum[0].re + n, wrapAdd(shiftRight<1>(load(&right[0].re + n, W{})),
-                                      shiftRight<1>(load(&left[0].re + n, W{}))));
+        store(words(sum) + n, wrapAdd(shiftRight<1>(load(words(right) + n, W{})),
+                                      shiftRight<1>(load(words(left) + n, W{}))));
     });
     sum[kLastBin] = {fx::wrapAdd(right[kLastBin].re >> 1, left[kLastBin].re >> 1),
                      fx::wrapAdd(right[kLastBin].im >> 1, left[kLastBin].im >> 1)};
@@ -201,14 +201,14 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
     // Run backwards over the lowest bins and mirrored: the values at negative frequencies.
     const ComplexInt zero = {0, 0};
     CogRecursion<V4> recursion;
-    recursion.start(&zero.re, &zero.re);
+    recursion.start(words(&zero), words(&zero));
     for (int k = 12; k >= 0; --k)
         recursion.run(sum[k]);
-    storeTwo(&filtered[0].re, recursion.yPrev);
-    storeTwo(&filtered[1].re, recursion.y);
+    storeTwo(words(filtered), recursion.yPrev);
+    storeTwo(words(filtered + 1), recursion.y);
     for (int k = 0; k < 2; ++k)
         filtered[k].im = fx::wrapNeg(filtered[k].im);
-    recursion.start(&filtered[1].re, &filtered[0].re);
+    recursion.start(words(filtered + 1), words(filtered));
     for (int k = 1; k < kBins; ++k) {
         recursion.run(sum[k]);
         storeTwo(&filtered[k + 1].re, recursion.y);

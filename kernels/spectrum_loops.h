@@ -15,10 +15,12 @@ template <class V, class Body>
 VSP_INLINE void forBins(int n, Body body)
 {
     int k = 0;
-    for (; k + V::lanes <= n; k += V::lanes)
-        body(k, V{});
+    if constexpr (V::lanes > 1)
+        for (; k + V::lanes <= n; k += V::lanes)
+            body(k, V{});
     for (; k < n; ++k)
         body(k, I32x1{});
+});
 }
 
 template <class V>
@@ -68,8 +70,8 @@ void mergeChannels(int32_t* re, int32_t* im, const ComplexInt* left, const Compl
 template <class V>
 VSP_INLINE void hannWindow(ComplexInt* out, const ComplexInt* X)
 {
-    const int32_t* const in = &X[1].re;
-    int32_t* const windowed = &out[1].re;
+    const int32_t* const in = words(X + 1);
+    int32_t* const windowed = words(out + 1);
     forBins<V>(2 * (kLastBin - 1), [=](int n, auto lanes) {
         using W = decltype(lanes);
         const W below = shiftRight<1>(load(in + n - 2, W{}));
@@ -87,7 +89,7 @@ VSP_INLINE void forFourBins(ComplexInt* sum, Combine combine)
     constexpr int kVectors = 8 / V::lanes;
     for (int k = 0; k < kLastBin; k += 4) {
         V x[kVectors];
-        int32_t* const p = &sum[k].re;
+        int32_t* const p = words(sum + k);
         for (int i = 0; i < kVectors; ++i)
             x[i] = load(p + i * V::lanes, V{});
         combine(x, 2 * k);
@@ -100,8 +102,8 @@ template <class V>
 void Velora_VSP_PartSp_AnalysisSum(ComplexInt* out, ComplexInt* sum, const ComplexInt* oldest,
                                    const ComplexInt* newest)
 {
-    const int32_t* const leaving = &oldest[0].re;
-    const int32_t* const entering = &newest[0].re;
+    const int32_t* const leaving = words(oldest);
+    const int32_t* const entering = words(newest);
     forFourBins<V>(sum, [=](auto& x, int n) {
         for (auto& v : x) {
             v = wrapAdd(wrapSub(v, load(leaving + n, V{})), load(entering + n, V{}));
@@ -120,8 +122,8 @@ void Velora_VSP_PartSp_SynthesisSum(ComplexInt* sum, ComplexInt* slot, const Com
 {
     ComplexInt windowed[kBins];
     hannWindow<V>(windowed, spec);
-    const int32_t* const entering = &windowed[0].re;
-    int32_t* const leaving = &slot[0].re;
+    const int32_t* const entering = words(windowed);
+    int32_t* const leaving = words(slot);
     forFourBins<V>(sum, [=](auto& x, int n) {
         turnFourBins(x);
         for (auto& v : x) {
@@ -242,7 +244,7 @@ void applyPhase(ComplexInt* X, const int32_t* m, const ComplexShort* P, int n)
 template <class V>
 void scaleSpectrum(ComplexInt* X, int32_t gain_q14)
 {
-    int32_t* const x = &X[0].re;
+    int32_t* const x = words(X);
     forBins<V>(2 * kBins, [=](int n, auto lanes) {
         using W = decltype(lanes);
         store(x + n, mulShift16(shiftLeft<2>(load(x + n, W{})), set1(gain_q14, W{})));

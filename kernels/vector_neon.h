@@ -78,11 +78,10 @@ VSP_INLINE unsigned maskBits(I32x4 mask)
     const int32x2_t halves = vadd_s32(vget_low_s32(bits), vget_high_s32(bits));
     return unsigned(vget_lane_s32(vpadd_s32(halves, halves), 0));
 }
+/// b within 17 bits, as every gain, coefficient and phasor is: (2 a b 2^15) >> 32 is the same.
 VSP_INLINE I32x4 mulShift16(I32x4 a, I32x4 b)
 {
-    const int64x2_t low = vmull_s32(vget_low_s32(a.v), vget_low_s32(b.v));
-    const int64x2_t high = vmull_s32(vget_high_s32(a.v), vget_high_s32(b.v));
-    return {vcombine_s32(vshrn_n_s64(low, 16), vshrn_n_s64(high, 16))};
+    return {vqdmulhq_s32(a.v, vshlq_n_s32(b.v, 15))};
 }
 VSP_INLINE I32x4 mulRoundQ31(I32x4 a, I32x4 b)
 {
@@ -112,13 +111,13 @@ VSP_INLINE I32x4 reverse(I32x4 a)
 
 VSP_INLINE void loadPairs(const ComplexInt* p, I32x4& re, I32x4& im)
 {
-    const int32x4x2_t x = vld2q_s32(&p->re);
+    const int32x4x2_t x = vld2q_s32(words(p));
     re.v = x.val[0];
     im.v = x.val[1];
 }
 VSP_INLINE void storePairs(ComplexInt* p, I32x4 re, I32x4 im)
 {
-    vst2q_s32(&p->re, int32x4x2_t{{re.v, im.v}});
+    vst2q_s32(words(p), int32x4x2_t{{re.v, im.v}});
 }
 template <class Pair>
 VSP_INLINE void loadShortPairs(const Pair* p, I32x4& a, I32x4& b)
@@ -230,8 +229,8 @@ VSP_INLINE void splitShorts(int32x4_t x, I32x4& a, I32x4& b)
 }
 VSP_INLINE void pickBins(const ComplexInt* X, const int16_t* bins, I32x4& re, I32x4& im)
 {
-    const int32x2_t bin[4] = {vld1_s32(&X[bins[0]].re), vld1_s32(&X[bins[1]].re),
-                              vld1_s32(&X[bins[2]].re), vld1_s32(&X[bins[3]].re)};
+    const int32x2_t bin[4] = {vld1_s32(words(X + bins[0])), vld1_s32(words(X + bins[1])),
+                              vld1_s32(words(X + bins[2])), vld1_s32(words(X + bins[3]))};
     const int32x4x2_t x = vuzpq_s32(vcombine_s32(bin[0], bin[1]), vcombine_s32(bin[2], bin[3]));
     re.v = x.val[0];
     im.v = x.val[1];
@@ -245,7 +244,7 @@ VSP_INLINE void pickBins(const ComplexShort* P, const int16_t* bins, I32x4& re, 
 }
 VSP_INLINE void pickPairs(const ComplexInt* X, const int16_t* first, I32x4& re, I32x4& im)
 {
-    const int32x4x2_t x = vuzpq_s32(vld1q_s32(&X[first[0]].re), vld1q_s32(&X[first[1]].re));
+    const int32x4x2_t x = vuzpq_s32(vld1q_s32(words(X + first[0])), vld1q_s32(words(X + first[1])));
     re.v = x.val[0];
     im.v = x.val[1];
 }

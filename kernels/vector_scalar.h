@@ -14,6 +14,25 @@
 
 namespace vsp::VSP_KERNEL_SET {
 
+/// Complex values and frames as the words and samples that they lie in memory as: re, im, re, im,
+/// ...
+VSP_INLINE int32_t* words(ComplexInt* p)
+{
+    return reinterpret_cast<int32_t*>(p);
+}
+VSP_INLINE const int32_t* words(const ComplexInt* p)
+{
+    return reinterpret_cast<const int32_t*>(p);
+}
+VSP_INLINE int16_t* samples(Frame* p)
+{
+    return reinterpret_cast<int16_t*>(p);
+}
+VSP_INLINE const int16_t* samples(const Frame* p)
+{
+    return reinterpret_cast<const int16_t*>(p);
+}
+
 template <int n>
 struct Scalar {
     static constexpr int lanes = n;
