@@ -188,11 +188,9 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
     constexpr int kPadded = kBins + V::lanes;
     ComplexInt sum[kPadded] = {};     // x(k), 0 behind the last bin
     ComplexInt filtered[kPadded + 1]; // y(k - 1) at k: one place for the mirrored bin
-    forBins<V>(2 * kLastBin, [&](int n, auto lanes) {
-        using W = decltype(lanes);
-        store(words(sum) + n, wrapAdd(shiftRight<1>(load(words(right) + n, W{})),
-                                      shiftRight<1>(load(words(left) + n, W{}))));
-    });
+    for (int n = 0; n < 2 * kLastBin; n += V::lanes)
+        store(words(sum) + n, wrapAdd(shiftRight<1>(load(words(right) + n, V{})),
+                                      shiftRight<1>(load(words(left) + n, V{}))));
     sum[kLastBin] = {fx::wrapAdd(right[kLastBin].re >> 1, left[kLastBin].re >> 1),
                      fx::wrapAdd(right[kLastBin].im >> 1, left[kLastBin].im >> 1)};
     for (int k = 1; k < kBins; k += 2)

@@ -20,7 +20,6 @@ VSP_INLINE void forBins(int n, Body body)
             body(k, V{});
     for (; k < n; ++k)
         body(k, I32x1{});
-});
 }
 
 template <class V>
