@@ -10,8 +10,20 @@ check_cxx_source_compiles("
 #error
 #endif
 int main() {}" VELORA_TARGET_X86)
+check_cxx_source_compiles("
+#if !defined(__arm__)
+#error
+#endif
+int main() {}" VELORA_TARGET_ARM32)
+# 64-bit ARM always has NEON. In 32 bits it must be asked for, and whatever runs this has it.
+set(VELORA_NEON_OPTIONS)
+if(VELORA_TARGET_ARM32)
+    set(VELORA_NEON_OPTIONS -mfpu=neon)
+endif()
+set(CMAKE_REQUIRED_FLAGS "${VELORA_NEON_OPTIONS}")
 check_cxx_source_compiles("#include <arm_neon.h>
 int main() { return vgetq_lane_s32(vdupq_n_s32(0), 0); }" VELORA_TARGET_NEON)
+unset(CMAKE_REQUIRED_FLAGS)
 
 if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_X86)
     list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_sse41.cpp kernels/kernels_avx2.cpp)
@@ -22,4 +34,6 @@ endif()
 if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_NEON)
     list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_neon.cpp)
     list(APPEND VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_NEON)
+    set_source_files_properties(kernels/kernels_neon.cpp PROPERTIES
+        COMPILE_OPTIONS "${VELORA_NEON_OPTIONS}")
 endif()
