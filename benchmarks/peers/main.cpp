@@ -51,7 +51,7 @@ constexpr double kMostWorstCall = 3.0;    // of the median call
 constexpr size_t kMostEngineBytes = size_t(320) * 1024;
 
 struct Settings {
-    int rounds = 7;
+    int rounds = 9;
     double seconds = 10.0;
     std::string raw;
 };
