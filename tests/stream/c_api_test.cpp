@@ -158,7 +158,7 @@ std::size_t run(const std::string& program, std::size_t frames)
     const std::string out = in + ".out";
     std::ofstream(in) << std::string(4 * frames, '\1');
     EXPECT_EQ(std::system((program + " < " + in + " > " + out + " 2> /dev/null").c_str()), 0);
-    const auto bytes = std::filesystem::file_size(out);
+    const auto bytes = std::size_t(std::filesystem::file_size(out));
     std::filesystem::remove(in);
     std::filesystem::remove(out);
     return bytes;
