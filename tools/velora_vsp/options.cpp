@@ -31,7 +31,7 @@ constexpr char kFooter[] =
     "Speed map: a time in the input (seconds, m:ss or h:mm:ss, with or without a fraction) and\n"
     "the speed from there on. Changes fall within a hop (10 to 16 ms) of their time: of time in "
     "the\n"
-    "input below speed 1, in the output above.\n"
+    "below speed 1, in the output above it.\n"
     "\n"
     "Pitch: exactly 0.5, 0.25 and 0.125 lower it by one, two or three octaves, as on a slowed\n"
     "tape, unless --keep-pitch is given. Speeds up to 0.5 sound darker and quieter on purpose:\n"
