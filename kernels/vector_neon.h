@@ -117,7 +117,8 @@ VSP_INLINE void loadPairs(const ComplexInt* p, I32x4& re, I32x4& im)
 }
 VSP_INLINE void storePairs(ComplexInt* p, I32x4 re, I32x4 im)
 {
-    vst2q_s32(words(p), int32x4x2_t{{re.v, im.v}});
+    const int32x4x2_t pairs = {{re.v, im.v}};
+    vst2q_s32(words(p), pairs);
 }
 template <class Pair>
 VSP_INLINE void loadShortPairs(const Pair* p, I32x4& a, I32x4& b)
@@ -129,7 +130,8 @@ VSP_INLINE void loadShortPairs(const Pair* p, I32x4& a, I32x4& b)
 template <class Pair>
 VSP_INLINE void storeShortPairs(Pair* p, I32x4 a, I32x4 b)
 {
-    vst2_s16(reinterpret_cast<int16_t*>(p), int16x4x2_t{{vmovn_s32(a.v), vmovn_s32(b.v)}});
+    const int16x4x2_t pairs = {{vmovn_s32(a.v), vmovn_s32(b.v)}};
+    vst2_s16(reinterpret_cast<int16_t*>(p), pairs);
 }
 VSP_INLINE void storeSaturated(int16_t* p, I32x4 a, I32x4 b)
 {
