@@ -3,6 +3,7 @@
 
 #include <velora/vsp_c.h>
 
+#include <algorithm>
 #include <array>
 #include <new>
 #include <stdexcept>
@@ -75,6 +76,12 @@ std::int64_t with(Handle* stream, Call call) noexcept
 bool isBuffer(const void* buffer, std::int64_t frames)
 {
     return frames == 0 || (frames > 0 && buffer != nullptr);
+}
+
+template <class Pointers>
+bool anyNull(const Pointers& planes, std::int64_t frames, int channels)
+{
+    return frames > 0 && std::count(planes.begin(), planes.begin() + channels, nullptr) > 0;
 }
 
 } // namespace
@@ -163,11 +170,14 @@ int64_t velora_stream_process_planar(velora_stream* stream, const void* const* i
 {
     if (!isBuffer(in, frames) || !isBuffer(out, room))
         return VELORA_ERROR_ARGUMENT;
-    return with(stream, [=](auto& s) {
+    return with(stream, [=](auto& s) -> std::int64_t {
         using Sample = SampleOf<decltype(s)>;
         const auto from = typed<const Sample>(in, frames > 0 ? s.channels() : 0);
         const auto to = typed<Sample>(out, room > 0 ? s.channels() : 0);
-        return s.process(from.data(), std::size_t(frames), to.data(), std::size_t(room));
+        if (anyNull(from, frames, s.channels()) || anyNull(to, room, s.channels()))
+            return VELORA_ERROR_ARGUMENT;
+        return std::int64_t(
+            s.process(from.data(), std::size_t(frames), to.data(), std::size_t(room)));
     });
 }
 
@@ -184,9 +194,11 @@ int64_t velora_stream_flush_planar(velora_stream* stream, void* const* out, int6
 {
     if (!isBuffer(out, room))
         return VELORA_ERROR_ARGUMENT;
-    return with(stream, [=](auto& s) {
+    return with(stream, [=](auto& s) -> std::int64_t {
         const auto to = typed<SampleOf<decltype(s)>>(out, room > 0 ? s.channels() : 0);
-        return s.flush(to.data(), std::size_t(room));
+        if (anyNull(to, room, s.channels()))
+            return VELORA_ERROR_ARGUMENT;
+        return std::int64_t(s.flush(to.data(), std::size_t(room)));
     });
 }
 

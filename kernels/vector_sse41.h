@@ -259,8 +259,8 @@ VSP_INLINE uint64_t packSaturated(I32x4 a)
 /// Two bins, or four phasors, that lie wherever they lie.
 VSP_INLINE __m128i twoBins(const ComplexInt* a, const ComplexInt* b)
 {
-    const __m128d low = _mm_load_sd(reinterpret_cast<const double*>(a));
-    return _mm_castpd_si128(_mm_loadh_pd(low, reinterpret_cast<const double*>(b)));
+    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)),
+                              _mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)));
 }
 VSP_INLINE __m128i fourPhasors(const ComplexShort* P, const int16_t* bins)
 {
@@ -302,7 +302,7 @@ VSP_INLINE void putPairs(ComplexInt* X, const int16_t* first, I32x4 re, I32x4 im
 VSP_INLINE void putPhasorPairs(ComplexShort* a, ComplexShort* b, __m128i pairs)
 {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(a), pairs);
-    _mm_storeh_pd(reinterpret_cast<double*>(b), _mm_castsi128_pd(pairs));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(b), _mm_unpackhi_epi64(pairs, pairs));
 }
 VSP_INLINE void putPairs(ComplexShort* P, const int16_t* first, I32x4 re, I32x4 im)
 {

@@ -59,6 +59,9 @@ public:
     /// A change away from 1.0 is heard after about 4096 working-rate frames (up to 9216 more when
     /// the level jumps) and faded in over 2048; a change back to 1.0 is faded over 2048.
     ///
+    /// A change away from 1.0 starts the signal path from silence: frames that were carried over,
+    /// and those that wait in the decimator, are dropped.
+    ///
     /// Speeds up to 0.5 pass a fourth-order low-pass at 2 kHz (at a half or a quarter of that above
     /// 48000 or 96000 Hz) and a gain of -13 dB, from the first hop on: also the input heard before
     /// the fade, which itself starts from the unfiltered input. Exactly 0.5, 0.25 and 0.125 go
@@ -107,8 +110,9 @@ public:
     /// carried over is enough. Frames that wait in Exe_buffered are not counted.
     ///
     /// The limit holds for the first 2048 caller frames of the next block: pass the predicted count
-    /// in blocks of at most that. More input than predicted loses nothing. At speeds up to 0.5
-    /// carried frames miss the low-pass and the -13 dB: don't limit there.
+    /// in blocks of at most that. More input than predicted loses nothing (but see SetPar and
+    /// Init). At speeds up to 0.5 carried frames miss the low-pass and the -13 dB: don't limit
+    /// there.
     virtual int GetPredictedInputFrameSize(int outFrames) = 0;
 
     /// Static text that names the version; not to be freed.

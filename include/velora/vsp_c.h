@@ -119,7 +119,7 @@ VELORA_C_API int64_t velora_stream_output_frames(const velora_stream* stream);
 /* Frames of input that the engine takes at a time: a change of speed takes effect where
  * velora_stream_input_frames is a multiple of it. */
 VELORA_C_API int64_t velora_stream_hop_frames(const velora_stream* stream);
-/* The output frame from which `speed` holds if it is set now. */
+/* The output frame from which `speed` holds if it is set now; VELORA_ERROR_SPEED out of range. */
 VELORA_C_API int64_t velora_stream_change_frame(const velora_stream* stream, double speed);
 /* The media frame that an output frame sounds, and back, to the nearest; right across changes of
  * speed. Results may be negative: for positions before the start, and a null handle gives 0. */

@@ -125,6 +125,16 @@ TEST(CInterface, AnswersEveryMistakeWithACodeAndEveryCodeWithAText)
     EXPECT_EQ(velora_stream_flush(c.get(), frames, -1), VELORA_ERROR_ARGUMENT);
     EXPECT_EQ(velora_stream_input_frames_for(c.get(), -1), VELORA_ERROR_ARGUMENT);
 
+    EXPECT_EQ(velora_stream_change_frame(c.get(), 9.0), VELORA_ERROR_SPEED);
+    const void* const inPlanes[2] = {frames, nullptr};
+    void* const outPlanes[2] = {frames, nullptr};
+    void* const goodPlanes[2] = {frames, frames + 2};
+    EXPECT_EQ(velora_stream_process_planar(c.get(), inPlanes, 1, goodPlanes, 1),
+              VELORA_ERROR_ARGUMENT);
+    EXPECT_EQ(velora_stream_process_planar(c.get(), goodPlanes, 1, outPlanes, 1),
+              VELORA_ERROR_ARGUMENT);
+    EXPECT_EQ(velora_stream_flush_planar(c.get(), outPlanes, 1), VELORA_ERROR_ARGUMENT);
+
     velora_stream_destroy(nullptr);
     EXPECT_EQ(velora_stream_set_speed(nullptr, 1.0), VELORA_ERROR_ARGUMENT);
     EXPECT_EQ(velora_stream_process(nullptr, frames, 1, frames, 1), VELORA_ERROR_ARGUMENT);

@@ -491,7 +491,7 @@ TEST(Stream, RefusesWhatItCannotDoByNameAndValue)
         EXPECT_THROW(stream.setSpeed(speed), std::invalid_argument) << speed;
     EXPECT_EQ(stream.speed(), 0.7) << "stays";
     EXPECT_EQ(messageOf([&] { stream.setSpeed(9.5); }),
-              "velora::Stream: speed is 9.500000; it must be 0.125 to 8");
+              "velora::Stream: speed is 9.5; it must be 0.125 to 8");
     EXPECT_EQ(messageOf([] { Stream<float>(7999, 2); }),
               "velora::Stream: sample rate is 7999 Hz; it must be 8000 to 192000 Hz");
     EXPECT_EQ(messageOf([] { Stream<float>(44100, 33); }),
