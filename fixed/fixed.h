@@ -54,11 +54,10 @@ VSP_INLINE constexpr int32_t mulShift16(int32_t a, int32_t b)
     return int32_t((int64_t(a) * b) >> 16);
 }
 
-/// Rounding doubling multiply-high: Q31 x Qn -> Qn, halves upward; MIN * MIN gives MAX.
+/// Rounding doubling multiply-high: Q31 x Qn -> Qn, halves upward. Not for MIN * MIN, which has no
+/// result: no twiddle factor is MIN.
 VSP_INLINE constexpr int32_t mulRoundQ31(int32_t a, int32_t b)
 {
-    if (a == INT32_MIN && b == INT32_MIN)
-        return INT32_MAX;
     return int32_t((int64_t(a) * b + (int64_t(1) << 30)) >> 31);
 }
 

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 
+#include "fft/magnitude_phase.h"
 #include "fixed/complex.h"
 #include "fixed/fixed.h"
 #include "fixed/frame.h"
@@ -136,11 +137,10 @@ VSP_INLINE Scalar<n> mulShift16(Scalar<n> a, Scalar<n> b)
 {
     return perLane<n>([=](int i) { return fx::mulShift16(a.v[i], b.v[i]); });
 }
-/// As fx::mulRoundQ31, but MIN * MIN gives anything: no twiddle factor is MIN.
 template <int n>
 VSP_INLINE Scalar<n> mulRoundQ31(Scalar<n> a, Scalar<n> b)
 {
-    return perLane<n>([=](int i) { return int32_t((int64_t(a.v[i]) * b.v[i] + (1 << 30)) >> 31); });
+    return perLane<n>([=](int i) { return fx::mulRoundQ31(a.v[i], b.v[i]); });
 }
 /// a * b for lanes within 16 bits, exactly.
 template <int n>
@@ -165,7 +165,7 @@ template <int n>
 VSP_INLINE Scalar<n> normalisingFactor(Scalar<n> a)
 {
     return perLane<n>([=](int i) {
-        return a.v[i] > 0 ? int32_t((1u << __builtin_clz(uint32_t(a.v[i]))) >> 1) : 0;
+        return a.v[i] > 0 ? int32_t((1u << Velora_VSP_CountLeadingZeros(a.v[i])) >> 1) : 0;
     });
 }
 template <int n>
