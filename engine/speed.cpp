@@ -23,12 +23,16 @@ int32_t highBandGain(float speed)
     return int32_t((4.0f * speed - 1.0f) * 32768.0f); // exact until the truncation
 }
 
+float inRange(float speed)
+{
+    return speed >= kSlowest && speed <= kFastest ? speed : 1.0f; // for "not a number" too
+}
+
 } // namespace
 
 void Velora_VSP::Velora_VSP_SetPar_Apply(float speed)
 {
-    if (!(speed >= kSlowest && speed <= kFastest)) // "not a number" too
-        speed = 1.0f;
+    speed = inRange(speed);
 
     if (speed != effectiveSpeed) {
         int32_t transition = 0;
@@ -52,6 +56,27 @@ void Velora_VSP::Velora_VSP_SetPar_Apply(float speed)
     if (bqActive)
         startFilters();
     selectConverter(speed);
+    if (!srcActive)
+        dropConverter();
+}
+
+void Velora_VSP::setSpeedNow(float requested)
+{
+    Velora_VSP_Call_InitSetPar_Apply();
+    parPending = false; // one that waits for the end of a fade
+    const float speed = inRange(requested);
+    const bool starts = effectiveSpeed == 1.0f;
+    const bool runsFilters = bqActive && !starts;
+    const bool runsConverter = srcActive && !starts && speed == speedApplied;
+    transitionCount = 0;
+    effectiveSpeed = speed;
+    speedApplied = speed;
+    highBandGainQ15 = highBandGain(speed);
+    bqActive = speed <= kSlowestUnfiltered;
+    if (bqActive && !runsFilters)
+        startFilters();
+    if (!runsConverter)
+        selectConverter(speed);
 }
 
 void Velora_VSP::startFilters()
@@ -74,10 +99,8 @@ void Velora_VSP::selectConverter(float speed)
         startConverter(14, 8);
     else if (speed == 0.125f)
         startConverter(14, 5);
-    else {
+    else
         srcActive = false;
-        dropConverter();
-    }
 }
 
 void Velora_VSP::startConverter(int outputRateCode, int inputRateCode)

@@ -60,6 +60,11 @@ public:
     void Velora_VSP_Init_Apply(int sampleRate);
     void Velora_VSP_SetPar_Apply(float speed);
 
+    // ---- For players that lead several engines (engine/conductor.cpp) ----
+    void setSpeedNow(float speed);
+    bool foundOnset() const { return transientDecision != 0; }
+    void takeOnset() { transientDecision = 1; }
+
     // ---- Driver (engine/block_driver.cpp, frame_scheduler.cpp) ----
     /// Runs the engine on one piece of 16-bit audio at the working rate, at most kPieceFrames
     /// frames; returns the frames written to `out`, those carried from the call before included.

@@ -130,4 +130,20 @@ public:
     static void Destroy(Velora_VSP_Interface* engine);
 };
 
+/// For players that lead several engines as one, such as velora::Stream: more than two channels, or
+/// speeds that follow a course. For engines made by Velora_VSP_Factory; on their thread.
+class VELORA_VSP_API Velora_VSP_Conductor {
+public:
+    /// Puts a speed in force from the next hop on, without the transition from or to 1.0 that
+    /// SetPar makes: from 1.0 the vocoder starts as it stands, which is in silence after Init.
+    /// Filters and converter go on with their state if they run already, so slow speeds may glide.
+    /// What SetPar takes for 1.0 is 1.0 here. Never allocates, unless a SetPar has dropped the
+    /// converter that is needed now.
+    static void SetSpeedNow(Velora_VSP_Interface* engine, float speed);
+
+    /// To be called when all of `engines` have processed the same hop: the onset that any of them
+    /// found in it counts for all. Onsets then fall on the same frames in all of them.
+    static void ShareOnsets(Velora_VSP_Interface* const* engines, int count);
+};
+
 #endif

@@ -1,0 +1,28 @@
+// What players need that lead several engines as one: speeds that change without a transition, and
+// onsets that fall on the same frames in all engines.
+
+#include <algorithm>
+
+#include "engine/velora_vsp.h"
+
+namespace {
+
+Velora_VSP& engineOf(Velora_VSP_Interface* engine)
+{
+    return *static_cast<Velora_VSP*>(engine); // the factory makes no others
+}
+
+} // namespace
+
+void Velora_VSP_Conductor::SetSpeedNow(Velora_VSP_Interface* engine, float speed)
+{
+    engineOf(engine).setSpeedNow(speed);
+}
+
+void Velora_VSP_Conductor::ShareOnsets(Velora_VSP_Interface* const* engines, int count)
+{
+    const auto found = [](Velora_VSP_Interface* engine) { return engineOf(engine).foundOnset(); };
+    if (std::any_of(engines, engines + count, found))
+        std::for_each(engines, engines + count,
+                      [](Velora_VSP_Interface* engine) { engineOf(engine).takeOnset(); });
+}

@@ -1,0 +1,88 @@
+// Engines led as one: speeds put in force without a transition, onsets that count for all.
+
+#include <algorithm>
+#include <array>
+
+#include "support/engine_probe.h"
+#include "support/signals.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using signals::Frames;
+using signals::raw;
+
+constexpr size_t kHop = 512;
+
+Frames play(Velora_VSP& engine, const Frames& in)
+{
+    Frames out(8 * in.size() + 8 * kHop);
+    out.resize(size_t(engine.Exe(raw(out), raw(in), int(in.size()))));
+    return out;
+}
+
+// A transition counts down by a whole hop for every call, however short, and at speed 0.5 a short
+// call costs no sound: silence of a few frames brings an engine to where it can be started at once.
+void startThroughATransition(Velora_VSP& engine, float speed)
+{
+    engine.Init(44100, Velora_BitDepth_16);
+    engine.SetPar(0.5f);
+    for (int call = 0; call < 12; ++call)
+        play(engine, Frames(1));
+    engine.SetPar(speed);
+}
+
+TEST(Conductor, StartsAnEngineWithoutATransition)
+{
+    const Frames in = signals::noise(30 * kHop, 9000, 1);
+    for (const float speed : {0.3f, 0.5f, 0.7f, 3.0f}) {
+        EngineProbe expected;
+        startThroughATransition(*expected.engine, speed);
+        EngineProbe used;
+        Velora_VSP_Conductor::SetSpeedNow(used.engine.get(), 0.4f);
+        play(*used.engine, in);
+        used.engine->Init(44100, Velora_BitDepth_16);
+        Velora_VSP_Conductor::SetSpeedNow(used.engine.get(), speed);
+        EXPECT_EQ(play(*used.engine, in), play(*expected.engine, in)) << speed;
+    }
+}
+
+TEST(Conductor, SlowSpeedsGlideThroughTheFilters)
+{
+    const Frames in = signals::tone(40 * kHop, 300.0, 44100.0, 9000.0);
+    EngineProbe probe;
+    Velora_VSP_Conductor::SetSpeedNow(probe.engine.get(), 0.3f);
+    const Frames before = play(*probe.engine, in);
+    Velora_VSP_Conductor::SetSpeedNow(probe.engine.get(), 0.32f);
+    const Frames after = play(*probe.engine, Frames(in.begin(), in.begin() + kHop));
+    EXPECT_GT(std::abs(before.back()[0]), 300);
+    EXPECT_NEAR(after.front()[0], before.back()[0], 150) << "filters that start anew begin at 0";
+}
+
+TEST(Conductor, AnOnsetInOneEngineCountsForAll)
+{
+    std::array<EngineProbe, 3> probes;
+    std::array<Velora_VSP_Interface*, 3> engines;
+    for (size_t n = 0; n < 3; ++n) {
+        engines[n] = probes[n].engine.get();
+        Velora_VSP_Conductor::SetSpeedNow(engines[n], 0.8f);
+    }
+    bool found = false;
+    for (size_t hop = 0; hop < 20; ++hop) {
+        Frames click(kHop);
+        if (hop == 10)
+            click[100] = {20000, 20000};
+        for (size_t n = 0; n < 3; ++n)
+            play(*probes[n].engine, n == 1 ? click : Frames(kHop));
+        found = found || probes[1].transientDecision();
+        Velora_VSP_Conductor::ShareOnsets(engines.data(), 3);
+        for (const size_t n : {0u, 2u})
+            EXPECT_TRUE(std::equal(probes[1].bandStatus(), probes[1].bandStatus() + vsp::kBands,
+                                   probes[n].bandStatus()))
+                << "hop " << hop << ", engine " << n;
+    }
+    EXPECT_TRUE(found);
+}
+
+} // namespace
