@@ -147,6 +147,11 @@ int velora_stream_set_speed(velora_stream* stream, double speed)
     return int(with(stream, [=](auto& s) { s.setSpeed(speed); }));
 }
 
+int64_t velora_stream_set_speed_at(velora_stream* stream, int64_t media_frame, double speed)
+{
+    return with(stream, [=](auto& s) { return s.setSpeedAt(media_frame, speed); });
+}
+
 double velora_stream_speed(const velora_stream* stream)
 {
     return stream == nullptr ? 0.0

@@ -20,14 +20,12 @@
 /// Sound: at speed 1.0 samples pass untouched, bit for bit and at once. At other speeds the pitch
 /// stays; sound is 16 bits wide and is limited to full scale. Speeds below 0.5 are dull and
 /// quieter: a low-pass at 2 kHz and a gain of -13 dB. A change of speed is heard at the very next
-/// frame that comes out, through a fade of a few milliseconds, or none between speeds of 0.5 and
-/// above other than 1.0.
+/// frame that comes out, or where it was planned: through a fade of a few milliseconds from or to
+/// 1.0 and between speeds up to 0.5 and above it, else without one.
 ///
 /// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. A click sounds within 1.4 hops of
 /// where the time map puts it, below speed 0.5 within a hop of media time, mostly late. Above 1.0
-/// single clicks lose level, up to 20 dB at 2.0; above 2 they may be skipped. At speeds that are
-/// constant, other than 1.0, the sound may leave the map by up to 0.5 ms in an hour, since the
-/// engine keeps time in single precision. Lengths stay exact.
+/// single clicks lose level, up to 20 dB at 2.0; above 2 they may be skipped.
 ///
 /// Threads: a stream is driven by one thread at a time; different streams are independent.
 ///
@@ -78,12 +76,8 @@ public:
     /// @param sampleRate  8000 to 192000 Hz. The engine is made for 8000, 11025, 12000, 16000,
     ///                    22050, 24000, 32000, 44100, 48000, 64000, 88200, 96000, 128000, 176400
     ///                    and 192000.
-    /// @param channels    1 to 32. Frame counts and the time map are the same for all of them,
-    /// whatever
-    ///                    they carry. Onsets are found in each pair (1 and 2, 3 and 4, ...) by
-    ///                    itself: where pairs carry different sound, one onset may be placed some
-    ///                    hops (up to 4 were measured below 0.5, 1 at 0.6, less above) apart in
-    ///                    them.
+    /// @param channels    1 to 32. All stay in step whatever they carry: an onset found in one pair
+    ///                    (1 and 2, 3 and 4, ...) counts for all.
     /// @param pitch       what speeds 0.5, 0.25 and 0.125 do to it
     /// @throws std::invalid_argument for a rate or channels out of range; std::bad_alloc
     Stream(int sampleRate, int channels, Pitch pitch = Pitch::keep)
@@ -98,29 +92,52 @@ public:
     int sampleRate() const { return self->sound.rate.sampleRate; } ///< Hz
     int channels() const { return self->sound.channels; }
 
-    /// Sets the speed: 2.0 is twice as fast. Takes effect at the end of the hop (128 to 2048
-    /// frames) of input that is now being collected, at once if none is; there, with the next frame
-    /// that comes out. Of several calls within a hop the last one counts.
+    /// Sets the speed: 2.0 is twice as fast. Takes effect with the next frame that comes out;
+    /// between speeds that need no fade (see above), two hops later. Ends what was planned. Of
+    /// several calls without a process between them the last one counts.
     /// @throws std::invalid_argument outside 0.125 to 8 or for "not a number"; std::bad_alloc. The
     ///         stream then goes on as it was.
     void setSpeed(double speed)
     {
-        requireSpeed(speed);
-        const auto voice = detail::Voice::at(speed, self->sound.rate.pitch);
-        if (voice.speed == this->speed())
+        const auto voice = voiceAt(speed);
+        detail::TimeMap& map = self->sound.map;
+        detail::Schedule& schedule = self->schedule;
+        const std::int64_t output = schedule.changeFrame(voice);
+        if (voice.speed == map.last().speed && map.last().output <= double(output))
             return;
-        self->sound.prepare(voice, self->schedule);
-        self->schedule.want(voice);
-        if (inputFrames() == 0 || self->ended) // so that queries know it: no input may follow
-            self->schedule.settle(self->sound);
+        self->sound.prepare(voice, schedule);
+        if (schedule.joining)
+            map.cut(schedule.joinOutput);
+        map.turnAtOutput(output, voice.speed);
+        schedule.replan(map.size() - 1, self->sound);
     }
 
-    /// The speed last set.
-    double speed() const
+    /// Plans a change of speed: from media frame `mediaFrame` on, to the frame of output. Plan in
+    /// order of time, as far ahead as is known: what was planned from there on is dropped. Where
+    /// the change comes too late, this is setSpeed: between speeds that need no fade, later than
+    /// two hops of output and five of media before that frame comes out, else once it has come out.
+    /// @returns the output frame from which the speed holds
+    /// @throws  as setSpeed
+    std::int64_t setSpeedAt(std::int64_t mediaFrame, double speed)
     {
-        const detail::Schedule& schedule = self->schedule;
-        return schedule.pending ? schedule.wanted.speed : schedule.newest().speed;
+        const auto voice = voiceAt(speed);
+        detail::TimeMap& map = self->sound.map;
+        detail::Schedule& schedule = self->schedule;
+        const double media = fromStart(mediaFrame);
+        const double output = map.outputAt(media);
+        if (output < double(schedule.firstTurn(voice, output))) {
+            const std::int64_t now = schedule.changeFrame(voice);
+            setSpeed(speed);
+            return now;
+        }
+        self->sound.prepare(voice, schedule);
+        map.turnAtMedia(media, voice.speed);
+        schedule.replan(map.size() - 1, self->sound);
+        return std::int64_t(std::ceil(output));
     }
+
+    /// The speed last set or planned.
+    double speed() const { return self->sound.map.last().speed; }
 
     // ---- Processing ----
     // Takes all of the input, and gives what has come out, up to `room` frames; the rest stays
@@ -197,27 +214,32 @@ public:
         self->ended = false;
     }
 
-    /// Starts anew from another place, at the speed that was set: the next frame that goes in is
-    /// media frame `mediaFrame`, the next one that comes out is output frame 0 and sounds it.
+    /// Starts anew from another place, at the speed last set; what was planned is dropped. The next
+    /// frame that goes in is media frame `mediaFrame`, which may be negative, the next one that
+    /// comes out is output frame 0 and sounds it.
     void seek(std::int64_t mediaFrame)
     {
         const double kept = speed();
         reset();
-        self->origin = mediaFrame;
+        self->origin = std::min(std::max(mediaFrame, -kFarthest), kFarthest);
         setSpeed(kept);
     }
 
-    // ---- Queries. None changes anything; all allow for what is inside and for a speed just set.
-    // --
+    // ---- Queries ----
+    // None changes anything or allocates; all allow for what is inside and for a speed just set.
+    // Counts of frames beyond kMostFrames are taken as that; positions stay within 2^61.
 
-    /// Frames that the next process gives for `frames` frames of input if it has the room.
+    static constexpr std::size_t kMostFrames = std::size_t(1) << 28;
+
+    /// Frames that the next process gives for `frames` frames of input if it has the room. Takes
+    /// some 50 ns a hop.
     std::size_t maxOutputFrames(std::size_t frames) const
     {
         if (self->ended)
             return std::size_t(std::max<std::int64_t>(total() - self->schedule.taken, 0));
         auto schedule = rehearse();
-        const detail::Rehearsal silent{self->sound.times};
-        for (std::int64_t left = std::int64_t(frames); left > 0;) {
+        const detail::Rehearsal silent{self->sound.map};
+        for (std::int64_t left = bounded(frames); left > 0;) {
             const std::int64_t part = std::min(left, schedule.untilBoundary());
             schedule.accept(part, silent);
             left -= part;
@@ -226,14 +248,15 @@ public:
     }
 
     /// The least input after which `frames` frames of output are there: 0 if they are already, or
-    /// if the stream was flushed.
+    /// if the stream was flushed. After a change of speed to `speed` that is speed * frames and up
+    /// to 8 + 3 * speed hops.
     std::size_t inputFramesFor(std::size_t frames) const
     {
         auto schedule = rehearse();
-        const detail::Rehearsal silent{self->sound.times};
+        const detail::Rehearsal silent{self->sound.map};
         const std::int64_t before = schedule.input;
-        while (!self->ended && available(schedule) < std::int64_t(frames)) {
-            const std::int64_t missing = std::int64_t(frames) - available(schedule);
+        while (!self->ended && available(schedule) < bounded(frames)) {
+            const std::int64_t missing = bounded(frames) - available(schedule);
             const std::int64_t part = schedule.untilBoundary();
             schedule.accept(schedule.passesAtOnce() ? std::min(missing, part) : part, silent);
         }
@@ -257,37 +280,31 @@ public:
         return self->schedule.taken;
     }
 
-    /// Frames of input that the engine takes at a time: a change of speed takes effect where
-    /// inputFrames is a multiple of it. 128 at 8000, 11025 and 12000 Hz, 256 at 16000, 22050 and
-    /// 24000, else 512 up to 48000, 1024 up to 96000, 2048 above.
+    /// Frames of input that the engine takes at a time: 128 at 8000, 11025 and 12000 Hz, 256 at
+    /// 16000, 22050 and 24000, else 512 up to 48000, 1024 up to 96000, 2048 above.
     std::int64_t hopFrames() const
     {
         return self->sound.rate.hop;
     }
 
-    /// Output frame from which `speed` holds if it is set now. A caller who wants the change at a
-    /// certain media time asks at every hop whether mediaFrameOf this has reached it.
+    /// Output frame from which `speed` holds if it is set now.
     /// @throws std::invalid_argument as setSpeed
     std::int64_t changeFrame(double speed) const
     {
-        requireSpeed(speed);
-        auto schedule = rehearse();
-        if (schedule.input % hopFrames() != 0)
-            schedule.accept(schedule.untilBoundary(), detail::Rehearsal{self->sound.times});
-        return schedule.changeFrame(detail::Voice::at(speed, schedule.rate.pitch));
+        return self->schedule.changeFrame(voiceAt(speed));
     }
 
     /// Media frame that an output frame sounds, to the nearest; right across changes of speed. For
-    /// frames that have not come out yet, as if the speed now in force stayed.
+    /// frames that have not come out yet, as if no further change were set.
     std::int64_t mediaFrameOf(std::int64_t outputFrame) const
     {
-        return origin() + std::llround(self->sound.times.mediaAt(outputFrame));
+        return origin() + toFrame(self->sound.map.mediaAt(double(outputFrame)));
     }
 
     /// Output frame at which a media frame sounds, to the nearest.
     std::int64_t outputFrameOf(std::int64_t mediaFrame) const
     {
-        return std::llround(self->sound.times.outputAt(double(mediaFrame - origin())));
+        return toFrame(self->sound.map.outputAt(fromStart(mediaFrame)));
     }
 
 private:
@@ -303,6 +320,23 @@ private:
         std::int64_t inputAtEnd = 0; // without the silence that flush adds
     };
 
+    static constexpr std::int64_t kFarthest = std::int64_t(1) << 61;
+
+    static std::int64_t toFrame(double position)
+    {
+        return std::llround(std::min(std::max(position, -double(kFarthest)), double(kFarthest)));
+    }
+
+    static std::int64_t bounded(std::size_t frames)
+    {
+        return std::int64_t(std::min(frames, kMostFrames));
+    }
+
+    double fromStart(std::int64_t mediaFrame) const
+    {
+        return double(std::min(std::max(mediaFrame, -kFarthest), kFarthest) - origin());
+    }
+
     static void require(bool holds, const char* what, const std::string& value, const char* range)
     {
         if (!holds)
@@ -310,11 +344,14 @@ private:
                                         "; it must be " + range);
     }
 
-    static void requireSpeed(double speed)
+    detail::Voice voiceAt(double speed) const
     {
-        char value[32];
-        std::snprintf(value, sizeof value, "%.15g", speed);
-        require(speed >= kSlowest && speed <= kFastest, "speed", value, "0.125 to 8");
+        if (!(speed >= kSlowest && speed <= kFastest)) { // "not a number" too
+            char value[32];
+            std::snprintf(value, sizeof value, "%.15g", speed);
+            require(false, "speed", value, "0.125 to 8");
+        }
+        return detail::Voice::at(speed, self->sound.rate.pitch);
     }
 
     std::size_t width() const
@@ -356,7 +393,7 @@ private:
     {
         if (self->ended)
             return finish(out, room);
-        self->schedule.settle(self->sound);
+        self->schedule.proceed(self->sound);
         std::int64_t given = give(out, 0, room);
         const std::int64_t all = std::int64_t(frames);
         for (std::int64_t done = 0; done < all;) {
@@ -374,10 +411,8 @@ private:
         if (!self->ended) {
             self->inputAtEnd = self->schedule.input;
             self->ended = true;
-            if (self->inputAtEnd % self->sound.rate.hop != 0)
-                pad(); // to where a change of speed that waits takes effect
         }
-        self->schedule.settle(self->sound);
+        self->schedule.proceed(self->sound);
         std::int64_t given = give(out, 0, room);
         while (given < std::int64_t(room) && self->schedule.taken < total()) {
             pad();
@@ -441,13 +476,13 @@ private:
     /// Length of the whole output of a stream that has ended.
     std::int64_t total() const
     {
-        return std::llround(self->sound.times.outputAt(double(self->inputAtEnd)));
+        return toFrame(self->sound.map.outputAt(double(self->inputAtEnd)));
     }
 
     detail::Schedule rehearse() const
     {
         detail::Schedule schedule = self->schedule;
-        schedule.settle(detail::Rehearsal{self->sound.times});
+        schedule.proceed(detail::Rehearsal{self->sound.map});
         return schedule;
     }
 

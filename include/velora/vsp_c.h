@@ -73,11 +73,15 @@ VELORA_C_API int velora_stream_create(velora_stream** stream, int sample_rate, i
 /* Null does nothing. */
 VELORA_C_API void velora_stream_destroy(velora_stream* stream);
 
-/* Sets the speed, 0.125 to 8; 2.0 is twice as fast. Takes effect at the end of the hop (128 to 2048
- * frames) of input that is now being collected, at once if none is; there, with the next frame that
- * comes out. The only call on a stream that allocates. */
+/* Sets the speed, 0.125 to 8; 2.0 is twice as fast. Takes effect with the next frame that comes
+ * out, or two hops later between speeds that need no fade. Ends what was planned. May allocate. */
 VELORA_C_API int velora_stream_set_speed(velora_stream* stream, double speed);
-/* The speed last set; 0 for a null handle. */
+/* Plans a change of speed from a media frame on, to the frame of output. Plan in order of time, as
+ * far ahead as is known; too late, it is velora_stream_set_speed. May allocate. Returns the output
+ * frame from which the speed holds. */
+VELORA_C_API int64_t velora_stream_set_speed_at(velora_stream* stream, int64_t media_frame,
+                                                double speed);
+/* The speed last set or planned; 0 for a null handle. */
 VELORA_C_API double velora_stream_speed(const velora_stream* stream);
 
 /* Takes all of the input and writes what has come out, up to `room` frames; the rest stays inside
@@ -116,8 +120,7 @@ VELORA_C_API int64_t velora_stream_latency_frames(const velora_stream* stream);
 /* Frames that went in, and frames that came out, since the start or the last seek. */
 VELORA_C_API int64_t velora_stream_input_frames(const velora_stream* stream);
 VELORA_C_API int64_t velora_stream_output_frames(const velora_stream* stream);
-/* Frames of input that the engine takes at a time: a change of speed takes effect where
- * velora_stream_input_frames is a multiple of it. */
+/* Frames of input that the engine takes at a time: 128 to 2048, by the rate. */
 VELORA_C_API int64_t velora_stream_hop_frames(const velora_stream* stream);
 /* The output frame from which `speed` holds if it is set now; VELORA_ERROR_SPEED out of range. */
 VELORA_C_API int64_t velora_stream_change_frame(const velora_stream* stream, double speed);

@@ -46,6 +46,7 @@ void expectSameAsStream(int format, double scale)
     stream.process(in.data(), 12000, expected);
     const std::int64_t change = stream.changeFrame(0.5);
     stream.setSpeed(0.5);
+    stream.setSpeedAt(19000, 1.5);
     stream.process(in.data() + 24000, 12000, expected);
     stream.flush(expected);
 
@@ -60,6 +61,8 @@ void expectSameAsStream(int format, double scale)
     EXPECT_EQ(velora_stream_change_frame(c.get(), 0.5), change);
     EXPECT_EQ(velora_stream_set_speed(c.get(), 0.5), VELORA_OK);
     EXPECT_EQ(velora_stream_speed(c.get()), 0.5);
+    EXPECT_EQ(velora_stream_set_speed_at(c.get(), 19000, 1.5),
+              velora_stream_output_frame_of(c.get(), 19000));
     done +=
         velora_stream_process(c.get(), in.data() + 24000, 12000, out.data() + 2 * done, room(done));
     EXPECT_EQ(velora_stream_latency_frames(c.get()),
@@ -118,6 +121,7 @@ TEST(CInterface, AnswersEveryMistakeWithACodeAndEveryCodeWithAText)
     int16_t frames[4] = {};
     for (const double speed : {0.1, 9.0, std::numeric_limits<double>::quiet_NaN()})
         EXPECT_EQ(velora_stream_set_speed(c.get(), speed), VELORA_ERROR_SPEED);
+    EXPECT_EQ(velora_stream_set_speed_at(c.get(), 5, 9.0), VELORA_ERROR_SPEED);
     EXPECT_EQ(velora_stream_process(c.get(), nullptr, 2, frames, 2), VELORA_ERROR_ARGUMENT);
     EXPECT_EQ(velora_stream_process(c.get(), frames, -1, frames, 2), VELORA_ERROR_ARGUMENT);
     EXPECT_EQ(velora_stream_process(c.get(), frames, 2, nullptr, 2), VELORA_ERROR_ARGUMENT);

@@ -99,8 +99,8 @@ TEST(Stream, LengthIsExactAtEverySpeedAndRate)
                 }
 }
 
-// A click in every 30 hops; each must sound within a hop of where the time map has it. The vocoder
-// puts an onset where an analysis hop begins, so below 0.5 a hop of media counts.
+// A click in every 30 hops; each must sound within 1.4 hops of where the time map has it. The
+// vocoder puts an onset where an analysis hop begins, so below 0.5 a hop of media counts.
 struct Course {
     const char* name;
     std::vector<double> speeds; // each for 40 to 70 hops
@@ -141,7 +141,7 @@ TEST_P(ClickTrain, SoundsWhereTheTimeMapHasIt)
             const double speed =
                 double(stream.mediaFrameOf(expected + hop) - stream.mediaFrameOf(expected)) / hop;
             ASSERT_GT(energy, 0.0) << rate << " Hz, click at " << click;
-            EXPECT_LE(std::abs(moment / energy), 1.1 * hop / std::min(1.0, speed))
+            EXPECT_LE(std::abs(moment / energy), 1.4 * hop / std::min(1.0, speed))
                 << rate << " Hz, click at " << click << ", speed " << speed;
         }
     }
@@ -241,27 +241,55 @@ TEST(Stream, TimeMapIsSettledForWhatHasComeOut)
     }
 }
 
-// The level jumps in one pair would lengthen a transition of the engine; here it stays in step.
+/// The lag in frames at which `b` is most like `a` around frame `at`, after a high-pass that leaves
+/// nothing of a low tone.
+int lagBetween(const std::vector<float>& a, const std::vector<float>& b, std::int64_t at)
+{
+    constexpr std::int64_t kReach = 1500;
+    const auto high = [](const std::vector<float>& x, std::int64_t n) {
+        const auto i = std::size_t(n);
+        return double(x[i]) - 2.0 * x[i - 4] + x[i - 8];
+    };
+    int best = 0;
+    double most = -1.0;
+    for (int lag = -600; lag <= 600; lag += 2) {
+        double sum = 0.0;
+        for (std::int64_t n = at - kReach; n < at + kReach; n += 3)
+            sum += std::abs(high(a, n)) * std::abs(high(b, n + lag));
+        if (sum > most) {
+            most = sum;
+            best = lag;
+        }
+    }
+    return best;
+}
+
+// A low tone sets in in the second pair only: it hides onsets there, and its level jump would
+// lengthen a transition of the engine. Bursts that all channels share must still fall together.
 TEST(Stream, ChannelsStayInStepWhateverTheyCarry)
 {
-    const std::size_t frames = 50000;
-    auto in = noise<float>(5 * frames, 0.2, 21);
-    for (std::size_t n = 0; n < frames; ++n)
-        in[5 * n + 2] = n / 700 % 2 == 0 ? 0.9f : 0.0f;
-    const std::vector<Change> changes = {{3000, 0.7}, {15000, 1.0}, {22000, 2.0}, {40000, 0.4}};
-    Stream<float> all(48000, 5);
-    const auto out = play(all, in, changes);
-    for (const std::size_t first : {0u, 2u, 4u}) {
-        const std::size_t width = std::min<std::size_t>(2, 5 - first);
-        std::vector<float> pair;
-        for (std::size_t n = 0; n < frames; ++n)
-            for (std::size_t c = 0; c < width; ++c)
-                pair.push_back(in[5 * n + first + c]);
-        Stream<float> alone(48000, int(width));
-        const auto expected = play(alone, pair, changes);
-        for (std::size_t c = 0; c < width; ++c)
-            EXPECT_TRUE(channelOf(out, first + c, 5) == channelOf(expected, c, width))
-                << "channel " << first + c;
+    const std::size_t frames = 300000;
+    const std::size_t period = 12131;
+    const double omega = kTwoPi / 48000.0;
+    std::vector<float> in(5 * frames);
+    for (std::size_t n = 0; n < frames; ++n) {
+        const double since = double(n % period);
+        const double window = since < 1920 ? 0.5 - 0.5 * std::cos(kTwoPi * since / 1920) : 0.0;
+        const double burst = 0.15 * window * std::sin(omega * 1200.0 * double(n));
+        const double tone = 0.4 * std::sin(omega * 70.0 * double(n));
+        for (std::size_t c = 0; c < 5; ++c)
+            in[5 * n + c] = float(burst + (c / 2 == 1 && n > 120000 ? tone : 0.0));
+    }
+    for (const double speed : {0.6, 0.8, 1.3}) {
+        Stream<float> stream(48000, 5);
+        const auto out = play(stream, in, {{3000, speed}});
+        const auto first = channelOf(out, 0, 5);
+        for (std::size_t at = 2 * period; at + period < frames; at += period)
+            for (const std::size_t other : {2u, 4u})
+                EXPECT_LE(std::abs(lagBetween(first, channelOf(out, other, 5),
+                                              stream.outputFrameOf(std::int64_t(at) + 960))),
+                          64)
+                    << "speed " << speed << ", burst at " << at << ", channel " << other;
     }
 }
 
@@ -459,6 +487,77 @@ std::string messageOf(Call call)
     return "no exception";
 }
 
+// Jumps of every kind, far closer together than a pipeline is long: the map stays what was asked
+// for.
+TEST(Stream, FollowsAPlanToTheFrame)
+{
+    for (const auto& [rate, hop] : {std::pair{8000, 128}, {44100, 512}, {96000, 1024}})
+        for (const Pitch pitch : {Pitch::keep, Pitch::drop}) {
+            std::minstd_rand random(unsigned(rate) + 6);
+            const std::size_t frames = 400 * std::size_t(hop);
+            std::vector<Change> plan;
+            double exact = 0.0; // output of what was planned
+            for (std::size_t at = 0; at < frames;) {
+                const std::size_t length =
+                    std::min<std::size_t>(1 + random() % std::size_t(30 * hop), frames - at);
+                plan.emplace_back(at, kSpeeds[random() % kSpeeds.size()]);
+                exact += double(length) / plan.back().second;
+                at += length;
+            }
+            const auto in = noise<float>(2 * frames, 0.3, 18);
+            Stream<float> stream(rate, 2, pitch);
+            for (const auto& [at, speed] : plan)
+                EXPECT_NEAR(double(stream.setSpeedAt(std::int64_t(at), speed)),
+                            double(stream.outputFrameOf(std::int64_t(at))), 1.0);
+            std::vector<float> out;
+            for (std::size_t at = 0; at < frames;) {
+                const std::size_t block = std::min<std::size_t>(1 + random() % 3000, frames - at);
+                const std::size_t before = allocationCount();
+                out.reserve(out.size() + 2 * stream.maxOutputFrames(block));
+                const std::size_t reserved = allocationCount();
+                EXPECT_LE(reserved, before + 1);
+                stream.process(in.data() + 2 * at, block, out);
+                ASSERT_EQ(allocationCount(), reserved) << rate << " Hz, frame " << at;
+                at += block;
+            }
+            stream.flush(out);
+            EXPECT_EQ(out.size(), 2 * std::size_t(std::llround(exact))) << rate;
+        }
+}
+
+// Planned or set at the same place, the sound is the same; a late plan is a change at once.
+TEST(Stream, PlannedChangesSoundLikeSetOnes)
+{
+    const auto in = noise<float>(60000, 0.3, 19);
+    for (const double from : {1.0, 0.4, 0.8})
+        for (const double to : {1.0, 0.3, 0.6, 2.0})
+            if (from != to) {
+                Stream<float> set(44100, 1);
+                set.setSpeed(from);
+                std::vector<float> expected;
+                set.process(in.data(), 30000, expected);
+                const std::int64_t frame = set.changeFrame(to);
+                const std::int64_t media = set.mediaFrameOf(frame);
+                set.setSpeed(to);
+                set.process(in.data() + 30000, 30000, expected);
+                set.flush(expected);
+
+                if (from == 1.0) { // else `media` is no whole frame
+                    Stream<float> planned(44100, 1);
+                    planned.setSpeedAt(media, to);
+                    EXPECT_TRUE(play(planned, in) == expected) << from << " to " << to;
+                }
+                Stream<float> late(44100, 1);
+                late.setSpeed(from);
+                std::vector<float> lateOut;
+                late.process(in.data(), 30000, lateOut);
+                EXPECT_EQ(late.setSpeedAt(1000, to), frame) << from << " to " << to;
+                late.process(in.data() + 30000, 30000, lateOut);
+                late.flush(lateOut);
+                EXPECT_TRUE(lateOut == expected) << from << " to " << to;
+            }
+}
+
 TEST(Stream, TellsWhereAChangeOfSpeedWouldBegin)
 {
     const auto in = noise<float>(31000, 0.3, 17);
@@ -481,6 +580,29 @@ TEST(Stream, TellsWhereAChangeOfSpeedWouldBegin)
                 EXPECT_NEAR(mediaAt(-1000), double(media) - 1000 * from, 1.0)
                     << from << " to " << to;
             }
+}
+
+TEST(Stream, WildPositionsAndCountsAreHarmless)
+{
+    using Limits = std::numeric_limits<std::int64_t>;
+    for (const double speed : {0.125, 1.0, 8.0})
+        for (const std::int64_t place : {Limits::min(), std::int64_t(0), Limits::max()}) {
+            Stream<float> stream(44100, 1);
+            stream.setSpeed(speed);
+            stream.seek(place);
+            stream.setSpeedAt(Limits::max(), 0.3);
+            stream.setSpeedAt(Limits::min(), speed);
+            for (const std::int64_t frame : {Limits::min(), std::int64_t(7), Limits::max()}) {
+                stream.mediaFrameOf(frame);
+                stream.outputFrameOf(frame);
+            }
+            EXPECT_GT(stream.maxOutputFrames(std::size_t(-1)), std::size_t(10000000)) << speed;
+            EXPECT_GT(stream.inputFramesFor(std::size_t(-1)), std::size_t(10000000)) << speed;
+            std::vector<float> out;
+            stream.process(noise<float>(3000, 0.3, 20), out);
+            stream.flush(out);
+            EXPECT_EQ(out.size(), std::size_t(std::llround(3000.0 / speed)));
+        }
 }
 
 TEST(Stream, RefusesWhatItCannotDoByNameAndValue)

@@ -214,7 +214,7 @@ TEST_F(ToolTest, SpeedMapsPlaceSoundsWithinAHop)
         EXPECT_NEAR(jsonNumber(result.text, "framesIdeal"), outputAt(6.0) * kRate, 0.01);
         const Sound out = read("out.wav");
         EXPECT_EQ(jsonNumber(result.text, "framesOut"), double(out.frames()));
-        EXPECT_NEAR(double(out.frames()), outputAt(6.0) * kRate, kHop);
+        EXPECT_NEAR(double(out.frames()), outputAt(6.0) * kRate, 1.0);
         for (double t = 0.25; t < 5.8; t += 0.4)
             EXPECT_NEAR(centreOfEnergy(out, outputAt(t) * kRate, 4 * kHop), outputAt(t) * kRate,
                         kHop)
@@ -222,6 +222,21 @@ TEST_F(ToolTest, SpeedMapsPlaceSoundsWithinAHop)
     };
     check("", steps);
     check(" --ramp", ramp);
+}
+
+TEST_F(ToolTest, SpeedMapsKeepTheLengthThroughEveryJump)
+{
+    write("in.wav", noise(2, 6 * kRate));
+    const auto expectLength = [&](const char* map, const char* option, double seconds) {
+        std::ofstream(at("map.txt")) << map;
+        runQuietly("in.wav out.wav -f -m map.txt" + std::string(option));
+        EXPECT_NEAR(double(read("out.wav").frames()), seconds * kRate, 2.0) << map << option;
+    };
+    expectLength("0 0.25\n1.5 4\n4.25 0.3\n", "", 6.0 + 2.75 / 4.0 + 1.75 / 0.3);
+    expectLength("0 8\n4.5 0.125\n", "", 4.5 / 8.0 + 1.5 / 0.125);
+    expectLength("1 1\n1.01 0.6\n1.02 6\n1.025 1\n1.5 0.5\n", "",
+                 1.01 + 0.01 / 0.6 + 0.005 / 6.0 + 0.475 + 4.5 / 0.5);
+    expectLength("0 8\n6 0.25\n", " --ramp", 6.0 * std::log(32.0) / 7.75);
 }
 
 TEST_F(ToolTest, MistakesInASpeedMapAreNamedByLine)

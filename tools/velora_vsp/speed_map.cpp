@@ -150,36 +150,32 @@ double SpeedMap::speedAt(double media) const
     return pieceAt(media).speedAt(media);
 }
 
-double SpeedMap::speedFrom(double media, double output, double step, double current) const
+std::vector<SpeedMap::Step> SpeedMap::steps(int sampleRate) const
 {
-    const Piece& piece = *chooseBetweenSteps(&pieceAt(media + step), media, output, step, current);
-    if (piece.slope == 0.0)
-        return piece.speed;
-
-    // Heads for where the ramp is a few steps on: corrections are spread, and never heard.
-    constexpr double kStepsAhead = 8.0;
-    constexpr double kMostCorrection = 0.1;
-    const double ahead = std::min(media + kStepsAhead * step, endOf(piece));
-    const double onRamp = piece.speedAt(0.5 * (std::max(media, piece.media) + ahead));
-    const double pace = (piece.outputAt(ahead) - output) / (ahead - media); // 1 / speed
-    const double aimed = 1.0 / std::max(pace, 1.0 / (2.0 * kFastest));
-    const double corrected =
-        std::clamp(aimed, onRamp * (1.0 - kMostCorrection), onRamp * (1.0 + kMostCorrection));
-    return std::clamp(corrected, kSlowest + 1e-6, kFastest); // at 0.125 the pitch might drop
+    std::vector<Step> steps;
+    for (const Piece& piece : pieces) {
+        if (piece.slope == 0.0)
+            steps.push_back({std::llround(piece.media * sampleRate), piece.speed});
+        else
+            addRamp(steps, piece, sampleRate);
+    }
+    return steps;
 }
 
-// A piece that begins near `media` may start now or at the next chance: whichever leaves output
-// closer to where it should be afterwards.
-const SpeedMap::Piece* SpeedMap::chooseBetweenSteps(const Piece* piece, double media, double output,
-                                                    double step, double current) const
+// A chord of the curve of output over media, of length d, leaves it by d^2 / 8 times the second
+// derivative, which is slope / speed^2.
+void SpeedMap::addRamp(std::vector<Step>& steps, const Piece& piece, double rate) const
 {
-    if (piece == &pieces.front() || piece->speed == current || piece->media <= media - step)
-        return piece;
-    const double pace = 1.0 / (piece - 1)->speedAt(piece->media);
-    const double nextPace = 1.0 / piece->speed;
-    const double now = output + (piece->media - media) * nextPace - piece->output;
-    const double later = now + step * (pace - nextPace);
-    return std::abs(later) < std::abs(now) ? piece - 1 : piece;
+    constexpr double kMostError = 0.0005; // seconds of output
+    constexpr double kShortest = 0.005;   // seconds of media
+    for (double from = piece.media; from < endOf(piece);) {
+        const double speed = piece.speedAt(from);
+        const double length = speed * std::sqrt(8.0 * kMostError / std::abs(piece.slope));
+        const double to = std::min(from + std::max(length, kShortest), endOf(piece));
+        const double pace = (piece.outputAt(to) - piece.outputAt(from)) / (to - from);
+        steps.push_back({std::llround(from * rate), std::clamp(1.0 / pace, kSlowest, kFastest)});
+        from = to;
+    }
 }
 
 bool SpeedMap::holds(double speed) const

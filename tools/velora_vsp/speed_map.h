@@ -1,6 +1,7 @@
 // How fast the sound plays when: one speed throughout, or a course over the time of the input.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -26,11 +27,14 @@ public:
 
     double speedAt(double media) const;
 
-    /// Speed to set where it holds from media time `media` on, which sounds at `output`, for at
-    /// least `step` seconds of media. Makes up for what output is early or late: by the choice of
-    /// where a step falls, and along a ramp.
-    /// @param current  the speed before
-    double speedFrom(double media, double output, double step, double current) const;
+    /// The course in steps: each speed with the frame of input from which it holds, the first at 0.
+    /// A ramp becomes so many steps that it is met within half a millisecond of output, and at its
+    /// ends exactly.
+    struct Step {
+        int64_t frame;
+        double speed;
+    };
+    std::vector<Step> steps(int sampleRate) const;
 
     /// Whether one speed holds throughout.
     bool isConstant() const { return pieces.size() == 1; }
@@ -52,9 +56,8 @@ private:
     /// From `media`, the end of the last piece, on.
     void add(double media, double speed, double slope);
     const Piece& pieceAt(double media) const;
-    const Piece* chooseBetweenSteps(const Piece* piece, double media, double output, double step,
-                                    double current) const;
     double endOf(const Piece& piece) const;
+    void addRamp(std::vector<Step>& steps, const Piece& piece, double rate) const;
 
     std::vector<Piece> pieces; // by time, the first at 0
 };

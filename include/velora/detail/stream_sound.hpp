@@ -118,44 +118,34 @@ public:
 
     EngineBank(int channelCount, int rate) : channels(channelCount), sampleRate(rate)
     {
-        for (int channel = 0; channel < channels; channel += 2)
-            engines.emplace_back(Velora_VSP_Factory::Create());
-        engines[0]->Init(sampleRate, FormatTraits<Format>::kBitDepth);
+        for (int channel = 0; channel < channels; channel += 2) {
+            owned.emplace_back(Velora_VSP_Factory::Create());
+            engines.push_back(owned.back().get());
+        }
+        start(1.0f);
         workingHop = engines[0]->GetPredictedInputFrameSize(1);
         in.resize(2 * std::size_t(hop()));
-        out.resize(in.size() * kMostHopsPerHop);
+        out.resize(in.size() * Voice::kMostHopsPerHop);
     }
 
     int shift() const { return sampleRate <= 48000 ? 0 : sampleRate <= 96000 ? 1 : 2; }
     std::int64_t hop() const { return std::int64_t(workingHop) << shift(); }
 
-    /// Brings the engines to where the vocoder has seen nothing but silence and the next hop is
-    /// played at `speed`, without a transition. A transition counts down by a whole hop for every
-    /// call, however short, and at speed 0.5 a call costs next to nothing.
-    void prime(float speed)
+    /// Brings the engines to where they have heard nothing but silence; the next hop is played at
+    /// `speed`, without a transition.
+    void start(float speed)
     {
-        std::fill(in.begin(), in.end(), Sample(0));
-        for (auto& engine : engines) {
+        for (Velora_VSP_Interface* engine : engines)
             engine->Init(sampleRate, FormatTraits<Format>::kBitDepth);
-            engine->SetPar(0.5f);
-            for (int frames = 0; frames < kTransitionFrames; frames += workingHop)
-                engine->Exe(out.data(), in.data(), 1 << shift());
-        }
-        glide(speed);
+        current = 1.0f;
+        setSpeed(speed);
     }
 
-    /// Changes the speed from the next hop on.
-    void glide(float speed)
+    /// Runs a hop at `speed`. Of the frames it gives, `count` from `skip` on go to `dst`.
+    void feed(Sample* dst, const Sample* src, float speed, std::int64_t skip, std::int64_t count)
     {
-        for (auto& engine : engines) {
-            engine->SetPar(speed);
-            engine->Exe(out.data(), in.data(), 0); // what it allocates or frees, it does now
-        }
-    }
-
-    /// Runs a hop. Of the frames it gives, `count` from `skip` on go to `dst`.
-    void feed(Sample* dst, const Sample* src, std::int64_t skip, std::int64_t count)
-    {
+        if (speed != current)
+            setSpeed(speed);
         for (std::size_t pair = 0; pair < engines.size(); ++pair) {
             const int left = 2 * int(pair);
             const int right = std::min(left + 1, channels - 1);
@@ -169,11 +159,16 @@ public:
                 dst[n * channels + left] = out[std::size_t(2 * (skip + n))];
             }
         }
+        Velora_VSP_Conductor::ShareOnsets(engines.data(), int(engines.size()));
     }
 
 private:
-    static constexpr int kTransitionFrames = 6144; // working-rate frames from 1.0 to another speed
-    static constexpr std::size_t kMostHopsPerHop = 8; // at the slowest speed
+    void setSpeed(float speed)
+    {
+        for (Velora_VSP_Interface* engine : engines)
+            Velora_VSP_Conductor::SetSpeedNow(engine, speed);
+        current = speed;
+    }
 
     struct Destroy {
         void operator()(Velora_VSP_Interface* engine) const { Velora_VSP_Factory::Destroy(engine); }
@@ -182,7 +177,9 @@ private:
     int channels;
     int sampleRate;
     int workingHop = 0;
-    std::vector<std::unique_ptr<Velora_VSP_Interface, Destroy>> engines;
+    float current = 1.0f; // speed
+    std::vector<std::unique_ptr<Velora_VSP_Interface, Destroy>> owned;
+    std::vector<Velora_VSP_Interface*> engines;
     std::vector<Sample> in;  // one hop of a pair
     std::vector<Sample> out; // all that it can give
 };
@@ -206,81 +203,77 @@ public:
 
     void reset()
     {
-        for (auto* bank : {&sounding, &joined, &primed})
-            retire(*bank);
+        retire(sounding);
+        retire(joined);
+        tailFrames = 0;
         input.clear();
         output.clear();
-        times.reset();
+        map.reset();
     }
 
-    /// Does all that `voice` may need when it is put in force, so that processing allocates
+    /// Makes room for all that one more change to `voice` may need, so that processing allocates
     /// nothing. Strong exception guarantee.
     void prepare(const Voice& voice, const Schedule& schedule)
     {
-        const double hop = double(rate.hop);
-        const double inside =
-            (double(schedule.input) - times.mediaAt(schedule.ready())) / hop; // hops of media
-        const double waiting =
-            inside + double(voice.lagHops() + schedule.now.lagHops() + schedule.next.lagHops());
-        times.reserveOneChange();
-        input.reserve(std::int64_t((waiting + kMostLeadHops + 4) * hop));
-        output.reserve(schedule.ready() - schedule.taken +
-                       std::int64_t(((waiting + 2) / voice.speed + 2) * hop));
-        if (voice.isDry() || (!schedule.joining && schedule.now.glidesTo(voice)))
-            return;
-        if (!primed) {
-            if (idle.empty())
-                idle.push_back(std::make_unique<EngineBank<Format>>(channels, rate.sampleRate));
-            primed = std::move(idle.back());
-            idle.pop_back();
+        if (!voice.isDry() && banks < kMostBanks && (sounding || joined || schedule.joining)) {
+            idle.push_back(std::make_unique<EngineBank<Format>>(channels, rate.sampleRate));
+            ++banks;
         }
-        primed->prime(voice.engineSpeed);
+        map.reserveOne();
+        mostLag = std::max(mostLag, voice.lagHops());
+        slowest = std::min(slowest, voice.speed);
+        const std::int64_t waiting = mostLag + 4; // hops of media
+        input.reserve((waiting + kMostLeadHops) * rate.hop);
+        output.reserve(schedule.ready() - schedule.taken +
+                       std::int64_t((double(waiting) / slowest + 4.0) * double(rate.hop)));
     }
 
     /// Forgets input that no voice will want: one that joins may start this far before the media
     /// time that it joins at.
     void dropHistory(const Schedule& schedule)
     {
-        const std::int64_t media = std::int64_t(times.mediaAt(schedule.ready()));
+        const std::int64_t media = std::int64_t(map.mediaAt(double(schedule.ready())));
         input.dropBefore((media / rate.hop - kMostLeadHops) * rate.hop);
     }
 
     // ---- Called by the schedule ----
 
-    double mediaAt(std::int64_t frame) const { return times.mediaAt(frame); }
-    void turn(std::int64_t frame, double media, double speed) { times.turn(frame, media, speed); }
-    void glide(float speed) { sounding->glide(speed); }
+    const TimeMap& times() const { return map; }
 
-    void feed(Schedule::Role role, const Voice& voice, std::int64_t frames)
+    void feed(const Voice& voice, std::int64_t frames, bool joins)
     {
-        const Sample* const source = input.at(voice.fed);
-        if (role == Schedule::Role::tail) {
-            sounding->feed(tail.data(), source, 0, std::min(frames, fadeFrames()));
-        } else {
-            const std::int64_t skip =
-                std::min(std::max<std::int64_t>(output.end() - voice.end, 0), frames);
-            auto& bank = role == Schedule::Role::joining ? joined : sounding;
-            bank->feed(output.append(frames - skip), source, skip, frames - skip);
-        }
+        const std::int64_t skip =
+            std::min(std::max<std::int64_t>(output.end() - voice.end, 0), frames);
+        auto& bank = joins ? joined : sounding;
+        bank->feed(output.append(frames - skip), input.at(voice.fed), voice.engineSpeed, skip,
+                   frames - skip);
     }
 
-    void copy(Schedule::Role role, const Voice& voice, std::int64_t frames)
+    void copy(const Voice& voice, std::int64_t frames)
     {
-        const bool isTail = role == Schedule::Role::tail;
-        if (isTail)
-            frames = std::min(frames, fadeFrames());
-        Sample* const to = isTail ? tail.data() : output.append(frames);
-        std::copy_n(input.at(voice.fed), frames * channels, to);
+        std::copy_n(input.at(voice.fed), frames * channels, output.append(frames));
     }
 
-    void join(const Voice& voice, std::int64_t frame)
+    void split(std::int64_t frame)
     {
-        cancel(frame);
-        if (!voice.isDry())
-            joined = std::move(primed);
+        if (output.end() <= frame)
+            return;
+        const std::int64_t more = std::min(output.end() - frame, fadeFrames() - tailFrames);
+        std::copy_n(output.at(frame), more * channels, tail.data() + tailFrames * channels);
+        tailFrames += more;
+        output.truncate(frame);
     }
 
-    void cancel(std::int64_t frame)
+    void join(const Voice& voice)
+    {
+        if (voice.isDry())
+            return;
+        joined = std::move(idle.back());
+        idle.pop_back();
+        joined->start(voice.engineSpeed);
+    }
+
+    void leave(std::int64_t frame)
     {
         output.truncate(frame);
         retire(joined);
@@ -294,13 +287,14 @@ public:
         for (std::int64_t n = 0; n < frames; ++n)
             for (int channel = 0; channel < channels; ++channel, ++from, ++to)
                 *to = Sample(*from + (Wide(*to) - *from) * Wide(n) / Wide(frames));
+        tailFrames = 0;
         retire(sounding);
         sounding = std::move(joined);
     }
 
     Rate rate{};
     int channels;
-    TimeMap times;
+    TimeMap map;
     FrameQueue<Sample> input;  // what went in, as far back as a new voice may want it
     FrameQueue<Sample> output; // what has come out and was not handed out yet
 
@@ -308,7 +302,7 @@ private:
     using Bank = std::unique_ptr<EngineBank<Format>>;
 
     static constexpr std::int64_t kMostLeadHops = 14; // Voice::leadHops at the highest speed
-    static constexpr std::size_t kMostBanks = 3;      // sounding, joined and primed
+    static constexpr int kMostBanks = 2;              // sounding and joined
 
     std::int64_t fadeFrames() const { return rate.hop / 2; }
 
@@ -318,9 +312,13 @@ private:
             idle.push_back(std::move(bank));
     }
 
-    std::vector<Sample> tail; // what the sounding voice gives to the fade
-    Bank sounding, joined, primed;
+    std::vector<Sample> tail;    // what the voice that leaves gives to the fade
+    std::int64_t tailFrames = 0; // of it that are there
+    std::int64_t mostLag = 0;    // of all voices so far, in hops
+    double slowest = 1.0;        // of all speeds so far
+    Bank sounding, joined;
     std::vector<Bank> idle;
+    int banks = 1;
 };
 
 } // namespace detail
