@@ -56,7 +56,7 @@ void Velora_VSP::Velora_VSP_SetPar_Apply(float speed)
 
 void Velora_VSP::startFilters()
 {
-    for (Velora_BQ_Interface** filter : {&bqA, &bqB}) {
+    for (Velora_BQ** filter : {&bqA, &bqB}) {
         if (*filter == nullptr)
             *filter = createFilter();
         if (*filter != nullptr)
