@@ -48,7 +48,7 @@ public:
         x1 = x;
         y2 = y1;
         y1 = shiftLeft<2>(high);
-        return shiftRight<16>(shiftLeft<12>(high));
+        return shiftRight<16>(shiftLeft<12>(high)); // low 16 bits of high >> 4
     }
 
     [[gnu::always_inline]] void keep(BiquadChannelState* first, BiquadChannelState* second) const
