@@ -21,6 +21,7 @@ using namespace vsp;
 constexpr int kHop = 512;       // working-rate frames
 constexpr int kLow = 128;       // low-band frames of a hop
 constexpr int kGainQ14 = 15000; // just below 1, as a fade has
+constexpr int kRow44100 = 7;    // of biquadCoefTable
 constexpr int kBetweenFramesQ15 = 12000;
 
 /// A hop's arrays, larger than any kernel needs, and as deep as music makes them.
@@ -40,6 +41,7 @@ public:
     int32_t interpState[2][6] = {};
     DecimatorState decimator[2];
     HalfBandState halfBand[2];
+    BiquadChannelState biquads[2][2];
     int16_t peaks[kMaxPeaks] = {};
     int listed = 0;
 
@@ -155,6 +157,10 @@ const Kernel kKernels[] = {
                      Arrays& a) { k.halveRate(a.pairs(0), a.pairs(1), a.decimator, kHop); }},
     {"doubleRate", [](const KernelTable& k,
                       Arrays& a) { k.doubleRate(a.pairs(0), a.pairs(1), a.halfBand, kHop); }},
+    {"lowPassTwice",
+     [](const KernelTable& k, Arrays& a) {
+         k.lowPassTwice(a.frames(0), a.biquads[0], a.biquads[1], biquadCoefTable[kRow44100], kHop);
+     }},
     {"toQ4", [](const KernelTable& k, Arrays& a) { k.toQ4(a.words(0), a.samples(0), 2 * kHop); }},
     {"fromQ4",
      [](const KernelTable& k, Arrays& a) { k.fromQ4(a.samples(0), a.words(0), 2 * kHop); }},

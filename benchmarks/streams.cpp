@@ -23,13 +23,13 @@ struct Stream {
 };
 
 const Stream kStreams[] = {
-    {44100, Velora_BitDepth_16, 0.3f},    {44100, Velora_BitDepth_16, 0.5f},
-    {44100, Velora_BitDepth_16, 0.6f},    {44100, Velora_BitDepth_16, 0.75f},
-    {44100, Velora_BitDepth_16, 1.0f},    {44100, Velora_BitDepth_16, 1.25f},
-    {44100, Velora_BitDepth_16, 1.5f},    {44100, Velora_BitDepth_16, 2.0f},
-    {44100, Velora_BitDepth_16, 3.0f},    {8000, Velora_BitDepth_16, 0.75f},
-    {8000, Velora_BitDepth_16, 1.5f},     {96000, Velora_BitDepth_Float, 0.75f},
-    {96000, Velora_BitDepth_Float, 1.5f},
+    {44100, Velora_BitDepth_16, 0.25f},    {44100, Velora_BitDepth_16, 0.3f},
+    {44100, Velora_BitDepth_16, 0.5f},     {44100, Velora_BitDepth_16, 0.6f},
+    {44100, Velora_BitDepth_16, 0.75f},    {44100, Velora_BitDepth_16, 1.0f},
+    {44100, Velora_BitDepth_16, 1.25f},    {44100, Velora_BitDepth_16, 1.5f},
+    {44100, Velora_BitDepth_16, 2.0f},     {44100, Velora_BitDepth_16, 3.0f},
+    {8000, Velora_BitDepth_16, 0.75f},     {8000, Velora_BitDepth_16, 1.5f},
+    {96000, Velora_BitDepth_Float, 0.75f}, {96000, Velora_BitDepth_Float, 1.5f},
 };
 
 /// Two seconds of dense music as bytes of the stream's format.

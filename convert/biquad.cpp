@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "fixed/fixed.h"
+#include "kernels/kernel_table.h"
 
 namespace vsp {
 namespace {
@@ -35,26 +35,6 @@ extern const int32_t biquadCoefTable[kBiquadRates][5] = {
     {1098672, 2197343, 1098672, 2048164275, -978817138},
 };
 
-namespace {
-
-// Runs one sample through the section: truncated toward minus infinity, not saturated.
-VSP_INLINE int16_t Biquad_Section(int16_t sample, const int32_t* coeffs_q30, BiquadChannelState& s)
-{
-    const int32_t* const c = coeffs_q30;
-    const int32_t x = sample * 64;
-    const int64_t sum_q36 = int64_t(s.residue) + int64_t(c[0]) * x + int64_t(c[1]) * s.x1 +
-                            int64_t(c[2]) * s.x2 + int64_t(c[3]) * s.y1 + int64_t(c[4]) * s.y2;
-    const int32_t high = int32_t(sum_q36 >> 32);
-    s.residue = uint32_t(sum_q36);
-    s.x2 = s.x1;
-    s.x1 = x;
-    s.y2 = s.y1;
-    s.y1 = fx::wrapShl(high, 2);
-    return fx::low16(high >> 4);
-}
-
-} // namespace
-
 } // namespace vsp
 
 using namespace vsp;
@@ -74,15 +54,14 @@ void Velora_BQ::Init(int sampleRate)
 
 void Velora_BQ::Exe(short (*dst)[2], const short (*src)[2], int frames)
 {
-    const int32_t* const coeffs = biquadCoefTable[coefIndex];
-    BiquadChannelState left = state[0];
-    BiquadChannelState right = state[1];
-    for (int n = 0; n < frames; ++n) {
-        dst[n][0] = Biquad_Section(src[n][0], coeffs, left);
-        dst[n][1] = Biquad_Section(src[n][1], coeffs, right);
-    }
-    state[0] = left;
-    state[1] = right;
+    Biquad_Frames(dst, src, frames, state, biquadCoefTable[coefIndex]);
+}
+
+void Velora_BQ::ExeInSeries(const KernelTable& kernels, Velora_BQ& first, Velora_BQ& second,
+                            Frame* frames, int count)
+{
+    kernels.lowPassTwice(frames, first.state, second.state, biquadCoefTable[first.coefIndex],
+                         count);
 }
 
 Velora_BQ_Interface* Velora_BQ_Factory::Create()

@@ -5,7 +5,12 @@
 
 #include <velora/bq.h>
 
+#include "fixed/fixed.h"
+#include "fixed/frame.h"
+
 namespace vsp {
+
+struct KernelTable;
 
 /// b0, b1, b2, -a1, -a2 in Q30 for a corner at 2000 Hz: with K = tan(pi 2000 / rate) and
 /// D = 1 + sqrt(2) K + K^2: b0 = b2 = K^2 / D, b1 = 2 b0, a1 = 2 (K^2 - 1) / D,
@@ -22,6 +27,37 @@ struct BiquadChannelState {
     uint32_t residue = 0; // what the last output cut off, Q36: fed into the next (error feedback)
 };
 
+/// Runs one sample through the section: truncated toward minus infinity, not saturated.
+VSP_INLINE int16_t Biquad_Section(int16_t sample, const int32_t* coeffs_q30, BiquadChannelState& s)
+{
+    const int32_t* const c = coeffs_q30;
+    const int32_t x = sample * 64;
+    // b0 weights both the newest and the oldest input: b2 is the same.
+    const int64_t sum_q36 = int64_t(s.residue) + int64_t(c[0]) * (x + s.x2) + int64_t(c[1]) * s.x1 +
+                            int64_t(c[4]) * s.y2 + int64_t(c[3]) * s.y1;
+    const int32_t high = int32_t(sum_q36 >> 32);
+    s.residue = uint32_t(sum_q36);
+    s.x2 = s.x1;
+    s.x1 = x;
+    s.y2 = s.y1;
+    s.y1 = fx::wrapShl(high, 2);
+    return fx::low16(high >> 4);
+}
+
+/// Runs frames through one filter; `dst` may be `src`. state [channel]
+VSP_INLINE void Biquad_Frames(Frame* dst, const Frame* src, int frames, BiquadChannelState* state,
+                              const int32_t* coeffs_q30)
+{
+    BiquadChannelState left = state[0];
+    BiquadChannelState right = state[1];
+    for (int n = 0; n < frames; ++n) {
+        dst[n][0] = Biquad_Section(src[n][0], coeffs_q30, left);
+        dst[n][1] = Biquad_Section(src[n][1], coeffs_q30, right);
+    }
+    state[0] = left;
+    state[1] = right;
+}
+
 } // namespace vsp
 
 class Velora_BQ : public Velora_BQ_Interface {
@@ -29,6 +65,10 @@ public:
     Velora_BQ();
     void Init(int sampleRate) override;
     void Exe(short (*dst)[2], const short (*src)[2], int frames) override;
+
+    /// Runs `count` frames in place through two filters of the same rate, one after the other.
+    static void ExeInSeries(const vsp::KernelTable& kernels, Velora_BQ& first, Velora_BQ& second,
+                            vsp::Frame* frames, int count);
 
 private:
     vsp::BiquadChannelState state[2]; // history: [channel]

@@ -166,10 +166,8 @@ void Velora_VSP::filterOutput(Frame* p, int frames)
 {
     if (!bqActive)
         return;
-    if (bqA != nullptr && bqB != nullptr) {
-        bqA->Exe(p, p, frames);
-        bqB->Exe(p, p, frames);
-    }
+    if (bqA != nullptr && bqB != nullptr)
+        Velora_BQ::ExeInSeries(kernels, *bqA, *bqB, p, frames);
     for (int n = 0; n < frames; ++n)
         for (int channel = 0; channel < 2; ++channel)
             p[n][channel] = slowSpeedGain(p[n][channel]);

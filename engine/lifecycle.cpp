@@ -31,8 +31,8 @@ Velora_VSP::Velora_VSP(const KernelTable& table) : kernels(table)
 Velora_VSP::~Velora_VSP()
 {
     bqActive = false;
-    Velora_BQ_Factory::Destroy(bqA);
-    Velora_BQ_Factory::Destroy(bqB);
+    delete bqA;
+    delete bqB;
     dropConverter();
 }
 
@@ -69,10 +69,10 @@ void Velora_VSP::Velora_VSP_Call_InitSetPar_Apply()
     }
 }
 
-Velora_BQ_Interface* Velora_VSP::createFilter()
+Velora_BQ* Velora_VSP::createFilter()
 {
     try {
-        return Velora_BQ_Factory::Create();
+        return new Velora_BQ;
     } catch (const std::bad_alloc&) {
         return nullptr; // slow speeds then go unfiltered
     }

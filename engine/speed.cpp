@@ -81,7 +81,7 @@ void Velora_VSP::setSpeedNow(float requested)
 
 void Velora_VSP::startFilters()
 {
-    for (Velora_BQ_Interface** filter : {&bqA, &bqB}) {
+    for (Velora_BQ** filter : {&bqA, &bqB}) {
         if (*filter == nullptr)
             *filter = createFilter();
         if (*filter != nullptr)

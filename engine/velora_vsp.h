@@ -140,7 +140,7 @@ private:
     int bytesPerFrame() const { return bitDepth != Velora_BitDepth_16 ? 8 : 4; }
 
     void resetSignal();
-    static Velora_BQ_Interface* createFilter();
+    static Velora_BQ* createFilter();
     static Velora_SRC384_Interface* createConverter();
     void startFilters();
     void selectConverter(float speed);
@@ -271,8 +271,8 @@ private:
 
     // ---- Companion objects, owned ----
     bool bqActive = false;
-    Velora_BQ_Interface* bqA = nullptr;
-    Velora_BQ_Interface* bqB = nullptr;
+    Velora_BQ* bqA = nullptr;
+    Velora_BQ* bqB = nullptr;
     bool srcActive = false;
     Velora_SRC384_Interface* src = nullptr;
 };

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "convert/biquad.h"
 #include "convert/half_band.h"
 #include "fixed/complex.h"
 #include "fixed/frame.h"
@@ -116,6 +117,12 @@ struct KernelTable {
     void (*toQ4)(int32_t* out, const int16_t* in, int samples);
     /// Truncates and saturates.
     void (*fromQ4)(int16_t* out, const int32_t* in, int samples);
+
+    // ---- Output low-pass of slow speeds (convert/biquad.h) ----
+    /// Two filters in series, in place.
+    /// @param first, second  [channel] memory of each; their inputs times 64 fit 22 bits
+    void (*lowPassTwice)(Frame* frames, BiquadChannelState* first, BiquadChannelState* second,
+                         const int32_t* coeffs_q30, int count);
 
     // ---- Sample formats; out not overlapping in ----
     /// To 16 bits: 24-bit and 32-bit values are rounded half up, floats truncated toward zero after

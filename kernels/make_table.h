@@ -2,6 +2,7 @@
 // recursive filters.
 #pragma once
 
+#include "kernels/biquad_loops.h"
 #include "kernels/fft_loops.h"
 #include "kernels/filter_loops.h"
 #include "kernels/format_loops.h"
@@ -42,6 +43,7 @@ constexpr KernelTable makeTable(const char* name)
     table.doubleRate = doubleRate<V4>;
     table.toQ4 = toQ4<V>;
     table.fromQ4 = fromQ4<V>;
+    table.lowPassTwice = lowPassTwice<V4>;
     table.from24Bit = from32<8>;
     table.from32Bit = from32<16>;
     table.fromFloat = fromFloat;

@@ -329,6 +329,30 @@ VSP_INLINE I32x4Wide mulShift16(I32x4Wide a, I32x4Wide b)
 {
     return {_mm256_srli_epi64(_mm256_mul_epi32(a.v, b.v), 16)};
 }
+struct Sums4Wide {
+    __m256i v;
+};
+VSP_INLINE Sums4Wide unsignedSums(I32x4Wide a)
+{
+    return {_mm256_blend_epi32(a.v, _mm256_setzero_si256(), 0xAA)};
+}
+VSP_INLINE void addProducts(Sums4Wide& sum, I32x4Wide a, I32x4Wide b)
+{
+    sum.v = _mm256_add_epi64(sum.v, _mm256_mul_epi32(a.v, b.v));
+}
+VSP_INLINE I32x4Wide highWords(Sums4Wide sum)
+{
+    return {oddLanes(sum.v)};
+}
+VSP_INLINE I32x4Wide lowWords(Sums4Wide sum)
+{
+    return {sum.v};
+}
+VSP_INLINE I32x4Wide set1(int32_t x, I32x4Wide)
+{
+    return {_mm256_set1_epi32(x)};
+}
+
 VSP_INLINE I32x4Wide loadShorts(const int16_t* p, I32x4Wide)
 {
     return {_mm256_cvtepi16_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)))};

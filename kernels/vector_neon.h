@@ -78,7 +78,7 @@ VSP_INLINE unsigned maskBits(I32x4 mask)
     const int32x2_t halves = vadd_s32(vget_low_s32(bits), vget_high_s32(bits));
     return unsigned(vget_lane_s32(vpadd_s32(halves, halves), 0));
 }
-/// b within 17 bits, as every gain, coefficient and phasor is: (2 a b 2^15) >> 32 is the same.
+/// (2 a b 2^15) >> 32 is the same, since b is above -65536.
 VSP_INLINE I32x4 mulShift16(I32x4 a, I32x4 b)
 {
     return {vqdmulhq_s32(a.v, vshlq_n_s32(b.v, 15))};
@@ -186,6 +186,31 @@ VSP_INLINE void addProducts(ProductSumX4& sum, I32x4 a, I32x4 b)
 VSP_INLINE int64_t total(ProductSumX4 sum)
 {
     return int64_t(uint64_t(vgetq_lane_s64(sum.v, 0)) + uint64_t(vgetq_lane_s64(sum.v, 1)));
+}
+
+/// Four sums of products modulo 2^64.
+struct Sums4 {
+    int64x2_t low, high;
+};
+/// The lanes as values of 0 to 2^32 - 1.
+VSP_INLINE Sums4 unsignedSums(I32x4 a)
+{
+    const uint32x4_t u = vreinterpretq_u32_s32(a.v);
+    return {vreinterpretq_s64_u64(vmovl_u32(vget_low_u32(u))),
+            vreinterpretq_s64_u64(vmovl_u32(vget_high_u32(u)))};
+}
+VSP_INLINE void addProducts(Sums4& sum, I32x4 a, I32x4 b)
+{
+    sum.low = vmlal_s32(sum.low, vget_low_s32(a.v), vget_low_s32(b.v));
+    sum.high = vmlal_s32(sum.high, vget_high_s32(a.v), vget_high_s32(b.v));
+}
+VSP_INLINE I32x4 highWords(Sums4 sum)
+{
+    return {vcombine_s32(vshrn_n_s64(sum.low, 32), vshrn_n_s64(sum.high, 32))};
+}
+VSP_INLINE I32x4 lowWords(Sums4 sum)
+{
+    return {vcombine_s32(vmovn_s64(sum.low), vmovn_s64(sum.high))};
 }
 
 VSP_INLINE I32x4 loadFrameTwice(const Frame* p, I32x4)

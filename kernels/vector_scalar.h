@@ -132,6 +132,7 @@ VSP_INLINE unsigned maskBits(Scalar<n> mask)
         bits |= mask.v[i] != 0 ? 1u << i : 0u;
     return bits;
 }
+/// b from -65535 to 65535, as every gain, coefficient and phasor is.
 template <int n>
 VSP_INLINE Scalar<n> mulShift16(Scalar<n> a, Scalar<n> b)
 {

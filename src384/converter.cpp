@@ -83,19 +83,71 @@ constexpr bool sumsFit(const Phase& phase)
 }
 static_assert(std::all_of(std::begin(kTable.phases), std::end(kTable.phases), sumsFit));
 
-/// The sound at one instant: window[kTaps] weighted, rounded with halves upward, saturated.
-short interpolate(const short* window, const Phase& phase)
+/// The sum rounded with halves upward, saturated.
+short sample(std::int32_t coarse_q14, std::int32_t fine_q22)
 {
-    std::int32_t coarse_q14 = 0;
-    std::int32_t fine_q22 = 0;
-    for (int tap = 0; tap < kTaps; ++tap) {
-        coarse_q14 += window[tap] * phase.coarse[tap];
-        fine_q22 += window[tap] * phase.fine[tap];
-    }
     const std::int64_t sum_q22 = std::int64_t(coarse_q14) * 256 + fine_q22;
     const std::int64_t rounded = (sum_q22 + (1 << 21)) >> 22;
     return short(std::clamp<std::int64_t>(rounded, SHRT_MIN, SHRT_MAX));
 }
+
+/// Writes the `ratio` output frames that each of `frames` input frames completes.
+/// @param left, right  [kTaps - 1 + frames], oldest first
+[[gnu::always_inline]] inline void interpolate(short (*out)[kChannels], const short* left,
+                                               const short* right, int frames, int ratio)
+{
+    const int step = kPhases / ratio;
+    for (int frame = 0; frame < frames; ++frame, ++left, ++right) {
+        (*out)[0] = left[kDelay - 1];
+        (*out)[1] = right[kDelay - 1];
+        ++out;
+        for (int n = step; n < kPhases; n += step, ++out) {
+            const Phase& phase = kTable.phases[n];
+            std::int32_t leftCoarse = 0, leftFine = 0; // coarse Q14, fine Q22
+            std::int32_t rightCoarse = 0, rightFine = 0;
+            for (int tap = 0; tap < kTaps; ++tap) {
+                leftCoarse += left[tap] * phase.coarse[tap];
+                leftFine += left[tap] * phase.fine[tap];
+                rightCoarse += right[tap] * phase.coarse[tap];
+                rightFine += right[tap] * phase.fine[tap];
+            }
+            (*out)[0] = sample(leftCoarse, leftFine);
+            (*out)[1] = sample(rightCoarse, rightFine);
+        }
+    }
+}
+
+using Interpolate = void (*)(short (*out)[kChannels], const short* left, const short* right,
+                             int frames, int ratio);
+
+void interpolateAnywhere(short (*out)[kChannels], const short* left, const short* right, int frames,
+                         int ratio)
+{
+    interpolate(out, left, right, frames, ratio);
+}
+
+#if defined(VELORA_KERNELS_X86)
+
+// The same loop, compiled to take twice as many taps at a time: nearly twice as fast.
+[[gnu::target("avx2")]] void interpolateAvx2(short (*out)[kChannels], const short* left,
+                                             const short* right, int frames, int ratio)
+{
+    interpolate(out, left, right, frames, ratio);
+}
+
+Interpolate bestInterpolate()
+{
+    return __builtin_cpu_supports("avx2") ? interpolateAvx2 : interpolateAnywhere;
+}
+
+#else
+
+Interpolate bestInterpolate()
+{
+    return interpolateAnywhere;
+}
+
+#endif
 
 class Converter final : public Velora_SRC384_Interface {
 public:
@@ -117,8 +169,8 @@ public:
         for (int done = 0; done < frames;) {
             const int count = std::min(frames - done, kBlock);
             append(in + done, count);
-            for (int frame = 0; frame < count; ++frame, out += ratio)
-                convertFrame(out, frame);
+            interpolateBlock(out, line[0], line[1], count, ratio);
+            out += count * ratio;
             forget(count);
             done += count;
         }
@@ -136,17 +188,6 @@ private:
                 line[channel][kHistory + frame] = in[frame][channel];
     }
 
-    /// Writes the `ratio` output frames that the appended frame `frame` completes.
-    void convertFrame(short (*out)[2], int frame) const
-    {
-        for (int channel = 0; channel < kChannels; ++channel) {
-            const short* window = line[channel] + frame;
-            out[0][channel] = window[kDelay - 1];
-            for (int n = 1; n < ratio; ++n)
-                out[n][channel] = interpolate(window, kTable.phases[n * (kPhases / ratio)]);
-        }
-    }
-
     /// Drops the oldest `count` frames: the newest become the history.
     void forget(int count)
     {
@@ -154,6 +195,7 @@ private:
             std::copy_n(samples + count, kHistory, samples);
     }
 
+    const Interpolate interpolateBlock = bestInterpolate();
     int ratio = 0; // output frames per input frame; 0 before a good Init
     // history: [channel], the last kHistory frames, then the block being converted
     short line[kChannels][kHistory + kBlock] = {};

@@ -40,6 +40,15 @@ public:
         return reinterpret_cast<ComplexShort*>(values<int16_t>(2 * kBins, 16));
     }
     Frame* frames(size_t count) { return reinterpret_cast<Frame*>(values<int16_t>(2 * count, 16)); }
+    // Of two channels: outputs and residues of any value, inputs as samples leave them.
+    BiquadChannelState* biquadStates()
+    {
+        auto* const states = array<BiquadChannelState>(2);
+        for (int channel = 0; channel < 2; ++channel)
+            states[channel] = {value(16) * 64, value(16) * 64, value(32), value(32),
+                               uint32_t(value(32))};
+        return states;
+    }
     template <class T>
     T* array(size_t count)
     {
@@ -178,6 +187,14 @@ const Case kCases[] = {
              k.doubleRate(reinterpret_cast<int32_t(*)[2]>(b.array<int32_t>(400)),
                           reinterpret_cast<int32_t(*)[2]>(b.values<int32_t>(200, 32)), state,
                           b.pick(101));
+     }},
+    {"lowPassTwice",
+     [](const KernelTable& k, Bench& b) {
+         BiquadChannelState* const state[2] = {b.biquadStates(), b.biquadStates()};
+         const int32_t* const coeffs = biquadCoefTable[b.pick(kBiquadRates)];
+         for (int pass = 0; pass < 2; ++pass)
+             k.lowPassTwice(b.frames(100), state[0], state[1], coeffs,
+                            b.pick(2) == 0 ? b.pick(6) : b.pick(101));
      }},
     {"conversions",
      [](const KernelTable& k, Bench& b) {
