@@ -150,32 +150,35 @@ void lockPeaks(ComplexInt* X, ComplexShort* S, const ComplexShort* A, const int1
     turnPairs<Pairs>(X, S, A, turns, below, count);
 }
 
-/// y(k) = 4 (x(k) + c1 y(k - 1) + c2 y(k - 2)) on the real and the imaginary part at once.
+/// y(k) = 4 (x(k) + c1 y(k - 1) + c2 y(k - 2)) on the real and the imaginary part at once; lanes 2
+/// and 3 are idle.
 template <class V4>
 struct CogRecursion {
-    V4 c1, c2;
-    V4 y, yPrev;
-    V4 c1y, c2y, c2yPrev; // products of the two
+    CoeffsOf<V4> c1, c2;
+    V4 c1y, c2y, c2yPrev; // products of the last two
 
-    [[gnu::always_inline]] void start(const int32_t* last, const int32_t* before)
+    [[gnu::always_inline]] CogRecursion()
     {
         const int32_t feedback1[4] = {kCogFeedback1, kCogFeedback1, 0, 0};
         const int32_t feedback2[4] = {kCogFeedback2, kCogFeedback2, 0, 0};
-        c1 = load(feedback1, V4{});
-        c2 = load(feedback2, V4{});
-        y = loadTwo(last, V4{});
-        yPrev = loadTwo(before, V4{});
+        c1 = loadCoeffs(feedback1, V4{});
+        c2 = loadCoeffs(feedback2, V4{});
+    }
+    [[gnu::always_inline]] void start(const ComplexInt& last, const ComplexInt& before)
+    {
+        const auto y = timesFour(shiftRight<2>(loadTwo(words(&last), V4{})));
+        const auto yPrev = timesFour(shiftRight<2>(loadTwo(words(&before), V4{})));
         c1y = mulShift16(y, c1);
         c2y = mulShift16(y, c2);
         c2yPrev = mulShift16(yPrev, c2);
     }
-    [[gnu::always_inline]] void run(const ComplexInt& x)
+    [[gnu::always_inline]] void run(ComplexInt& y, const ComplexInt& x)
     {
-        yPrev = y;
-        y = shiftLeft<2>(wrapAdd(wrapAdd(loadTwo(words(&x), V4{}), c2yPrev), c1y));
+        const V4 sum = wrapAdd(wrapAdd(loadTwo(words(&x), V4{}), c2yPrev), c1y);
+        storeTwo(words(&y), shiftLeft<2>(sum));
         c2yPrev = c2y;
-        c1y = mulShift16(y, c1);
-        c2y = mulShift16(y, c2);
+        c1y = mulShift16(timesFour(sum), c1);
+        c2y = mulShift16(timesFour(sum), c2);
     }
 };
 
@@ -198,19 +201,16 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
 
     // Run backwards over the lowest bins and mirrored: the values at negative frequencies.
     const ComplexInt zero = {0, 0};
+    ComplexInt mirrored[13];
     CogRecursion<V4> recursion;
-    recursion.start(words(&zero), words(&zero));
+    recursion.start(zero, zero);
     for (int k = 12; k >= 0; --k)
-        recursion.run(sum[k]);
-    storeTwo(words(filtered), recursion.yPrev);
-    storeTwo(words(filtered + 1), recursion.y);
+        recursion.run(mirrored[k], sum[k]);
     for (int k = 0; k < 2; ++k)
-        filtered[k].im = fx::wrapNeg(filtered[k].im);
-    recursion.start(words(filtered + 1), words(filtered));
-    for (int k = 1; k < kBins; ++k) {
-        recursion.run(sum[k]);
-        storeTwo(&filtered[k + 1].re, recursion.y);
-    }
+        filtered[k] = {mirrored[1 - k].re, fx::wrapNeg(mirrored[1 - k].im)};
+    recursion.start(filtered[1], filtered[0]);
+    for (int k = 1; k < kBins; ++k)
+        recursion.run(filtered[k + 1], sum[k]);
     for (int k = kBins; k < kPadded; ++k)
         filtered[k + 1] = {0, 0};
 

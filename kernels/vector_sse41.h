@@ -213,11 +213,12 @@ VSP_INLINE int64_t total(ProductSumX4 sum)
     return int64_t(uint64_t(_mm_extract_epi64(sum.v, 0)) + uint64_t(_mm_extract_epi64(sum.v, 1)));
 }
 
+template <int bits>
 VSP_INLINE I32x4 loadFrameTwice(const Frame* p, I32x4)
 {
     int32_t frame;
     __builtin_memcpy(&frame, p, sizeof frame);
-    return {_mm_cvtepi16_epi32(_mm_set1_epi32(frame))};
+    return shiftLeft<bits>(I32x4{_mm_cvtepi16_epi32(_mm_set1_epi32(frame))});
 }
 VSP_INLINE I32x4 lowHalfTwice(I32x4 a)
 {
@@ -230,6 +231,14 @@ VSP_INLINE I32x4 highHalfTwice(I32x4 a)
 VSP_INLINE I32x4 joinHalves(I32x4 a, I32x4 b)
 {
     return {_mm_blend_epi16(a.v, b.v, 0xF0)};
+}
+VSP_INLINE I32x4 joinLowHalves(I32x4 a, I32x4 b)
+{
+    return {_mm_unpacklo_epi64(a.v, b.v)};
+}
+VSP_INLINE I32x4 joinHighHalves(I32x4 a, I32x4 b)
+{
+    return {_mm_unpackhi_epi64(a.v, b.v)};
 }
 
 VSP_INLINE I32x4 loadTwo(const int32_t* p, I32x4)
