@@ -333,11 +333,13 @@ VSP_INLINE I32x4Wide shiftLeft(I32x4Wide a)
 }
 VSP_INLINE WideCoeffs loadCoeffs(const int32_t* p, I32x4Wide)
 {
-    return {_mm256_slli_epi64(_mm256_cvtepi32_epi64(load(p, I32x4{}).v), 16)};
+    return {_mm256_cvtepi32_epi64(shiftLeft<16>(load(p, I32x4{})).v)};
 }
 VSP_INLINE WideFactor timesFour(I32x4Wide a)
 {
-    return {_mm256_and_si256(_mm256_srli_epi64(a.v, 30), _mm256_set1_epi64x(0xFFFFFFFC))};
+    __m256i W = _mm256_and_si256(_mm256_srli_epi64(a.v, 30), _mm256_set1_epi64x(0xFFFFFFFC));
+    asm("" : "+x"(W)); // clang would make products of 64 bits from what it knows about W
+    return {W};
 }
 VSP_INLINE I32x4Wide mulShift16(WideFactor a, WideCoeffs b)
 {
