@@ -91,20 +91,17 @@ VSP_INLINE void peakTurns(PeakTurns& turns, const ComplexInt* X, const ComplexSh
     }
 }
 
-/// The pairs of bins on one side of all peaks; wanted: all bits set for bins within their region.
-struct PeakSides {
-    int16_t first[kPaddedPeaks];
-    int32_t wanted[2 * kPaddedPeaks];
-};
-
-/// Turns pairs of neighbouring bins by what their peaks say. The pairs on one side of all peaks
-/// never share a bin, so unwanted ones can be stored as they were.
+/// Turns the bins first[i] and first[i] + 1 by what peak i says; where `wanted` is given, only bins
+/// whose bits are set in it. No two pairs share a bin, so others can be stored as they were.
 template <class V>
 VSP_INLINE void turnPairs(ComplexInt* X, ComplexShort* S, const ComplexShort* A,
-                          const PeakTurns& turns, const PeakSides& side, int count)
+                          const PeakTurns& turns, const int16_t* first, const int32_t* wanted,
+                          int count)
 {
-    for (int i = 0; i < count; i += V::lanes / 2) {
-        const int16_t* const first = side.first + i;
+    for (int i = 0; i < count; i += V::lanes / 2, first += V::lanes / 2) {
+        const auto choose = [=](V turned, V old) {
+            return wanted != nullptr ? select(load(wanted + 2 * i, V{}), turned, old) : turned;
+        };
         V re, im, sRe, sIm, aRe, aIm;
         pickPairs(X, first, re, im);
         pickPairs(S, first, sRe, sIm);
@@ -112,42 +109,47 @@ VSP_INLINE void turnPairs(ComplexInt* X, ComplexShort* S, const ComplexShort* A,
         const V m = shiftLeft<2>(cheapModulus(re, im));
         const V mRe = shiftLeft<2>(mulShift16(m, loadTwice(turns.spectrumRe + i, V{})));
         const V mIm = shiftLeft<2>(mulShift16(m, loadTwice(turns.spectrumIm + i, V{})));
-        const V wanted = load(side.wanted + 2 * i, V{});
         V newRe, newIm;
         times(newRe, newIm, mRe, mIm, aRe, aIm);
-        putPairs(X, first, select(wanted, newRe, re), select(wanted, newIm, im));
+        putPairs(X, first, choose(newRe, re), choose(newIm, im));
         times(newRe, newIm, loadTwice(turns.phasorRe + i, V{}), loadTwice(turns.phasorIm + i, V{}),
               aRe, aIm);
-        putPairs(S, first, select(wanted, newRe, sRe), select(wanted, newIm, sIm));
+        putPairs(S, first, choose(newRe, sRe), choose(newIm, sIm));
     }
 }
 
-/// Two close peaks share the bin between them, and the later peak has the last word: so the bins
-/// above all peaks are turned first, then those below all peaks.
+/// Two bins on each side follow a peak. Of two peaks four bins apart, both turn the bin between
+/// them and the later one has the last word, so the bins above all peaks are turned first, then
+/// those below all peaks; of two peaks three bins apart, the earlier one leaves the bin next to the
+/// other alone. Bins 0 and 1 follow no peak.
 template <class V>
 void lockPeaks(ComplexInt* X, ComplexShort* S, const ComplexShort* A, const int16_t* peakList,
                int count)
 {
     using Pairs = std::conditional_t<V::lanes == 1, Scalar<2>, V>;
-    PeakRegion regions[kMaxPeaks];
-    peakRegions(regions, peakList, count);
-    int16_t peaks[kPaddedPeaks];
-    PeakSides above;
-    PeakSides below;
-    for (int i = 0; i < count + 8; ++i) {
-        const int peak = i < count ? i : count - 1;
-        peaks[i] = peakList[peak];
-        above.first[i] = int16_t(peakList[peak] + 1);
-        below.first[i] = int16_t(peakList[peak] - 2);
-        for (int n = 0; n < 2; ++n) {
-            above.wanted[2 * i + n] = above.first[i] + n <= regions[peak].last ? -1 : 0;
-            below.wanted[2 * i + n] = below.first[i] + n >= regions[peak].first ? -1 : 0;
-        }
-    }
+    int16_t lowest[kPaddedPeaks]; // bin two below each peak
+    for (int i = 0; i < count; ++i)
+        lowest[i] = int16_t(peakList[i] - 2);
+    for (int i = count; i < count + 8; ++i)
+        lowest[i] = lowest[count - 1];
+    int32_t wanted[2 * kPaddedPeaks]; // of the two bins above each peak
+    for (int i = 0; i < count + 8; ++i)
+        wanted[2 * i] = wanted[2 * i + 1] = -1;
+    for (int i = 0; i + 1 < count; ++i)
+        wanted[2 * i + 1] = lowest[i + 1] - lowest[i] > 3 ? -1 : 0;
+
     PeakTurns turns;
-    peakTurns<V>(turns, X, S, A, peaks, count);
-    turnPairs<Pairs>(X, S, A, turns, above, count);
-    turnPairs<Pairs>(X, S, A, turns, below, count);
+    peakTurns<V>(turns, X + 2, S + 2, A + 2, lowest, count);
+    turnPairs<Pairs>(X + 3, S + 3, A + 3, turns, lowest, wanted, count);
+    const ComplexInt X0 = X[0];
+    const ComplexInt X1 = X[1];
+    const ComplexShort S0 = S[0];
+    const ComplexShort S1 = S[1];
+    turnPairs<Pairs>(X, S, A, turns, lowest, nullptr, count);
+    X[0] = X0;
+    X[1] = X1;
+    S[0] = S0;
+    S[1] = S1;
 }
 
 /// y(k) = 4 (x(k) + c1 y(k - 1) + c2 y(k - 2)) on the real and the imaginary part at once; lanes 2
