@@ -184,6 +184,11 @@ struct CogRecursion {
     }
 };
 
+/// As many lanes set as lie before the eighth entry.
+constexpr int32_t kInBand[16] = {-1, -1, -1, -1, -1, -1, -1, -1};
+/// The words of odd bins.
+constexpr int32_t kOddBins[8] = {0, 0, -1, -1, 0, 0, -1, -1};
+
 /// The sum of both channels, its sign turned with every bin (which moves the time origin to the
 /// middle of the frame), filtered across bins. The recursion across bins can't be cut into lanes;
 /// all around it can.
@@ -193,13 +198,14 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
     constexpr int kPadded = kBins + V::lanes;
     ComplexInt sum[kPadded] = {};     // x(k), 0 behind the last bin
     ComplexInt filtered[kPadded + 1]; // y(k - 1) at k: one place for the mirrored bin
-    for (int n = 0; n < 2 * kLastBin; n += V::lanes)
-        store(words(sum) + n, wrapAdd(shiftRight<1>(load(words(right) + n, V{})),
-                                      shiftRight<1>(load(words(left) + n, V{}))));
+    for (int n = 0; n < 2 * kLastBin; n += V::lanes) {
+        const V x = wrapAdd(shiftRight<1>(load(words(right) + n, V{})),
+                            shiftRight<1>(load(words(left) + n, V{})));
+        const V odd = load(kOddBins + n % 4, V{});
+        store(words(sum) + n, select(odd, wrapSub(set1(0, V{}), x), x));
+    }
     sum[kLastBin] = {fx::wrapAdd(right[kLastBin].re >> 1, left[kLastBin].re >> 1),
                      fx::wrapAdd(right[kLastBin].im >> 1, left[kLastBin].im >> 1)};
-    for (int k = 1; k < kBins; k += 2)
-        sum[k] = {fx::wrapNeg(sum[k].re), fx::wrapNeg(sum[k].im)};
 
     // Run backwards over the lowest bins and mirrored: the values at negative frequencies.
     const ComplexInt zero = {0, 0};
@@ -224,10 +230,7 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
             V xRe, xIm, aboveRe, aboveIm, hereRe, hereIm, belowRe, belowIm;
             loadPairs(sum + k, xRe, xIm);
             if (k + V::lanes > end) { // lanes of the next band count as silent
-                int32_t inBand[V::lanes];
-                for (int l = 0; l < V::lanes; ++l)
-                    inBand[l] = k + l < end ? -1 : 0;
-                const V mask = load(inBand, V{});
+                const V mask = load(kInBand + 8 - (end - k), V{});
                 xRe = select(mask, xRe, set1(0, V{}));
                 xIm = select(mask, xIm, set1(0, V{}));
             }
