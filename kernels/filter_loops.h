@@ -145,20 +145,24 @@ void split(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7], const 
     second.prepare();
 
     // Two frames at a time; the second of them is never one that the low band keeps.
-    for (int n = 0; n < frames; n += 2) {
-        const bool both = n + 1 < frames;
-        const V4 y0 = sections.run(in + n);
-        const V4 y1 = both ? sections.run(in + n + 1) : y0;
+    const auto put = [&](int n, V4 y0, V4 y1, size_t count) __attribute__((always_inline))
+    {
         const auto b = joinLowHalves(y0, y1);
         const auto a = joinHighHalves(y0, y1);
         const uint64_t highFrames = packLow16(shiftRight<5>(wrapSub(b, a)));
         const uint64_t lowFrames = packLow16(shiftRight<5>(wrapAdd(b, a)));
-        if (both)
-            __builtin_memcpy(high + n, &highFrames, 2 * sizeof *high);
-        else
-            __builtin_memcpy(high + n, &highFrames, sizeof *high);
+        __builtin_memcpy(high + n, &highFrames, count * sizeof *high);
         if ((n & (factor - 1)) == 0)
             __builtin_memcpy(low++, &lowFrames, sizeof *low);
+    };
+    int n = 0;
+    for (; n + 2 <= frames; n += 2) {
+        const V4 y0 = sections.run(in + n);
+        put(n, y0, sections.run(in + n + 1), 2);
+    }
+    if (n < frames) {
+        const V4 y = sections.run(in + n);
+        put(n, y, y, 1);
     }
 
     keepState(left, right, 0, 3, first);
