@@ -79,10 +79,10 @@ VSP_INLINE void lowPassInLanes(Frame* frames, BiquadChannelState* first, BiquadC
 {
     Biquad_Frames(frames, frames, kLagFrames, first, coeffs_q30);
     BiquadSections<V4> sections(first, second, coeffs_q30);
-    V4 older = loadFrameTwice(frames, V4{});
-    V4 newer = loadFrameTwice(frames + 1, V4{});
+    V4 older = loadFrameTwice<0>(frames, V4{});
+    V4 newer = loadFrameTwice<0>(frames + 1, V4{});
     for (int n = kLagFrames; n < count; ++n) {
-        const V4 y = sections.run(joinHalves(loadFrameTwice(frames + n, V4{}), older));
+        const V4 y = sections.run(joinHalves(loadFrameTwice<0>(frames + n, V4{}), older));
         older = newer;
         newer = lowHalfTwice(y);
         const auto frame = uint32_t(packLow16(y) >> 32);

@@ -1,8 +1,9 @@
 // The recursive all-pass filters of the band split. A sample waits for the one before it, so the
 // lanes are not samples but sections: left and right of two of them at a time.
 //
-// A delay word W and its two products W p >> 16 and W q >> 16 are kept; each product serves the
-// next two samples.
+// A section's delay is the sum S before its first product, mod 2^32; its state in memory is W = 4
+// S. The two products W p >> 16 and W q >> 16 are kept; each serves the next two samples. Values
+// stay far below 2^29, so W >> 2 is S itself.
 #pragma once
 
 #include "kernels/vector_scalar.h"
@@ -13,43 +14,44 @@ constexpr int kInputBits = 3; // samples enter the sections with three more frac
 
 template <class V4>
 struct Section2 {
-    V4 p, q;          // Q14
-    V4 W1, W2;        // delays
-    V4 pW1, qW1, qW2; // their products
+    CoeffsOf<V4> p, q; // Q14
+    V4 S1, S2;         // delays
+    V4 pS1, qS1, qS2;  // their products
 
     [[gnu::always_inline]] void prepare()
     {
-        pW1 = mulShift16(W1, p);
-        qW1 = mulShift16(W1, q);
-        qW2 = mulShift16(W2, q);
+        pS1 = mulShift16(timesFour(S1), p);
+        qS1 = mulShift16(timesFour(S1), q);
+        qS2 = mulShift16(timesFour(S2), q);
     }
-    /// W of the next sample, and everything moved on by one.
+    /// The section's output for u, and everything moved on by one sample.
     [[gnu::always_inline]] V4 run(V4 u)
     {
-        const V4 W = shiftLeft<2>(wrapAdd(wrapAdd(u, qW2), pW1));
-        const V4 qW = mulShift16(W, q);
-        const V4 y = wrapSub(wrapAdd(pW1, qW), shiftRight<2>(W2));
-        pW1 = mulShift16(W, p);
-        qW2 = qW1;
-        qW1 = qW;
-        W2 = W1;
-        W1 = W;
+        const V4 S = wrapAdd(wrapAdd(u, qS2), pS1);
+        const auto W = timesFour(S);
+        const V4 qS = mulShift16(W, q);
+        const V4 y = wrapSub(wrapAdd(pS1, qS), S2);
+        pS1 = mulShift16(W, p);
+        qS2 = qS1;
+        qS1 = qS;
+        S2 = S1;
+        S1 = S;
         return y;
     }
 };
 
 template <class V4>
 struct Section1 {
-    V4 p, W1, pW1;
+    CoeffsOf<V4> p;
+    V4 S1, pS1;
 
-    [[gnu::always_inline]] void prepare() { pW1 = mulShift16(W1, p); }
+    [[gnu::always_inline]] void prepare() { pS1 = mulShift16(timesFour(S1), p); }
     [[gnu::always_inline]] V4 run(V4 u)
     {
-        const V4 W = shiftLeft<2>(wrapAdd(u, pW1));
-        const V4 pW = mulShift16(W, p);
-        const V4 y = wrapSub(pW, shiftRight<2>(W1));
-        W1 = W;
-        pW1 = pW;
+        const V4 S = wrapAdd(u, pS1);
+        pS1 = mulShift16(timesFour(S), p);
+        const V4 y = wrapSub(pS1, S1);
+        S1 = S;
         return y;
     }
 };
@@ -61,25 +63,43 @@ struct Section12 {
 
     [[gnu::always_inline]] V4 run(V4 u)
     {
-        const V4 W1 = second.W1;
+        const V4 S1 = second.S1;
         const V4 y2 = second.run(u);
-        const V4 y1 = wrapSub(second.pW1, shiftRight<2>(W1));
-        return joinHalves(y1, y2);
+        return joinHalves(wrapSub(second.pS1, S1), y2);
     }
 };
 
-/// left and right of section a, then of section b, from two channels' arrays.
-template <class V4, class T>
-VSP_INLINE V4 gather(const T* left, const T* right, int a, int b)
+/// Both branches of the split filter.
+template <class V4>
+struct SplitSections {
+    Section2<V4> first;
+    Section12<V4> next;
+
+    [[gnu::always_inline]] V4 run(const Frame* in)
+    {
+        return next.run(first.run(loadFrameTwice<kInputBits>(in, V4{})));
+    }
+};
+
+/// Four coefficients of two sections, left and right alike.
+template <class V4>
+VSP_INLINE CoeffsOf<V4> coeffsOf(int32_t a, int32_t b)
 {
-    const int32_t lanes[4] = {left[a], right[a], left[b], right[b]};
+    const int32_t lanes[4] = {a, a, b, b};
+    return loadCoeffs(lanes, V4{});
+}
+/// The delays left and right of section a, then of section b, from two channels' states.
+template <class V4>
+VSP_INLINE V4 gather(const int32_t* left, const int32_t* right, int a, int b)
+{
+    const int32_t lanes[4] = {left[a] >> 2, right[a] >> 2, left[b] >> 2, right[b] >> 2};
     return load(lanes, V4{});
 }
 template <class V4>
-VSP_INLINE void scatter(int32_t* left, int32_t* right, int a, int b, V4 x)
+VSP_INLINE void scatter(int32_t* left, int32_t* right, int a, int b, V4 S)
 {
     int32_t lanes[4];
-    store(lanes, x);
+    store(lanes, shiftLeft<2>(S));
     left[a] = lanes[0];
     right[a] = lanes[1];
     left[b] = lanes[2];
@@ -91,10 +111,10 @@ VSP_INLINE Section2<V4> makeSection2(int32_t* left, int32_t* right, const int16_
                                      int stateA, int coeffA, int stateB, int coeffB)
 {
     Section2<V4> s;
-    s.p = gather<V4>(coeffs_q14, coeffs_q14, coeffA, coeffB);
-    s.q = gather<V4>(coeffs_q14, coeffs_q14, coeffA + 1, coeffB + 1);
-    s.W1 = gather<V4>(left, right, stateA, stateB);
-    s.W2 = gather<V4>(left, right, stateA + 1, stateB + 1);
+    s.p = coeffsOf<V4>(coeffs_q14[coeffA], coeffs_q14[coeffB]);
+    s.q = coeffsOf<V4>(coeffs_q14[coeffA + 1], coeffs_q14[coeffB + 1]);
+    s.S1 = gather<V4>(left, right, stateA, stateB);
+    s.S2 = gather<V4>(left, right, stateA + 1, stateB + 1);
     s.prepare();
     return s;
 }
@@ -102,8 +122,8 @@ template <class V4>
 VSP_INLINE void keepState(int32_t* left, int32_t* right, int stateA, int stateB,
                           const Section2<V4>& s)
 {
-    scatter(left, right, stateA, stateB, s.W1);
-    scatter(left, right, stateA + 1, stateB + 1, s.W2);
+    scatter(left, right, stateA, stateB, s.S1);
+    scatter(left, right, stateA + 1, stateB + 1, s.S2);
 }
 
 /// vocoder/band_split.h: branch b is in lanes 0 and 1, branch a in lanes 2 and 3.
@@ -113,34 +133,42 @@ void split(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7], const 
 {
     int32_t* const left = state[0];
     int32_t* const right = state[1];
-    Section2<V4> first = makeSection2<V4>(left, right, coeffs_q14, 0, 0, 3, 3);
+    SplitSections<V4> sections;
+    Section2<V4>& first = sections.first;
+    Section2<V4>& second = sections.next.second;
+    first = makeSection2<V4>(left, right, coeffs_q14, 0, 0, 3, 3);
+    second.p = coeffsOf<V4>(coeffs_q14[2], coeffs_q14[5]);
+    second.q = coeffsOf<V4>(0, coeffs_q14[6]);
+    second.S1 = gather<V4>(left, right, 2, 5);
+    const int32_t noSecondDelay[4] = {0, 0, left[6] >> 2, right[6] >> 2};
+    second.S2 = load(noSecondDelay, V4{});
+    second.prepare();
 
-    Section12<V4> next;
-    const int32_t zeroFirst[4] = {0, 0, coeffs_q14[6], coeffs_q14[6]};
-    const int32_t noSecondDelay[4] = {0, 0, left[6], right[6]};
-    next.second.p = gather<V4>(coeffs_q14, coeffs_q14, 2, 5);
-    next.second.q = load(zeroFirst, V4{});
-    next.second.W1 = gather<V4>(left, right, 2, 5);
-    next.second.W2 = load(noSecondDelay, V4{});
-    next.second.prepare();
-
-    for (int n = 0; n < frames; ++n) {
-        const V4 v = shiftLeft<kInputBits>(loadFrameTwice(in + n, V4{}));
-        const V4 y = next.run(first.run(v));
-        const V4 b = lowHalfTwice(y);
-        const V4 a = highHalfTwice(y);
-        const uint64_t packed = packLow16(shiftRight<5>(joinHalves(wrapSub(b, a), wrapAdd(b, a))));
-        const uint32_t highFrame = uint32_t(packed);
-        const uint32_t lowFrame = uint32_t(packed >> 32);
-        __builtin_memcpy(high + n, &highFrame, sizeof highFrame);
+    // Two frames at a time; the second of them is never one that the low band keeps.
+    const auto put = [&](int n, V4 y0, V4 y1, size_t count) __attribute__((always_inline))
+    {
+        const auto b = joinLowHalves(y0, y1);
+        const auto a = joinHighHalves(y0, y1);
+        const uint64_t highFrames = packLow16(shiftRight<5>(wrapSub(b, a)));
+        const uint64_t lowFrames = packLow16(shiftRight<5>(wrapAdd(b, a)));
+        __builtin_memcpy(high + n, &highFrames, count * sizeof *high);
         if ((n & (factor - 1)) == 0)
-            __builtin_memcpy(low++, &lowFrame, sizeof lowFrame);
+            __builtin_memcpy(low++, &lowFrames, sizeof *low);
+    };
+    int n = 0;
+    for (; n + 2 <= frames; n += 2) {
+        const V4 y0 = sections.run(in + n);
+        put(n, y0, sections.run(in + n + 1), 2);
+    }
+    if (n < frames) {
+        const V4 y = sections.run(in + n);
+        put(n, y, y, 1);
     }
 
     keepState(left, right, 0, 3, first);
-    scatter(left, right, 2, 5, next.second.W1);
+    scatter(left, right, 2, 5, second.S1);
     int32_t W2[4];
-    store(W2, next.second.W2);
+    store(W2, shiftLeft<2>(second.S2));
     left[6] = W2[2];
     right[6] = W2[3];
 }
@@ -150,8 +178,9 @@ void split(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7], const 
 template <class V4>
 VSP_INLINE void storeTwoFrames(Frame* out, const Frame* high, V4 y)
 {
-    const V4 h = loadShorts(samples(high), V4{});
-    const uint64_t frames = packSaturated(wrapAdd(shiftLeft<1>(h), shiftRight<2>(y)));
+    const auto x = narrow(y);
+    const auto h = loadShorts(samples(high), x);
+    const uint64_t frames = packSaturated(wrapAdd(shiftLeft<1>(h), shiftRight<2>(x)));
     __builtin_memcpy(out, &frames, sizeof frames);
 }
 
@@ -180,7 +209,7 @@ void interpolateBy2(Frame* out, const Frame* low, const Frame* high, int32_t (*s
 {
     Section2<V4> s = makeSection2<V4>(state[0], state[1], coeffs_q14, 0, 0, 2, 2);
     forLowFrames<2>(out, high, lowFrames, outFrames, [&](Frame* to, const Frame* highBand, int m) {
-        const V4 v = shiftLeft<kInputBits>(loadFrameTwice(low + m, V4{}));
+        const V4 v = loadFrameTwice<kInputBits>(low + m, V4{});
         storeTwoFrames(to, highBand, s.run(v));
     });
     keepState(state[0], state[1], 0, 2, s);
@@ -193,17 +222,17 @@ void interpolateBy4(Frame* out, const Frame* low, const Frame* high, int32_t (*s
 {
     Section2<V4> first = makeSection2<V4>(state[0], state[1], coeffs_q14, 0, 0, 2, 2);
     Section1<V4> second;
-    second.p = gather<V4>(coeffs_q14, coeffs_q14, 4, 5);
-    second.W1 = gather<V4>(state[0], state[1], 4, 5);
+    second.p = coeffsOf<V4>(coeffs_q14[4], coeffs_q14[5]);
+    second.S1 = gather<V4>(state[0], state[1], 4, 5);
     second.prepare();
     forLowFrames<4>(out, high, lowFrames, outFrames, [&](Frame* to, const Frame* highBand, int m) {
-        const V4 v = shiftLeft<kInputBits>(loadFrameTwice(low + m, V4{}));
+        const V4 v = loadFrameTwice<kInputBits>(low + m, V4{});
         const V4 phases = first.run(v);
         storeTwoFrames(to, highBand, second.run(lowHalfTwice(phases)));
         storeTwoFrames(to + 2, highBand + 2, second.run(highHalfTwice(phases)));
     });
     keepState(state[0], state[1], 0, 2, first);
-    scatter(state[0], state[1], 4, 5, second.W1);
+    scatter(state[0], state[1], 4, 5, second.S1);
 }
 
 template <class V>

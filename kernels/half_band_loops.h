@@ -10,44 +10,57 @@ namespace vsp::VSP_KERNEL_SET {
 /// each; `lanesA` is the first lane of A, 0 or 2.
 template <class V4, int lanesA>
 struct HalfBandSections {
-    V4 c0, c1, minusC0, minusC1, W1, W2; // second-order sections
-    V4 p, minusP, W0;                    // first-order section, in the lanes of B
+    CoeffsOf<V4> c0, c1, minusC0, minusC1; // second-order sections
+    CoeffsOf<V4> p, minusP;                // first-order section, in the lanes of B
+    V4 S1, S2, S0;                         // sums as in filter_loops.h: a quarter of the delays
+    FactorOf<V4> W1, W2, W0;               // the delays
 
     [[gnu::always_inline]] explicit HalfBandSections(const HalfBandState& left,
                                                      const HalfBandState& right)
     {
-        const auto lanes = [](int32_t aLeft, int32_t aRight, int32_t bLeft, int32_t bRight) {
-            const int32_t aFirst[4] = {aLeft, aRight, bLeft, bRight};
-            const int32_t bFirst[4] = {bLeft, bRight, aLeft, aRight};
-            return load(lanesA == 0 ? aFirst : bFirst, V4{});
+        struct Lanes {
+            int32_t lane[4];
         };
-        const auto both = [&](int32_t a, int32_t b) { return lanes(a, a, b, b); };
+        const auto lanes = [](int32_t aLeft, int32_t aRight, int32_t bLeft, int32_t bRight) {
+            return lanesA == 0 ? Lanes{aLeft, aRight, bLeft, bRight}
+                               : Lanes{bLeft, bRight, aLeft, aRight};
+        };
+        const auto both = [&](int32_t a, int32_t b) {
+            return loadCoeffs(lanes(a, a, b, b).lane, V4{});
+        };
+        const auto sums = [&](int32_t aLeft, int32_t aRight, int32_t bLeft, int32_t bRight) {
+            return load(lanes(aLeft >> 2, aRight >> 2, bLeft >> 2, bRight >> 2).lane, V4{});
+        };
         c0 = both(kSectionA.c0_q14, kSectionB.c0_q14);
         c1 = both(kSectionA.c1_q14, kSectionB.c1_q14);
         minusC0 = both(-kSectionA.c0_q14, -kSectionB.c0_q14);
         minusC1 = both(-kSectionA.c1_q14, -kSectionB.c1_q14);
         p = both(0, kFirstOrderQ14);
         minusP = both(0, -kFirstOrderQ14);
-        W1 = lanes(left.apA1, right.apA1, left.apB1, right.apB1);
-        W2 = lanes(left.apA2, right.apA2, left.apB2, right.apB2);
-        W0 = lanes(0, 0, left.ap1, right.ap1);
+        S1 = sums(left.apA1, right.apA1, left.apB1, right.apB1);
+        S2 = sums(left.apA2, right.apA2, left.apB2, right.apB2);
+        S0 = sums(0, 0, left.ap1, right.ap1);
+        W1 = timesFour(S1);
+        W2 = timesFour(S2);
+        W0 = timesFour(S0);
     }
 
     /// The sections' outputs for inputs x, lane by lane.
     [[gnu::always_inline]] V4 run(V4 x)
     {
-        const V4 W = shiftLeft<2>(wrapAdd(x, mulShift16(W0, minusP)));
-        const V4 first = wrapAdd(shiftRight<2>(W0), mulShift16(W, p));
-        W0 = W;
+        const V4 S = wrapAdd(x, mulShift16(W0, minusP));
+        W0 = timesFour(S);
+        const V4 first = wrapAdd(S0, mulShift16(W0, p));
+        S0 = S;
         return second(lanesA == 0 ? joinHalves(x, first) : joinHalves(first, x));
     }
 
     [[gnu::always_inline]] void keep(HalfBandState& left, HalfBandState& right) const
     {
         int32_t w[3][4];
-        store(w[0], W1);
-        store(w[1], W2);
-        store(w[2], W0);
+        store(w[0], shiftLeft<2>(S1));
+        store(w[1], shiftLeft<2>(S2));
+        store(w[2], shiftLeft<2>(S0));
         constexpr int kA = lanesA;
         constexpr int kB = 2 - lanesA;
         left.apA1 = w[0][kA];
@@ -66,9 +79,11 @@ private:
     [[gnu::always_inline]] V4 second(V4 x)
     {
         // The negated coefficient is multiplied, not the product negated: they round differently.
-        const V4 feedback = wrapAdd(mulShift16(W2, minusC1), mulShift16(W1, minusC0));
-        const V4 W = shiftLeft<2>(wrapAdd(x, feedback));
-        const V4 y = wrapAdd(wrapAdd(mulShift16(W1, c0), shiftRight<2>(W2)), mulShift16(W, c1));
+        const V4 S = wrapAdd(wrapAdd(x, mulShift16(W2, minusC1)), mulShift16(W1, minusC0));
+        const auto W = timesFour(S);
+        const V4 y = wrapAdd(wrapAdd(mulShift16(W1, c0), S2), mulShift16(W, c1));
+        S2 = S1;
+        S1 = S;
         W2 = W1;
         W1 = W;
         return y;

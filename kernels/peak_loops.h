@@ -91,20 +91,17 @@ VSP_INLINE void peakTurns(PeakTurns& turns, const ComplexInt* X, const ComplexSh
     }
 }
 
-/// The pairs of bins on one side of all peaks; wanted: all bits set for bins within their region.
-struct PeakSides {
-    int16_t first[kPaddedPeaks];
-    int32_t wanted[2 * kPaddedPeaks];
-};
-
-/// Turns pairs of neighbouring bins by what their peaks say. The pairs on one side of all peaks
-/// never share a bin, so unwanted ones can be stored as they were.
+/// Turns the bins first[i] and first[i] + 1 by what peak i says; where `wanted` is given, only bins
+/// whose bits are set in it. No two pairs share a bin, so others can be stored as they were.
 template <class V>
 VSP_INLINE void turnPairs(ComplexInt* X, ComplexShort* S, const ComplexShort* A,
-                          const PeakTurns& turns, const PeakSides& side, int count)
+                          const PeakTurns& turns, const int16_t* first, const int32_t* wanted,
+                          int count)
 {
-    for (int i = 0; i < count; i += V::lanes / 2) {
-        const int16_t* const first = side.first + i;
+    for (int i = 0; i < count; i += V::lanes / 2, first += V::lanes / 2) {
+        const auto choose = [=](V turned, V old) {
+            return wanted != nullptr ? select(load(wanted + 2 * i, V{}), turned, old) : turned;
+        };
         V re, im, sRe, sIm, aRe, aIm;
         pickPairs(X, first, re, im);
         pickPairs(S, first, sRe, sIm);
@@ -112,72 +109,85 @@ VSP_INLINE void turnPairs(ComplexInt* X, ComplexShort* S, const ComplexShort* A,
         const V m = shiftLeft<2>(cheapModulus(re, im));
         const V mRe = shiftLeft<2>(mulShift16(m, loadTwice(turns.spectrumRe + i, V{})));
         const V mIm = shiftLeft<2>(mulShift16(m, loadTwice(turns.spectrumIm + i, V{})));
-        const V wanted = load(side.wanted + 2 * i, V{});
         V newRe, newIm;
         times(newRe, newIm, mRe, mIm, aRe, aIm);
-        putPairs(X, first, select(wanted, newRe, re), select(wanted, newIm, im));
+        putPairs(X, first, choose(newRe, re), choose(newIm, im));
         times(newRe, newIm, loadTwice(turns.phasorRe + i, V{}), loadTwice(turns.phasorIm + i, V{}),
               aRe, aIm);
-        putPairs(S, first, select(wanted, newRe, sRe), select(wanted, newIm, sIm));
+        putPairs(S, first, choose(newRe, sRe), choose(newIm, sIm));
     }
 }
 
-/// Two close peaks share the bin between them, and the later peak has the last word: so the bins
-/// above all peaks are turned first, then those below all peaks.
+/// Two bins on each side follow a peak. Of two peaks four bins apart, both turn the bin between
+/// them and the later one has the last word, so the bins above all peaks are turned first, then
+/// those below all peaks; of two peaks three bins apart, the earlier one leaves the bin next to the
+/// other alone. Bins 0 and 1 follow no peak.
 template <class V>
 void lockPeaks(ComplexInt* X, ComplexShort* S, const ComplexShort* A, const int16_t* peakList,
                int count)
 {
     using Pairs = std::conditional_t<V::lanes == 1, Scalar<2>, V>;
-    PeakRegion regions[kMaxPeaks];
-    peakRegions(regions, peakList, count);
-    int16_t peaks[kPaddedPeaks];
-    PeakSides above;
-    PeakSides below;
-    for (int i = 0; i < count + 8; ++i) {
-        const int peak = i < count ? i : count - 1;
-        peaks[i] = peakList[peak];
-        above.first[i] = int16_t(peakList[peak] + 1);
-        below.first[i] = int16_t(peakList[peak] - 2);
-        for (int n = 0; n < 2; ++n) {
-            above.wanted[2 * i + n] = above.first[i] + n <= regions[peak].last ? -1 : 0;
-            below.wanted[2 * i + n] = below.first[i] + n >= regions[peak].first ? -1 : 0;
-        }
-    }
+    int16_t lowest[kPaddedPeaks]; // bin two below each peak
+    for (int i = 0; i < count; ++i)
+        lowest[i] = int16_t(peakList[i] - 2);
+    for (int i = count; i < count + 8; ++i)
+        lowest[i] = lowest[count - 1];
+    int32_t wanted[2 * kPaddedPeaks]; // of the two bins above each peak
+    for (int i = 0; i < count + 8; ++i)
+        wanted[2 * i] = wanted[2 * i + 1] = -1;
+    for (int i = 0; i + 1 < count; ++i)
+        wanted[2 * i + 1] = lowest[i + 1] - lowest[i] > 3 ? -1 : 0;
+
     PeakTurns turns;
-    peakTurns<V>(turns, X, S, A, peaks, count);
-    turnPairs<Pairs>(X, S, A, turns, above, count);
-    turnPairs<Pairs>(X, S, A, turns, below, count);
+    peakTurns<V>(turns, X + 2, S + 2, A + 2, lowest, count);
+    turnPairs<Pairs>(X + 3, S + 3, A + 3, turns, lowest, wanted, count);
+    const ComplexInt X0 = X[0];
+    const ComplexInt X1 = X[1];
+    const ComplexShort S0 = S[0];
+    const ComplexShort S1 = S[1];
+    turnPairs<Pairs>(X, S, A, turns, lowest, nullptr, count);
+    X[0] = X0;
+    X[1] = X1;
+    S[0] = S0;
+    S[1] = S1;
 }
 
-/// y(k) = 4 (x(k) + c1 y(k - 1) + c2 y(k - 2)) on the real and the imaginary part at once.
+/// y(k) = 4 (x(k) + c1 y(k - 1) + c2 y(k - 2)) on the real and the imaginary part at once; lanes 2
+/// and 3 are idle.
 template <class V4>
 struct CogRecursion {
-    V4 c1, c2;
-    V4 y, yPrev;
-    V4 c1y, c2y, c2yPrev; // products of the two
+    CoeffsOf<V4> c1, c2;
+    V4 c1y, c2y, c2yPrev; // products of the last two
 
-    [[gnu::always_inline]] void start(const int32_t* last, const int32_t* before)
+    [[gnu::always_inline]] CogRecursion()
     {
         const int32_t feedback1[4] = {kCogFeedback1, kCogFeedback1, 0, 0};
         const int32_t feedback2[4] = {kCogFeedback2, kCogFeedback2, 0, 0};
-        c1 = load(feedback1, V4{});
-        c2 = load(feedback2, V4{});
-        y = loadTwo(last, V4{});
-        yPrev = loadTwo(before, V4{});
+        c1 = loadCoeffs(feedback1, V4{});
+        c2 = loadCoeffs(feedback2, V4{});
+    }
+    [[gnu::always_inline]] void start(const ComplexInt& last, const ComplexInt& before)
+    {
+        const auto y = timesFour(shiftRight<2>(loadTwo(words(&last), V4{})));
+        const auto yPrev = timesFour(shiftRight<2>(loadTwo(words(&before), V4{})));
         c1y = mulShift16(y, c1);
         c2y = mulShift16(y, c2);
         c2yPrev = mulShift16(yPrev, c2);
     }
-    [[gnu::always_inline]] void run(const ComplexInt& x)
+    [[gnu::always_inline]] void run(ComplexInt& y, const ComplexInt& x)
     {
-        yPrev = y;
-        y = shiftLeft<2>(wrapAdd(wrapAdd(loadTwo(words(&x), V4{}), c2yPrev), c1y));
+        const V4 sum = wrapAdd(wrapAdd(loadTwo(words(&x), V4{}), c2yPrev), c1y);
+        storeTwo(words(&y), shiftLeft<2>(sum));
         c2yPrev = c2y;
-        c1y = mulShift16(y, c1);
-        c2y = mulShift16(y, c2);
+        c1y = mulShift16(timesFour(sum), c1);
+        c2y = mulShift16(timesFour(sum), c2);
     }
 };
+
+/// As many lanes set as lie before the eighth entry.
+constexpr int32_t kInBand[16] = {-1, -1, -1, -1, -1, -1, -1, -1};
+/// The words of odd bins.
+constexpr int32_t kOddBins[8] = {0, 0, -1, -1, 0, 0, -1, -1};
 
 /// The sum of both channels, its sign turned with every bin (which moves the time origin to the
 /// middle of the frame), filtered across bins. The recursion across bins can't be cut into lanes;
@@ -188,29 +198,27 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
     constexpr int kPadded = kBins + V::lanes;
     ComplexInt sum[kPadded] = {};     // x(k), 0 behind the last bin
     ComplexInt filtered[kPadded + 1]; // y(k - 1) at k: one place for the mirrored bin
-    for (int n = 0; n < 2 * kLastBin; n += V::lanes)
-        store(words(sum) + n, wrapAdd(shiftRight<1>(load(words(right) + n, V{})),
-                                      shiftRight<1>(load(words(left) + n, V{}))));
+    for (int n = 0; n < 2 * kLastBin; n += V::lanes) {
+        const V x = wrapAdd(shiftRight<1>(load(words(right) + n, V{})),
+                            shiftRight<1>(load(words(left) + n, V{})));
+        const V odd = load(kOddBins + n % 4, V{});
+        store(words(sum) + n, select(odd, wrapSub(set1(0, V{}), x), x));
+    }
     sum[kLastBin] = {fx::wrapAdd(right[kLastBin].re >> 1, left[kLastBin].re >> 1),
                      fx::wrapAdd(right[kLastBin].im >> 1, left[kLastBin].im >> 1)};
-    for (int k = 1; k < kBins; k += 2)
-        sum[k] = {fx::wrapNeg(sum[k].re), fx::wrapNeg(sum[k].im)};
 
     // Run backwards over the lowest bins and mirrored: the values at negative frequencies.
     const ComplexInt zero = {0, 0};
+    ComplexInt mirrored[13];
     CogRecursion<V4> recursion;
-    recursion.start(words(&zero), words(&zero));
+    recursion.start(zero, zero);
     for (int k = 12; k >= 0; --k)
-        recursion.run(sum[k]);
-    storeTwo(words(filtered), recursion.yPrev);
-    storeTwo(words(filtered + 1), recursion.y);
+        recursion.run(mirrored[k], sum[k]);
     for (int k = 0; k < 2; ++k)
-        filtered[k].im = fx::wrapNeg(filtered[k].im);
-    recursion.start(words(filtered + 1), words(filtered));
-    for (int k = 1; k < kBins; ++k) {
-        recursion.run(sum[k]);
-        storeTwo(&filtered[k + 1].re, recursion.y);
-    }
+        filtered[k] = {mirrored[1 - k].re, fx::wrapNeg(mirrored[1 - k].im)};
+    recursion.start(filtered[1], filtered[0]);
+    for (int k = 1; k < kBins; ++k)
+        recursion.run(filtered[k + 1], sum[k]);
     for (int k = kBins; k < kPadded; ++k)
         filtered[k + 1] = {0, 0};
 
@@ -222,10 +230,7 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
             V xRe, xIm, aboveRe, aboveIm, hereRe, hereIm, belowRe, belowIm;
             loadPairs(sum + k, xRe, xIm);
             if (k + V::lanes > end) { // lanes of the next band count as silent
-                int32_t inBand[V::lanes];
-                for (int l = 0; l < V::lanes; ++l)
-                    inBand[l] = k + l < end ? -1 : 0;
-                const V mask = load(inBand, V{});
+                const V mask = load(kInBand + 8 - (end - k), V{});
                 xRe = select(mask, xRe, set1(0, V{}));
                 xIm = select(mask, xIm, set1(0, V{}));
             }

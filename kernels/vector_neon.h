@@ -213,11 +213,12 @@ VSP_INLINE I32x4 lowWords(Sums4 sum)
     return {vcombine_s32(vmovn_s64(sum.low), vmovn_s64(sum.high))};
 }
 
+template <int bits>
 VSP_INLINE I32x4 loadFrameTwice(const Frame* p, I32x4)
 {
     int32_t frame;
     __builtin_memcpy(&frame, p, sizeof frame);
-    return {vmovl_s16(vreinterpret_s16_s32(vdup_n_s32(frame)))};
+    return {vshll_n_s16(vreinterpret_s16_s32(vdup_n_s32(frame)), bits)};
 }
 VSP_INLINE I32x4 lowHalfTwice(I32x4 a)
 {
@@ -230,6 +231,14 @@ VSP_INLINE I32x4 highHalfTwice(I32x4 a)
 VSP_INLINE I32x4 joinHalves(I32x4 a, I32x4 b)
 {
     return {vcombine_s32(vget_low_s32(a.v), vget_high_s32(b.v))};
+}
+VSP_INLINE I32x4 joinLowHalves(I32x4 a, I32x4 b)
+{
+    return {vcombine_s32(vget_low_s32(a.v), vget_low_s32(b.v))};
+}
+VSP_INLINE I32x4 joinHighHalves(I32x4 a, I32x4 b)
+{
+    return {vcombine_s32(vget_high_s32(a.v), vget_high_s32(b.v))};
 }
 
 VSP_INLINE I32x4 loadTwo(const int32_t* p, I32x4)

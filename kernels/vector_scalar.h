@@ -268,10 +268,34 @@ VSP_INLINE ProductSum<n> productSum(Scalar<n>)
 // ---- Four lanes for the recursive filters: left and right of two sections ----
 using I32x4Scalar = Scalar<4>;
 
-/// left, right, left, right of one frame.
+/// Coefficients of a recursion, and four times its sum as they multiply it:
+/// mulShift16(timesFour(S), p). A target may keep either in a form of its own.
+template <class V4>
+VSP_INLINE V4 loadCoeffs(const int32_t* p, V4)
+{
+    return load(p, V4{});
+}
+template <class V4>
+using CoeffsOf = decltype(loadCoeffs(static_cast<const int32_t*>(nullptr), V4{}));
+template <class V4>
+VSP_INLINE V4 timesFour(V4 a)
+{
+    return shiftLeft<2>(a);
+}
+template <class V4>
+using FactorOf = decltype(timesFour(V4{}));
+/// As plain values for the steps behind the recursion.
+template <class V4>
+VSP_INLINE V4 narrow(V4 a)
+{
+    return a;
+}
+
+/// left, right, left, right of one frame, with more fraction bits.
+template <int bits>
 VSP_INLINE I32x4Scalar loadFrameTwice(const Frame* p, I32x4Scalar)
 {
-    return {{(*p)[0], (*p)[1], (*p)[0], (*p)[1]}};
+    return shiftLeft<bits>(I32x4Scalar{{(*p)[0], (*p)[1], (*p)[0], (*p)[1]}});
 }
 /// Lanes 0, 1, 0, 1 and lanes 2, 3, 2, 3.
 VSP_INLINE I32x4Scalar lowHalfTwice(I32x4Scalar a)
@@ -286,6 +310,16 @@ VSP_INLINE I32x4Scalar highHalfTwice(I32x4Scalar a)
 VSP_INLINE I32x4Scalar joinHalves(I32x4Scalar a, I32x4Scalar b)
 {
     return {{a.v[0], a.v[1], b.v[2], b.v[3]}};
+}
+
+/// Lanes 0 and 1 of both, lanes 2 and 3 of both.
+VSP_INLINE I32x4Scalar joinLowHalves(I32x4Scalar a, I32x4Scalar b)
+{
+    return {{a.v[0], a.v[1], b.v[0], b.v[1]}};
+}
+VSP_INLINE I32x4Scalar joinHighHalves(I32x4Scalar a, I32x4Scalar b)
+{
+    return {{a.v[2], a.v[3], b.v[2], b.v[3]}};
 }
 
 /// Two values in lanes 0 and 1; the other lanes are 0, or not stored.

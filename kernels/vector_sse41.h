@@ -236,11 +236,12 @@ VSP_INLINE I32x4 lowWords(Sums4 sum)
     return {joinEvenOdd(sum.even, _mm_slli_epi64(sum.odd, 32))};
 }
 
+template <int bits>
 VSP_INLINE I32x4 loadFrameTwice(const Frame* p, I32x4)
 {
     int32_t frame;
     __builtin_memcpy(&frame, p, sizeof frame);
-    return {_mm_cvtepi16_epi32(_mm_set1_epi32(frame))};
+    return shiftLeft<bits>(I32x4{_mm_cvtepi16_epi32(_mm_set1_epi32(frame))});
 }
 VSP_INLINE I32x4 lowHalfTwice(I32x4 a)
 {
@@ -253,6 +254,14 @@ VSP_INLINE I32x4 highHalfTwice(I32x4 a)
 VSP_INLINE I32x4 joinHalves(I32x4 a, I32x4 b)
 {
     return {_mm_blend_epi16(a.v, b.v, 0xF0)};
+}
+VSP_INLINE I32x4 joinLowHalves(I32x4 a, I32x4 b)
+{
+    return {_mm_unpacklo_epi64(a.v, b.v)};
+}
+VSP_INLINE I32x4 joinHighHalves(I32x4 a, I32x4 b)
+{
+    return {_mm_unpackhi_epi64(a.v, b.v)};
 }
 
 VSP_INLINE I32x4 loadTwo(const int32_t* p, I32x4)
