@@ -133,6 +133,10 @@ Options readOptions(int argc, const char* const* argv)
     app.add_flag("--json", options.json, "Sum up in JSON (on standard error if OUT is -)");
     app.add_flag("-q,--quiet", options.quiet, "Say nothing but errors");
     app.set_version_flag("--version", engineVersion, "Print the engine's version and exit");
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return "velora-vsp: " + std::string(error.what()) +
+               "\nTo see how it is used: velora-vsp --help\n";
+    });
     try {
         app.parse(argc, argv);
         const auto require = [](bool holds, const char* problem) {
