@@ -121,6 +121,30 @@ TEST_F(Stream, SpeedSetDuringATransitionWaitsForItsEnd)
     EXPECT_FALSE(probe.hasConverter());
 }
 
+// Frames that the limit held back and halves of a pair in the decimator are of the sound before.
+TEST_F(Stream, LeavingSpeedOneStartsLikeANewEngine)
+{
+    const Frames before = signals::noise(40 * 512, 10000, 13);
+    const Frames after = signals::noise(60 * 512, 10000, 14);
+    for (const int rate : {44100, 96000, 192000}) {
+        start(2.0f, rate);
+        play(before);
+        probe.engine->SetPar(1.0f);
+        do {
+            probe.engine->GetPredictedInputFrameSize(1);
+            exe(before, 0, 2047);
+        } while (probe.transitionCount() > 0);
+        ASSERT_GT(probe.carryCount(), 0) << rate << " Hz";
+        probe.engine->SetPar(0.7f);
+        const Frames out = play(after, 2048);
+
+        EngineProbe fresh;
+        std::swap(probe.engine, fresh.engine);
+        start(0.7f, rate);
+        EXPECT_EQ(play(after, 2048), out) << rate << " Hz";
+    }
+}
+
 TEST_F(Stream, SlowSpeedsFadeTheHighBand)
 {
     const std::pair<float, int> kCases[] = {{0.2f, 0},       {0.25f, 0},    {0.3f, 6553},

@@ -26,7 +26,7 @@ void expectNone(const real_time::Findings& findings)
 {
     EXPECT_EQ(findings.fault, "");
     if (!findings.systemCallsWatched)
-        GTEST_SKIP() << "this kernel refuses a seccomp filter: only memory and locks were watched";
+        GTEST_SKIP() << "no seccomp filter to be had: only memory and locks were watched";
 }
 
 // What the tests below stand on.

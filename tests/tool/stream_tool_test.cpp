@@ -2,13 +2,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <fstream>
 #include <numbers>
 #include <random>
 
+#include <nlohmann/json.hpp>
+
 #include "tool/tool_runner.h"
 
 namespace {
+
+using Json = nlohmann::json;
 
 constexpr int kRate = 44100;
 constexpr int kHop = 512;
@@ -47,13 +52,6 @@ double centreOfEnergy(const Sound& sound, double near, double reach)
     }
     EXPECT_GT(energy, 1e-4) << "no sound near " << near;
     return moment / energy;
-}
-
-double jsonNumber(const std::string& text, const std::string& key)
-{
-    const size_t at = text.find("\"" + key + "\": ");
-    EXPECT_NE(at, std::string::npos) << key << " isn't in " << text;
-    return at == std::string::npos ? NAN : std::stod(text.substr(at + key.size() + 4));
 }
 
 } // namespace
@@ -191,6 +189,51 @@ TEST_F(ToolTest, WhatIsWrongWithAPipeIsNamed)
     EXPECT_EQ(read("in.wav").frames(), 3000);
 }
 
+TEST_F(ToolTest, ATerminalIsRefusedAndToldWhatToDo)
+{
+    write("in.wav", noise(2, 3000));
+    const auto atTerminal = [&](const std::string& arguments) {
+        return shell("script -qec \"'$T' " + arguments + "\" /dev/null </dev/null");
+    };
+    for (const char* raw : {"", " --raw 44100:2:s16"}) {
+        const Result output = atTerminal("in.wav - -s 2" + std::string(raw));
+        EXPECT_EQ(output.exitCode, 1);
+        EXPECT_NE(output.text.find("standard output: is a terminal"), std::string::npos);
+        EXPECT_NE(output.text.find("pipe it into a player, or name a file"), std::string::npos);
+        EXPECT_LT(output.text.size(), 200U) << "sound was written all the same";
+        const Result input = atTerminal("- out.wav -s 2" + std::string(raw));
+        EXPECT_EQ(input.exitCode, 1);
+        EXPECT_NE(input.text.find("pipe sound into it, or name a file"), std::string::npos);
+    }
+    EXPECT_EQ(fileNames(), std::set<std::string>{"in.wav"});
+}
+
+// The shell has interrupts ignored in the background: env makes them what they are elsewhere.
+TEST_F(ToolTest, InterruptionEndsTheWaitForAPipe)
+{
+    write("in.wav", noise(2, 300000));
+    ASSERT_EQ(shell("mkfifo pipe").exitCode, 0);
+    const std::set<std::string> before = fileNames();
+    // The other end stays open and does nothing more, for longer than the signal may take.
+    const std::pair<const char*, const char*> cases[] = {
+        {"(head -c 100000 in.wav; exec sleep 5) >pipe", "- out.wav <pipe"},
+        {"(head -c 100000 in.wav; exec sleep 5) >pipe", "pipe out.wav"},
+        {"sleep 5 >pipe", "- out.wav <pipe"}, // before the header
+        {"sleep 5 >pipe", "pipe out.wav"},
+        {"sleep 5 <pipe", "in.wav - >pipe"},
+    };
+    for (const auto& [otherEnd, arguments] : cases)
+        for (const auto& [name, number] : {std::pair("INT", SIGINT), std::pair("TERM", SIGTERM)}) {
+            const std::string signal = name;
+            const Result result =
+                shell(std::string(otherEnd) + " & other=$!; env --default-signal=" + signal +
+                      " \"$T\" -q -s 0.8 " + arguments + " & tool=$!; sleep 0.4; kill -" + signal +
+                      " $tool; wait $tool; code=$?; kill $other; exit $code");
+            EXPECT_EQ(result.exitCode, 128 + number) << arguments << ": " << result.text;
+            EXPECT_EQ(fileNames(), before) << arguments;
+        }
+}
+
 // ---- Speed maps ----
 
 TEST_F(ToolTest, SpeedMapsPlaceSoundsWithinAHop)
@@ -211,9 +254,10 @@ TEST_F(ToolTest, SpeedMapsPlaceSoundsWithinAHop)
     const auto check = [&](const char* option, auto outputAt) {
         const Result result = tool("in.wav out.wav -f --json -m map.txt" + std::string(option));
         ASSERT_EQ(result.exitCode, 0) << result.text;
-        EXPECT_NEAR(jsonNumber(result.text, "framesIdeal"), outputAt(6.0) * kRate, 0.01);
+        const Json summary = Json::parse(result.text);
+        EXPECT_NEAR(double(summary.at("framesIdeal")), outputAt(6.0) * kRate, 0.01);
         const Sound out = read("out.wav");
-        EXPECT_EQ(jsonNumber(result.text, "framesOut"), double(out.frames()));
+        EXPECT_EQ(summary.at("framesOut"), out.frames());
         EXPECT_NEAR(double(out.frames()), outputAt(6.0) * kRate, 1.0);
         for (double t = 0.25; t < 5.8; t += 0.4)
             EXPECT_NEAR(centreOfEnergy(out, outputAt(t) * kRate, 4 * kHop), outputAt(t) * kRate,
@@ -266,19 +310,47 @@ TEST_F(ToolTest, MistakesInASpeedMapAreNamedByLine)
 
 TEST_F(ToolTest, ClosingLineAndJsonTellTheFrames)
 {
-    write("a\"\\b\n.wav", noise(2, 10000));
-    const std::string arguments = "'a\"\\b\n.wav' out.wav -f -s 0.7";
-    const std::string line = tool(arguments).text;
+    write("in.wav", noise(2, 10000));
+    const std::string line = tool("in.wav out.wav -s 0.7").text;
     EXPECT_NE(line.find("10000 frames in, 14286 out, ideal 14285.71, difference +0.29, "),
               std::string::npos)
         << line;
-    const std::string json = shell("\"$T\" " + arguments + " --json 2>&-").text;
-    EXPECT_NE(
-        json.find("\"input\": \"a\\\"\\\\b\\u000a.wav\", \"output\": \"out.wav\", \"format\": "
-                  "\"s16\", \"rate\": 44100, \"channels\": 2, \"speed\": 0.7, "),
-        std::string::npos)
-        << json;
-    EXPECT_EQ(jsonNumber(json, "framesOut"), 14286.0);
-    EXPECT_NEAR(jsonNumber(json, "difference"), 0.286, 0.001);
-    EXPECT_GT(jsonNumber(json, "realTimeFactor"), 0.0);
+    const Json json = Json::parse(tool("in.wav out.wav -f -s 0.7 --json").text);
+    const Json expected = {{"input", "in.wav"}, {"output", "out.wav"}, {"format", "s16"},
+                           {"rate", 44100},     {"channels", 2},       {"speed", 0.7},
+                           {"framesIn", 10000}, {"framesOut", 14286}};
+    for (const auto& [key, value] : expected.items())
+        EXPECT_EQ(json.at(key), value) << key;
+    EXPECT_NEAR(double(json.at("framesIdeal")), 14285.714, 0.001);
+    EXPECT_NEAR(double(json.at("difference")), 0.286, 0.001);
+    EXPECT_GT(double(json.at("seconds")), 0.0);
+    EXPECT_GT(double(json.at("realTimeFactor")), 0.0);
+}
+
+// A file name is any bytes; where they are no text, JSON has U+FFFD for each.
+TEST_F(ToolTest, JsonHoldsAnyFileName)
+{
+    const std::string replaced = "\uFFFD";
+    const std::pair<std::string, std::string> names[] = {
+        {"a \"quoted\" back\\slash", ""},
+        {"line\nfeed, tab\tand bell\a, \x7f", ""},
+        {"\u00FC \u97F3 \U0001D11E", ""},
+        {"\xFF\xFE!", replaced + replaced + "!"},
+        {"\xC3(", replaced + "("},
+        {"cut \xE2\x82", "cut " + replaced + replaced},
+        {"\xED\xA0\x80", replaced + replaced + replaced}, // half of a surrogate pair
+        {"\xC0\xAF", replaced + replaced},                // overlong
+    };
+    for (const auto& [name, shown] : names) {
+        const std::string& text = shown.empty() ? name : shown;
+        write(name + ".wav", noise(1, 100));
+        std::ofstream(at(name)) << "0 1.5\n";
+        const Result result =
+            tool("'" + name + ".wav' '" + name + ".flac' -m '" + name + "' --json");
+        ASSERT_EQ(result.exitCode, 0) << result.text;
+        const Json json = Json::parse(result.text);
+        EXPECT_EQ(json.at("input"), text + ".wav");
+        EXPECT_EQ(json.at("output"), text + ".flac");
+        EXPECT_EQ(json.at("map"), text);
+    }
 }

@@ -278,7 +278,8 @@ TEST_F(ToolTest, BadSpeedsNameTheRangeBeforeAnyFileIsTouched)
 {
     for (const char* speed : {"nan", "0", "9", "abc", "-1", "inf", "0.1249", "1x", "''"}) {
         const Result result = tool("missing.wav out.wav --speed " + std::string(speed));
-        EXPECT_NE(result.exitCode, 0) << speed;
+        EXPECT_EQ(result.exitCode, 2) << speed;
+        EXPECT_EQ(result.text.find("velora-vsp: --speed: "), 0U) << result.text;
         EXPECT_NE(result.text.find("from 0.125 to 8"), std::string::npos) << result.text;
         EXPECT_EQ(result.text.find("missing.wav"), std::string::npos) << result.text;
     }
@@ -290,6 +291,7 @@ TEST_F(ToolTest, WhatCannotBeDoneIsNamedAndLeavesEverythingAsItWas)
     write("in.wav", tone(440.0, 30000));
     write("old.wav", tone(880.0, 100));
     write("many.wav", tone(440.0, 100, 44100, 33));
+    write("six.wav", tone(440.0, 100, 44100, 6));
     write("low.wav", tone(440.0, 100, 7999));
     write("high.wav", tone(440.0, 100, 192001));
     Sound flac = tone(440.0, 30000);
@@ -317,7 +319,8 @@ TEST_F(ToolTest, WhatCannotBeDoneIsNamedAndLeavesEverythingAsItWas)
         {"cut.flac out.wav", {"cut.flac"}},
         {"stub.wav out.wav", {"stub.wav"}},
         {"empty.wav out.wav", {"empty.wav", "empty"}},
-        {"text.wav out.wav", {"text.wav"}},
+        {"text.wav out.wav", {"text.wav", "no kind of sound file", "--raw"}},
+        {"six.wav out.mp3", {"out.mp3", "6 channel(s)"}},
         {"missing.wav out.wav", {"missing.wav", "No such file"}},
         {"in.wav old.wav", {"old.wav", "exists", "--force"}},
         {"in.wav in.wav --force", {"in.wav", "input"}},

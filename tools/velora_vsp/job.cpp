@@ -35,7 +35,11 @@ bool isCopy(const Options& options)
 std::unique_ptr<SoundReader> openInput(const Options& options)
 {
     std::unique_ptr<SoundReader> reader;
-    if (options.input == kPipe)
+    std::error_code none;
+    const bool isNamedPipe = options.input != kPipe && fs::is_fifo(options.input, none);
+    if (isNamedPipe)
+        takeInputFrom(options.input); // libsndfile would wait for it through any interruption
+    if (options.input == kPipe || isNamedPipe)
         reader = std::make_unique<PipeReader>(options.raw);
     else
         reader = std::make_unique<FileReader>(options.input);

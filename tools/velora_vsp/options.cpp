@@ -39,8 +39,8 @@ constexpr char kFooter[] =
     "At speed 1 the samples come out as they went in.\n"
     "\n"
     "Input: 1 to 32 channels, 8000 to 192000 Hz, any kind of file that libsndfile reads; WAV\n"
-    "with integer or float samples from a pipe. --raw says what a pipe holds if not WAV, at\n"
-    "either end: u8, s16, s24 (3 bytes), s24in32 (the low 3 of 4), s32, f32 or f64, interleaved\n"
+    "with integer or float samples from a pipe, named or not. --raw says what - is if not WAV,\n"
+    "in or out: u8, s16, s24 (3 bytes), s24in32 (the low 3 of 4), s32, f32 or f64, interleaved\n"
     "and little-endian.";
 
 std::string checkSpeed(const std::string& text)
@@ -133,6 +133,10 @@ Options readOptions(int argc, const char* const* argv)
     app.add_flag("--json", options.json, "Sum up in JSON (on standard error if OUT is -)");
     app.add_flag("-q,--quiet", options.quiet, "Say nothing but errors");
     app.set_version_flag("--version", engineVersion, "Print the engine's version and exit");
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return "velora-vsp: " + std::string(error.what()) +
+               "\nTo see how it is used: velora-vsp --help\n";
+    });
     try {
         app.parse(argc, argv);
         const auto require = [](bool holds, const char* problem) {

@@ -74,10 +74,13 @@ FileReader::FileReader(const std::filesystem::path& path) : name(path)
     if (file == nullptr) {
         std::error_code error;
         const bool isEmpty = std::filesystem::file_size(path, error) == 0;
+        const bool isUnknown = sf_error(nullptr) == SF_ERR_UNRECOGNISED_FORMAT;
         throw FileError(name, error     ? "can't be opened: " + error.message()
                               : isEmpty ? "is empty: a sound file is needed"
-                                        : std::string("can't be read as a sound file: ") +
-                                              sf_strerror(nullptr));
+                              : isUnknown
+                                  ? "is no kind of sound file that is known here (samples without "
+                                    "a header go in through -, with --raw)"
+                                  : std::string("can't be read: ") + sf_strerror(nullptr));
     }
     refuseCutData();
 }
@@ -117,9 +120,9 @@ FileWriter::FileWriter(const std::filesystem::path& outputName,
     SF_INFO opened = info;
     file.reset(sf_open(path.c_str(), SFM_WRITE, &opened));
     if (file == nullptr)
-        throw FileError(name, "can't be written: " + std::string(sf_strerror(nullptr)) + " (" +
-                                  std::to_string(info.samplerate) + " Hz, " +
-                                  std::to_string(info.channels) + " channel(s))");
+        throw FileError(name, "can't be written with " + std::to_string(info.channels) +
+                                  " channel(s) at " + std::to_string(info.samplerate) +
+                                  " Hz: " + sf_strerror(nullptr));
     sf_command(file.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }
 

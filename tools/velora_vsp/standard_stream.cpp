@@ -1,7 +1,6 @@
 #include "standard_stream.h"
 
 #include <cerrno>
-#include <string>
 #include <system_error>
 
 #include <fcntl.h>
@@ -15,22 +14,31 @@ namespace {
 
 // What a signal has cut short is done again, unless the signal was meant to stop us.
 template <class Call>
-ssize_t untilDone(Call call)
+auto untilDone(Call call)
 {
     for (;;) {
         throwIfInterrupted();
-        const ssize_t result = call();
+        const auto result = call();
         if (result >= 0 || errno != EINTR)
             return result;
     }
 }
 
-[[noreturn]] void fail(const char* name, const char* problem)
+[[noreturn]] void fail(const std::string& name, const char* problem)
 {
     throw FileError(name, problem + std::generic_category().message(errno));
 }
 
 } // namespace
+
+void takeInputFrom(const std::string& pipe)
+{
+    const int opened = untilDone([&] { return open(pipe.c_str(), O_RDONLY); });
+    if (opened < 0 || dup2(opened, STDIN_FILENO) < 0)
+        fail(pipe, "can't be opened: ");
+    if (opened != STDIN_FILENO)
+        close(opened);
+}
 
 size_t readInput(void* to, size_t bytes)
 {

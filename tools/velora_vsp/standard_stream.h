@@ -2,12 +2,16 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 constexpr char kStandardInput[] = "standard input"; // as messages call it
 constexpr char kStandardOutput[] = "standard output";
 
 /// Thrown when nobody reads the output any more.
 struct ReaderGone {};
+
+/// Makes a named pipe the standard input. Throws FileError, or Interrupted.
+void takeInputFrom(const std::string& pipe);
 
 /// Reads until `bytes` are there; fewer only at the end. Throws FileError, or Interrupted.
 size_t readInput(void* to, size_t bytes);
