@@ -18,10 +18,10 @@
 /// frame 0, and sounds media frame 0.
 ///
 /// Sound: at speed 1.0 samples pass untouched, bit for bit and at once. At other speeds the pitch
-/// stays; sound is 16 bits wide and is limited to full scale. Speeds below 0.5 are dull and
-/// quieter: a low-pass at 2 kHz and a gain of -13 dB. A change of speed is heard at the very next
-/// frame that comes out, or where it was planned: through a fade of a few milliseconds from or to
-/// 1.0 and between speeds up to 0.5 and above it, else without one.
+/// stays; sound is 16 bits wide, limited to full scale, and "not a number" is silence. Speeds below
+/// 0.5 are dull and quieter: a low-pass at 2 kHz and a gain of -13 dB. A change of speed is heard
+/// at the very next frame that comes out, or where it was planned: through a fade of a few
+/// milliseconds from or to 1.0 and between speeds up to 0.5 and above it, else without one.
 ///
 /// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. A click sounds within 1.4 hops of
 /// where the time map puts it, below speed 0.5 within a hop of media time, mostly late. Above 1.0
@@ -93,8 +93,9 @@ public:
     int channels() const { return self->sound.channels; }
 
     /// Sets the speed: 2.0 is twice as fast. Takes effect with the next frame that comes out;
-    /// between speeds that need no fade (see above), two hops later. Ends what was planned. Of
-    /// several calls without a process between them the last one counts.
+    /// between speeds that need no fade (see above), some two hops later. Ends what was planned. Of
+    /// several calls without a process between them the last one counts. After flush it still
+    /// changes the speed of the rest.
     /// @throws std::invalid_argument outside 0.125 to 8 or for "not a number"; std::bad_alloc. The
     ///         stream then goes on as it was.
     void setSpeed(double speed)
@@ -112,10 +113,10 @@ public:
         schedule.replan(map.size() - 1, self->sound);
     }
 
-    /// Plans a change of speed: from media frame `mediaFrame` on, to the frame of output. Plan in
-    /// order of time, as far ahead as is known: what was planned from there on is dropped. Where
-    /// the change comes too late, this is setSpeed: between speeds that need no fade, later than
-    /// two hops of output and five of media before that frame comes out, else once it has come out.
+    /// Plans a change of speed from media frame `mediaFrame` on, exact to the frame of output. Plan
+    /// in order of time, as many as are known: what was planned from there on is dropped. A ramp is
+    /// many small steps. A plan that comes too late is setSpeed: never, as long as `mediaFrame` is
+    /// five hops ahead of the input.
     /// @returns the output frame from which the speed holds
     /// @throws  as setSpeed
     std::int64_t setSpeedAt(std::int64_t mediaFrame, double speed)
@@ -158,7 +159,8 @@ public:
         return run(planar(in), frames, planar(out), room);
     }
 
-    /// These append to `out` all that comes out, and return how many frames that is.
+    /// These append to `out` all that comes out, and return how many frames that is. A last frame
+    /// that `in` doesn't hold whole is left out.
     std::size_t process(const Sample* in, std::size_t frames, std::vector<Sample>& out)
     {
         const std::size_t before = out.size();

@@ -12,9 +12,9 @@
  * output frame 0, and sounds media frame 0. What comes out doesn't depend on how input is cut into
  * blocks.
  *
- * Errors: a negative result is a velora_error; nothing then has happened. No C++ exception leaves
- * a call. A null handle is VELORA_ERROR_ARGUMENT (or does nothing, where there is no error to
- * return).
+ * Errors: a negative result is a velora_error (but a position, in the last two calls); nothing then
+ * has happened. No C++ exception leaves a call. A null handle is VELORA_ERROR_ARGUMENT (or does
+ * nothing, where there is no error to return).
  *
  * Threads: a stream is driven by one thread at a time; different streams are independent.
  * velora_error_text and velora_vsp_version may be called anywhere.
@@ -63,7 +63,7 @@ enum velora_pitch {
 /* A static text that says what is wrong and what would be right; not to be freed. */
 VELORA_C_API const char* velora_error_text(int error);
 
-/* "3.16.0": the version of the library. */
+/* Such as "3.16.0": the version of the library. */
 VELORA_C_API const char* velora_vsp_version(void);
 
 /* Makes a stream at speed 1.0. On an error *stream is set to null.
@@ -125,7 +125,7 @@ VELORA_C_API int64_t velora_stream_hop_frames(const velora_stream* stream);
 /* The output frame from which `speed` holds if it is set now; VELORA_ERROR_SPEED out of range. */
 VELORA_C_API int64_t velora_stream_change_frame(const velora_stream* stream, double speed);
 /* The media frame that an output frame sounds, and back, to the nearest; right across changes of
- * speed. Results may be negative: for positions before the start, and a null handle gives 0. */
+ * speed. A negative result is a position before the start, no error; a null handle gives 0. */
 VELORA_C_API int64_t velora_stream_media_frame_of(const velora_stream* stream,
                                                   int64_t output_frame);
 VELORA_C_API int64_t velora_stream_output_frame_of(const velora_stream* stream,

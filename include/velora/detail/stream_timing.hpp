@@ -356,6 +356,7 @@ struct Schedule {
                 sound.leave(joinOutput);
             joined = false;
         }
+        now.segment = std::min(now.segment, index); // its own may be among the dropped ones
         if (late)
             plan(index, sound);
         else if (!joining)
