@@ -229,7 +229,7 @@ public:
 
     // ---- Queries ----
     // None changes anything or allocates; all allow for what is inside and for a speed just set.
-    // Counts of frames beyond kMostFrames are taken as that; positions stay within 2^61.
+    // Counts of frames beyond kMostFrames are taken as that; positions stay within 2^56.
 
     static constexpr std::size_t kMostFrames = std::size_t(1) << 28;
 
@@ -322,7 +322,7 @@ private:
         std::int64_t inputAtEnd = 0; // without the silence that flush adds
     };
 
-    static constexpr std::int64_t kFarthest = std::int64_t(1) << 61;
+    static constexpr std::int64_t kFarthest = std::int64_t(1) << 56;
 
     static std::int64_t toFrame(double position)
     {

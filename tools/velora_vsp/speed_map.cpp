@@ -1,8 +1,10 @@
 #include "speed_map.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <limits>
 #include <sstream>
@@ -48,7 +50,7 @@ std::vector<Point> readPoints(const fs::path& name)
 {
     std::ifstream file(name);
     if (!file)
-        throw FileError(name, "can't be opened");
+        throw FileError(name, std::string("can't be opened: ") + std::strerror(errno));
     std::vector<Point> points;
     int lineNumber = 0;
     for (std::string line; std::getline(file, line);) {

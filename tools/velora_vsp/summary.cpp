@@ -1,5 +1,6 @@
 #include "summary.h"
 
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 
@@ -83,10 +84,13 @@ std::string quoted(const std::string& text)
 
 std::string closingLine(const Summary& summary)
 {
+    // To hundredths, and 0 without a sign.
+    const double difference =
+        std::round(100.0 * (double(summary.framesOut) - summary.framesIdeal)) / 100.0 + 0.0;
     return format("%lld frames in, %lld out, ideal %.2f, difference %+.2f, %.1f × real time",
                   static_cast<long long>(summary.framesIn),
-                  static_cast<long long>(summary.framesOut), summary.framesIdeal,
-                  double(summary.framesOut) - summary.framesIdeal, realTimeFactor(summary));
+                  static_cast<long long>(summary.framesOut), summary.framesIdeal, difference,
+                  realTimeFactor(summary));
 }
 
 std::string json(const Summary& summary, const Options& options)
