@@ -4,13 +4,19 @@
 #include <cstdlib>
 #include <initializer_list>
 
+#include <unistd.h>
+
 namespace {
 
 volatile std::sig_atomic_t pendingSignal = 0;
 
+// A signal may come just before a call that waits, and wouldn't end it: so alarms follow until the
+// process has ended.
 void noteSignal(int signal)
 {
-    pendingSignal = signal;
+    if (signal != SIGALRM)
+        pendingSignal = signal;
+    alarm(1);
 }
 
 } // namespace
@@ -25,6 +31,7 @@ void catchInterruptions()
         if (before.sa_handler == SIG_IGN)
             sigaction(signal, &before, nullptr);
     }
+    sigaction(SIGALRM, &note, nullptr);
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
 }
