@@ -31,8 +31,8 @@ Velora_VSP::Velora_VSP(const KernelTable& table) : kernels(table)
 Velora_VSP::~Velora_VSP()
 {
     bqActive = false;
-    delete bqA;
-    delete bqB;
+    Velora_BQ_Factory::Destroy(bqA);
+    Velora_BQ_Factory::Destroy(bqB);
     dropConverter();
 }
 
@@ -72,7 +72,7 @@ void Velora_VSP::Velora_VSP_Call_InitSetPar_Apply()
 Velora_BQ* Velora_VSP::createFilter()
 {
     try {
-        return new Velora_BQ;
+        return static_cast<Velora_BQ*>(Velora_BQ_Factory::Create()); // it makes no others
     } catch (const std::bad_alloc&) {
         return nullptr; // slow speeds then go unfiltered
     }

@@ -218,7 +218,7 @@ VSP_INLINE I32x4 loadFrameTwice(const Frame* p, I32x4)
 {
     int32_t frame;
     __builtin_memcpy(&frame, p, sizeof frame);
-    return {vshll_n_s16(vreinterpret_s16_s32(vdup_n_s32(frame)), bits)};
+    return shiftLeft<bits>(I32x4{vmovl_s16(vreinterpret_s16_s32(vdup_n_s32(frame)))});
 }
 VSP_INLINE I32x4 lowHalfTwice(I32x4 a)
 {
