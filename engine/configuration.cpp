@@ -43,9 +43,10 @@ void resetRing(T* (&ring)[rows], T (&storage)[rows][columns])
         ring[i] = storage[i];
 }
 
-void clearPhases(ComplexShort (&phasors)[kBins])
+template <size_t n>
+void clearPhases(ComplexShort (&phasors)[n])
 {
-    std::fill(phasors, phasors + kBins, kPhaseZero);
+    std::fill(phasors, phasors + n, kPhaseZero);
 }
 
 } // namespace

@@ -16,6 +16,7 @@
 
 #include "convert/half_band.h"
 #include "fft/fft.h"
+#include "fixed/cache_line.h"
 #include "fixed/complex.h"
 #include "fixed/fixed.h"
 #include "fixed/frame.h"
@@ -161,6 +162,13 @@ private:
     // A limited call may have to carry all that it makes.
     static constexpr int kCarryFrames = vsp::kSlowestRatio * vsp::kPieceFrames;
 
+    // A row of bins, and unused ones up to the next cache line: 16 values of 4 bytes fill one.
+    static constexpr int kRowBins = (vsp::kBins + 15) / 16 * 16;
+    using MagnitudeRow = int32_t[kRowBins];
+    using PhasorRow = vsp::ComplexShort[kRowBins];
+    using SpectrumRow = vsp::ComplexInt[kRowBins];
+    static_assert(sizeof(MagnitudeRow) % vsp::kLine == 0 && sizeof(PhasorRow) % vsp::kLine == 0);
+
     const vsp::KernelTable& kernels; // the hot loops, for this machine
 
     // ---- Buffered front end: caller frames waiting for a whole chunk ----
@@ -175,40 +183,40 @@ private:
     int32_t bufSampleRate = 44100;                      // settings: caller's rate, Hz
 
     // ---- Conversion: one piece between the caller's form and the engine's ----
-    int32_t rateShift = 0;                    // settings: log2 of caller's rate / working rate
-    vsp::Frame mqIn[vsp::kPieceFrames];       // this piece: input at the working rate
-    vsp::Frame mqOut[kMqOutFrames];           // this hop: output at the working rate
-    vsp::Frame uhqInStage[vsp::kPieceFrames]; // this piece: 16-bit input at the caller's rate
-    vsp::Frame uhqOutStage[kOutStageFrames];  // this hop: 16-bit output at the caller's rate
-    vsp::DecimatorState dsState[2];           // history: [channel], stage at the caller's rate
-    vsp::HalfBandState usState[2];            // history: [channel], stage from the working rate
-    vsp::DecimatorState dsState2[2];          // history: [channel], second stage at rateShift 2
-    vsp::HalfBandState usState2[2];           // history: [channel], second stage at rateShift 2
+    int32_t rateShift = 0; // settings: log2 of caller's rate / working rate
+    alignas(vsp::kLine) vsp::Frame mqIn[vsp::kPieceFrames]; // this piece: input at the working rate
+    alignas(vsp::kLine) vsp::Frame mqOut[kMqOutFrames];     // this hop: output at the working rate
+    alignas(vsp::kLine) vsp::Frame uhqInStage[vsp::kPieceFrames]; // this piece: at caller's rate
+    alignas(vsp::kLine) vsp::Frame uhqOutStage[kOutStageFrames];  // this hop: at caller's rate
+    vsp::DecimatorState dsState[2];  // history: [channel], stage at the caller's rate
+    vsp::HalfBandState usState[2];   // history: [channel], stage from the working rate
+    vsp::DecimatorState dsState2[2]; // history: [channel], second stage at rateShift 2
+    vsp::HalfBandState usState2[2];  // history: [channel], second stage at rateShift 2
 
     // ---- Band split ----
-    int32_t splitState[2][7];                 // history: [channel] delays, four times the value
-    int32_t interpState[2][6];                // history: [channel] delays, four times the value
-    vsp::Frame hpBuf[5][vsp::kMaxHop];        // storage of hpRing
-    vsp::Frame* hpRing[5];                    // history: high band of each input hop, [4] newest
-    vsp::Frame hpSegBuf[4][2 * vsp::kMaxHop]; // storage of hpSegRing
-    vsp::Frame* hpSegRing[4];       // history: two hops for each synthesis frame, [3] newest
-    vsp::Frame hpOut[vsp::kMaxHop]; // this synthesis frame: high band
+    int32_t splitState[2][7];  // history: [channel] delays, four times the value
+    int32_t interpState[2][6]; // history: [channel] delays, four times the value
+    alignas(vsp::kLine) vsp::Frame hpBuf[5][vsp::kMaxHop]; // storage of hpRing
+    vsp::Frame* hpRing[5]; // history: high band of each input hop, [4] newest
+    alignas(vsp::kLine) vsp::Frame hpSegBuf[4][2 * vsp::kMaxHop]; // storage of hpSegRing
+    vsp::Frame* hpSegRing[4]; // history: two hops for each synthesis frame, [3] newest
+    alignas(vsp::kLine) vsp::Frame hpOut[vsp::kMaxHop]; // this synthesis frame: high band
     // This hop: into the analysis, then out of the synthesis; a shorter hop leaves the rest as it
     // was.
-    vsp::Frame lowBandFrame[vsp::kLowHop] = {};
+    alignas(vsp::kLine) vsp::Frame lowBandFrame[vsp::kLowHop] = {};
 
     // ---- Analysis: partial spectra of the last hops and their sum ----
-    vsp::ComplexInt partSpBuf[2][5][vsp::kBins]; // storage of partSpRing
-    vsp::ComplexInt* partSpRing[2][5];           // history: [channel][age], [4] newest
-    vsp::ComplexInt partSpSum[2][vsp::kBins];    // history: spectrum of the unwindowed frame
-    vsp::ComplexInt spectrum[2][vsp::kBins];     // this hop: analysis first, then synthesis
-    int32_t fftRe[vsp::kFftN];                   // work space of the transforms
-    int32_t fftIm[vsp::kFftN];
+    alignas(vsp::kLine) SpectrumRow partSpBuf[2][5]; // storage of partSpRing
+    vsp::ComplexInt* partSpRing[2][5];               // history: [channel][age], [4] newest
+    alignas(vsp::kLine) SpectrumRow partSpSum[2];    // history: spectrum of the unwindowed frame
+    alignas(vsp::kLine) SpectrumRow spectrum[2];     // this hop: analysis first, then synthesis
+    alignas(vsp::kLine) int32_t fftRe[vsp::kFftN];   // work space of the transforms
+    alignas(vsp::kLine) int32_t fftIm[vsp::kFftN];
 
     // ---- Magnitudes and unit phasors of the last four analysis frames ----
-    int32_t magBuf[2][4][vsp::kBins];              // storage of magRing
+    alignas(vsp::kLine) MagnitudeRow magBuf[2][4]; // storage of magRing
     int32_t* magRing[2][4];                        // history: [channel][age], [3] newest
-    vsp::ComplexShort phasorBuf[2][4][vsp::kBins]; // storage of phasorRing
+    alignas(vsp::kLine) PhasorRow phasorBuf[2][4]; // storage of phasorRing
     vsp::ComplexShort* phasorRing[2][4];           // history: Q14, [channel][age], [3] newest
 
     // ---- Onsets ----
@@ -227,13 +235,13 @@ private:
                                        // the phase reset is due
 
     // ---- Synthesis ----
-    int32_t interpMag[2][vsp::kBins];              // history: last interpolated magnitudes
-    vsp::ComplexShort phaseAdvance[2][vsp::kBins]; // this hop: rotation over one hop, Q14
-    vsp::ComplexShort synthPhasor[2][vsp::kBins];  // history: running phases, Q14
-    int16_t peakList[vsp::kMaxPeaks];              // this synthesis frame
-    vsp::ComplexInt synthWinBuf[2][4][vsp::kBins]; // storage of synthWinRing
+    alignas(vsp::kLine) MagnitudeRow interpMag[2];        // history: last interpolated magnitudes
+    alignas(vsp::kLine) PhasorRow phaseAdvance[2];        // this hop: rotation over one hop, Q14
+    alignas(vsp::kLine) PhasorRow synthPhasor[2];         // history: running phases, Q14
+    alignas(vsp::kLine) int16_t peakList[vsp::kMaxPeaks]; // this synthesis frame
+    alignas(vsp::kLine) SpectrumRow synthWinBuf[2][4];    // storage of synthWinRing
     vsp::ComplexInt* synthWinRing[2][4]; // history: windowed spectra, [channel][age], [3] newest
-    vsp::ComplexInt synthSum[2][vsp::kBins]; // history: overlap-add of the last four
+    alignas(vsp::kLine) SpectrumRow synthSum[2]; // history: overlap-add of the last four
 
     // ---- What the configuration decides ----
     const int16_t* splitCoeffs = nullptr;  // settings: Q14
@@ -251,7 +259,7 @@ private:
     int32_t carryCount = 0;              // history: frames in carryBuf
     int32_t outputLimit = vsp::kNoLimit; // next scheduler run: hops of the pipeline beyond it,
                                          // carried frames included, go to carryBuf
-    vsp::Frame carryBuf[kCarryFrames];   // history: frames beyond the limit of the last call
+    alignas(vsp::kLine) vsp::Frame carryBuf[kCarryFrames]; // history: frames beyond the last limit
 
     // ---- Prediction: a copy of the frame clock, run ahead ----
     float simClock = 1.0f;

@@ -17,8 +17,8 @@ void Velora_VSP::Velora_VSP_partIFFT(Frame* out, ComplexInt* specL, ComplexInt* 
 
 void Velora_VSP::Velora_VSP_IFFT_PartSp(Frame* out, ComplexInt* sumL, ComplexInt* sumR)
 {
-    alignas(64) int32_t re[kLowHop];
-    alignas(64) int32_t im[kLowHop];
+    alignas(kLine) int32_t re[kLowHop];
+    alignas(kLine) int32_t im[kLowHop];
     kernels.mergeChannels(fftRe, fftIm, sumL, sumR);
     kernels.fftFirstQuarter(re, im, fftRe, fftIm);
     kernels.scaleOutput(out, re, im);

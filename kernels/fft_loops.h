@@ -4,6 +4,7 @@
 
 #include "fft/fft.h"
 #include "fft/twiddles.h"
+#include "fixed/cache_line.h"
 #include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {
@@ -247,8 +248,8 @@ void lastPassFirstQuarter(int32_t* outRe, int32_t* outIm, const int32_t* re, con
 template <class V>
 void fft512(int32_t* re, int32_t* im)
 {
-    alignas(64) int32_t workRe[kFftN];
-    alignas(64) int32_t workIm[kFftN];
+    alignas(kLine) int32_t workRe[kFftN];
+    alignas(kLine) int32_t workIm[kFftN];
     __builtin_memcpy(workRe, re, sizeof workRe);
     __builtin_memcpy(workIm, im, sizeof workIm);
     firstPass<V>(workRe, workIm);
@@ -259,8 +260,8 @@ void fft512(int32_t* re, int32_t* im)
 template <class V>
 void fftOfHop(int32_t* re, int32_t* im, const Frame* in)
 {
-    alignas(64) int32_t workRe[kFftN];
-    alignas(64) int32_t workIm[kFftN];
+    alignas(kLine) int32_t workRe[kFftN];
+    alignas(kLine) int32_t workIm[kFftN];
     firstPassOfHop<V>(workRe, workIm, in);
     middlePass<V>(workRe, workIm);
     lastPass<V>(re, im, workRe, workIm);

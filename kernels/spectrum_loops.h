@@ -3,6 +3,7 @@
 
 #include "fft/fft.h"
 #include "fft/magnitude_phase.h"
+#include "fixed/cache_line.h"
 #include "kernels/vector_scalar.h"
 #include "vocoder/bands.h"
 
@@ -119,7 +120,7 @@ void Velora_VSP_PartSp_AnalysisSum(ComplexInt* out, ComplexInt* sum, const Compl
 template <class V>
 void Velora_VSP_PartSp_SynthesisSum(ComplexInt* sum, ComplexInt* slot, const ComplexInt* spec)
 {
-    ComplexInt windowed[kBins];
+    alignas(kLine) ComplexInt windowed[kBins];
     hannWindow<V>(windowed, spec);
     const int32_t* const entering = words(windowed);
     int32_t* const leaving = words(slot);

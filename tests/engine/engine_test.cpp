@@ -299,4 +299,12 @@ TEST(Factory, TakesNullAndNamesItsVersion)
     EXPECT_EQ(before, "Velora VSP ver. 3.16a Cppref (arm-v8 64bit). Release: 2016.6.1");
 }
 
+// Several at a time, since a single one may stand right by chance.
+TEST(Factory, GivesEnginesThatBeginOnACacheLineAndFitInto320KiB)
+{
+    EXPECT_LE(sizeof(Velora_VSP), 320u * 1024u);
+    for (const EngineProbe& probe : std::vector<EngineProbe>(5))
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(probe.engine.get()) % vsp::kLine, 0u);
+}
+
 } // namespace

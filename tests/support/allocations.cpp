@@ -31,12 +31,30 @@ void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
     return std::malloc(bytes);
 }
 
+void* operator new(std::size_t bytes, std::align_val_t alignment)
+{
+    ++count;
+    if (void* memory = std::aligned_alloc(std::size_t(alignment), bytes))
+        return memory;
+    throw std::bad_alloc();
+}
+
 void operator delete(void* memory) noexcept
 {
     std::free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::align_val_t) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept
 {
     std::free(memory);
 }
