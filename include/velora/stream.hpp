@@ -19,9 +19,10 @@
 ///
 /// Sound: at speed 1.0 samples pass untouched, bit for bit and at once. At other speeds the pitch
 /// stays; sound is 16 bits wide, limited to full scale, and "not a number" is silence. Speeds below
-/// 0.5 are dull and quieter: a low-pass at 2 kHz and a gain of -13 dB. A change of speed is heard
-/// at the very next frame that comes out, or where it was planned: through a fade of a few
-/// milliseconds from or to 1.0 and between speeds up to 0.5 and above it, else without one.
+/// 0.5 are dull and quieter: a low-pass at 2 kHz (1 kHz at rates above 48000 Hz, 0.5 above 96000)
+/// and a gain of -13 dB. A change of speed is heard at the very next frame that comes out, or where
+/// it was planned: through a fade of a few milliseconds from or to 1.0 and between speeds up to 0.5
+/// and above it, in which a tone may dip by 6 dB and more, else without one.
 ///
 /// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. A click sounds within 1.4 hops of
 /// where the time map puts it, below speed 0.5 within a hop of media time, mostly late. Above 1.0
@@ -77,7 +78,9 @@ public:
     ///                    22050, 24000, 32000, 44100, 48000, 64000, 88200, 96000, 128000, 176400
     ///                    and 192000.
     /// @param channels    1 to 32. All stay in step whatever they carry: an onset found in one pair
-    ///                    (1 and 2, 3 and 4, ...) counts for all.
+    ///                    (1 and 2, 3 and 4, ...) counts for all. Only where an onset in one pair
+    ///                    comes up to 75 ms before one that all share may the latter be up to 2.5
+    ///                    hops apart.
     /// @param pitch       what speeds 0.5, 0.25 and 0.125 do to it
     /// @throws std::invalid_argument for a rate or channels out of range; std::bad_alloc
     Stream(int sampleRate, int channels, Pitch pitch = Pitch::keep)
@@ -92,10 +95,10 @@ public:
     int sampleRate() const { return self->sound.rate.sampleRate; } ///< Hz
     int channels() const { return self->sound.channels; }
 
-    /// Sets the speed: 2.0 is twice as fast. Takes effect with the next frame that comes out;
-    /// between speeds that need no fade (see above), some two hops later. Ends what was planned. Of
-    /// several calls without a process between them the last one counts. After flush it still
-    /// changes the speed of the rest.
+    /// Sets the speed: 2.0 is twice as fast. Takes effect with the next frame that comes out,
+    /// behind those that wait inside for room; between speeds that need no fade (see above), some
+    /// two hops later. Ends what was planned. Of several calls without a process between them the
+    /// last one counts. After flush it still changes the speed of the rest.
     /// @throws std::invalid_argument outside 0.125 to 8 or for "not a number"; std::bad_alloc. The
     ///         stream then goes on as it was.
     void setSpeed(double speed)
@@ -117,7 +120,7 @@ public:
     /// in order of time, as many as are known: what was planned from there on is dropped. A ramp is
     /// many small steps. A plan that comes too late is setSpeed: never, as long as `mediaFrame` is
     /// five hops ahead of the input.
-    /// @returns the output frame from which the speed holds
+    /// @returns the first output frame at which the speed holds
     /// @throws  as setSpeed
     std::int64_t setSpeedAt(std::int64_t mediaFrame, double speed)
     {
@@ -126,7 +129,7 @@ public:
         detail::Schedule& schedule = self->schedule;
         const double media = fromStart(mediaFrame);
         const double output = map.outputAt(media);
-        if (output < double(schedule.firstTurn(voice, output))) {
+        if (std::ceil(output) < double(schedule.firstTurn(voice, output))) {
             const std::int64_t now = schedule.changeFrame(voice);
             setSpeed(speed);
             return now;

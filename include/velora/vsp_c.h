@@ -77,8 +77,9 @@ VELORA_C_API void velora_stream_destroy(velora_stream* stream);
  * out, or two hops later between speeds that need no fade. Ends what was planned. May allocate. */
 VELORA_C_API int velora_stream_set_speed(velora_stream* stream, double speed);
 /* Plans a change of speed from a media frame on, to the frame of output. Plan in order of time, as
- * far ahead as is known; too late, it is velora_stream_set_speed. May allocate. Returns the output
- * frame from which the speed holds. */
+ * far ahead as is known; too late, it is velora_stream_set_speed: never, as long as `media_frame`
+ * is five hops ahead of the input. May allocate. Returns the first output frame at which the speed
+ * holds. */
 VELORA_C_API int64_t velora_stream_set_speed_at(velora_stream* stream, int64_t media_frame,
                                                 double speed);
 /* The speed last set or planned; 0 for a null handle. */

@@ -525,6 +525,27 @@ TEST(Stream, FollowsAPlanToTheFrame)
         }
 }
 
+TEST(Stream, APlanForTheSameFrameReplacesTheOneBefore)
+{
+    const auto in = noise<float>(48000, 0.3, 22);
+    for (const double first : {1.0, 0.3, 0.9})
+        for (const double second : {1.0, 0.3, 0.9, 1.25})
+            for (const std::int64_t later : {0, 1}) {
+                Stream<float> stream(48000, 1);
+                stream.setSpeed(0.8);
+                std::vector<float> out;
+                stream.process(in.data(), 20000, out);
+                stream.setSpeedAt(40001, first);
+                stream.setSpeedAt(40001 + later, second);
+                EXPECT_EQ(stream.mediaFrameOf(50001), 40001);
+                stream.process(in.data() + 20000, 28000, out);
+                stream.flush(out);
+                const double exact =
+                    40001 / 0.8 + double(later) / first + double(48000 - 40001 - later) / second;
+                EXPECT_NEAR(double(out.size()), exact, 1.0) << first << ", " << second;
+            }
+}
+
 // Planned or set at the same place, the sound is the same; a late plan is a change at once.
 TEST(Stream, PlannedChangesSoundLikeSetOnes)
 {
