@@ -1,6 +1,5 @@
 #include "play.h"
 
-#include <algorithm>
 #include <vector>
 
 #include "interruption.h"
@@ -9,7 +8,7 @@
 
 namespace {
 
-constexpr int kBlockFrames = 8192; // whole hops at every rate
+constexpr int kBlockFrames = 8192;
 
 template <class Format>
 void playAs(SoundReader& reader, SoundWriter& writer, Samples samples, const SpeedMap& map,
