@@ -9,7 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tool/tool_runner.h"
+#include "tools/velora_vsp/tool_runner.h"
 
 namespace {
 

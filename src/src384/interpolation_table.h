@@ -1,4 +1,4 @@
-// Written by src384/make_filter.py, which has the formula.
+// Written by src/src384/make_filter.py, which has the formula.
 #pragma once
 
 #include <cstdint>

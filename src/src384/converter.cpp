@@ -5,7 +5,7 @@
 // low-pass impulse response at its distance from that instant. That response is 1 at its own sample
 // and 0 at all others, so at the instants of the input frames the input passes through unchanged.
 // Everything is integer arithmetic: the same output to the bit on every machine.
-#include "velora/src384.h"
+#include <velora/src384.h>
 
 #include "interpolation_table.h"
 

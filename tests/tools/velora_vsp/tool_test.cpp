@@ -8,7 +8,7 @@
 #include <numbers>
 #include <random>
 
-#include "tool/tool_runner.h"
+#include "tools/velora_vsp/tool_runner.h"
 
 namespace fs = std::filesystem;
 

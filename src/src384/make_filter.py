@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes src384/interpolation_table.h, the converter's low-pass. Usage: src384/make_filter.py > src384/interpolation_table.h
+"""Writes src/src384/interpolation_table.h, the converter's low-pass. Usage: src/src384/make_filter.py > src/src384/interpolation_table.h
 
 A sinc with its zeros on the input samples, under a Kaiser window of 32 input samples to either side:
 
@@ -54,7 +54,7 @@ table[0] = ONE
 for phase in range(1, GRID // 2 + 1):
     quantise_phase(table, phase)
 
-print("// Written by src384/make_filter.py, which has the formula.")
+print("// Written by src/src384/make_filter.py, which has the formula.")
 print("#pragma once")
 print()
 print("#include <cstdint>")
