@@ -9,10 +9,10 @@
 
 #include <benchmark/benchmark.h>
 
-#include "fft/fft.h"
+#include "kernels/band_split.h"
 #include "kernels/kernel_table.h"
-#include "vocoder/band_split.h"
-#include "vocoder/peak_locking.h"
+#include "kernels/peaks.h"
+#include "kernels/sizes.h"
 
 namespace {
 

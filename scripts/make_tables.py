@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the FFT's twiddle factors. Usage: scripts/make_tables.py > src/fft/twiddle_table.inc"""
+"""Writes the FFT's twiddle factors. Usage: scripts/make_tables.py > src/kernels/twiddle_table.inc"""
 import math
 
 

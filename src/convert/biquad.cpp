@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include "kernels/kernel_table.h"
-
 namespace vsp {
 namespace {
 

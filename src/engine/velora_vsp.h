@@ -14,21 +14,19 @@
 #include <velora/src384.h>
 #include <velora/vsp.h>
 
-#include "convert/half_band.h"
-#include "fft/fft.h"
+#include "convert/biquad.h"
 #include "fixed/cache_line.h"
 #include "fixed/complex.h"
 #include "fixed/fixed.h"
 #include "fixed/frame.h"
+#include "kernels/band_split.h"
 #include "kernels/kernel_table.h"
-#include "vocoder/band_split.h"
-#include "vocoder/bands.h"
-#include "vocoder/peak_locking.h"
+#include "kernels/peaks.h"
+#include "kernels/sizes.h"
 
 namespace vsp {
 
 inline constexpr int kPieceFrames = 2048; // most caller frames converted and scheduled at a time
-inline constexpr int kLowHop = 128;       // low-band frames of a hop
 inline constexpr int kMaxHop = 512;       // working-rate frames
 inline constexpr int kSlowestRatio = 8;   // most synthesis hops from one analysis hop
 inline constexpr int kNoLimit = INT_MAX;

@@ -3,7 +3,7 @@
 
 #define VSP_KERNEL_SET exported
 
-#include "fft/fft.h"
+#include "kernels/sizes.h"
 
 #include <atomic>
 #include <utility>
@@ -51,7 +51,7 @@ void radix4(Complex<I32x1> (&x)[4], const Twiddle* tA, const Twiddle* tB)
 void reorder(int32_t* re, int32_t* im, int log2N)
 {
     for (int p = 0; p < 1 << log2N; ++p) {
-        const int r = fftBitRev[std::size_t(p)] >> (kMaxLog2N - log2N);
+        const int r = fftBitRev[std::size_t(p)] >> (kFftLog2N - log2N);
         if (r > p) {
             std::swap(re[p], re[r]);
             std::swap(im[p], im[r]);
@@ -87,7 +87,7 @@ void transform(int32_t* re, int32_t* im, int log2N)
 
 void Velora_FFT_NEON_Init(int n)
 {
-    if (n >= 5 && n <= kMaxLog2N)
+    if (n >= 5 && n <= kFftLog2N)
         fftLog2N.store(n, std::memory_order_relaxed);
 }
 

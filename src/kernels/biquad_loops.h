@@ -4,7 +4,7 @@
 
 #include <type_traits>
 
-#include "convert/biquad.h"
+#include "kernels/biquad_section.h"
 #include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {

@@ -2,9 +2,9 @@
 // bit-reversed order and so stores the result in natural order, without a walk of its own.
 #pragma once
 
-#include "fft/fft.h"
-#include "fft/twiddles.h"
 #include "fixed/cache_line.h"
+#include "kernels/sizes.h"
+#include "kernels/twiddles.h"
 #include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {

@@ -126,7 +126,7 @@ VSP_INLINE void keepState(int32_t* left, int32_t* right, int stateA, int stateB,
     scatter(left, right, stateA + 1, stateB + 1, s.S2);
 }
 
-/// vocoder/band_split.h: branch b is in lanes 0 and 1, branch a in lanes 2 and 3.
+/// kernels/band_split.h: branch b is in lanes 0 and 1, branch a in lanes 2 and 3.
 template <class V4>
 void split(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7], const int16_t* coeffs_q14,
            int frames, int factor)

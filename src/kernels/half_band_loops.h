@@ -1,7 +1,7 @@
 // The half-band resamplers' all-pass sections: left and right of both branches as lanes.
 #pragma once
 
-#include "convert/half_band.h"
+#include "kernels/half_band.h"
 #include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {

@@ -5,11 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "convert/biquad.h"
-#include "convert/half_band.h"
 #include "fixed/complex.h"
 #include "fixed/frame.h"
-#include "vocoder/bands.h"
+#include "kernels/biquad_section.h"
+#include "kernels/half_band.h"
+#include "kernels/sizes.h"
 
 namespace vsp {
 
@@ -72,7 +72,7 @@ struct KernelTable {
     void (*phasorAdvance)(ComplexShort* a, const ComplexShort* b);
 
     // ---- Onsets and peaks ----
-    /// Where in time each band's energy lies (vocoder/transient.h); bandCog [kBands].
+    /// Where in time each band's energy lies (kernels/centre_of_gravity.h); bandCog [kBands].
     void (*bandCentres)(float* bandCog, const ComplexInt* left, const ComplexInt* right);
     /// Finds the peaks of a magnitude spectrum: bins above kPeakFloor and above their two
     /// neighbours on each side. `peakList` [kMaxPeaks] takes those in bands whose status is 0,
@@ -85,7 +85,7 @@ struct KernelTable {
     void (*lockPeaks)(ComplexInt* X, ComplexShort* S, const ComplexShort* A,
                       const int16_t* peakList, int count);
 
-    // ---- Band split (vocoder/band_split.h); both channels at once ----
+    // ---- Band split (kernels/band_split.h); both channels at once ----
     /// Splits a hop; the low band keeps every `factor`-th frame (2 or 4) from the first on. Half
     /// the amplitude in each pass band. Wraps rather than saturates.
     /// @param low    [ceil(frames / factor)]
@@ -108,7 +108,7 @@ struct KernelTable {
     /// Q10, however long the hop is. All arrays [frames], at most 512.
     void (*fadeHighBand)(Frame* out, const Frame* older, const Frame* newer, int frames);
 
-    // ---- Half-band resamplers, Q4 (convert/half_band.h); state [channel], out not in ----
+    // ---- Half-band resamplers, Q4 (kernels/half_band.h); state [channel], out not in ----
     /// `pairs` outputs from 2 * pairs inputs: the rounded average of branch A on the even and
     /// branch B on the odd ones.
     void (*halveRate)(int32_t (*out)[2], const int32_t (*in)[2], DecimatorState* state, int pairs);
@@ -118,7 +118,7 @@ struct KernelTable {
     /// Truncates and saturates.
     void (*fromQ4)(int16_t* out, const int32_t* in, int samples);
 
-    // ---- Output low-pass of slow speeds (convert/biquad.h) ----
+    // ---- Output low-pass of slow speeds (kernels/biquad_section.h) ----
     /// Two filters in series, in place.
     /// @param first, second  [channel] memory of each; their inputs times 64 fit 22 bits
     void (*lowPassTwice)(Frame* frames, BiquadChannelState* first, BiquadChannelState* second,

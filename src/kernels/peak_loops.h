@@ -3,13 +3,12 @@
 
 #include <type_traits>
 
+#include "kernels/centre_of_gravity.h"
+#include "kernels/peaks.h"
 #include "kernels/spectrum_loops.h"
-#include "vocoder/peak_locking.h"
-#include "vocoder/transient.h"
 
 namespace vsp::VSP_KERNEL_SET {
 
-/// vocoder/peak_locking.h
 template <class V>
 int findPeaks(int16_t* peakList, int* listed, const int32_t* mag, const int8_t* status,
               const int16_t (*bands)[kBands])
@@ -33,7 +32,8 @@ int findPeaks(int16_t* peakList, int* listed, const int32_t* mag, const int8_t* 
                 peakList[count++] = int16_t(peak);
         }
     };
-    forBins<V>(254 - 2 + 1, [&](int n, auto lanes) { search(n + 2, lanes); });
+    forBins<V>(kLastPeakBin - kFirstPeakBin + 1,
+               [&](int n, auto lanes) { search(kFirstPeakBin + n, lanes); });
     *listed = count;
     return total;
 }

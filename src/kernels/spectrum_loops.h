@@ -1,15 +1,12 @@
 // Loops over the bins of a spectrum.
 #pragma once
 
-#include "fft/fft.h"
-#include "fft/magnitude_phase.h"
 #include "fixed/cache_line.h"
+#include "kernels/inverse_magnitude.h"
+#include "kernels/sizes.h"
 #include "kernels/vector_scalar.h"
-#include "vocoder/bands.h"
 
 namespace vsp::VSP_KERNEL_SET {
-
-constexpr int kLastBin = kBins - 1;
 
 /// Runs body(k, V{}) over bins 0 to n - 1: as many lanes as fit, then one by one.
 template <class V, class Body>
@@ -66,7 +63,7 @@ void mergeChannels(int32_t* re, int32_t* im, const ComplexInt* left, const Compl
     }
 }
 
-/// Three-tap Hann window (fft/analysis.h); spectra as they lie in memory, re and im alike.
+/// The three-tap Hann window of kernel_table.h; spectra as they lie in memory, re and im alike.
 template <class V>
 VSP_INLINE void hannWindow(ComplexInt* out, const ComplexInt* X)
 {
@@ -199,7 +196,7 @@ void Velora_VSP_MagPhase_Bins(int32_t* mag, ComplexShort* phasor, const ComplexI
 template <class V>
 void scaleOutput(Frame* out, const int32_t* re, const int32_t* im)
 {
-    for (int n = 0; n < 128; n += V::lanes) {
+    for (int n = 0; n < kLowHop; n += V::lanes) {
         const V third = set1(0x5555, V{});
         const V left = mulShift16(shiftRight<8>(load(re + n, V{})), third);
         const V right = mulShift16(shiftRight<8>(wrapSub(set1(0, V{}), load(im + n, V{}))), third);

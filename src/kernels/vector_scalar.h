@@ -8,10 +8,10 @@
 
 #include <cstdint>
 
-#include "fft/magnitude_phase.h"
 #include "fixed/complex.h"
 #include "fixed/fixed.h"
 #include "fixed/frame.h"
+#include "kernels/inverse_magnitude.h"
 
 namespace vsp::VSP_KERNEL_SET {
 

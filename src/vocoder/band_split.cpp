@@ -1,7 +1,7 @@
 // Cuts each input hop into the low band, which goes through the vocoder at a reduced rate, and the
 // high band, which is stretched by plain overlap-add; puts them together again after synthesis.
 
-#include "vocoder/band_split.h"
+#include "kernels/band_split.h"
 
 #include <algorithm>
 #include <cstring>

@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include "engine/velora_vsp.h"
-#include "vocoder/bands.h"
+#include "kernels/sizes.h"
 
 namespace vsp {
 

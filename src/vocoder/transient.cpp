@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "engine/velora_vsp.h"
-#include "vocoder/bands.h"
+#include "kernels/sizes.h"
 
 using namespace vsp;
 

@@ -3,7 +3,7 @@
 
 #include <complex>
 
-#include "fft/magnitude_phase.h"
+#include "kernels/inverse_magnitude.h"
 #include "support/engine_probe.h"
 #include "support/signals.h"
 

@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "fft/fft.h"
+#include "convert/biquad.h"
+#include "kernels/band_split.h"
 #include "kernels/kernel_table.h"
-#include "vocoder/band_split.h"
-#include "vocoder/peak_locking.h"
+#include "kernels/peaks.h"
+#include "kernels/sizes.h"
 
 #include <gtest/gtest.h>
 

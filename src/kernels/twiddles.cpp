@@ -1,9 +1,9 @@
 // The tables behind the FFT's passes.
 
-#include "fft/twiddles.h"
+#include "kernels/twiddles.h"
 
 constexpr Velora_FFT_Twiddle fftTwiddle[256] = {
-#include "fft/twiddle_table.inc"
+#include "kernels/twiddle_table.inc"
 };
 
 namespace vsp {

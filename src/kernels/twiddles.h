@@ -6,19 +6,18 @@
 
 #include <velora/fft.h>
 
+#include "kernels/sizes.h"
+
 namespace vsp {
 
-inline constexpr int kMaxLog2N = 9;
-inline constexpr int kMaxN = 1 << kMaxLog2N;
-
 /// fftBitRev[i]: the 9 bits of i in reversed order. For 2^n points shift it right by 9 - n.
-inline constexpr std::array<uint16_t, kMaxN> fftBitRev = [] {
-    std::array<uint16_t, kMaxN> table{};
-    for (int i = 0; i < kMaxN; ++i)
-        for (int bit = 0; bit < kMaxLog2N; ++bit)
+inline constexpr std::array<uint16_t, kFftN> fftBitRev = [] {
+    std::array<uint16_t, kFftN> table{};
+    for (int i = 0; i < kFftN; ++i)
+        for (int bit = 0; bit < kFftLog2N; ++bit)
             if (i & (1 << bit))
                 table[std::size_t(i)] =
-                    uint16_t(table[std::size_t(i)] | (1 << (kMaxLog2N - 1 - bit)));
+                    uint16_t(table[std::size_t(i)] | (1 << (kFftLog2N - 1 - bit)));
     return table;
 }();
 
