@@ -15,13 +15,17 @@ check_cxx_source_compiles("
 #error
 #endif
 int main() {}" VELORA_TARGET_ARM32)
-# 64-bit ARM always has NEON. In 32 bits it must be asked for, and whatever runs this has it.
+# 64-bit ARM always has NEON. In 32 bits it must be asked for, and whatever runs this has it. Big-endian ARM takes
+# the portable kernels.
 set(VELORA_NEON_OPTIONS)
 if(VELORA_TARGET_ARM32)
     set(VELORA_NEON_OPTIONS -mfpu=neon)
 endif()
 set(CMAKE_REQUIRED_FLAGS "${VELORA_NEON_OPTIONS}")
 check_cxx_source_compiles("#include <arm_neon.h>
+#if __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error
+#endif
 int main() { return vgetq_lane_s32(vdupq_n_s32(0), 0); }" VELORA_TARGET_NEON)
 unset(CMAKE_REQUIRED_FLAGS)
 

@@ -1,12 +1,25 @@
 # How every target of this project is compiled, and how a library comes as a shared and a static one.
 
+include(CheckCXXSourceCompiles)
+check_cxx_source_compiles("
+#if !defined(__i386__)
+#error
+#endif
+int main() {}" VELORA_TARGET_I386)
+
+# What floating-point arithmetic takes to round the same on every machine, in programs that include the Stream as
+# well: a fused multiply-add rounds once where we round twice, and the x87 unit rounds to more bits than a type has.
+set(VELORA_ARITHMETIC_OPTIONS -ffp-contract=off)
+if(VELORA_TARGET_I386)
+    list(APPEND VELORA_ARITHMETIC_OPTIONS -msse2 -mfpmath=sse)
+endif()
+
 add_library(velora_options INTERFACE)
 target_compile_features(velora_options INTERFACE cxx_std_20)
 target_compile_options(velora_options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow
     $<$<BOOL:${VELORA_WERROR}>:-Werror>
-    # A fused multiply-add rounds once where the engine rounds twice: output would depend on the machine.
-    -ffp-contract=off)
+    ${VELORA_ARITHMETIC_OPTIONS})
 
 # velora_add_library(NAME sources...) makes velora_NAME (shared), velora_NAME_static and velora::NAME.
 function(velora_add_library name)

@@ -1,8 +1,9 @@
-// Replays recorded scenarios and compares every byte that comes out,
-// by checksum, with what two independent readings of the engine agree on. tests/golden/README.md
-// explains the files.
+// Replays recorded scenarios and compares every byte that comes out, by checksum, with what two
+// independent readings of the engine agree on. tests/golden/README.md explains the files.
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -43,6 +44,18 @@ std::string crc32(const Bytes& bytes)
     std::ostringstream text;
     text << std::hex << std::setw(8) << std::setfill('0') << ~crc;
     return text.str();
+}
+
+// Between the files' byte order, little-endian, and this machine's; a sample has so many bytes.
+Bytes reorder(Bytes samples, size_t bytesPerSample)
+{
+    if constexpr (std::endian::native != std::endian::little)
+        for (auto sample = samples.begin(); sample != samples.end();) {
+            const auto next = sample + std::ptrdiff_t(bytesPerSample);
+            std::reverse(sample, next);
+            sample = next;
+        }
+    return samples;
 }
 
 class Replay {
@@ -116,35 +129,36 @@ private:
     void process(std::ostringstream& log, int frames, bool buffered)
     {
         const size_t inputFrames = frames > 0 ? size_t(frames) : 0;
-        const Bytes in = take(inputFrames * bytesPerFrame);
+        const size_t bytesPerSample = bytesPerFrame / 2;
+        const Bytes in = reorder(take(inputFrames * bytesPerFrame), bytesPerSample);
         Bytes out((inputFrames * 8 + 70000) * bytesPerFrame);
         const int produced = buffered ? engine->Exe_buffered(out.data(), in.data(), frames)
                                       : engine->Exe(out.data(), in.data(), frames);
         out.resize(size_t(produced) * bytesPerFrame);
-        log << " -> " << produced << " crc=" << crc32(out);
+        log << " -> " << produced << " crc=" << crc32(reorder(std::move(out), bytesPerSample));
     }
 
     Bytes runFilter(int frames, bool inPlace)
     {
-        Bytes in = take(size_t(frames) * 4);
+        Bytes in = reorder(take(size_t(frames) * 4), sizeof(int16_t));
         Bytes out(in.size());
         Bytes& target = inPlace ? in : out;
         filter->Exe(reinterpret_cast<short(*)[2]>(target.data()),
                     reinterpret_cast<const short(*)[2]>(in.data()), frames);
-        return target;
+        return reorder(std::move(target), sizeof(int16_t));
     }
 
     Bytes transform(int n, bool inverse)
     {
         const size_t points = size_t(1) << n;
-        Bytes bytes = take(points * 8);
+        Bytes bytes = reorder(take(points * 8), sizeof(int32_t));
         std::vector<int32_t> vector(2 * points);
         std::memcpy(vector.data(), bytes.data(), bytes.size());
         Velora_FFT_NEON_Init(n);
         (inverse ? Velora_IFFT_NEON : Velora_FFT_NEON)(vector.data(), vector.data() + points);
         Velora_FFT_NEON_Init(9);
         std::memcpy(bytes.data(), vector.data(), bytes.size());
-        return bytes;
+        return reorder(std::move(bytes), sizeof(int32_t));
     }
 
     Bytes source;

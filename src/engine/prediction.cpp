@@ -1,6 +1,8 @@
 // Tells a caller who must fill a buffer how much input that takes, by running a copy of the frame
 // clock ahead, and holds the next call to it.
 
+#include <velora/detail/floating_point.hpp>
+
 #include "engine/velora_vsp.h"
 
 using namespace vsp;

@@ -1,5 +1,7 @@
 // Puts a new speed in force: how it is reached from the old one, and what helpers it needs.
 
+#include <velora/detail/floating_point.hpp>
+
 #include "engine/velora_vsp.h"
 
 using namespace vsp;

@@ -85,13 +85,11 @@ VSP_INLINE void lowPassInLanes(Frame* frames, BiquadChannelState* first, BiquadC
         const V4 y = sections.run(joinHalves(loadFrameTwice<0>(frames + n, V4{}), older));
         older = newer;
         newer = lowHalfTwice(y);
-        const auto frame = uint32_t(packLow16(y) >> 32);
-        __builtin_memcpy(frames + n - kLagFrames, &frame, sizeof frame);
+        storeHighFrame(frames + n - kLagFrames, y);
     }
     sections.keep(first, second);
     Frame* const last = frames + count - kLagFrames;
-    const uint64_t between = packLow16(joinHalves(older, newer));
-    __builtin_memcpy(last, &between, sizeof between);
+    storeTwoFrames(last, joinHalves(older, newer));
     Biquad_Frames(last, last, kLagFrames, second, coeffs_q30);
 }
 

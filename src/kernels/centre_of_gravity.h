@@ -1,11 +1,11 @@
 // Arithmetic of the onset detector that its fast loops share.
 #pragma once
 
-#include "fixed/complex.h"
+#include <cstdint>
 
-#ifdef __FAST_MATH__
-#error "a silent band's 0 / 0 must stay \"not a number\": build without -ffast-math"
-#endif
+#include <velora/detail/floating_point.hpp>
+
+#include "fixed/fixed.h"
 
 namespace vsp {
 

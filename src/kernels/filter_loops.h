@@ -145,24 +145,23 @@ void split(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7], const 
     second.prepare();
 
     // Two frames at a time; the second of them is never one that the low band keeps.
-    const auto put = [&](int n, V4 y0, V4 y1, size_t count) __attribute__((always_inline))
-    {
-        const auto b = joinLowHalves(y0, y1);
-        const auto a = joinHighHalves(y0, y1);
-        const uint64_t highFrames = packLow16(shiftRight<5>(wrapSub(b, a)));
-        const uint64_t lowFrames = packLow16(shiftRight<5>(wrapAdd(b, a)));
-        __builtin_memcpy(high + n, &highFrames, count * sizeof *high);
-        if ((n & (factor - 1)) == 0)
-            __builtin_memcpy(low++, &lowFrames, sizeof *low);
-    };
     int n = 0;
     for (; n + 2 <= frames; n += 2) {
         const V4 y0 = sections.run(in + n);
-        put(n, y0, sections.run(in + n + 1), 2);
+        const V4 y1 = sections.run(in + n + 1);
+        const auto b = joinLowHalves(y0, y1);
+        const auto a = joinHighHalves(y0, y1);
+        storeTwoFrames(high + n, shiftRight<5>(wrapSub(b, a)));
+        if ((n & (factor - 1)) == 0)
+            storeLowFrame(low++, shiftRight<5>(wrapAdd(b, a)));
     }
     if (n < frames) {
         const V4 y = sections.run(in + n);
-        put(n, y, y, 1);
+        const auto b = joinLowHalves(y, y);
+        const auto a = joinHighHalves(y, y);
+        storeLowFrame(high + n, shiftRight<5>(wrapSub(b, a)));
+        if ((n & (factor - 1)) == 0)
+            storeLowFrame(low, shiftRight<5>(wrapAdd(b, a)));
     }
 
     keepState(left, right, 0, 3, first);
@@ -173,15 +172,13 @@ void split(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7], const 
     right[6] = W2[3];
 }
 
-/// Adds twice the high band to two frames of low band (y, with two fraction bits) and stores those
-/// of them that are wanted.
+/// Adds twice the high band to two frames of low band (y, with two fraction bits).
 template <class V4>
-VSP_INLINE void storeTwoFrames(Frame* out, const Frame* high, V4 y)
+VSP_INLINE void combineTwoFrames(Frame* out, const Frame* high, V4 y)
 {
     const auto x = narrow(y);
     const auto h = loadShorts(samples(high), x);
-    const uint64_t frames = packSaturated(wrapAdd(shiftLeft<1>(h), shiftRight<2>(x)));
-    __builtin_memcpy(out, &frames, sizeof frames);
+    storeTwoFramesSaturated(out, wrapAdd(shiftLeft<1>(h), shiftRight<2>(x)));
 }
 
 /// Runs step(out, high, m) for each low-band frame; the frames of a last one that doesn't fit whole
@@ -210,7 +207,7 @@ void interpolateBy2(Frame* out, const Frame* low, const Frame* high, int32_t (*s
     Section2<V4> s = makeSection2<V4>(state[0], state[1], coeffs_q14, 0, 0, 2, 2);
     forLowFrames<2>(out, high, lowFrames, outFrames, [&](Frame* to, const Frame* highBand, int m) {
         const V4 v = loadFrameTwice<kInputBits>(low + m, V4{});
-        storeTwoFrames(to, highBand, s.run(v));
+        combineTwoFrames(to, highBand, s.run(v));
     });
     keepState(state[0], state[1], 0, 2, s);
 }
@@ -228,8 +225,8 @@ void interpolateBy4(Frame* out, const Frame* low, const Frame* high, int32_t (*s
     forLowFrames<4>(out, high, lowFrames, outFrames, [&](Frame* to, const Frame* highBand, int m) {
         const V4 v = loadFrameTwice<kInputBits>(low + m, V4{});
         const V4 phases = first.run(v);
-        storeTwoFrames(to, highBand, second.run(lowHalfTwice(phases)));
-        storeTwoFrames(to + 2, highBand + 2, second.run(highHalfTwice(phases)));
+        combineTwoFrames(to, highBand, second.run(lowHalfTwice(phases)));
+        combineTwoFrames(to + 2, highBand + 2, second.run(highHalfTwice(phases)));
     });
     keepState(state[0], state[1], 0, 2, first);
     scatter(state[0], state[1], 4, 5, second.S1);

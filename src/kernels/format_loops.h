@@ -1,7 +1,9 @@
 // Sample formats, as plain loops that the compiler turns into vectors (convert/sample_format.h).
 #pragma once
 
-#include "kernels/vector_scalar.h"
+#include <cstdint>
+
+#include <velora/detail/floating_point.hpp>
 
 namespace vsp::VSP_KERNEL_SET {
 

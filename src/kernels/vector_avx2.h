@@ -413,10 +413,17 @@ VSP_INLINE void storeTwo(int32_t* p, I32x4Wide a)
     const __m128i low = _mm256_castsi256_si128(a.v);
     storeTwo(p, I32x4{_mm_shuffle_epi32(low, _MM_SHUFFLE(3, 1, 3, 1))});
 }
-
-VSP_INLINE uint64_t packLow16(I32x4Wide a)
+VSP_INLINE void storeLowFrame(Frame* p, I32x4Wide a)
 {
-    return packLow16(narrow(a));
+    storeLowFrame(p, narrow(a));
+}
+VSP_INLINE void storeHighFrame(Frame* p, I32x4Wide a)
+{
+    storeHighFrame(p, narrow(a));
+}
+VSP_INLINE void storeTwoFrames(Frame* p, I32x4Wide a)
+{
+    storeTwoFrames(p, narrow(a));
 }
 
 } // namespace vsp::VSP_KERNEL_SET

@@ -3,6 +3,10 @@
 
 #include <arm_neon.h>
 
+#if __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "frames are loaded and stored as words: big-endian ARM takes the portable kernels"
+#endif
+
 #include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {
@@ -249,13 +253,23 @@ VSP_INLINE void storeTwo(int32_t* p, I32x4 a)
 {
     vst1_s32(p, vget_low_s32(a.v));
 }
-VSP_INLINE uint64_t packLow16(I32x4 a)
+VSP_INLINE void storeLowFrame(Frame* p, I32x4 a)
 {
-    return vget_lane_u64(vreinterpret_u64_s16(vmovn_s32(a.v)), 0);
+    const int32_t frame = vget_lane_s32(vreinterpret_s32_s16(vmovn_s32(a.v)), 0);
+    __builtin_memcpy(p, &frame, sizeof frame);
 }
-VSP_INLINE uint64_t packSaturated(I32x4 a)
+VSP_INLINE void storeHighFrame(Frame* p, I32x4 a)
 {
-    return vget_lane_u64(vreinterpret_u64_s16(vqmovn_s32(a.v)), 0);
+    const int32_t frame = vget_lane_s32(vreinterpret_s32_s16(vmovn_s32(a.v)), 1);
+    __builtin_memcpy(p, &frame, sizeof frame);
+}
+VSP_INLINE void storeTwoFrames(Frame* p, I32x4 a)
+{
+    vst1_s16(*p, vmovn_s32(a.v));
+}
+VSP_INLINE void storeTwoFramesSaturated(Frame* p, I32x4 a)
+{
+    vst1_s16(*p, vqmovn_s32(a.v));
 }
 
 VSP_INLINE void splitShorts(int32x4_t x, I32x4& a, I32x4& b)

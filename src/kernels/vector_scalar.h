@@ -332,18 +332,25 @@ VSP_INLINE void storeTwo(int32_t* p, I32x4Scalar a)
     p[0] = a.v[0];
     p[1] = a.v[1];
 }
-/// The low 16 bits of each lane, lane 0 lowest.
-VSP_INLINE uint64_t packLow16(I32x4Scalar a)
+/// One frame: the low 16 bits of lanes 0 and 1, or of lanes 2 and 3.
+VSP_INLINE void storeLowFrame(Frame* p, I32x4Scalar a)
 {
-    uint64_t packed = 0;
-    for (int i = 0; i < 4; ++i)
-        packed |= uint64_t(uint16_t(a.v[i])) << (16 * i);
-    return packed;
+    (*p)[0] = fx::low16(a.v[0]);
+    (*p)[1] = fx::low16(a.v[1]);
 }
-/// The same, saturated.
-VSP_INLINE uint64_t packSaturated(I32x4Scalar a)
+VSP_INLINE void storeHighFrame(Frame* p, I32x4Scalar a)
 {
-    return packLow16(perLane<4>([=](int i) { return fx::sat16(a.v[i]); }));
+    storeLowFrame(p, highHalfTwice(a));
+}
+/// Two frames: lanes 0 and 1, lanes 2 and 3; the low 16 bits of each, or saturated.
+VSP_INLINE void storeTwoFrames(Frame* p, I32x4Scalar a)
+{
+    storeLowFrame(p, a);
+    storeHighFrame(p + 1, a);
+}
+VSP_INLINE void storeTwoFramesSaturated(Frame* p, I32x4Scalar a)
+{
+    storeTwoFrames(p, perLane<4>([=](int i) { return fx::sat16(a.v[i]); }));
 }
 
 // ---- Bins picked from a spectrum ----

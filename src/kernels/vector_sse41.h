@@ -210,7 +210,7 @@ VSP_INLINE void addProducts(ProductSumX4& sum, I32x4 a, I32x4 b)
 }
 VSP_INLINE int64_t total(ProductSumX4 sum)
 {
-    return int64_t(uint64_t(_mm_extract_epi64(sum.v, 0)) + uint64_t(_mm_extract_epi64(sum.v, 1)));
+    return int64_t(uint64_t(sum.v[0]) + uint64_t(sum.v[1]));
 }
 
 /// Four sums of products modulo 2^64: of lanes 0 and 2, of lanes 1 and 3.
@@ -272,20 +272,28 @@ VSP_INLINE void storeTwo(int32_t* p, I32x4 a)
 {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), a.v);
 }
-VSP_INLINE uint64_t firstQuad(__m128i a)
-{
-    uint64_t quad;
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(&quad), a);
-    return quad;
-}
-VSP_INLINE uint64_t packLow16(I32x4 a)
+VSP_INLINE __m128i lowHalvesOfLanes(I32x4 a)
 {
     const __m128i order = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
-    return firstQuad(_mm_shuffle_epi8(a.v, order));
+    return _mm_shuffle_epi8(a.v, order);
 }
-VSP_INLINE uint64_t packSaturated(I32x4 a)
+VSP_INLINE void storeLowFrame(Frame* p, I32x4 a)
 {
-    return firstQuad(_mm_packs_epi32(a.v, a.v));
+    const int32_t frame = _mm_cvtsi128_si32(lowHalvesOfLanes(a));
+    __builtin_memcpy(p, &frame, sizeof frame);
+}
+VSP_INLINE void storeHighFrame(Frame* p, I32x4 a)
+{
+    const int32_t frame = _mm_extract_epi32(lowHalvesOfLanes(a), 1);
+    __builtin_memcpy(p, &frame, sizeof frame);
+}
+VSP_INLINE void storeTwoFrames(Frame* p, I32x4 a)
+{
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), lowHalvesOfLanes(a));
+}
+VSP_INLINE void storeTwoFramesSaturated(Frame* p, I32x4 a)
+{
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packs_epi32(a.v, a.v));
 }
 
 /// Two bins, or four phasors, that lie wherever they lie.

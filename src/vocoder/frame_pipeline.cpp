@@ -5,6 +5,8 @@
 
 #include <cmath>
 
+#include <velora/detail/floating_point.hpp>
+
 #include "engine/velora_vsp.h"
 #include "kernels/sizes.h"
 

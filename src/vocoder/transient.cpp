@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include <velora/detail/floating_point.hpp>
+
 #include "engine/velora_vsp.h"
 #include "kernels/sizes.h"
 

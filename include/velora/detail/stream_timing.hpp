@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <vector>
 
+#include <velora/detail/floating_point.hpp>
 #include <velora/src384.h>
 
 namespace velora {
@@ -288,13 +289,23 @@ private:
         return frames + filterDelay(rate);
     }
 
+    /// tan(x) for x of 0 to pi / 4, as a continued fraction: libraries differ in the last bit of
+    /// std::tan, these operations don't.
+    static double tangent(double x)
+    {
+        double fraction = 17.0;
+        for (double odd = 15.0; odd >= 3.0; odd -= 2.0)
+            fraction = odd - x * x / fraction;
+        return x + x * x * x / (fraction - x * x);
+    }
+
     double filterDelay(const Rate& rate) const
     {
         if (!isFiltered())
             return 0.0;
         // Two second-order Butterworth sections at 2 kHz, below which they delay evenly.
         const double pi = 3.141592653589793;
-        return std::sqrt(2.0) / std::tan(pi * 2000.0 / rate.sampleRate) * double(1 << rate.shift);
+        return std::sqrt(2.0) / tangent(pi * 2000.0 / rate.sampleRate) * double(1 << rate.shift);
     }
 };
 
