@@ -21,64 +21,9 @@ VSP_INLINE __m256i joinEvenOdd(__m256i even, __m256i odd)
     return _mm256_blend_epi32(even, odd, 0xAA);
 }
 
-VSP_INLINE I32x8 load(const int32_t* p, I32x8)
-{
-    return {_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p))};
-}
-VSP_INLINE void store(int32_t* p, I32x8 a)
-{
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), a.v);
-}
-VSP_INLINE I32x8 set1(int32_t x, I32x8)
-{
-    return {_mm256_set1_epi32(x)};
-}
-VSP_INLINE I32x8 wrapAdd(I32x8 a, I32x8 b)
-{
-    return {_mm256_add_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x8 wrapSub(I32x8 a, I32x8 b)
-{
-    return {_mm256_sub_epi32(a.v, b.v)};
-}
 VSP_INLINE I32x8 wrapAbs(I32x8 a)
 {
     return {_mm256_abs_epi32(a.v)};
-}
-template <int bits>
-VSP_INLINE I32x8 shiftRight(I32x8 a)
-{
-    return {_mm256_srai_epi32(a.v, bits)};
-}
-template <int bits>
-VSP_INLINE I32x8 shiftRightUnsigned(I32x8 a)
-{
-    return {_mm256_srli_epi32(a.v, bits)};
-}
-template <int bits>
-VSP_INLINE I32x8 shiftLeft(I32x8 a)
-{
-    return {_mm256_slli_epi32(a.v, bits)};
-}
-VSP_INLINE I32x8 min(I32x8 a, I32x8 b)
-{
-    return {_mm256_min_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x8 max(I32x8 a, I32x8 b)
-{
-    return {_mm256_max_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x8 greater(I32x8 a, I32x8 b)
-{
-    return {_mm256_cmpgt_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x8 equal(I32x8 a, I32x8 b)
-{
-    return {_mm256_cmpeq_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x8 select(I32x8 mask, I32x8 a, I32x8 b)
-{
-    return {_mm256_blendv_epi8(b.v, a.v, mask.v)};
 }
 VSP_INLINE unsigned maskBits(I32x8 mask)
 {
@@ -100,10 +45,6 @@ VSP_INLINE I32x8 mulRoundQ31(I32x8 a, I32x8 b)
 VSP_INLINE I32x8 mulShort(I32x8 a, I32x8 b)
 {
     return {_mm256_madd_epi16(_mm256_blend_epi16(a.v, _mm256_setzero_si256(), 0xAA), b.v)};
-}
-VSP_INLINE I32x8 mulLow(I32x8 a, I32x8 b)
-{
-    return {_mm256_mullo_epi32(a.v, b.v)};
 }
 VSP_INLINE I32x8 mulHighUnsigned16(I32x8 a, I32x8 b)
 {
@@ -313,31 +254,9 @@ VSP_INLINE void store(int32_t* p, I32x4Wide a)
 {
     store(p, narrow(a));
 }
-VSP_INLINE I32x4Wide wrapAdd(I32x4Wide a, I32x4Wide b)
-{
-    return {_mm256_add_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x4Wide wrapSub(I32x4Wide a, I32x4Wide b)
-{
-    return {_mm256_sub_epi32(a.v, b.v)};
-}
-template <int bits>
-VSP_INLINE I32x4Wide shiftRight(I32x4Wide a)
-{
-    return {_mm256_srai_epi32(a.v, bits)};
-}
-template <int bits>
-VSP_INLINE I32x4Wide shiftLeft(I32x4Wide a)
-{
-    return {_mm256_slli_epi32(a.v, bits)};
-}
 VSP_INLINE WideCoeffs loadCoeffs(const int32_t* p, I32x4Wide)
 {
     return {_mm256_cvtepi32_epi64(shiftLeft<16>(load(p, I32x4{})).v)};
-}
-VSP_INLINE I32x4Wide set1(int32_t x, I32x4Wide)
-{
-    return {_mm256_set1_epi32(x)};
 }
 struct Sums4Wide {
     __m256i v;

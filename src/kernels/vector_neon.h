@@ -16,64 +16,9 @@ struct I32x4 {
     int32x4_t v;
 };
 
-VSP_INLINE I32x4 load(const int32_t* p, I32x4)
-{
-    return {vld1q_s32(p)};
-}
-VSP_INLINE void store(int32_t* p, I32x4 a)
-{
-    vst1q_s32(p, a.v);
-}
-VSP_INLINE I32x4 set1(int32_t x, I32x4)
-{
-    return {vdupq_n_s32(x)};
-}
-VSP_INLINE I32x4 wrapAdd(I32x4 a, I32x4 b)
-{
-    return {vaddq_s32(a.v, b.v)};
-}
-VSP_INLINE I32x4 wrapSub(I32x4 a, I32x4 b)
-{
-    return {vsubq_s32(a.v, b.v)};
-}
 VSP_INLINE I32x4 wrapAbs(I32x4 a)
 {
     return {vabsq_s32(a.v)};
-}
-template <int bits>
-VSP_INLINE I32x4 shiftRight(I32x4 a)
-{
-    return {vshrq_n_s32(a.v, bits)};
-}
-template <int bits>
-VSP_INLINE I32x4 shiftRightUnsigned(I32x4 a)
-{
-    return {vreinterpretq_s32_u32(vshrq_n_u32(vreinterpretq_u32_s32(a.v), bits))};
-}
-template <int bits>
-VSP_INLINE I32x4 shiftLeft(I32x4 a)
-{
-    return {vshlq_n_s32(a.v, bits)};
-}
-VSP_INLINE I32x4 min(I32x4 a, I32x4 b)
-{
-    return {vminq_s32(a.v, b.v)};
-}
-VSP_INLINE I32x4 max(I32x4 a, I32x4 b)
-{
-    return {vmaxq_s32(a.v, b.v)};
-}
-VSP_INLINE I32x4 greater(I32x4 a, I32x4 b)
-{
-    return {vreinterpretq_s32_u32(vcgtq_s32(a.v, b.v))};
-}
-VSP_INLINE I32x4 equal(I32x4 a, I32x4 b)
-{
-    return {vreinterpretq_s32_u32(vceqq_s32(a.v, b.v))};
-}
-VSP_INLINE I32x4 select(I32x4 mask, I32x4 a, I32x4 b)
-{
-    return {vbslq_s32(vreinterpretq_u32_s32(mask.v), a.v, b.v)};
 }
 VSP_INLINE unsigned maskBits(I32x4 mask)
 {
@@ -92,10 +37,6 @@ VSP_INLINE I32x4 mulRoundQ31(I32x4 a, I32x4 b)
     return {vqrdmulhq_s32(a.v, b.v)};
 }
 VSP_INLINE I32x4 mulShort(I32x4 a, I32x4 b)
-{
-    return {vmulq_s32(a.v, b.v)};
-}
-VSP_INLINE I32x4 mulLow(I32x4 a, I32x4 b)
 {
     return {vmulq_s32(a.v, b.v)};
 }

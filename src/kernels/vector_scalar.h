@@ -1,9 +1,7 @@
-// Vectors in plain C++: one lane for tails and machines without SIMD, four for the recursive
-// filters.
+// Vectors in plain C++: one lane for tails and machines without SIMD, four for the recursive filters.
 //
-// The operations carry fixed.h's names and obey it lane by lane; the vector files for other
-// instruction sets offer the same ones. Everything is in a namespace of its own for each
-// instruction set, so the linker can never take a copy that was compiled for another one.
+// The operations carry fixed.h's names and obey it lane by lane; the vector files for other instruction sets offer the
+// same ones.
 #pragma once
 
 #include <cstdint>
@@ -12,11 +10,11 @@
 #include "fixed/fixed.h"
 #include "fixed/frame.h"
 #include "kernels/inverse_magnitude.h"
+#include "kernels/vector_lanes.h"
 
 namespace vsp::VSP_KERNEL_SET {
 
-/// Complex values and frames as the words and samples that they lie in memory as: re, im, re, im,
-/// ...
+/// Complex values and frames as the words and samples that they lie in memory as: re, im, re, im, ...
 VSP_INLINE int32_t* words(ComplexInt* p)
 {
     return reinterpret_cast<int32_t*>(p);
@@ -50,6 +48,17 @@ VSP_INLINE Scalar<n> perLane(F f)
     return out;
 }
 
+template <int n, class F, class... Rest>
+VSP_INLINE Scalar<n> onSigned(F f, Scalar<n> a, Rest... rest)
+{
+    return perLane<n>([=](int i) { return f(a.v[i], rest.v[i]...); });
+}
+template <int n, class F, class... Rest>
+VSP_INLINE Scalar<n> onUnsigned(F f, Scalar<n> a, Rest... rest)
+{
+    return perLane<n>([=](int i) { return int32_t(f(uint32_t(a.v[i]), uint32_t(rest.v[i])...)); });
+}
+
 template <int n>
 VSP_INLINE Scalar<n> load(const int32_t* p, Scalar<n>)
 {
@@ -62,66 +71,9 @@ VSP_INLINE void store(int32_t* p, Scalar<n> a)
         p[i] = a.v[i];
 }
 template <int n>
-VSP_INLINE Scalar<n> set1(int32_t x, Scalar<n>)
-{
-    return perLane<n>([=](int) { return x; });
-}
-template <int n>
-VSP_INLINE Scalar<n> wrapAdd(Scalar<n> a, Scalar<n> b)
-{
-    return perLane<n>([=](int i) { return fx::wrapAdd(a.v[i], b.v[i]); });
-}
-template <int n>
-VSP_INLINE Scalar<n> wrapSub(Scalar<n> a, Scalar<n> b)
-{
-    return perLane<n>([=](int i) { return fx::wrapSub(a.v[i], b.v[i]); });
-}
-template <int n>
 VSP_INLINE Scalar<n> wrapAbs(Scalar<n> a)
 {
     return perLane<n>([=](int i) { return fx::wrapAbs(a.v[i]); });
-}
-template <int bits, int n>
-VSP_INLINE Scalar<n> shiftRight(Scalar<n> a)
-{
-    return perLane<n>([=](int i) { return a.v[i] >> bits; });
-}
-template <int bits, int n>
-VSP_INLINE Scalar<n> shiftRightUnsigned(Scalar<n> a)
-{
-    return perLane<n>([=](int i) { return int32_t(uint32_t(a.v[i]) >> bits); });
-}
-template <int bits, int n>
-VSP_INLINE Scalar<n> shiftLeft(Scalar<n> a)
-{
-    return perLane<n>([=](int i) { return fx::wrapShl(a.v[i], bits); });
-}
-template <int n>
-VSP_INLINE Scalar<n> min(Scalar<n> a, Scalar<n> b)
-{
-    return perLane<n>([=](int i) { return a.v[i] < b.v[i] ? a.v[i] : b.v[i]; });
-}
-template <int n>
-VSP_INLINE Scalar<n> max(Scalar<n> a, Scalar<n> b)
-{
-    return perLane<n>([=](int i) { return a.v[i] > b.v[i] ? a.v[i] : b.v[i]; });
-}
-/// All bits of a lane set where a > b, or a == b.
-template <int n>
-VSP_INLINE Scalar<n> greater(Scalar<n> a, Scalar<n> b)
-{
-    return perLane<n>([=](int i) { return a.v[i] > b.v[i] ? -1 : 0; });
-}
-template <int n>
-VSP_INLINE Scalar<n> equal(Scalar<n> a, Scalar<n> b)
-{
-    return perLane<n>([=](int i) { return a.v[i] == b.v[i] ? -1 : 0; });
-}
-/// Lanes of a where the mask is set, of b elsewhere.
-template <int n>
-VSP_INLINE Scalar<n> select(Scalar<n> mask, Scalar<n> a, Scalar<n> b)
-{
-    return perLane<n>([=](int i) { return mask.v[i] != 0 ? a.v[i] : b.v[i]; });
 }
 /// One bit for each lane of a mask.
 template <int n>
@@ -149,25 +101,18 @@ VSP_INLINE Scalar<n> mulShort(Scalar<n> a, Scalar<n> b)
 {
     return perLane<n>([=](int i) { return a.v[i] * b.v[i]; });
 }
-/// a * b modulo 2^32.
-template <int n>
-VSP_INLINE Scalar<n> mulLow(Scalar<n> a, Scalar<n> b)
-{
-    return perLane<n>([=](int i) { return int32_t(uint32_t(a.v[i]) * uint32_t(b.v[i])); });
-}
 /// (a * b) >> 16 for lanes of 0 to 65535.
 template <int n>
 VSP_INLINE Scalar<n> mulHighUnsigned16(Scalar<n> a, Scalar<n> b)
 {
     return perLane<n>([=](int i) { return int32_t((uint32_t(a.v[i]) * uint32_t(b.v[i])) >> 16); });
 }
-/// 2^(leading zeros - 1) of positive lanes.
+/// 2^(leading zeros - 1) of positive lanes; of others anything.
 template <int n>
 VSP_INLINE Scalar<n> normalisingFactor(Scalar<n> a)
 {
-    return perLane<n>([=](int i) {
-        return a.v[i] > 0 ? int32_t((1u << Velora_VSP_CountLeadingZeros(a.v[i])) >> 1) : 0;
-    });
+    return perLane<n>(
+        [=](int i) { return int32_t((1u << Velora_VSP_CountLeadingZeros(a.v[i])) >> 1); });
 }
 template <int n>
 VSP_INLINE Scalar<n> reverse(Scalar<n> a)

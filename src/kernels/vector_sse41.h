@@ -21,64 +21,9 @@ VSP_INLINE __m128i joinEvenOdd(__m128i even, __m128i odd)
     return _mm_blend_epi16(even, odd, 0xCC);
 }
 
-VSP_INLINE I32x4 load(const int32_t* p, I32x4)
-{
-    return {_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))};
-}
-VSP_INLINE void store(int32_t* p, I32x4 a)
-{
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), a.v);
-}
-VSP_INLINE I32x4 set1(int32_t x, I32x4)
-{
-    return {_mm_set1_epi32(x)};
-}
-VSP_INLINE I32x4 wrapAdd(I32x4 a, I32x4 b)
-{
-    return {_mm_add_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x4 wrapSub(I32x4 a, I32x4 b)
-{
-    return {_mm_sub_epi32(a.v, b.v)};
-}
 VSP_INLINE I32x4 wrapAbs(I32x4 a)
 {
     return {_mm_abs_epi32(a.v)};
-}
-template <int bits>
-VSP_INLINE I32x4 shiftRight(I32x4 a)
-{
-    return {_mm_srai_epi32(a.v, bits)};
-}
-template <int bits>
-VSP_INLINE I32x4 shiftRightUnsigned(I32x4 a)
-{
-    return {_mm_srli_epi32(a.v, bits)};
-}
-template <int bits>
-VSP_INLINE I32x4 shiftLeft(I32x4 a)
-{
-    return {_mm_slli_epi32(a.v, bits)};
-}
-VSP_INLINE I32x4 min(I32x4 a, I32x4 b)
-{
-    return {_mm_min_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x4 max(I32x4 a, I32x4 b)
-{
-    return {_mm_max_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x4 greater(I32x4 a, I32x4 b)
-{
-    return {_mm_cmpgt_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x4 equal(I32x4 a, I32x4 b)
-{
-    return {_mm_cmpeq_epi32(a.v, b.v)};
-}
-VSP_INLINE I32x4 select(I32x4 mask, I32x4 a, I32x4 b)
-{
-    return {_mm_blendv_epi8(b.v, a.v, mask.v)};
 }
 VSP_INLINE unsigned maskBits(I32x4 mask)
 {
@@ -100,10 +45,6 @@ VSP_INLINE I32x4 mulRoundQ31(I32x4 a, I32x4 b)
 VSP_INLINE I32x4 mulShort(I32x4 a, I32x4 b)
 {
     return {_mm_madd_epi16(_mm_blend_epi16(a.v, _mm_setzero_si128(), 0xAA), b.v)};
-}
-VSP_INLINE I32x4 mulLow(I32x4 a, I32x4 b)
-{
-    return {_mm_mullo_epi32(a.v, b.v)};
 }
 VSP_INLINE I32x4 mulHighUnsigned16(I32x4 a, I32x4 b)
 {
