@@ -32,7 +32,8 @@ unset(CMAKE_REQUIRED_FLAGS)
 if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_X86)
     list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_sse41.cpp kernels/kernels_avx2.cpp)
     list(APPEND VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_X86)
-    set_source_files_properties(kernels/kernels_sse41.cpp PROPERTIES COMPILE_OPTIONS -msse4.1)
+    set_source_files_properties(kernels/kernels_sse41.cpp PROPERTIES
+        COMPILE_OPTIONS "-msse4.1;$<$<CXX_COMPILER_ID:GNU>:-fno-tree-reassoc>")
     # Sums in the recursive filters are ordered so that the value that comes last is added last; GCC
     # would order them anew.
     set_source_files_properties(kernels/kernels_avx2.cpp PROPERTIES

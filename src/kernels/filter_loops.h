@@ -1,149 +1,71 @@
-// The recursive all-pass filters of the band split. A sample waits for the one before it, so the
-// lanes are not samples but sections: left and right of two of them at a time.
-//
-// A section's delay is the sum S before its first product, mod 2^32; its state in memory is W = 4
-// S. The two products W p >> 16 and W q >> 16 are kept; each serves the next two samples. Values
-// stay far below 2^29, so W >> 2 is S itself.
+// The band split: the pair of filters that cut a hop in two, the interpolators that bring the low band back to the full
+// rate, and the fade between segments of the high band.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
+#include "fixed/frame.h"
+#include "kernels/recursive_sections.h"
 #include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {
 
 constexpr int kInputBits = 3; // samples enter the sections with three more fraction bits
 
+/// Lanes of two sections whose delays are words a and b of each channel's state.
+template <int words>
+VSP_INLINE LaneWords laneWords(int32_t (*state)[words], int a, int b)
+{
+    return {&state[0][a], &state[1][a], &state[0][b], &state[1][b]};
+}
+
+/// Two second-order sections: their coefficients begin at a and b, and so do their delays.
+template <class V4, int words>
+VSP_INLINE NegatingSection2<V4> sections2(int32_t (*state)[words], const int16_t* coeffs_q14, int a,
+                                          int b)
+{
+    return {coeffsOf<V4>(coeffs_q14[a], coeffs_q14[b]),
+            coeffsOf<V4>(coeffs_q14[a + 1], coeffs_q14[b + 1]), laneWords(state, a, b),
+            laneWords(state, a + 1, b + 1)};
+}
+
+/// Both branches of the split filter (kernels/band_split.h): branch b is in lanes 0 and 1, branch a in lanes 2 and 3.
 template <class V4>
-struct Section2 {
-    CoeffsOf<V4> p, q; // Q14
-    V4 S1, S2;         // delays
-    V4 pS1, qS1, qS2;  // their products
-
-    [[gnu::always_inline]] void prepare()
+class SplitSections {
+public:
+    [[gnu::always_inline]] SplitSections(int32_t (*state)[7], const int16_t* coeffs_q14)
+        : first(sections2<V4>(state, coeffs_q14, 0, 3)),
+          next(coeffsOf<V4>(coeffs_q14[2], coeffs_q14[5]), coeffsOf<V4>(0, coeffs_q14[6]),
+               laneWords(state, 2, 5), {nullptr, nullptr, &state[0][6], &state[1][6]})
     {
-        pS1 = mulShift16(timesFour(S1), p);
-        qS1 = mulShift16(timesFour(S1), q);
-        qS2 = mulShift16(timesFour(S2), q);
     }
-    /// The section's output for u, and everything moved on by one sample.
-    [[gnu::always_inline]] V4 run(V4 u)
-    {
-        const V4 S = wrapAdd(wrapAdd(u, qS2), pS1);
-        const auto W = timesFour(S);
-        const V4 qS = mulShift16(W, q);
-        const V4 y = wrapSub(wrapAdd(pS1, qS), S2);
-        pS1 = mulShift16(W, p);
-        qS2 = qS1;
-        qS1 = qS;
-        S2 = S1;
-        S1 = S;
-        return y;
-    }
-};
-
-template <class V4>
-struct Section1 {
-    CoeffsOf<V4> p;
-    V4 S1, pS1;
-
-    [[gnu::always_inline]] void prepare() { pS1 = mulShift16(timesFour(S1), p); }
-    [[gnu::always_inline]] V4 run(V4 u)
-    {
-        const V4 S = wrapAdd(u, pS1);
-        pS1 = mulShift16(timesFour(S), p);
-        const V4 y = wrapSub(pS1, S1);
-        S1 = S;
-        return y;
-    }
-};
-
-/// Lanes 0 and 1 a first-order section, lanes 2 and 3 a second-order one.
-template <class V4>
-struct Section12 {
-    Section2<V4> second; // with q = 0 in lanes 0 and 1
-
-    [[gnu::always_inline]] V4 run(V4 u)
-    {
-        const V4 S1 = second.S1;
-        const V4 y2 = second.run(u);
-        return joinHalves(wrapSub(second.pS1, S1), y2);
-    }
-};
-
-/// Both branches of the split filter.
-template <class V4>
-struct SplitSections {
-    Section2<V4> first;
-    Section12<V4> next;
 
     [[gnu::always_inline]] V4 run(const Frame* in)
     {
-        return next.run(first.run(loadFrameTwice<kInputBits>(in, V4{})));
+        const V4 u = first.run(loadFrameTwice<kInputBits>(in, V4{}));
+        const V4 S1 = next.d1.S;
+        const V4 y = next.run(u);
+        // What the first-order section of branch b gives, from the same sum as a second-order one.
+        return joinHalves(wrapSub(next.pS1, S1), y);
     }
+
+    [[gnu::always_inline]] void keep() const
+    {
+        first.keep();
+        next.keep();
+    }
+
+private:
+    NegatingSection2<V4> first;
+    NegatingSection2<V4> next; // q = 0 in branch b
 };
 
-/// Four coefficients of two sections, left and right alike.
-template <class V4>
-VSP_INLINE CoeffsOf<V4> coeffsOf(int32_t a, int32_t b)
-{
-    const int32_t lanes[4] = {a, a, b, b};
-    return loadCoeffs(lanes, V4{});
-}
-/// The delays left and right of section a, then of section b, from two channels' states.
-template <class V4>
-VSP_INLINE V4 gather(const int32_t* left, const int32_t* right, int a, int b)
-{
-    const int32_t lanes[4] = {left[a] >> 2, right[a] >> 2, left[b] >> 2, right[b] >> 2};
-    return load(lanes, V4{});
-}
-template <class V4>
-VSP_INLINE void scatter(int32_t* left, int32_t* right, int a, int b, V4 S)
-{
-    int32_t lanes[4];
-    store(lanes, shiftLeft<2>(S));
-    left[a] = lanes[0];
-    right[a] = lanes[1];
-    left[b] = lanes[2];
-    right[b] = lanes[3];
-}
-
-template <class V4>
-VSP_INLINE Section2<V4> makeSection2(int32_t* left, int32_t* right, const int16_t* coeffs_q14,
-                                     int stateA, int coeffA, int stateB, int coeffB)
-{
-    Section2<V4> s;
-    s.p = coeffsOf<V4>(coeffs_q14[coeffA], coeffs_q14[coeffB]);
-    s.q = coeffsOf<V4>(coeffs_q14[coeffA + 1], coeffs_q14[coeffB + 1]);
-    s.S1 = gather<V4>(left, right, stateA, stateB);
-    s.S2 = gather<V4>(left, right, stateA + 1, stateB + 1);
-    s.prepare();
-    return s;
-}
-template <class V4>
-VSP_INLINE void keepState(int32_t* left, int32_t* right, int stateA, int stateB,
-                          const Section2<V4>& s)
-{
-    scatter(left, right, stateA, stateB, s.S1);
-    scatter(left, right, stateA + 1, stateB + 1, s.S2);
-}
-
-/// kernels/band_split.h: branch b is in lanes 0 and 1, branch a in lanes 2 and 3.
 template <class V4>
 void split(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7], const int16_t* coeffs_q14,
            int frames, int factor)
 {
-    int32_t* const left = state[0];
-    int32_t* const right = state[1];
-    SplitSections<V4> sections;
-    Section2<V4>& first = sections.first;
-    Section2<V4>& second = sections.next.second;
-    first = makeSection2<V4>(left, right, coeffs_q14, 0, 0, 3, 3);
-    second.p = coeffsOf<V4>(coeffs_q14[2], coeffs_q14[5]);
-    second.q = coeffsOf<V4>(0, coeffs_q14[6]);
-    second.S1 = gather<V4>(left, right, 2, 5);
-    const int32_t noSecondDelay[4] = {0, 0, left[6] >> 2, right[6] >> 2};
-    second.S2 = load(noSecondDelay, V4{});
-    second.prepare();
-
+    SplitSections<V4> sections(state, coeffs_q14);
     // Two frames at a time; the second of them is never one that the low band keeps.
     int n = 0;
     for (; n + 2 <= frames; n += 2) {
@@ -164,12 +86,7 @@ void split(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7], const 
             storeLowFrame(low, shiftRight<5>(wrapAdd(b, a)));
     }
 
-    keepState(left, right, 0, 3, first);
-    scatter(left, right, 2, 5, second.S1);
-    int32_t W2[4];
-    store(W2, shiftLeft<2>(second.S2));
-    left[6] = W2[2];
-    right[6] = W2[3];
+    sections.keep();
 }
 
 /// Adds twice the high band to two frames of low band (y, with two fraction bits).
@@ -204,12 +121,12 @@ template <class V4>
 void interpolateBy2(Frame* out, const Frame* low, const Frame* high, int32_t (*state)[6],
                     const int16_t* coeffs_q14, int lowFrames, int outFrames)
 {
-    Section2<V4> s = makeSection2<V4>(state[0], state[1], coeffs_q14, 0, 0, 2, 2);
+    NegatingSection2<V4> sections = sections2<V4>(state, coeffs_q14, 0, 2);
     forLowFrames<2>(out, high, lowFrames, outFrames, [&](Frame* to, const Frame* highBand, int m) {
         const V4 v = loadFrameTwice<kInputBits>(low + m, V4{});
-        combineTwoFrames(to, highBand, s.run(v));
+        combineTwoFrames(to, highBand, sections.run(v));
     });
-    keepState(state[0], state[1], 0, 2, s);
+    sections.keep();
 }
 
 /// Each of the two phases at twice the low rate goes through two first-order sections.
@@ -217,19 +134,16 @@ template <class V4>
 void interpolateBy4(Frame* out, const Frame* low, const Frame* high, int32_t (*state)[6],
                     const int16_t* coeffs_q14, int lowFrames, int outFrames)
 {
-    Section2<V4> first = makeSection2<V4>(state[0], state[1], coeffs_q14, 0, 0, 2, 2);
-    Section1<V4> second;
-    second.p = coeffsOf<V4>(coeffs_q14[4], coeffs_q14[5]);
-    second.S1 = gather<V4>(state[0], state[1], 4, 5);
-    second.prepare();
+    NegatingSection2<V4> first = sections2<V4>(state, coeffs_q14, 0, 2);
+    NegatingSection1<V4> second(coeffsOf<V4>(coeffs_q14[4], coeffs_q14[5]), laneWords(state, 4, 5));
     forLowFrames<4>(out, high, lowFrames, outFrames, [&](Frame* to, const Frame* highBand, int m) {
         const V4 v = loadFrameTwice<kInputBits>(low + m, V4{});
         const V4 phases = first.run(v);
         combineTwoFrames(to, highBand, second.run(lowHalfTwice(phases)));
         combineTwoFrames(to + 2, highBand + 2, second.run(highHalfTwice(phases)));
     });
-    keepState(state[0], state[1], 0, 2, first);
-    scatter(state[0], state[1], 4, 5, second.S1);
+    first.keep();
+    second.keep();
 }
 
 template <class V>

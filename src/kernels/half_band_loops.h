@@ -2,92 +2,48 @@
 #pragma once
 
 #include "kernels/half_band.h"
+#include "kernels/recursive_sections.h"
 #include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {
 
-/// Lanes of section A and of the first-order section followed by section B, one pair of channels
-/// each; `lanesA` is the first lane of A, 0 or 2.
+/// Section A in two lanes, the first-order section followed by section B in the others.
+/// `lanesA`: the first lane of A, 0 or 2.
 template <class V4, int lanesA>
-struct HalfBandSections {
-    CoeffsOf<V4> c0, c1, minusC0, minusC1; // second-order sections
-    CoeffsOf<V4> p, minusP;                // first-order section, in the lanes of B
-    V4 S1, S2, S0;                         // sums as in filter_loops.h: a quarter of the delays
-    FactorOf<V4> W1, W2, W0;               // the delays
-
-    [[gnu::always_inline]] explicit HalfBandSections(const HalfBandState& left,
-                                                     const HalfBandState& right)
+class HalfBandSections {
+public:
+    [[gnu::always_inline]] HalfBandSections(HalfBandState& left, HalfBandState& right)
+        : first(lanesA == 0 ? 0 : kFirstOrderQ14, lanesA == 0 ? kFirstOrderQ14 : 0,
+                lanes(nullptr, nullptr, &left.ap1, &right.ap1)),
+          second(lanesA == 0 ? kSectionA : kSectionB, lanesA == 0 ? kSectionB : kSectionA,
+                 lanes(&left.apA1, &right.apA1, &left.apB1, &right.apB1),
+                 lanes(&left.apA2, &right.apA2, &left.apB2, &right.apB2))
     {
-        struct Lanes {
-            int32_t lane[4];
-        };
-        const auto lanes = [](int32_t aLeft, int32_t aRight, int32_t bLeft, int32_t bRight) {
-            return lanesA == 0 ? Lanes{aLeft, aRight, bLeft, bRight}
-                               : Lanes{bLeft, bRight, aLeft, aRight};
-        };
-        const auto both = [&](int32_t a, int32_t b) {
-            return loadCoeffs(lanes(a, a, b, b).lane, V4{});
-        };
-        const auto sums = [&](int32_t aLeft, int32_t aRight, int32_t bLeft, int32_t bRight) {
-            return load(lanes(aLeft >> 2, aRight >> 2, bLeft >> 2, bRight >> 2).lane, V4{});
-        };
-        c0 = both(kSectionA.c0_q14, kSectionB.c0_q14);
-        c1 = both(kSectionA.c1_q14, kSectionB.c1_q14);
-        minusC0 = both(-kSectionA.c0_q14, -kSectionB.c0_q14);
-        minusC1 = both(-kSectionA.c1_q14, -kSectionB.c1_q14);
-        p = both(0, kFirstOrderQ14);
-        minusP = both(0, -kFirstOrderQ14);
-        S1 = sums(left.apA1, right.apA1, left.apB1, right.apB1);
-        S2 = sums(left.apA2, right.apA2, left.apB2, right.apB2);
-        S0 = sums(0, 0, left.ap1, right.ap1);
-        W1 = timesFour(S1);
-        W2 = timesFour(S2);
-        W0 = timesFour(S0);
     }
 
     /// The sections' outputs for inputs x, lane by lane.
     [[gnu::always_inline]] V4 run(V4 x)
     {
-        const V4 S = wrapAdd(x, mulShift16(W0, minusP));
-        W0 = timesFour(S);
-        const V4 first = wrapAdd(S0, mulShift16(W0, p));
-        S0 = S;
-        return second(lanesA == 0 ? joinHalves(x, first) : joinHalves(first, x));
+        const V4 y = first.run(x);
+        return second.run(lanesA == 0 ? joinHalves(x, y) : joinHalves(y, x));
     }
 
-    [[gnu::always_inline]] void keep(HalfBandState& left, HalfBandState& right) const
+    [[gnu::always_inline]] void keep() const
     {
-        int32_t w[3][4];
-        store(w[0], shiftLeft<2>(S1));
-        store(w[1], shiftLeft<2>(S2));
-        store(w[2], shiftLeft<2>(S0));
-        constexpr int kA = lanesA;
-        constexpr int kB = 2 - lanesA;
-        left.apA1 = w[0][kA];
-        left.apA2 = w[1][kA];
-        left.apB1 = w[0][kB];
-        left.apB2 = w[1][kB];
-        left.ap1 = w[2][kB];
-        right.apA1 = w[0][kA + 1];
-        right.apA2 = w[1][kA + 1];
-        right.apB1 = w[0][kB + 1];
-        right.apB2 = w[1][kB + 1];
-        right.ap1 = w[2][kB + 1];
+        first.keep();
+        second.keep();
     }
 
 private:
-    [[gnu::always_inline]] V4 second(V4 x)
+    [[gnu::always_inline]] static LaneWords lanes(int32_t* aLeft, int32_t* aRight, int32_t* bLeft,
+                                                  int32_t* bRight)
     {
-        // The negated coefficient is multiplied, not the product negated: they round differently.
-        const V4 S = wrapAdd(wrapAdd(x, mulShift16(W2, minusC1)), mulShift16(W1, minusC0));
-        const auto W = timesFour(S);
-        const V4 y = wrapAdd(wrapAdd(mulShift16(W1, c0), S2), mulShift16(W, c1));
-        S2 = S1;
-        S1 = S;
-        W2 = W1;
-        W1 = W;
-        return y;
+        return lanesA == 0 ? LaneWords{aLeft, aRight, bLeft, bRight}
+                           : LaneWords{bLeft, bRight, aLeft, aRight};
     }
+
+    Section1<V4> first;
+    Section2<V4> second;
 };
 
 template <class V4>
@@ -100,7 +56,7 @@ void halveRate(int32_t (*out)[2], const int32_t (*in)[2], DecimatorState* state,
         const V4 y = sections.run(load(in[2 * n], V4{}));
         storeTwo(out[n], shiftRight<1>(wrapAdd(wrapAdd(y, highHalfTwice(y)), one)));
     }
-    sections.keep(state[0], state[1]);
+    sections.keep();
 }
 
 template <class V4>
@@ -109,7 +65,7 @@ void doubleRate(int32_t (*out)[2], const int32_t (*in)[2], HalfBandState* state,
     HalfBandSections<V4, 2> sections(state[0], state[1]);
     for (int n = 0; n < frames; ++n)
         store(out[2 * n], sections.run(lowHalfTwice(loadTwo(in[n], V4{}))));
-    sections.keep(state[0], state[1]);
+    sections.keep();
 }
 
 template <class V>

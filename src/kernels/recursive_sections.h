@@ -1,0 +1,243 @@
+// Recursive filter sections. A sample waits for the one before it, so the lanes are not samples but sections: left and
+// right of two of them at a time. Each takes its lanes' memory from the channels' states when it is made, runs a sample
+// in all lanes, and gives the memory back with keep().
+//
+// The all-pass sections hold the sums S before their first product, mod 2^32; memory holds W = 4 S, which is what a
+// coefficient in Q14 multiplies: W c >> 16. Values stay far below 2^29, so W >> 2 is S itself.
+#pragma once
+
+#include <cstdint>
+
+#include "fixed/fixed.h"
+#include "kernels/biquad_section.h"
+#include "kernels/vector_scalar.h"
+
+namespace vsp::VSP_KERNEL_SET {
+
+/// Where the words of four lanes lie: left and right of section a, left and right of section b. A lane without a word
+/// holds 0 at first and is not kept.
+struct LaneWords {
+    int32_t* aLeft;
+    int32_t* aRight;
+    int32_t* bLeft;
+    int32_t* bRight;
+};
+
+template <int bits, class V4>
+VSP_INLINE V4 gather(const LaneWords& from, V4)
+{
+    const auto value = [](const int32_t* word) { return word != nullptr ? *word >> bits : 0; };
+    const int32_t lanes[4] = {value(from.aLeft), value(from.aRight), value(from.bLeft),
+                              value(from.bRight)};
+    return load(lanes, V4{});
+}
+template <class V4>
+VSP_INLINE void scatter(const LaneWords& to, V4 a)
+{
+    int32_t lanes[4];
+    store(lanes, a);
+    const auto keep = [](int32_t* word, int32_t value) {
+        if (word != nullptr)
+            *word = value;
+    };
+    keep(to.aLeft, lanes[0]);
+    keep(to.aRight, lanes[1]);
+    keep(to.bLeft, lanes[2]);
+    keep(to.bRight, lanes[3]);
+}
+
+/// A coefficient of two sections, left and right alike.
+template <class V4>
+VSP_INLINE CoeffsOf<V4> coeffsOf(int32_t a, int32_t b)
+{
+    const int32_t lanes[4] = {a, a, b, b};
+    return loadCoeffs(lanes, V4{});
+}
+
+/// A delay of all-pass sections: the sum S, and where its W lies.
+template <class V4>
+struct Delay {
+    V4 S;
+    LaneWords memory;
+
+    [[gnu::always_inline]] explicit Delay(const LaneWords& words)
+        : S(gather<2>(words, V4{})), memory(words)
+    {
+    }
+    [[gnu::always_inline]] void keep() const { scatter(memory, shiftLeft<2>(S)); }
+};
+
+// ---- Sections that turn the sign: y = q S + p S1 - S2, S = u + p S1 + q S2 ----
+// The products p S and q S serve the samples that follow as well.
+
+template <class V4>
+struct NegatingSection2 {
+    CoeffsOf<V4> p, q; // Q14
+    Delay<V4> d1, d2;
+    V4 pS1, qS1, qS2; // products of the delays
+
+    [[gnu::always_inline]] NegatingSection2(CoeffsOf<V4> p_q14, CoeffsOf<V4> q_q14,
+                                            const LaneWords& memory1, const LaneWords& memory2)
+        : p(p_q14), q(q_q14), d1(memory1), d2(memory2), pS1(mulShift16(timesFour(d1.S), p)),
+          qS1(mulShift16(timesFour(d1.S), q)), qS2(mulShift16(timesFour(d2.S), q))
+    {
+    }
+    [[gnu::always_inline]] V4 run(V4 u)
+    {
+        const V4 S = wrapAdd(wrapAdd(u, qS2), pS1);
+        const auto W = timesFour(S);
+        const V4 qS = mulShift16(W, q);
+        const V4 y = wrapSub(wrapAdd(pS1, qS), d2.S);
+        pS1 = mulShift16(W, p);
+        qS2 = qS1;
+        qS1 = qS;
+        d2.S = d1.S;
+        d1.S = S;
+        return y;
+    }
+    [[gnu::always_inline]] void keep() const
+    {
+        d1.keep();
+        d2.keep();
+    }
+};
+
+template <class V4>
+struct NegatingSection1 {
+    CoeffsOf<V4> p;
+    Delay<V4> d1;
+    V4 pS1;
+
+    [[gnu::always_inline]] NegatingSection1(CoeffsOf<V4> p_q14, const LaneWords& memory)
+        : p(p_q14), d1(memory), pS1(mulShift16(timesFour(d1.S), p))
+    {
+    }
+    [[gnu::always_inline]] V4 run(V4 u)
+    {
+        const V4 S = wrapAdd(u, pS1);
+        pS1 = mulShift16(timesFour(S), p);
+        const V4 y = wrapSub(pS1, d1.S);
+        d1.S = S;
+        return y;
+    }
+    [[gnu::always_inline]] void keep() const { d1.keep(); }
+};
+
+// ---- Sections that keep the sign: y = c1 S + c0 S1 + S2, S = u - c0 S1 - c1 S2 ----
+// The negated coefficient is multiplied, not the product negated: they round differently. So no product serves twice.
+
+template <class V4>
+struct Section2 {
+    CoeffsOf<V4> c0, c1, minusC0, minusC1; // Q14
+    Delay<V4> d1, d2;
+    FactorOf<V4> W1, W2;
+
+    /// @param a, b  coefficients c0 and c1 in lanes 0 and 1, in lanes 2 and 3
+    template <class Coeffs>
+    [[gnu::always_inline]] Section2(const Coeffs& a, const Coeffs& b, const LaneWords& memory1,
+                                    const LaneWords& memory2)
+        : c0(coeffsOf<V4>(a.c0_q14, b.c0_q14)), c1(coeffsOf<V4>(a.c1_q14, b.c1_q14)),
+          minusC0(coeffsOf<V4>(-a.c0_q14, -b.c0_q14)), minusC1(coeffsOf<V4>(-a.c1_q14, -b.c1_q14)),
+          d1(memory1), d2(memory2), W1(timesFour(d1.S)), W2(timesFour(d2.S))
+    {
+    }
+    [[gnu::always_inline]] V4 run(V4 u)
+    {
+        const V4 S = wrapAdd(wrapAdd(u, mulShift16(W2, minusC1)), mulShift16(W1, minusC0));
+        const auto W = timesFour(S);
+        const V4 y = wrapAdd(wrapAdd(mulShift16(W1, c0), d2.S), mulShift16(W, c1));
+        d2.S = d1.S;
+        d1.S = S;
+        W2 = W1;
+        W1 = W;
+        return y;
+    }
+    [[gnu::always_inline]] void keep() const
+    {
+        d1.keep();
+        d2.keep();
+    }
+};
+
+template <class V4>
+struct Section1 {
+    CoeffsOf<V4> c, minusC; // Q14
+    Delay<V4> d1;
+    FactorOf<V4> W1;
+
+    [[gnu::always_inline]] Section1(int32_t a_q14, int32_t b_q14, const LaneWords& memory)
+        : c(coeffsOf<V4>(a_q14, b_q14)), minusC(coeffsOf<V4>(-a_q14, -b_q14)), d1(memory),
+          W1(timesFour(d1.S))
+    {
+    }
+    [[gnu::always_inline]] V4 run(V4 u)
+    {
+        const V4 S = wrapAdd(u, mulShift16(W1, minusC));
+        W1 = timesFour(S);
+        const V4 y = wrapAdd(d1.S, mulShift16(W1, c));
+        d1.S = S;
+        return y;
+    }
+    [[gnu::always_inline]] void keep() const { d1.keep(); }
+};
+
+// ---- Biquad_Section in every lane ----
+
+template <class V4>
+class BiquadSections {
+public:
+    /// @param first, second  states [channel]: lanes 0 and 1, lanes 2 and 3
+    [[gnu::always_inline]] BiquadSections(BiquadChannelState* first, BiquadChannelState* second,
+                                          const int32_t* coeffs_q30)
+        : b0(set1(coeffs_q30[0], V4{})), b1(set1(coeffs_q30[1], V4{})),
+          minusA1(set1(coeffs_q30[3], V4{})), minusA2(set1(coeffs_q30[4], V4{})), a(first),
+          b(second), x1(gather<0>(memory(&BiquadChannelState::x1), V4{})),
+          x2(gather<0>(memory(&BiquadChannelState::x2), V4{})),
+          y1(gather<0>(memory(&BiquadChannelState::y1), V4{})),
+          y2(gather<0>(memory(&BiquadChannelState::y2), V4{})),
+          residue(gather<0>(memory(&BiquadChannelState::residue), V4{}))
+    {
+    }
+
+    /// The product that waits for the last output is added last.
+    [[gnu::always_inline]] V4 run(V4 samples)
+    {
+        const V4 x = shiftLeft<6>(samples);
+        auto sum_q36 = unsignedSums(residue);
+        addProducts(sum_q36, wrapAdd(x, x2), b0);
+        addProducts(sum_q36, x1, b1);
+        addProducts(sum_q36, y2, minusA2);
+        addProducts(sum_q36, y1, minusA1);
+        const V4 high = highWords(sum_q36);
+        residue = lowWords(sum_q36);
+        x2 = x1;
+        x1 = x;
+        y2 = y1;
+        y1 = shiftLeft<2>(high);
+        return shiftRight<16>(shiftLeft<12>(high)); // low 16 bits of high >> 4
+    }
+
+    [[gnu::always_inline]] void keep() const
+    {
+        scatter(memory(&BiquadChannelState::x1), x1);
+        scatter(memory(&BiquadChannelState::x2), x2);
+        scatter(memory(&BiquadChannelState::y1), y1);
+        scatter(memory(&BiquadChannelState::y2), y2);
+        scatter(memory(&BiquadChannelState::residue), residue);
+    }
+
+private:
+    template <class Word>
+    [[gnu::always_inline]] LaneWords memory(Word BiquadChannelState::*member) const
+    {
+        const auto word = [](Word& w) { return reinterpret_cast<int32_t*>(&w); };
+        return {word(a[0].*member), word(a[1].*member), word(b[0].*member), word(b[1].*member)};
+    }
+
+    V4 b0, b1, minusA1, minusA2; // Q30
+    BiquadChannelState* a;
+    BiquadChannelState* b;
+    V4 x1, x2, y1, y2, residue; // as in BiquadChannelState
+};
+
+} // namespace vsp::VSP_KERNEL_SET
