@@ -204,9 +204,9 @@ public:
     {
         const V4 x = shiftLeft<6>(samples);
         auto sum_q36 = unsignedSums(residue);
-        addProducts(sum_q36, wrapAdd(x, x2), b0);
-        addProducts(sum_q36, x1, b1);
         addProducts(sum_q36, y2, minusA2);
+        addProducts(sum_q36, x1, b1);
+        addProducts(sum_q36, wrapAdd(x, x2), b0);
         addProducts(sum_q36, y1, minusA1);
         const V4 high = highWords(sum_q36);
         residue = lowWords(sum_q36);
