@@ -1,3 +1,4 @@
+// The engine's unit of sound inside.
 #pragma once
 
 #include <cstdint>

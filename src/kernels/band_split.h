@@ -1,7 +1,7 @@
 // The pair of power-complementary filters that cut a hop into the vocoder's low band and the high
 // band, and the interpolator that brings the low band back to the full rate. All are made of
-// all-pass sections in Q14; every delay word holds four times the section's value, input is 8 times
-// the sample.
+// all-pass sections with Q14 coefficients; a section takes eight times the sample, and every delay
+// word holds four times the section's value.
 #pragma once
 
 #include <cstdint>

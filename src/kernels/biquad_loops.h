@@ -1,9 +1,11 @@
-// The two output low-passes of slow speeds, in series. A frame waits for the one before it, so the
-// lanes are left and right of the first filter, then of the second.
+// The two output low-passes of slow speeds, in series: left and right of the first filter are two
+// lanes, those of the second the other two.
 #pragma once
 
+#include <cstdint>
 #include <type_traits>
 
+#include "fixed/frame.h"
 #include "kernels/biquad_section.h"
 #include "kernels/recursive_sections.h"
 #include "kernels/vector_scalar.h"

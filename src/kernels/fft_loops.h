@@ -2,7 +2,14 @@
 // bit-reversed order and so stores the result in natural order, without a walk of its own.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
+#include <velora/fft.h>
+
 #include "fixed/cache_line.h"
+#include "fixed/fixed.h"
+#include "fixed/frame.h"
 #include "kernels/sizes.h"
 #include "kernels/twiddles.h"
 #include "kernels/vector_scalar.h"
@@ -58,8 +65,8 @@ VSP_INLINE Complex<V> broadcast(Velora_FFT_Twiddle w, V)
     return {set1(w.re, V{}), set1(w.im, V{})};
 }
 
-/// The eighth roots of unity that are no multiples of i, applied to g and h: one product a
-/// component.
+/// The eighth roots of unity that are no multiples of i, applied to g and h with one product for
+/// each component.
 template <class V>
 VSP_INLINE void eighthRoots(Complex<V>& g, Complex<V>& h)
 {
@@ -72,9 +79,9 @@ VSP_INLINE void eighthRoots(Complex<V>& g, Complex<V>& h)
     h = {wrapSub(hIm, hRe), wrapSub(wrapSub(set1(0, V{}), hRe), hIm)};
 }
 
-/// Levels 0 to 2 of a column of 8 points.
+/// Levels 0 to 2 of a column.
 template <class V>
-VSP_INLINE void radix8First(Complex<V> (&x)[8])
+VSP_INLINE void radix8First(Complex<V> (&x)[kRadix])
 {
     Complex<V> even[4];
     Complex<V> odd[4];
@@ -105,7 +112,7 @@ VSP_INLINE void radix8First(Complex<V> (&x)[8])
 
 /// The same where only x[0] and x[1] are not 0.
 template <class V>
-VSP_INLINE void radix8FirstOfTwo(Complex<V> (&x)[8])
+VSP_INLINE void radix8FirstOfTwo(Complex<V> (&x)[kRadix])
 {
     const Complex<V> a = x[0];
     const Complex<V> b = x[1];
@@ -123,9 +130,9 @@ VSP_INLINE void radix8FirstOfTwo(Complex<V> (&x)[8])
     x[7] = sub(a, h);
 }
 
-/// Three levels of a column of 8 points: one factor for the first, two and four for the next.
+/// Three levels of a column: one factor for the first, two and four for the next.
 template <class V>
-VSP_INLINE void radix8(Complex<V> (&x)[8], const Complex<V> (&w)[7])
+VSP_INLINE void radix8(Complex<V> (&x)[kRadix], const Complex<V> (&w)[kColumnTwiddles])
 {
     for (int i = 0; i < 4; ++i)
         butterfly(x[i], x[i + 4], w[0]);
@@ -139,73 +146,74 @@ VSP_INLINE void radix8(Complex<V> (&x)[8], const Complex<V> (&w)[7])
 template <class V>
 void firstPass(int32_t* re, int32_t* im)
 {
-    for (int c = 0; c < 64; c += V::lanes) {
-        Complex<V> x[8];
-        for (int i = 0; i < 8; ++i)
-            x[i] = loadComplex(re, im, c + 64 * i, V{});
+    for (int c = 0; c < kColumns; c += V::lanes) {
+        Complex<V> x[kRadix];
+        for (int i = 0; i < kRadix; ++i)
+            x[i] = loadComplex(re, im, c + kColumns * i, V{});
         radix8First(x);
-        for (int i = 0; i < 8; ++i)
-            storeComplex(re, im, c + 64 * i, x[i]);
+        for (int i = 0; i < kRadix; ++i)
+            storeComplex(re, im, c + kColumns * i, x[i]);
     }
 }
 
-/// The first pass over 128 frames followed by silence.
+/// The first pass over kLowHop frames followed by silence: of each column two points.
+static_assert(2 * kColumns == kLowHop);
 template <class V>
 void firstPassOfHop(int32_t* re, int32_t* im, const Frame* in)
 {
-    for (int c = 0; c < 64; c += V::lanes) {
-        Complex<V> x[8];
+    for (int c = 0; c < kColumns; c += V::lanes) {
+        Complex<V> x[kRadix];
         for (int i = 0; i < 2; ++i)
-            loadShortPairs(in + c + 64 * i, x[i].re, x[i].im);
+            loadShortPairs(in + c + kColumns * i, x[i].re, x[i].im);
         radix8FirstOfTwo(x);
-        for (int i = 0; i < 8; ++i)
-            storeComplex(re, im, c + 64 * i, x[i]);
+        for (int i = 0; i < kRadix; ++i)
+            storeComplex(re, im, c + kColumns * i, x[i]);
     }
 }
 
-/// Levels 3 to 5: 8 blocks of 64 points, each with its own factors.
+/// Levels 3 to 5: blocks of 64 points, each with its own factors.
 template <class V>
 void middlePass(int32_t* re, int32_t* im)
 {
-    for (int j = 0; j < 8; ++j) {
-        Complex<V> w[7];
+    for (int j = 0; j < kRadix; ++j) {
+        Complex<V> w[kColumnTwiddles];
         w[0] = broadcast(fftTwiddle[j], V{});
         for (int i = 0; i < 2; ++i)
             w[1 + i] = broadcast(fftTwiddle[2 * j + i], V{});
         for (int i = 0; i < 4; ++i)
             w[3 + i] = broadcast(fftTwiddle[4 * j + i], V{});
-        for (int c = 64 * j; c < 64 * j + 8; c += V::lanes) {
-            Complex<V> x[8];
-            for (int i = 0; i < 8; ++i)
-                x[i] = loadComplex(re, im, c + 8 * i, V{});
+        for (int c = kColumns * j; c < kColumns * j + kRadix; c += V::lanes) {
+            Complex<V> x[kRadix];
+            for (int i = 0; i < kRadix; ++i)
+                x[i] = loadComplex(re, im, c + kRadix * i, V{});
             radix8(x, w);
-            for (int i = 0; i < 8; ++i)
-                storeComplex(re, im, c + 8 * i, x[i]);
+            for (int i = 0; i < kRadix; ++i)
+                storeComplex(re, im, c + kRadix * i, x[i]);
         }
     }
 }
 
-/// Loads point i of V::lanes blocks into x[i], and the blocks' factors: lane l is block
+/// Loads point i of V::lanes blocks of 8 points into x[i], and the blocks' factors. Lane l is block
 /// 8 bitrev(first + l) + bitrev(group), so that the lanes' results lie side by side.
 template <class V>
-VSP_INLINE void loadBlocks(Complex<V> (&x)[8], Complex<V> (&w)[7], const int32_t* re,
-                           const int32_t* im, int group, int first)
+VSP_INLINE void loadBlocks(Complex<V> (&x)[kRadix], Complex<V> (&w)[kColumnTwiddles],
+                           const int32_t* re, const int32_t* im, int group, int first)
 {
     const int32_t* blockRe[V::lanes];
     const int32_t* blockIm[V::lanes];
     for (int l = 0; l < V::lanes; ++l) {
-        const int block = 8 * kBitRev3[first + l] + kBitRev3[group];
-        blockRe[l] = re + 8 * block;
-        blockIm[l] = im + 8 * block;
+        const int block = kRadix * kBitRev3[first + l] + kBitRev3[group];
+        blockRe[l] = re + kRadix * block;
+        blockIm[l] = im + kRadix * block;
     }
-    V xRe[8];
-    V xIm[8];
+    V xRe[kRadix];
+    V xIm[kRadix];
     loadColumns(blockRe, xRe);
     loadColumns(blockIm, xIm);
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < kRadix; ++i)
         x[i] = {xRe[i], xIm[i]};
-    const LastPassTwiddles& factors = kLastPassTwiddles[size_t(group)];
-    for (int i = 0; i < 7; ++i)
+    const LastPassTwiddles& factors = kLastPassTwiddles[std::size_t(group)];
+    for (int i = 0; i < kColumnTwiddles; ++i)
         w[i] = {load(factors.re[i] + first, V{}), load(factors.im[i] + first, V{})};
 }
 
@@ -213,25 +221,25 @@ VSP_INLINE void loadBlocks(Complex<V> (&x)[8], Complex<V> (&w)[7], const int32_t
 template <class V>
 void lastPass(int32_t* outRe, int32_t* outIm, const int32_t* re, const int32_t* im)
 {
-    for (int group = 0; group < 8; ++group)
-        for (int first = 0; first < 8; first += V::lanes) {
-            Complex<V> x[8];
-            Complex<V> w[7];
+    for (int group = 0; group < kRadix; ++group)
+        for (int first = 0; first < kRadix; first += V::lanes) {
+            Complex<V> x[kRadix];
+            Complex<V> w[kColumnTwiddles];
             loadBlocks(x, w, re, im, group, first);
             radix8(x, w);
-            for (int i = 0; i < 8; ++i)
-                storeComplex(outRe, outIm, 64 * kBitRev3[i] + 8 * group + first, x[i]);
+            for (int i = 0; i < kRadix; ++i)
+                storeComplex(outRe, outIm, kColumns * kBitRev3[i] + kRadix * group + first, x[i]);
         }
 }
 
-/// The same, but only results 0 to 127: of each block the points 0 and 4.
+/// The same, but only the first kLowHop results: of each block the points 0 and 4.
 template <class V>
 void lastPassFirstQuarter(int32_t* outRe, int32_t* outIm, const int32_t* re, const int32_t* im)
 {
-    for (int group = 0; group < 8; ++group)
-        for (int first = 0; first < 8; first += V::lanes) {
-            Complex<V> x[8];
-            Complex<V> w[7];
+    for (int group = 0; group < kRadix; ++group)
+        for (int first = 0; first < kRadix; first += V::lanes) {
+            Complex<V> x[kRadix];
+            Complex<V> w[kColumnTwiddles];
             loadBlocks(x, w, re, im, group, first);
             for (int i = 0; i < 4; ++i)
                 butterfly(x[i], x[i + 4], w[0]);
@@ -240,7 +248,7 @@ void lastPassFirstQuarter(int32_t* outRe, int32_t* outIm, const int32_t* re, con
                 butterfly(half[0], half[2], w[1 + j]);
                 butterfly(half[1], half[3], w[1 + j]);
                 butterfly(half[0], half[1], w[3 + 2 * j]);
-                storeComplex(outRe, outIm, 64 * j + 8 * group + first, half[0]);
+                storeComplex(outRe, outIm, kColumns * j + kRadix * group + first, half[0]);
             }
         }
 }

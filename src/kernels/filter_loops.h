@@ -1,5 +1,5 @@
-// The band split: the pair of filters that cut a hop in two, the interpolators that bring the low band back to the full
-// rate, and the fade between segments of the high band.
+// The band split: the pair of filters that cut a hop in two, the interpolators that bring the low
+// band back to the full rate, and the fade between segments of the high band.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +30,7 @@ VSP_INLINE NegatingSection2<V4> sections2(int32_t (*state)[words], const int16_t
             laneWords(state, a + 1, b + 1)};
 }
 
-/// Both branches of the split filter (kernels/band_split.h): branch b is in lanes 0 and 1, branch a in lanes 2 and 3.
+/// Both branches of the split filter in kernels/band_split.h: b in lanes 0 and 1, a in 2 and 3.
 template <class V4>
 class SplitSections {
 public:
@@ -98,7 +98,7 @@ VSP_INLINE void combineTwoFrames(Frame* out, const Frame* high, V4 y)
     storeTwoFramesSaturated(out, wrapAdd(shiftLeft<1>(h), shiftRight<2>(x)));
 }
 
-/// Runs step(out, high, m) for each low-band frame; the frames of a last one that doesn't fit whole
+/// Runs step(out, high, m) for each low-band frame. The frames of a last one that doesn't fit whole
 /// go through a buffer of their own.
 template <int factor, class Step>
 VSP_INLINE void forLowFrames(Frame* out, const Frame* high, int lowFrames, int outFrames, Step step)
@@ -146,6 +146,9 @@ void interpolateBy4(Frame* out, const Frame* low, const Frame* high, int32_t (*s
     second.keep();
 }
 
+/// Weight 1.0 of a fade, Q10.
+constexpr int kFullWeight = 1024;
+
 template <class V>
 void fadeHighBand(Frame* out, const Frame* older, const Frame* newer, int frames)
 {
@@ -153,13 +156,13 @@ void fadeHighBand(Frame* out, const Frame* older, const Frame* newer, int frames
     const int16_t* const a = samples(newer);
     const auto sample = [=](int n, auto lanes, auto weight) {
         using W = decltype(lanes);
-        const W rest = wrapSub(set1(1024, W{}), weight);
+        const W rest = wrapSub(set1(kFullWeight, W{}), weight);
         return wrapAdd(shiftRight<10>(mulShort(loadShorts(b + n, W{}), weight)),
                        shiftRight<10>(mulShort(loadShorts(a + n, W{}), rest)));
     };
     int32_t ramp[V::lanes];
     for (int i = 0; i < V::lanes; ++i)
-        ramp[i] = 1024 - i / 2 * 2;
+        ramp[i] = kFullWeight - i / 2 * 2;
     V weight = load(ramp, V{});
     const V step = set1(V::lanes, V{});
     int n = 0;
@@ -170,7 +173,7 @@ void fadeHighBand(Frame* out, const Frame* older, const Frame* newer, int frames
         weight = wrapSub(weight, step);
     }
     for (; n < 2 * frames; ++n) {
-        const I32x1 x = sample(n, I32x1{}, set1(1024 - n / 2 * 2, I32x1{}));
+        const I32x1 x = sample(n, I32x1{}, set1(kFullWeight - n / 2 * 2, I32x1{}));
         samples(out)[n] = fx::sat16(x.v[0]);
     }
 }

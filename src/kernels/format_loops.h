@@ -1,4 +1,4 @@
-// Sample formats, as plain loops that the compiler turns into vectors (convert/sample_format.h).
+// Between 16-bit samples and the caller's formats: plain loops, which the compiler makes vectors of.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,9 @@
-// The half-band resamplers' all-pass sections: left and right of both branches as lanes.
+// The half-band resamplers, left and right of both branches as lanes, and their sample format.
 #pragma once
+
+#include <cstdint>
+
+#include "fixed/fixed.h"
 
 #include "kernels/half_band.h"
 #include "kernels/recursive_sections.h"

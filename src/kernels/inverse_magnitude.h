@@ -1,5 +1,4 @@
-// Constants of the magnitude and phasor extraction, which works without division, square root or
-// angles.
+// Constants of the magnitude and phasor extraction, which needs no division, square root or angle.
 #pragma once
 
 #include <cstdint>

@@ -20,9 +20,10 @@ struct KernelTable {
     // ---- Transforms of 512 points; re and im [kFftN] ----
     /// In place, natural order.
     void (*fft512)(int32_t* re, int32_t* im);
-    /// Of 128 frames, left + i right, followed by 384 of silence.
+    /// Of kLowHop frames, left + i right, followed by silence.
     void (*fftOfHop)(int32_t* re, int32_t* im, const Frame* in);
-    /// Only points 0 to 127 of the result, natural order, [128] each; re and im are overwritten.
+    /// Only the first kLowHop points of the result, natural order, [kLowHop] each; re and im are
+    /// overwritten.
     void (*fftFirstQuarter)(int32_t* outRe, int32_t* outIm, int32_t* re, int32_t* im);
 
     // ---- Spectra; arrays [kBins] unless said otherwise ----
@@ -34,11 +35,10 @@ struct KernelTable {
                           const ComplexInt* right);
     /// Moves one channel's sum of partial spectra on by a hop and windows it.
     /// @param out     spectrum of the last four hops under a periodic Hann window, in units of
-    /// 16-bit
-    ///                samples: X[k] / 2 - X[k - 1] / 4 - X[k + 1] / 4, halved in steps that
-    ///                truncate; bins outside 0..256 are the conjugates of their mirror images
-    /// @param sum     X = i^k (sum - oldest + newest): the spectrum of the last four hops,
-    /// unwindowed
+    ///                16-bit samples: X[k] / 2 - X[k - 1] / 4 - X[k + 1] / 4, halved in steps
+    ///                that truncate; bins outside 0..256 are the conjugates of their mirror images
+    /// @param sum     X = i^k (sum - oldest + newest): the spectrum of the last four hops without
+    ///                a window
     /// @param oldest  partial spectrum of the hop that leaves
     /// @param newest  partial spectrum of the hop that enters
     void (*Velora_VSP_PartSp_AnalysisSum)(ComplexInt* out, ComplexInt* sum,
@@ -52,8 +52,8 @@ struct KernelTable {
     /// Moduli, as max + min / 4 + min / 8, and Q14 unit phasors of bins above INT32_MIN in both
     /// components; an all-zero bin has phase 0.
     void (*Velora_VSP_MagPhase_Bins)(int32_t* mag, ComplexShort* phasor, const ComplexInt* spec);
-    /// 1/768 of 128 transformed points as frames, saturated: re to the left, -im to the right. 512
-    /// of it undo the unscaled transform, 1.5 the two windows at fourfold overlap.
+    /// 1/768 of kLowHop transformed points as frames, saturated: re to the left, -im to the right.
+    /// 512 of the 768 undo the unscaled transform, 1.5 the two windows at fourfold overlap.
     void (*scaleOutput)(Frame* out, const int32_t* re, const int32_t* im);
 
     // ---- Phasors, Q14; arrays [kBins] unless said otherwise, results keep the low 16 bits ----
@@ -76,7 +76,8 @@ struct KernelTable {
     void (*bandCentres)(float* bandCog, const ComplexInt* left, const ComplexInt* right);
     /// Finds the peaks of a magnitude spectrum: bins above kPeakFloor and above their two
     /// neighbours on each side. `peakList` [kMaxPeaks] takes those in bands whose status is 0,
-    /// ascending, `listed` their number; returns the number of all peaks in bins 2 to 254.
+    /// ascending, `listed` their number; returns the number of all peaks from kFirstPeakBin to
+    /// kLastPeakBin.
     int (*findPeaks)(int16_t* peakList, int* listed, const int32_t* mag, const int8_t* status,
                      const int16_t (*bands)[kBands]);
     /// Gives the bins around each of `count` (1 or more) peaks the phase of the peak plus their own
@@ -96,10 +97,10 @@ struct KernelTable {
     /// Interpolates the low band and adds twice the high band, saturated. The gain at zero
     /// frequency is -2 by 2 and +2 by 4.
     /// @param out        [outFrames]; high [outFrames]; low [lowFrames]
-    /// @param state      [channel] delays: two of (k0, k1), two of (k2, k3), by 4 one each of k4,
-    /// k5
-    /// @param outFrames  at most lowFrames * factor: what the last low frame gives beyond is
-    /// dropped
+    /// @param state      [channel] delays: two of (k0, k1), two of (k2, k3); by 4 also one of k4
+    ///                   and one of k5
+    /// @param outFrames  at most lowFrames * factor: what the last low frame gives beyond them is
+    ///                   dropped
     void (*interpolateBy2)(Frame* out, const Frame* low, const Frame* high, int32_t (*state)[6],
                            const int16_t* coeffs_q14, int lowFrames, int outFrames);
     void (*interpolateBy4)(Frame* out, const Frame* low, const Frame* high, int32_t (*state)[6],

@@ -1,5 +1,5 @@
-// Instantiates every loop for one instruction set: V for loops over samples and bins, V4 for the
-// recursive filters.
+// Instantiates every loop for one instruction set: V for loops over samples and bins, V4 for those
+// over time in recursive filters.
 #pragma once
 
 #include "kernels/biquad_loops.h"

@@ -1,11 +1,16 @@
 // Spectral peaks, and the centre of gravity of each band.
 #pragma once
 
+#include <cstdint>
 #include <type_traits>
 
+#include "fixed/complex.h"
+#include "fixed/fixed.h"
 #include "kernels/centre_of_gravity.h"
 #include "kernels/peaks.h"
+#include "kernels/sizes.h"
 #include "kernels/spectrum_loops.h"
+#include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {
 
@@ -55,7 +60,7 @@ VSP_INLINE void times(V& outRe, V& outIm, V xRe, V xIm, V aRe, V aIm)
 }
 
 /// Peaks padded to whole vectors by repeating the last one, which does no harm.
-constexpr int kPaddedPeaks = kMaxPeaks + 8;
+constexpr int kPaddedPeaks = kMaxPeaks + kMostLanes;
 
 /// The turns that a peak gives to its region: of the spectrum (Q14) and of the phasors (Q16).
 struct PeakTurns {
@@ -130,10 +135,10 @@ void lockPeaks(ComplexInt* X, ComplexShort* S, const ComplexShort* A, const int1
     int16_t lowest[kPaddedPeaks]; // bin two below each peak
     for (int i = 0; i < count; ++i)
         lowest[i] = int16_t(peakList[i] - 2);
-    for (int i = count; i < count + 8; ++i)
+    for (int i = count; i < count + kMostLanes; ++i)
         lowest[i] = lowest[count - 1];
     int32_t wanted[2 * kPaddedPeaks]; // of the two bins above each peak
-    for (int i = 0; i < count + 8; ++i)
+    for (int i = 0; i < count + kMostLanes; ++i)
         wanted[2 * i] = wanted[2 * i + 1] = -1;
     for (int i = 0; i + 1 < count; ++i)
         wanted[2 * i + 1] = lowest[i + 1] - lowest[i] > 3 ? -1 : 0;
@@ -184,10 +189,10 @@ struct CogRecursion {
     }
 };
 
-/// As many lanes set as lie before the eighth entry.
-constexpr int32_t kInBand[16] = {-1, -1, -1, -1, -1, -1, -1, -1};
-/// The words of odd bins.
-constexpr int32_t kOddBins[8] = {0, 0, -1, -1, 0, 0, -1, -1};
+/// Loaded from kMostLanes - n on, a mask of the first n lanes.
+constexpr int32_t kFirstLanes[2 * kMostLanes] = {-1, -1, -1, -1, -1, -1, -1, -1};
+/// A mask of the words of odd bins.
+constexpr int32_t kOddBins[kMostLanes] = {0, 0, -1, -1, 0, 0, -1, -1};
 
 /// The sum of both channels, its sign turned with every bin (which moves the time origin to the
 /// middle of the frame), filtered across bins. The recursion across bins can't be cut into lanes;
@@ -207,12 +212,13 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
     sum[kLastBin] = {fx::wrapAdd(right[kLastBin].re >> 1, left[kLastBin].re >> 1),
                      fx::wrapAdd(right[kLastBin].im >> 1, left[kLastBin].im >> 1)};
 
-    // Run backwards over the lowest bins and mirrored: the values at negative frequencies.
+    // Run backwards over the lowest bins and mirrored: the values at negative frequencies, from
+    // which the recursion starts.
     const ComplexInt zero = {0, 0};
-    ComplexInt mirrored[13];
+    ComplexInt mirrored[kMirroredBins];
     CogRecursion<V4> recursion;
     recursion.start(zero, zero);
-    for (int k = 12; k >= 0; --k)
+    for (int k = kMirroredBins - 1; k >= 0; --k)
         recursion.run(mirrored[k], sum[k]);
     for (int k = 0; k < 2; ++k)
         filtered[k] = {mirrored[1 - k].re, fx::wrapNeg(mirrored[1 - k].im)};
@@ -230,7 +236,7 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
             V xRe, xIm, aboveRe, aboveIm, hereRe, hereIm, belowRe, belowIm;
             loadPairs(sum + k, xRe, xIm);
             if (k + V::lanes > end) { // lanes of the next band count as silent
-                const V mask = load(kInBand + 8 - (end - k), V{});
+                const V mask = load(kFirstLanes + kMostLanes - (end - k), V{});
                 xRe = select(mask, xRe, set1(0, V{}));
                 xIm = select(mask, xIm, set1(0, V{}));
             }

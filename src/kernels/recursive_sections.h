@@ -1,9 +1,11 @@
-// Recursive filter sections. A sample waits for the one before it, so the lanes are not samples but sections: left and
-// right of two of them at a time. Each takes its lanes' memory from the channels' states when it is made, runs a sample
-// in all lanes, and gives the memory back with keep().
+// Recursive filter sections. A sample waits for the one before it, so the lanes are not samples but
+// sections: left and right of two of them at a time. A section takes its lanes' memory from the
+// channels' states when it is made, runs one sample in all lanes, and gives the memory back with
+// keep().
 //
-// The all-pass sections hold the sums S before their first product, mod 2^32; memory holds W = 4 S, which is what a
-// coefficient in Q14 multiplies: W c >> 16. Values stay far below 2^29, so W >> 2 is S itself.
+// A delay of an all-pass section is the sum S before its first product, mod 2^32. Memory holds
+// W = 4 S, which is what a coefficient in Q14 multiplies: W c >> 16. Values stay far below 2^29, so
+// W >> 2 is S itself.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +16,8 @@
 
 namespace vsp::VSP_KERNEL_SET {
 
-/// Where the words of four lanes lie: left and right of section a, left and right of section b. A lane without a word
-/// holds 0 at first and is not kept.
+/// Where the words of four lanes lie: left and right of section a, left and right of section b. A
+/// lane without a word begins with 0 and is not kept.
 struct LaneWords {
     int32_t* aLeft;
     int32_t* aRight;
@@ -67,8 +69,8 @@ struct Delay {
     [[gnu::always_inline]] void keep() const { scatter(memory, shiftLeft<2>(S)); }
 };
 
-// ---- Sections that turn the sign: y = q S + p S1 - S2, S = u + p S1 + q S2 ----
-// The products p S and q S serve the samples that follow as well.
+// ---- Sections that turn the sign: S = u + p S1 + q S2, y = q S + p S1 - S2. The products of a sum
+// serve both equations, and the samples that follow. ----
 
 template <class V4>
 struct NegatingSection2 {
@@ -123,8 +125,8 @@ struct NegatingSection1 {
     [[gnu::always_inline]] void keep() const { d1.keep(); }
 };
 
-// ---- Sections that keep the sign: y = c1 S + c0 S1 + S2, S = u - c0 S1 - c1 S2 ----
-// The negated coefficient is multiplied, not the product negated: they round differently. So no product serves twice.
+// ---- Sections that keep the sign: S = u - c0 S1 - c1 S2, y = c1 S + c0 S1 + S2. Coefficients are
+// negated, not products, which would round differently: no product serves twice. ----
 
 template <class V4>
 struct Section2 {

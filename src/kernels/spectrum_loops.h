@@ -1,7 +1,12 @@
 // Loops over the bins of a spectrum.
 #pragma once
 
+#include <cstdint>
+
 #include "fixed/cache_line.h"
+#include "fixed/complex.h"
+#include "fixed/fixed.h"
+#include "fixed/frame.h"
 #include "kernels/inverse_magnitude.h"
 #include "kernels/sizes.h"
 #include "kernels/vector_scalar.h"
@@ -79,12 +84,15 @@ VSP_INLINE void hannWindow(ComplexInt* out, const ComplexInt* X)
     out[kLastBin] = {fx::wrapSub(X[kLastBin].re, X[kLastBin - 1].re) >> 1, X[kLastBin].im >> 1};
 }
 
-/// sum = i^k (sum - leaving) + entering for bins 0 to 255, or i^k (sum - leaving + entering).
+/// Runs combine(x, n) over bins 0 to kLastBin - 1, four at a time: x is their words in vectors,
+/// which go back as combine leaves them, n the number of the first word.
 template <class V, class Combine>
 VSP_INLINE void forFourBins(ComplexInt* sum, Combine combine)
 {
-    constexpr int kVectors = 8 / V::lanes;
-    for (int k = 0; k < kLastBin; k += 4) {
+    constexpr int kStep = 4; // bins
+    static_assert(kLastBin % kStep == 0);
+    constexpr int kVectors = 2 * kStep / V::lanes;
+    for (int k = 0; k < kLastBin; k += kStep) {
         V x[kVectors];
         int32_t* const p = words(sum + k);
         for (int i = 0; i < kVectors; ++i)

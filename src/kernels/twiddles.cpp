@@ -2,6 +2,11 @@
 
 #include "kernels/twiddles.h"
 
+#include <array>
+#include <cstddef>
+
+#include <velora/fft.h>
+
 constexpr Velora_FFT_Twiddle fftTwiddle[256] = {
 #include "kernels/twiddle_table.inc"
 };
@@ -9,12 +14,12 @@ constexpr Velora_FFT_Twiddle fftTwiddle[256] = {
 namespace vsp {
 namespace {
 
-constexpr std::array<LastPassTwiddles, 8> inLaneOrder()
+constexpr std::array<LastPassTwiddles, kRadix> inLaneOrder()
 {
-    std::array<LastPassTwiddles, 8> table{};
-    for (int group = 0; group < 8; ++group)
-        for (int lane = 0; lane < 8; ++lane) {
-            const int block = 8 * kBitRev3[lane] + kBitRev3[group];
+    std::array<LastPassTwiddles, kRadix> table{};
+    for (int group = 0; group < kRadix; ++group)
+        for (int lane = 0; lane < kRadix; ++lane) {
+            const int block = kRadix * kBitRev3[lane] + kBitRev3[group];
             for (int row = 0, level = 0; level < 3; ++level)
                 for (int j = 0; j < 1 << level; ++j, ++row) {
                     const Velora_FFT_Twiddle w = fftTwiddle[(block << level) + j];
@@ -27,6 +32,6 @@ constexpr std::array<LastPassTwiddles, 8> inLaneOrder()
 
 } // namespace
 
-constinit const std::array<LastPassTwiddles, 8> kLastPassTwiddles = inLaneOrder();
+constinit const std::array<LastPassTwiddles, kRadix> kLastPassTwiddles = inLaneOrder();
 
 } // namespace vsp

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 
 #include <velora/fft.h>
 
@@ -24,16 +25,23 @@ inline constexpr std::array<uint16_t, kFftN> fftBitRev = [] {
 /// sqrt(1/2), Q31: both components of the eighth roots of unity.
 inline constexpr int32_t kSqrtHalfQ31 = 0x5A82799A;
 
-/// The 3 bits of i in reversed order.
-inline constexpr int kBitRev3[8] = {0, 4, 2, 6, 1, 5, 3, 7};
+/// The 512-point transform runs in three passes over columns of so many points, three levels each.
+inline constexpr int kRadix = 8;
+static_assert(kRadix * kRadix * kRadix == kFftN);
+/// Columns of a pass.
+inline constexpr int kColumns = kFftN / kRadix;
+/// Factors of a column: one of the first of its levels, two of the second, four of the third.
+inline constexpr int kColumnTwiddles = kRadix - 1;
 
-/// Factors of the last three levels of a 512-point transform for the blocks 8 kBitRev3[lane] +
-/// kBitRev3[group] of 8 points: one of level 6, two of level 7, four of level 8. Entries of
+/// The 3 bits of i in reversed order.
+inline constexpr int kBitRev3[kRadix] = {0, 4, 2, 6, 1, 5, 3, 7};
+
+/// Factors of the last pass for the columns 8 kBitRev3[lane] + kBitRev3[group]: entries of
 /// fftTwiddle in the order of the lanes.
 struct LastPassTwiddles {
-    alignas(32) int32_t re[7][8];
-    alignas(32) int32_t im[7][8];
+    alignas(32) int32_t re[kColumnTwiddles][kRadix];
+    alignas(32) int32_t im[kColumnTwiddles][kRadix];
 };
-extern const std::array<LastPassTwiddles, 8> kLastPassTwiddles;
+extern const std::array<LastPassTwiddles, kRadix> kLastPassTwiddles;
 
 } // namespace vsp

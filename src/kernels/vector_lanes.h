@@ -1,9 +1,11 @@
-// The operations that mean the same for one lane and for a register full of them, written once for every vector type.
+// The operations that mean the same for one lane and for a register full of them, written once for
+// every vector type.
 //
-// A vector type has `lanes` and its value `v`: 32-bit lanes in a register of the instruction set, which the compilers
-// take for a vector of their own, or an array of lanes (vector_scalar.h). Multiplications, shuffles and packs stand in
-// the file of each instruction set. Everything is in a namespace of its own for each of them, so the linker can never
-// take a copy that was compiled for another one.
+// A vector type has `lanes` and its value `v`: 32-bit lanes in a register of the instruction set,
+// which GCC and clang also take for a vector of their own, or an array of lanes (vector_scalar.h).
+// Multiplications, shuffles and packs stand in the file of each instruction set. Everything is in a
+// namespace of its own for each of them, so the linker can never take a copy that was compiled for
+// another one.
 #pragma once
 
 #include <cstddef>
@@ -13,6 +15,9 @@
 
 namespace vsp::VSP_KERNEL_SET {
 
+/// Lanes of the widest vector there is: what vectors read beyond an array's end is padded for it.
+constexpr int kMostLanes = 8;
+
 /// A register of so many bytes as the compilers' vectors.
 template <std::size_t bytes>
 struct Register {
@@ -20,8 +25,8 @@ struct Register {
     typedef uint32_t Unsigned __attribute__((vector_size(bytes)));
 };
 
-/// f of the lanes as signed values, or as unsigned ones, which wrap: of all at once. An array overloads them to go lane
-/// by lane.
+/// f of all lanes at once, as signed values or as unsigned ones, which wrap. Arrays of lanes have
+/// their own, which go lane by lane.
 template <class V, class F, class... Rest>
 VSP_INLINE V onSigned(F f, V a, Rest... rest)
 {
@@ -102,7 +107,8 @@ VSP_INLINE V greater(V a, V b)
 template <class V>
 VSP_INLINE V equal(V a, V b)
 {
-    return onSigned([](auto x, auto y) { return x == y ? decltype(x){} - 1 : decltype(x){}; }, a, b);
+    return onSigned([](auto x, auto y) { return x == y ? decltype(x){} - 1 : decltype(x){}; }, a,
+                    b);
 }
 /// Lanes of a where the mask is set, of b elsewhere.
 template <class V>

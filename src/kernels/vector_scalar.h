@@ -1,7 +1,6 @@
-// Vectors in plain C++: one lane for tails and machines without SIMD, four for the recursive filters.
-//
-// The operations carry fixed.h's names and obey it lane by lane; the vector files for other instruction sets offer the
-// same ones.
+// Vectors in plain C++: one lane for tails and machines without SIMD, four for the recursive
+// filters. The operations carry fixed.h's names and obey it lane by lane. The files of the other
+// instruction sets offer the same ones; what each does is said here.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +13,7 @@
 
 namespace vsp::VSP_KERNEL_SET {
 
-/// Complex values and frames as the words and samples that they lie in memory as: re, im, re, im, ...
+/// Complex values as words, re, im, re, im ..., and frames as samples, left, right, left, right ...
 VSP_INLINE int32_t* words(ComplexInt* p)
 {
     return reinterpret_cast<int32_t*>(p);

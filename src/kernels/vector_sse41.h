@@ -225,7 +225,8 @@ VSP_INLINE void storeLowFrame(Frame* p, I32x4 a)
 }
 VSP_INLINE void storeHighFrame(Frame* p, I32x4 a)
 {
-    const __m128i order = _mm_setr_epi8(8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i order =
+        _mm_setr_epi8(8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
     const int32_t frame = _mm_cvtsi128_si32(_mm_shuffle_epi8(a.v, order));
     __builtin_memcpy(p, &frame, sizeof frame);
 }

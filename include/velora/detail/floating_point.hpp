@@ -1,5 +1,5 @@
-// What output that is the same on every machine asks of float and double arithmetic. Every file whose
-// results hang on it includes this, so that a build that would differ is refused.
+// What output that is the same on every machine asks of float and double arithmetic. Every file
+// whose results hang on it includes this, so that a build that would differ is refused.
 #ifndef VELORA_DETAIL_FLOATING_POINT_HPP
 #define VELORA_DETAIL_FLOATING_POINT_HPP
 
@@ -13,9 +13,10 @@
 #error "Velora VSP gives the same output everywhere: build without -ffast-math and its parts"
 #endif
 
-static_assert(FLT_EVAL_METHOD == 0,
-              "Velora VSP gives the same output everywhere: a float must be rounded to a float and a "
-              "double to a double. For 32-bit x86 build with -msse2 -mfpmath=sse");
+static_assert(
+    FLT_EVAL_METHOD == 0,
+    "Velora VSP gives the same output everywhere: a float must be rounded to a float and a "
+    "double to a double. For 32-bit x86 build with -msse2 -mfpmath=sse");
 static_assert(FLT_RADIX == 2 && FLT_MANT_DIG == 24 && DBL_MANT_DIG == 53,
               "Velora VSP takes float and double for the types of IEEE 754");
 
