@@ -30,8 +30,18 @@ int Scheduler::predictHops(int64_t frames)
     if (mostOutputHops(most, simSpeed) * hop < double(frames))
         return most;
     int hops = 0;
-    for (int64_t have = 0; have < frames && hops < most; ++hops)
+    bool skipped = false;
+    for (int64_t have = 0; have < frames && hops < most;) {
         have += ExeSim(hop);
+        ++hops;
+        const bool allComesAgain = simClock == frameClock && have < frames;
+        if (allComesAgain && !skipped) {
+            const int rounds = int(std::min<int64_t>((frames - 1) / have, most / hops));
+            have *= rounds;
+            hops *= rounds;
+            skipped = true;
+        }
+    }
     return hops;
 }
 

@@ -11,6 +11,7 @@ struct EngineProbe {
         using Velora_VSP::bandRingIndex;
         using Velora_VSP::bandStatus;
         using Velora_VSP::carryCount;
+        using Velora_VSP::frameClock;
         using Velora_VSP::highBandGainQ15;
         using Velora_VSP::hpOut;
         using Velora_VSP::hpRing;
