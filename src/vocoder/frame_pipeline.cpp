@@ -69,8 +69,8 @@ void Vocoder::analyseHop(const Frame* in, int frames)
 void Vocoder::synthesiseSpectrum(bool firstOfHop)
 {
     const int32_t f_q15 = int32_t(frameClock * 32768.0f);
-    for (int b = 0; b < kBands; ++b)
-        synthesiseBand(b, f_q15);
+    for (int c = 0; c < 2; ++c)
+        synthesiseBands(c, f_q15);
 
     if (firstOfHop)
         for (int c = 0; c < 2; ++c)
@@ -88,33 +88,34 @@ void Vocoder::synthesiseSpectrum(bool firstOfHop)
     }
 }
 
-void Vocoder::synthesiseBand(int band, int32_t f_q15)
+void Vocoder::synthesiseBands(int channel, int32_t f_q15)
 {
-    const int first = bandTable[0][band];
-    const int n = bandTable[1][band] - first + 1;
-    const BandPath path = bandPath(bandStatus[band], bandHold[band]);
-    if (path == BandPath::frozen && bandRingIndex[band] > 3)
-        bandRingIndex[band] = 0;
-    for (int c = 0; c < 2; ++c) {
-        ComplexInt* const X = spectrum[c] + first;
-        ComplexShort* const S = synthPhasor[c] + first;
-        int32_t* const M = interpMag[c] + first;
-        const ComplexShort* const Q0 = phasorRing[c][0] + first;
-        switch (path) {
+    const int32_t* const older = magRing[channel][0];
+    const int32_t* const newer = magRing[channel][1];
+    for (int band = 0; band < kBands; ++band) {
+        const int first = bandTable[0][band];
+        const int n = bandTable[1][band] - first + 1;
+        ComplexInt* const X = spectrum[channel] + first;
+        ComplexShort* const S = synthPhasor[channel] + first;
+        int32_t* const M = interpMag[channel] + first;
+        switch (bandPath(bandStatus[band], bandHold[band])) {
         case BandPath::normal:
-            kernels.interpMagApplyPhase(X, M, magRing[c][0] + first, magRing[c][1] + first, S,
-                                        f_q15, n);
+            kernels.interpMagApplyPhase(X, M, older + first, newer + first, S, f_q15, n);
             break;
-        case BandPath::reset:
-            kernels.interpMagApplyPhase(X, M, magRing[c][0] + first, magRing[c][1] + first, Q0,
-                                        f_q15, n);
-            std::copy(Q0, Q0 + n, S);
+        case BandPath::reset: {
+            const ComplexShort* const analysed = phasorRing[channel][0] + first;
+            kernels.interpMagApplyPhase(X, M, older + first, newer + first, analysed, f_q15, n);
+            std::copy(analysed, analysed + n, S);
             break;
+        }
         case BandPath::hold:
             kernels.applyPhase(X, M, S, n);
             break;
         case BandPath::frozen:
-            kernels.applyPhase(X, magRing[c][bandRingIndex[band]] + first, S, n);
+            // Once it is frozen before its frame has come, it stays on the oldest one.
+            if (bandRingIndex[band] > 3)
+                bandRingIndex[band] = 0;
+            kernels.applyPhase(X, magRing[channel][bandRingIndex[band]] + first, S, n);
             break;
         }
     }

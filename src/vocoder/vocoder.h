@@ -141,7 +141,7 @@ protected:
 private:
     void analyseHop(const Frame* in, int frames);
     void synthesiseSpectrum(bool firstOfHop);
-    void synthesiseBand(int band, int32_t f_q15);
+    void synthesiseBands(int channel, int32_t f_q15);
     void countDownBands();
 };
 
