@@ -44,10 +44,9 @@ public:
     [[gnu::always_inline]] V4 run(const Frame* in)
     {
         const V4 u = first.run(loadFrameTwice<kInputBits>(in, V4{}));
-        const V4 S1 = next.d1.S;
         const V4 y = next.run(u);
-        // What the first-order section of branch b gives, from the same sum as a second-order one.
-        return joinHalves(wrapSub(next.pS1, S1), y);
+        // What the first-order section of branch b gives, from the same sums as a second-order one.
+        return joinHalves(wrapSub(next.pS1, next.d2.S), y);
     }
 
     [[gnu::always_inline]] void keep() const

@@ -89,7 +89,7 @@ struct NegatingSection2 {
         const V4 S = wrapAdd(wrapAdd(u, qS2), pS1);
         const auto W = timesFour(S);
         const V4 qS = mulShift16(W, q);
-        const V4 y = wrapSub(wrapAdd(pS1, qS), d2.S);
+        const V4 y = wrapAdd(wrapSub(pS1, d2.S), qS);
         pS1 = mulShift16(W, p);
         qS2 = qS1;
         qS1 = qS;
