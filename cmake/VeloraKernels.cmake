@@ -3,6 +3,8 @@
 include(CheckCXXSourceCompiles)
 option(VELORA_PORTABLE_ONLY "Build no kernels but the portable ones" OFF)
 
+# Sums in the recursive filters are ordered so that the value that comes last is added last; GCC would order them anew.
+set(VELORA_KEEP_SUMS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-reassoc>)
 set(VELORA_KERNEL_SOURCES)
 set(VELORA_KERNEL_DEFINITIONS)
 check_cxx_source_compiles("
@@ -33,11 +35,9 @@ if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_X86)
     list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_sse41.cpp kernels/kernels_avx2.cpp)
     list(APPEND VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_X86)
     set_source_files_properties(kernels/kernels_sse41.cpp PROPERTIES
-        COMPILE_OPTIONS "-msse4.1;$<$<CXX_COMPILER_ID:GNU>:-fno-tree-reassoc>")
-    # Sums in the recursive filters are ordered so that the value that comes last is added last; GCC
-    # would order them anew.
+        COMPILE_OPTIONS "-msse4.1;${VELORA_KEEP_SUMS}")
     set_source_files_properties(kernels/kernels_avx2.cpp PROPERTIES
-        COMPILE_OPTIONS "-mavx2;$<$<CXX_COMPILER_ID:GNU>:-fno-tree-reassoc>")
+        COMPILE_OPTIONS "-mavx2;${VELORA_KEEP_SUMS}")
 endif()
 if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_NEON)
     list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_neon.cpp)

@@ -14,7 +14,7 @@ inline constexpr int16_t InvMagPolyCoeffs[4] = {-55, 986, -6289, 20934};
 /// Leading zero bits of a positive value; 31 for 0, and 0 for a negative one.
 VSP_INLINE constexpr int Velora_VSP_CountLeadingZeros(int32_t x)
 {
-    return x < 0 ? 0 : x == 0 ? 31 : __builtin_clz(uint32_t(x));
+    return __builtin_clz(uint32_t(x) | 1u);
 }
 
 } // namespace vsp

@@ -23,6 +23,7 @@ template <std::size_t bytes>
 struct Register {
     typedef int32_t Signed __attribute__((vector_size(bytes)));
     typedef uint32_t Unsigned __attribute__((vector_size(bytes)));
+    typedef int32_t InMemory __attribute__((vector_size(bytes), aligned(4), may_alias));
 };
 
 /// f of all lanes at once, as signed values or as unsigned ones, which wrap. Arrays of lanes have
@@ -43,14 +44,14 @@ VSP_INLINE V onUnsigned(F f, V a, Rest... rest)
 template <class V>
 VSP_INLINE V load(const int32_t* p, V)
 {
-    V a;
-    __builtin_memcpy(&a.v, p, sizeof a.v);
-    return a;
+    using InMemory = typename Register<sizeof(V)>::InMemory;
+    return {decltype(V::v)(*reinterpret_cast<const InMemory*>(p))};
 }
 template <class V>
 VSP_INLINE void store(int32_t* p, V a)
 {
-    __builtin_memcpy(p, &a.v, sizeof a.v);
+    using InMemory = typename Register<sizeof(V)>::InMemory;
+    *reinterpret_cast<InMemory*>(p) = InMemory(a.v);
 }
 template <class V>
 VSP_INLINE V set1(int32_t x, V)

@@ -16,6 +16,15 @@ struct I32x4 {
     int32x4_t v;
 };
 
+// As intrinsics, since GCC would make a - (b - c) of a butterfly a + (c - b), one operation more.
+VSP_INLINE I32x4 wrapAdd(I32x4 a, I32x4 b)
+{
+    return {vaddq_s32(a.v, b.v)};
+}
+VSP_INLINE I32x4 wrapSub(I32x4 a, I32x4 b)
+{
+    return {vsubq_s32(a.v, b.v)};
+}
 VSP_INLINE I32x4 wrapAbs(I32x4 a)
 {
     return {vabsq_s32(a.v)};
