@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "fixed/fixed.h"
 #include "fixed/frame.h"
 #include "kernels/biquad_section.h"
 #include "kernels/recursive_sections.h"

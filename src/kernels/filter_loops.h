@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "fixed/fixed.h"
 #include "fixed/frame.h"
 #include "kernels/recursive_sections.h"
 #include "kernels/vector_scalar.h"

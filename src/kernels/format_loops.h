@@ -1,4 +1,4 @@
-// Between 16-bit samples and the caller's formats: plain loops, which the compiler makes vectors of.
+// Between 16-bit samples and the caller's formats: plain loops that the compiler vectorises.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 #define VSP_KERNEL_SET avx2
 #include "kernels/vector_avx2.h"
 
+#include "kernels/kernel_table.h"
 #include "kernels/make_table.h"
 
 namespace vsp {

@@ -1,6 +1,7 @@
 #define VSP_KERNEL_SET neon
 #include "kernels/vector_neon.h"
 
+#include "kernels/kernel_table.h"
 #include "kernels/make_table.h"
 
 namespace vsp {

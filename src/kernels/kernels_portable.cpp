@@ -1,6 +1,7 @@
 #define VSP_KERNEL_SET portable
 #include "kernels/vector_scalar.h"
 
+#include "kernels/kernel_table.h"
 #include "kernels/make_table.h"
 
 namespace vsp {

@@ -1,6 +1,7 @@
 #define VSP_KERNEL_SET sse41
 #include "kernels/vector_sse41.h"
 
+#include "kernels/kernel_table.h"
 #include "kernels/make_table.h"
 
 namespace vsp {

@@ -3,6 +3,12 @@
 
 #include <immintrin.h>
 
+#include <cstdint>
+
+#include "fixed/complex.h"
+#include "fixed/fixed.h"
+#include "fixed/frame.h"
+#include "kernels/vector_lanes.h"
 #include "kernels/vector_sse41.h"
 
 namespace vsp::VSP_KERNEL_SET {

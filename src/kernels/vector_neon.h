@@ -3,11 +3,17 @@
 
 #include <arm_neon.h>
 
+#include <cstdint>
+
+#include "fixed/complex.h"
+#include "fixed/fixed.h"
+#include "fixed/frame.h"
+#include "kernels/vector_lanes.h"
+#include "kernels/vector_scalar.h"
+
 #if __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
 #error "frames are loaded and stored as words: big-endian ARM takes the portable kernels"
 #endif
-
-#include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {
 

@@ -3,6 +3,12 @@
 
 #include <smmintrin.h>
 
+#include <cstdint>
+
+#include "fixed/complex.h"
+#include "fixed/fixed.h"
+#include "fixed/frame.h"
+#include "kernels/vector_lanes.h"
 #include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {

@@ -86,7 +86,7 @@ const Case kCases[] = {
      }},
     {"fftOfHop",
      [](const KernelTable& k, Bench& b) {
-         k.fftOfHop(b.array<int32_t>(kFftN), b.array<int32_t>(kFftN), b.frames(128));
+         k.fftOfHop(b.array<int32_t>(kFftN), b.array<int32_t>(kFftN), b.frames(kLowHop));
      }},
     {"fftFirstQuarter",
      [](const KernelTable& k, Bench& b) {
@@ -94,7 +94,8 @@ const Case kCases[] = {
          const int32_t* const source = b.values<int32_t>(2 * kFftN, 32);
          std::copy(source, source + kFftN, re.begin());
          std::copy(source + kFftN, source + 2 * kFftN, im.begin());
-         k.fftFirstQuarter(b.array<int32_t>(128), b.array<int32_t>(128), re.data(), im.data());
+         k.fftFirstQuarter(b.array<int32_t>(kLowHop), b.array<int32_t>(kLowHop), re.data(),
+                           im.data());
      }},
     {"separateChannels",
      [](const KernelTable& k, Bench& b) {
@@ -119,7 +120,8 @@ const Case kCases[] = {
      }},
     {"scaleOutput",
      [](const KernelTable& k, Bench& b) {
-         k.scaleOutput(b.frames(128), b.values<int32_t>(128, 32), b.values<int32_t>(128, 32));
+         k.scaleOutput(b.frames(kLowHop), b.values<int32_t>(kLowHop, 32),
+                       b.values<int32_t>(kLowHop, 32));
      }},
     {"interpMagApplyPhase",
      [](const KernelTable& k, Bench& b) {
