@@ -65,8 +65,7 @@ VSP_INLINE Complex<V> broadcast(Velora_FFT_Twiddle w, V)
     return {set1(w.re, V{}), set1(w.im, V{})};
 }
 
-/// The eighth roots of unity that are no multiples of i, applied to g and h with one product for
-/// each component.
+/// Turns g and h by the eighth roots of unity that are no multiples of i: one product a component.
 template <class V>
 VSP_INLINE void eighthRoots(Complex<V>& g, Complex<V>& h)
 {

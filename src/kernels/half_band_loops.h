@@ -4,7 +4,6 @@
 #include <cstdint>
 
 #include "fixed/fixed.h"
-
 #include "kernels/half_band.h"
 #include "kernels/recursive_sections.h"
 #include "kernels/vector_scalar.h"

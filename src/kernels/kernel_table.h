@@ -22,8 +22,7 @@ struct KernelTable {
     void (*fft512)(int32_t* re, int32_t* im);
     /// Of kLowHop frames, left + i right, followed by silence.
     void (*fftOfHop)(int32_t* re, int32_t* im, const Frame* in);
-    /// Only the first kLowHop points of the result, natural order, [kLowHop] each; re and im are
-    /// overwritten.
+    /// Only the first points of the result, natural order, [kLowHop] each; overwrites re and im.
     void (*fftFirstQuarter)(int32_t* outRe, int32_t* outIm, int32_t* re, int32_t* im);
 
     // ---- Spectra; arrays [kBins] unless said otherwise ----
@@ -76,8 +75,8 @@ struct KernelTable {
     void (*bandCentres)(float* bandCog, const ComplexInt* left, const ComplexInt* right);
     /// Finds the peaks of a magnitude spectrum: bins above kPeakFloor and above their two
     /// neighbours on each side. `peakList` [kMaxPeaks] takes those in bands whose status is 0,
-    /// ascending, `listed` their number; returns the number of all peaks from kFirstPeakBin to
-    /// kLastPeakBin.
+    /// ascending, `listed` their number. Returns how many peaks the spectrum has in all, from
+    /// kFirstPeakBin to kLastPeakBin.
     int (*findPeaks)(int16_t* peakList, int* listed, const int32_t* mag, const int8_t* status,
                      const int16_t (*bands)[kBands]);
     /// Gives the bins around each of `count` (1 or more) peaks the phase of the peak plus their own
@@ -99,8 +98,7 @@ struct KernelTable {
     /// @param out        [outFrames]; high [outFrames]; low [lowFrames]
     /// @param state      [channel] delays: two of (k0, k1), two of (k2, k3); by 4 also one of k4
     ///                   and one of k5
-    /// @param outFrames  at most lowFrames * factor: what the last low frame gives beyond them is
-    ///                   dropped
+    /// @param outFrames  at most lowFrames * factor: the rest of the last low frame is dropped
     void (*interpolateBy2)(Frame* out, const Frame* low, const Frame* high, int32_t (*state)[6],
                            const int16_t* coeffs_q14, int lowFrames, int outFrames);
     void (*interpolateBy4)(Frame* out, const Frame* low, const Frame* high, int32_t (*state)[6],

@@ -1,7 +1,7 @@
 // Recursive filter sections. A sample waits for the one before it, so the lanes are not samples but
 // sections: left and right of two of them at a time. A section takes its lanes' memory from the
-// channels' states when it is made, runs one sample in all lanes, and gives the memory back with
-// keep().
+// channels' states when it is made, runs one sample in all lanes, and gives it back with keep().
+// Of a sum's terms, the one that is known last is added last.
 //
 // A delay of an all-pass section is the sum S before its first product, mod 2^32. Memory holds
 // W = 4 S, which is what a coefficient in Q14 multiplies: W c >> 16. Values stay far below 2^29, so

@@ -3,9 +3,8 @@
 //
 // A vector type has `lanes` and its value `v`: 32-bit lanes in a register of the instruction set,
 // which GCC and clang also take for a vector of their own, or an array of lanes (vector_scalar.h).
-// Multiplications, shuffles and packs stand in the file of each instruction set. Everything is in a
-// namespace of its own for each of them, so the linker can never take a copy that was compiled for
-// another one.
+// Multiplications, shuffles and packs stand in the file of each instruction set. Each set has a
+// namespace of its own, so the linker can never take a copy that was compiled for another one.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +17,7 @@ namespace vsp::VSP_KERNEL_SET {
 /// Lanes of the widest vector there is: what vectors read beyond an array's end is padded for it.
 constexpr int kMostLanes = 8;
 
-/// A register of so many bytes as the compilers' vectors.
+/// A register of so many bytes as the compilers' vectors; InMemory lies wherever an int32_t may.
 template <std::size_t bytes>
 struct Register {
     typedef int32_t Signed __attribute__((vector_size(bytes)));

@@ -122,8 +122,8 @@ struct Rate {
 /// How the sound gets from input to output.
 enum class Path { dry, vocoder, converter };
 
-/// One way through: untouched, or engines at the speeds of the time map. Knows what each hop of
-/// input yields.
+/// One way through: untouched, or engines at the speeds of the time map. Knows what each input hop
+/// yields in output frames.
 struct Voice {
     Path path = Path::dry;
     double speed = 1.0;       // as asked for
@@ -211,8 +211,8 @@ struct Voice {
         return frames;
     }
 
-    /// Output frame from which it can play at another speed: the middle of its next synthesis
-    /// frame.
+    /// Output frame from which it can play at another speed: where the middle of its next synthesis
+    /// frame sounds.
     std::int64_t turnFrame(const Rate& rate) const
     {
         return path == Path::vocoder ? std::int64_t(std::ceil(centre(end, rate))) : end;
@@ -252,8 +252,7 @@ private:
         return vocoderSpeed(std::min(std::max(float(wanted), slowest), fastest));
     }
 
-    /// Output frame at which the centre of the synthesis frame sounds that is first heard at
-    /// `output`.
+    /// Output frame at which the centre sounds of the synthesis frame that begins at `output`.
     double centre(std::int64_t output, const Rate& rate) const
     {
         return double(output + kSynthesisDelayHops * rate.hop) + filterDelay(rate);
@@ -271,8 +270,8 @@ private:
         return n;
     }
 
-    /// Clock position, in hops from media frame 0, that the time map gives the synthesis frame at
-    /// `output`.
+    /// Clock position, in hops from media frame 0, that the time map gives the synthesis frame
+    /// which begins at `output`.
     double positionAt(const TimeMap& times, std::int64_t output, const Rate& rate) const
     {
         const TimeMap::Segment& s = times[segmentAt(times, output, rate)];
