@@ -150,7 +150,8 @@ public:
     // goes on with the rest, until reset or seek.
     //
     // Errors: none, but std::bad_alloc from a vector, or from a stream in which output piles up
-    // because it isn't given the room. Nothing is written behind the frames returned.
+    // because it isn't given the room. inputFrames and outputFrames then tell how far it came; it
+    // goes on from there. Nothing is written behind the frames returned.
 
     std::size_t process(const Sample* in, std::size_t frames, Sample* out, std::size_t room)
     {

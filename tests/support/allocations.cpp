@@ -8,7 +8,39 @@
 
 namespace {
 
+constexpr int kNever = -1;
+
 std::atomic<std::size_t> count = 0;
+std::atomic<std::size_t> live = 0;
+std::atomic<int> untilFailure = kNever;
+std::atomic<bool> failed = false;
+
+/// @return null where memory has run out
+template <class Allocate>
+void* allocate(Allocate memory)
+{
+    ++count;
+    if (untilFailure != kNever && untilFailure-- == 0) {
+        failed = true;
+        return nullptr;
+    }
+    void* const given = memory();
+    live += given != nullptr;
+    return given;
+}
+
+void release(void* memory)
+{
+    live -= memory != nullptr;
+    std::free(memory);
+}
+
+void* orThrow(void* memory)
+{
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return memory;
+}
 
 } // namespace
 
@@ -17,44 +49,54 @@ std::size_t allocationCount()
     return count;
 }
 
+std::size_t liveAllocations()
+{
+    return live;
+}
+
+void failAllocation(int number)
+{
+    failed = false;
+    untilFailure = number;
+}
+
+bool allocationFailed()
+{
+    untilFailure = kNever;
+    return failed;
+}
+
 void* operator new(std::size_t bytes)
 {
-    ++count;
-    if (void* memory = std::malloc(bytes))
-        return memory;
-    throw std::bad_alloc();
+    return orThrow(allocate([=] { return std::malloc(bytes); }));
 }
 
 void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
 {
-    ++count;
-    return std::malloc(bytes);
+    return allocate([=] { return std::malloc(bytes); });
 }
 
 void* operator new(std::size_t bytes, std::align_val_t alignment)
 {
-    ++count;
-    if (void* memory = std::aligned_alloc(std::size_t(alignment), bytes))
-        return memory;
-    throw std::bad_alloc();
+    return orThrow(allocate([=] { return std::aligned_alloc(std::size_t(alignment), bytes); }));
 }
 
 void operator delete(void* memory) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete(void* memory, std::align_val_t) noexcept
 {
-    std::free(memory);
+    release(memory);
 }
 
 void operator delete(void* memory, std::size_t, std::align_val_t) noexcept
 {
-    std::free(memory);
+    release(memory);
 }

@@ -412,9 +412,10 @@ private:
         }
         while (!voice.isDry() && voice.fed + rate.hop <= input) {
             voice.follow(sound.times(), rate);
-            const Voice start = voice;
-            const std::int64_t frames = voice.takeHop(rate);
-            sound.feed(start, frames, joined);
+            Voice after = voice;
+            const std::int64_t frames = after.takeHop(rate);
+            sound.feed(voice, frames, joined); // may run out of memory: the hop is then still to come
+            voice = after;
         }
     }
 
