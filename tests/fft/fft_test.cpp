@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <velora/fft.h>
+#include <velora/vsp.h>
 
 namespace {
 
@@ -119,6 +120,16 @@ TEST(FftInit, IgnoresSizesItDoesNotHave)
         Velora_FFT_NEON_Init(n);
     Velora_FFT_NEON(y.re.data(), y.im.data());
     EXPECT_EQ(x.re, y.re);
+}
+
+TEST(FftInit, MakingAnEngineSetsTheSizeForTheWholeProcess)
+{
+    Velora_FFT_NEON_Init(5);
+    Velora_VSP_Factory::Destroy(Velora_VSP_Factory::Create());
+    Vector x(9);
+    x.re[0] = 1;
+    Velora_FFT_NEON(x.re.data(), x.im.data());
+    EXPECT_EQ(x.re, std::vector<int32_t>(512, 1));
 }
 
 } // namespace
