@@ -16,8 +16,8 @@
 
 namespace velora {
 
-/// Format of a stream whose samples are std::int32_t holding sign-extended 24-bit values,
-/// -8388608..8388607.
+/// Format of a stream whose samples are std::int32_t holding sign-extended 24-bit values, from
+/// -8388608 to 8388607.
 struct Int24In32 {};
 
 namespace detail {

@@ -121,8 +121,8 @@ struct Rate {
 /// How the sound gets from input to output.
 enum class Path { dry, vocoder, converter };
 
-/// One way through: untouched, or engines at the speeds of the time map. Knows what each hop of
-/// input yields.
+/// One way through: untouched, or engines at the speeds of the time map.
+/// Knows what each hop of input yields.
 struct Voice {
     Path path = Path::dry;
     double speed = 1.0;       // as asked for
@@ -210,8 +210,8 @@ struct Voice {
         return frames;
     }
 
-    /// Output frame from which it can play at another speed: the middle of its next synthesis
-    /// frame.
+    /// Output frame from which it can play at another speed:
+    /// the middle of its next synthesis frame.
     std::int64_t turnFrame(const Rate& rate) const
     {
         return path == Path::vocoder ? std::int64_t(std::ceil(centre(end, rate))) : end;
@@ -251,8 +251,7 @@ private:
         return vocoderSpeed(std::min(std::max(float(wanted), slowest), fastest));
     }
 
-    /// Output frame at which the centre of the synthesis frame sounds that is first heard at
-    /// `output`.
+    /// Output frame at which the synthesis frame that is first heard at `output` has its centre.
     double centre(std::int64_t output, const Rate& rate) const
     {
         return double(output + kSynthesisDelayHops * rate.hop) + filterDelay(rate);
@@ -270,8 +269,8 @@ private:
         return n;
     }
 
-    /// Clock position, in hops from media frame 0, that the time map gives the synthesis frame at
-    /// `output`.
+    /// Clock position, in hops from media frame 0, that the time map gives the
+    /// synthesis frame which is first heard at `output`.
     double positionAt(const TimeMap& times, std::int64_t output, const Rate& rate) const
     {
         const TimeMap::Segment& s = times[segmentAt(times, output, rate)];
@@ -298,9 +297,9 @@ private:
     }
 };
 
-/// The course of a stream: one voice sounds and follows the time map; where the map asks for
-/// another one, that joins it, is primed with what went in before, and takes over after a short
-/// fade.
+/// The course of a stream: one voice sounds and follows the time map; where
+/// the map asks for another one, that joins it, is primed with what went in
+/// before, and takes over after a short fade.
 ///
 /// The calls are told a `Sound`, which does to the samples what is decided here:
 ///     times()                        the time map
@@ -414,7 +413,7 @@ private:
             voice.follow(sound.times(), rate);
             Voice after = voice;
             const std::int64_t frames = after.takeHop(rate);
-            sound.feed(voice, frames, joined); // may run out of memory: the hop is then still to come
+            sound.feed(voice, frames, joined); // if memory runs out, the hop is still to come
             voice = after;
         }
     }
