@@ -1,6 +1,5 @@
-// Replays recorded scenarios and compares every byte that comes out,
-// by checksum, with what two independent readings of the engine agree on. tests/golden/README.md
-// explains the files.
+// Replays recorded scenarios and compares every byte that comes out, by checksum, with what two
+// independent readings of the engine agree on. README.md beside the scenarios explains the files.
 
 #include <array>
 #include <cstdint>

@@ -1,5 +1,5 @@
-// The C interface: the same sound as velora::Stream, an error code for everything else; and the
-// example programs, run.
+// The C interface: the same sound as velora::Stream, an error code for everything else.
+// And the example programs, run.
 
 #include <array>
 #include <cstdio>

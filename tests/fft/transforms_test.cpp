@@ -1,5 +1,4 @@
-// Analysis, magnitudes and phasors, synthesis: on an engine object, without the vocoder between
-// them.
+// Analysis, magnitudes and phasors, synthesis: on an engine object, without the vocoder between.
 
 #include <complex>
 

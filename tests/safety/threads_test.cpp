@@ -202,8 +202,8 @@ void addVoices(std::vector<std::unique_ptr<Voice>>& voices, int count)
         voices.push_back(std::make_unique<Kind>(unsigned(voices.size() + 1)));
 }
 
-// What every voice gives when `threadCount` threads share them; each round, every voice moves on to
-// the next thread.
+// What every voice gives when `threadCount` threads share them.
+// Each round, every voice moves on to the next thread.
 std::vector<std::vector<uint64_t>> play(size_t threadCount)
 {
     std::vector<std::unique_ptr<Voice>> voices;

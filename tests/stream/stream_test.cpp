@@ -241,8 +241,8 @@ TEST(Stream, TimeMapIsSettledForWhatHasComeOut)
     }
 }
 
-/// The lag in frames at which `b` is most like `a` around frame `at`, after a high-pass that leaves
-/// nothing of a low tone.
+/// The lag in frames at which `b` is most like `a` around frame `at`,
+/// after a high-pass that leaves nothing of a low tone.
 int lagBetween(const std::vector<float>& a, const std::vector<float>& b, std::int64_t at)
 {
     constexpr std::int64_t kReach = 1500;
@@ -487,8 +487,8 @@ std::string messageOf(Call call)
     return "no exception";
 }
 
-// Jumps of every kind, far closer together than a pipeline is long: the map stays what was asked
-// for.
+// Jumps of every kind, far closer together than a pipeline is long:
+// the map stays what was asked for.
 TEST(Stream, FollowsAPlanToTheFrame)
 {
     for (const auto& [rate, hop] : {std::pair{8000, 128}, {44100, 512}, {96000, 1024}})

@@ -28,8 +28,8 @@ public:
     double speedAt(double media) const;
 
     /// The course in steps: each speed with the frame of input from which it holds, the first at 0.
-    /// A ramp becomes so many steps that it is met within half a millisecond of output, and at its
-    /// ends exactly.
+    /// A ramp becomes so many steps that it is met exactly at its ends,
+    /// and between them within half a millisecond of output.
     struct Step {
         int64_t frame;
         double speed;
