@@ -1,5 +1,5 @@
 // Replays recorded scenarios and compares every byte that comes out, by checksum, with what two
-// independent readings of the engine agree on. README.md beside the scenarios explains the files.
+// independent readings of the engine agree on. README.md beside this file explains the scenarios.
 
 #include <array>
 #include <cstdint>
