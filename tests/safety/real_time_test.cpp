@@ -10,7 +10,7 @@
 #include <velora/stream.hpp>
 #include <velora/vsp.h>
 
-#include "safety/real_time_watch.h"
+#include "support/real_time_watch.h"
 #include "support/signals.h"
 
 #include <gtest/gtest.h>
