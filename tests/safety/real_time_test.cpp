@@ -10,6 +10,7 @@
 #include <velora/stream.hpp>
 #include <velora/vsp.h>
 
+#include "support/owners.h"
 #include "support/real_time_watch.h"
 #include "support/signals.h"
 
@@ -55,8 +56,7 @@ TEST(RealTime, WatchSeesMemoryLocksAndSystemCalls)
 
 class EngineInRealTime : public testing::TestWithParam<std::tuple<int, Velora_BitDepth_T>> {
 protected:
-    ~EngineInRealTime() override { Velora_VSP_Factory::Destroy(engine); }
-    Velora_VSP_Interface* const engine = Velora_VSP_Factory::Create();
+    const EngineOwner engine{Velora_VSP_Factory::Create()};
 };
 
 TEST_P(EngineInRealTime, HoldsAtEverySpeedAndThroughEveryTransition)

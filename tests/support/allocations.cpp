@@ -3,12 +3,27 @@
 #include "support/allocations.h"
 
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
 std::atomic<std::size_t> count = 0;
+std::atomic<std::ptrdiff_t> left = PTRDIFF_MAX;
+
+bool mayAllocate()
+{
+    ++count;
+    return left-- > 0;
+}
+
+void* orThrow(void* memory)
+{
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return memory;
+}
 
 } // namespace
 
@@ -17,26 +32,29 @@ std::size_t allocationCount()
     return count;
 }
 
-void* operator new(std::size_t bytes)
+MemoryLimit::MemoryLimit(std::ptrdiff_t allocations)
 {
-    ++count;
-    if (void* memory = std::malloc(bytes))
-        return memory;
-    throw std::bad_alloc();
+    left = allocations;
+}
+
+MemoryLimit::~MemoryLimit()
+{
+    left = PTRDIFF_MAX;
 }
 
 void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
 {
-    ++count;
-    return std::malloc(bytes);
+    return mayAllocate() ? std::malloc(bytes) : nullptr;
+}
+
+void* operator new(std::size_t bytes)
+{
+    return orThrow(operator new(bytes, std::nothrow));
 }
 
 void* operator new(std::size_t bytes, std::align_val_t alignment)
 {
-    ++count;
-    if (void* memory = std::aligned_alloc(std::size_t(alignment), bytes))
-        return memory;
-    throw std::bad_alloc();
+    return orThrow(mayAllocate() ? std::aligned_alloc(std::size_t(alignment), bytes) : nullptr);
 }
 
 void operator delete(void* memory) noexcept

@@ -1,7 +1,16 @@
-// Counts what a test program allocates, in the libraries it links too.
+// Counts what a test program allocates, in the libraries it links too, and takes memory away.
 #pragma once
 
 #include <cstddef>
 
 /// Calls of operator new so far, on all threads.
 std::size_t allocationCount();
+
+/// While it lives, operator new succeeds only so many times more. One at a time.
+class MemoryLimit {
+public:
+    explicit MemoryLimit(std::ptrdiff_t allocations);
+    ~MemoryLimit();
+    MemoryLimit(const MemoryLimit&) = delete;
+    MemoryLimit& operator=(const MemoryLimit&) = delete;
+};
