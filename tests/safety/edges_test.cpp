@@ -1,6 +1,7 @@
 // Calls that no sensible program makes, or makes only once in a while: each does what the header
-// says, and touches nothing else. Buffers have exactly the size that the header asks for, so that
-// the address sanitizer sees what goes beyond them.
+// says, and touches nothing else: nothing behind the frames that it reports, and nothing beyond
+// its buffers, which have exactly the size that the header asks for, so that the address sanitizer
+// sees it.
 
 #include <algorithm>
 #include <climits>
@@ -19,6 +20,8 @@
 #include <velora/fft.h>
 #include <velora/vsp.h>
 
+#include "support/owners.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -30,6 +33,7 @@ constexpr Exe kDirect = &Velora_VSP_Interface::Exe;
 constexpr Exe kBuffered = &Velora_VSP_Interface::Exe_buffered;
 constexpr int kWholeHops = 8192;                 // caller's frames, at any rate
 constexpr int kPastTransition = 10 * kWholeHops; // lengthened or not
+constexpr char kUntouched = 0x5A;
 
 Bytes noise(size_t bytes)
 {
@@ -75,16 +79,18 @@ public:
         const size_t taken = size_t(frames) + (exe == kBuffered ? hop : 0);
         const size_t room = 8 * (taken + 3) + hop + carried;
         const auto out = std::make_unique_for_overwrite<char[]>(room * frameBytes);
+        std::fill_n(out.get(), room * frameBytes, kUntouched);
         const int written = (engine.get()->*exe)(out.get(), in.get(), frames);
         EXPECT_GE(written, 0);
         EXPECT_LE(size_t(written), room);
-        return Bytes(out.get(), out.get() + size_t(written) * frameBytes);
+        const char* const end = out.get() + size_t(written) * frameBytes;
+        const char* const endOfRoom = out.get() + room * frameBytes;
+        EXPECT_EQ(std::count(end, endOfRoom, kUntouched), endOfRoom - end)
+            << "something lies behind the " << written << " frames";
+        return Bytes(static_cast<const char*>(out.get()), end);
     }
 
-    struct Destroy {
-        void operator()(Velora_VSP_Interface* used) const { Velora_VSP_Factory::Destroy(used); }
-    };
-    std::unique_ptr<Velora_VSP_Interface, Destroy> engine{Velora_VSP_Factory::Create()};
+    EngineOwner engine{Velora_VSP_Factory::Create()};
     int shift = 0;
     size_t frameBytes = 4;
 };
@@ -189,16 +195,15 @@ TEST(Edges, EmptyBlocksChangeNothing)
                 ASSERT_TRUE(a.play(3001, exe) == b.play(3001, exe)) << "call " << call;
             }
         }
-    Velora_BQ_Interface* const filter = Velora_BQ_Factory::Create();
+    const FilterOwner filter{Velora_BQ_Factory::Create()};
     for (const int none : {INT_MIN, -1, 0})
         filter->Exe(nullptr, nullptr, none);
-    Velora_BQ_Factory::Destroy(filter);
 }
 
 // Address space through which the same few pages come again and again.
 class Repeating {
 public:
-    static constexpr size_t kPeriod = size_t(1) << 21; // bytes
+    static constexpr size_t kPeriod = size_t(1) << 20; // bytes
 
     explicit Repeating(size_t size)
         : bytes(size), start(mmap(nullptr, bytes, PROT_NONE, kAnywhere, -1, 0))
@@ -270,7 +275,7 @@ TEST(Edges, WhatALimitHoldsBackComesWithTheNextCall)
 {
     for (const Format& format : kFormats)
         for (const float speed : {0.126f, 0.4f, 0.6f, 1.5f})
-            for (const int limit : {INT_MIN, 0, 700}) {
+            for (const int limit : {INT_MIN, 700}) {
                 Caller free(format.rate, format.depth, speed);
                 Caller limited(format.rate, format.depth, speed);
                 free.play(kPastTransition);
@@ -332,9 +337,10 @@ TEST(Edges, FftSizeIsTheCallersButForANewEngine)
     Velora_FFT_NEON_Init(9);
 }
 
-// Any calls in any order with any numbers.
+// Any calls in any order with any numbers, and with the usual ones.
 TEST(Edges, WildCallsStayWithinTheirBuffers)
 {
+    constexpr int kRates[] = {8000, 11025, 22050, 44100, 64000, 96000, 192000};
     std::mt19937 random(1);
     const auto anyInt = [&] { return int(random()) >> (random() % 32); };
     const auto anySpeed = [&] {
@@ -352,8 +358,8 @@ TEST(Edges, WildCallsStayWithinTheirBuffers)
         switch (random() % 12) {
         case 0:
             caller.start(
-                random() % 2 ? anyInt() : int(random() % 200000),
-                static_cast<Velora_BitDepth_T>(random() % 3 ? int(random() % 4) : anyInt()),
+                random() % 4 ? kRates[random() % std::size(kRates)] : anyInt(),
+                static_cast<Velora_BitDepth_T>(random() % 4 ? int(random() % 4) : anyInt()),
                 anySpeed());
             break;
         case 1:

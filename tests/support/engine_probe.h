@@ -1,6 +1,8 @@
 // The tests' view of an engine's members.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 
 #include "engine/velora_vsp.h"
@@ -20,6 +22,5 @@ struct EngineProbe {
     const int8_t* bandRingIndex() const { return engine->bandRingIndex; }
     int transitionCount() const { return engine->transitionCount; }
     int carryCount() const { return engine->carryCount; }
-    int highBandGain() const { return engine->highBandGainQ15; }
     bool hasConverter() const { return engine->src != nullptr; }
 };
