@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 #include "support/engine_probe.h"
 #include "support/signals.h"

@@ -1,10 +1,18 @@
 // velora::Stream from outside: lengths, media times, cutting, channels in step, formats, seams.
 
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
+#include <numbers>
 #include <random>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "support/allocations.h"
 
@@ -18,7 +26,7 @@ using velora::Pitch;
 using velora::Stream;
 using Change = std::pair<std::size_t, double>; // input frame, speed
 
-constexpr double kTwoPi = 6.283185307179586;
+constexpr double kTwoPi = 2.0 * std::numbers::pi;
 constexpr std::array kSpeeds = {0.125, 0.2, 0.25, 0.3, 0.5, 0.51, 0.8, 1.0, 1.3, 2.0, 5.0, 8.0};
 
 template <class Sample>

@@ -1,5 +1,9 @@
 // Stages of the vocoder: band split, onsets, peaks, the decisions of the frame pipeline.
 
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
 #include "support/engine_probe.h"
 #include "support/signals.h"
 #include "vocoder/frame_pipeline.h"
