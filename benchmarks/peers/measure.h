@@ -2,6 +2,9 @@
 // by round, so that what slows the machine down slows all of them, and medians drop what hit one.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "benchmarks/peers/stretcher.h"
 
 /// A whole clip, block by block.

@@ -1,8 +1,10 @@
 #include "sound_file.h"
 
 #include <array>
+#include <cstdint>
 #include <regex>
 #include <string>
+#include <system_error>
 #include <type_traits>
 
 #include "error.h"

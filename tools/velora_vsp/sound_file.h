@@ -1,13 +1,14 @@
 // Sound files, through libsndfile.
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <vector>
 
 #include <sndfile.h>
 
+#include "samples.h"
 #include "sound_stream.h"
 
 struct CloseSoundFile {

@@ -7,10 +7,7 @@
 #include <string>
 #include <vector>
 
-constexpr double kSlowest = 0.125;
-constexpr double kFastest = 8.0;
-
-/// A number from kSlowest to kFastest, to single precision: what the engine takes as 1 is 1.
+/// A speed that a stream takes, to single precision: what the engine takes as 1 is 1.
 std::optional<double> parseSpeed(const std::string& text);
 
 /// Speed over media time in seconds: pieces that are constant or linear.
