@@ -49,6 +49,18 @@ TEST(Conductor, StartsAnEngineWithoutATransition)
     }
 }
 
+TEST(Conductor, ASpeedPutInForceDropsOneThatWaits)
+{
+    const Frames in = signals::noise(20 * kHop, 9000, 2);
+    EngineProbe probe;
+    probe.engine->SetPar(0.7f);
+    play(*probe.engine, Frames(1));
+    probe.engine->SetPar(3.0f); // after the transition to 0.7
+    Velora_VSP_Conductor::SetSpeedNow(probe.engine.get(), 1.0f);
+    play(*probe.engine, in);
+    EXPECT_EQ(play(*probe.engine, in), in);
+}
+
 TEST(Conductor, SlowSpeedsGlideThroughTheFilters)
 {
     const Frames in = signals::tone(40 * kHop, 300.0, 44100.0, 9000.0);

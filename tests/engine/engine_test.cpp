@@ -175,6 +175,8 @@ TEST_F(Engine, BufferedCallsGiveWhatWholeChunksGive)
         start(0.8f);
         EXPECT_EQ(play(in, block, &Velora_VSP::Exe_buffered), chunks) << "block " << block;
     }
+    start(1.0f);
+    EXPECT_EQ(exe(in, 0, 512, &Velora_VSP::Exe_buffered).size(), 512u) << "no frame more is needed";
 }
 
 TEST(Factory, TakesNullAndNamesItsVersion)

@@ -6,11 +6,14 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include <sys/mman.h>
@@ -143,6 +146,17 @@ TEST(Edges, UnknownFormatsAreTakenAs16Bit)
                 EXPECT_TRUE(odd.play(kWholeHops) == plain.play(kWholeHops)) << unknown;
                 EXPECT_TRUE(odd.play(3001, kBuffered) == plain.play(3001, kBuffered)) << unknown;
             }
+}
+
+TEST(Edges, EveryRateHasItsHop)
+{
+    const std::pair<int, int> kHops[] = {{8000, 128},   {11025, 128},  {12000, 128}, {16000, 256},
+                                         {22050, 256},  {24000, 256},  {32000, 512}, {44100, 512},
+                                         {48000, 512},  {64000, 512},  {88200, 512}, {96000, 512},
+                                         {128000, 512}, {176400, 512}, {192000, 512}};
+    for (const auto& [rate, hop] : kHops)
+        EXPECT_EQ(Caller(rate, Velora_BitDepth_16, 1.0f).engine->GetPredictedInputFrameSize(1), hop)
+            << rate << " Hz";
 }
 
 TEST(Edges, RatesNobodyUsesPlayLikeOthersOfTheirClass)
@@ -307,7 +321,7 @@ TEST(Edges, FramesWithoutPartnersWaitInTheDecimator)
             Caller whole(rate, Velora_BitDepth_Float, 1.0f);
             Caller cut(rate, Velora_BitDepth_Float, 1.0f);
             Bytes all;
-            const int frames = 8 * 3 * 5 * 7;
+            const int frames = 4 * 3 * 5 * 7;
             for (int from = 0; from < frames; from += block) {
                 append(all, cut.play(block, kDirect, size_t(from)));
                 cut.engine->SetPar(1.0f);
@@ -341,6 +355,7 @@ TEST(Edges, FftSizeIsTheCallersButForANewEngine)
 TEST(Edges, WildCallsStayWithinTheirBuffers)
 {
     constexpr int kRates[] = {8000, 11025, 22050, 44100, 64000, 96000, 192000};
+    constexpr int kBlocks[] = {1, 2, 3, 5, 100, 511, 512, 777, 2047, 2048, 2049, 6000};
     std::mt19937 random(1);
     const auto anyInt = [&] { return int(random()) >> (random() % 32); };
     const auto anySpeed = [&] {
@@ -372,7 +387,9 @@ TEST(Edges, WildCallsStayWithinTheirBuffers)
             caller.engine->GetPredictedInputFrameSize(anyInt() >> 8);
             break;
         default:
-            caller.play(std::min(anyInt(), kWholeHops), random() % 3 ? kDirect : kBuffered);
+            caller.play(random() % 2 ? kBlocks[random() % std::size(kBlocks)]
+                                     : std::min(anyInt(), kWholeHops),
+                        random() % 3 ? kDirect : kBuffered);
         }
     }
 }
