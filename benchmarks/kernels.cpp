@@ -9,6 +9,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "convert/biquad.h"
 #include "kernels/band_split.h"
 #include "kernels/kernel_table.h"
 #include "kernels/peaks.h"

@@ -3,19 +3,16 @@
 
 #include "convert/biquad.h"
 
-#include <algorithm>
-#include <iterator>
+#include "fixed/sample_rates.h"
 
 namespace vsp {
 namespace {
 
-constexpr int kRates[kBiquadRates] = {8000,  11025, 12000, 16000, 22050,  24000,  32000, 44100,
-                                      48000, 64000, 88200, 96000, 128000, 176400, 192000};
-constexpr int kDefaultRow = 7; // 44100 Hz
+constexpr int kDefaultRate = 44100; // Hz: its coefficients serve every unknown rate
 
 } // namespace
 
-extern const int32_t biquadCoefTable[kBiquadRates][5] = {
+extern const int32_t biquadCoefTable[kSampleRateCount][5] = {
     {314491699, 628983398, 314491699, 0, -184224972},
     {190315397, 380630794, 190315397, 546231287, -233751051},
     {166484771, 332969542, 166484771, 665939085, -258136345},
@@ -39,13 +36,13 @@ using namespace vsp;
 
 Velora_BQ::Velora_BQ()
 {
-    Velora_BQ::Init(kRates[kDefaultRow]);
+    Velora_BQ::Init(kDefaultRate);
 }
 
 void Velora_BQ::Init(int sampleRate)
 {
-    const auto* const row = std::find(std::begin(kRates), std::end(kRates), sampleRate);
-    coefIndex = row == std::end(kRates) ? kDefaultRow : int32_t(row - kRates);
+    const int code = sampleRateCode(sampleRate);
+    coefIndex = code < kSampleRateCount ? code : sampleRateCode(kDefaultRate);
     for (BiquadChannelState& channel : state)
         channel = BiquadChannelState();
 }

@@ -6,6 +6,7 @@
 #include <velora/bq.h>
 
 #include "fixed/frame.h"
+#include "fixed/sample_rates.h"
 #include "kernels/biquad_section.h"
 #include "kernels/kernel_table.h"
 
@@ -14,8 +15,7 @@ namespace vsp {
 /// b0, b1, b2, -a1, -a2 in Q30 for a corner at 2000 Hz: with K = tan(pi 2000 / rate) and
 /// D = 1 + sqrt(2) K + K^2: b0 = b2 = K^2 / D, b1 = 2 b0, a1 = 2 (K^2 - 1) / D,
 /// a2 = (1 - sqrt(2) K + K^2) / D (bilinear transform, pre-warped), each rounded by itself.
-inline constexpr int kBiquadRates = 15;
-extern const int32_t biquadCoefTable[kBiquadRates][5];
+extern const int32_t biquadCoefTable[kSampleRateCount][5];
 
 } // namespace vsp
 

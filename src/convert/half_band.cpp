@@ -1,8 +1,8 @@
 // Brings streams above 48 kHz down to the working rate and back, one or two octaves.
 
-#include "convert/half_band.h"
+#include <algorithm>
 
-#include "engine/velora_vsp.h"
+#include "convert/bridge.h"
 
 namespace vsp {
 namespace {
@@ -12,8 +12,12 @@ constexpr int kBlockFrames = 512; // at the caller's rate
 
 using Stereo = int32_t[2]; // left, right, Q4
 
-} // namespace
-
+// Halves the rate of stereo frames: those at even positions of the stream go to branch A, at odd
+// ones to branch B; each output is the average of the branches, rounded half up.
+// @param out    [(count + 1) / 2]; not `in`
+// @param in     [count], Q4
+// @param state  [channel], carried to the next call
+// @returns the number of outputs: pairs completed by this call
 int DownSmpl2_stage(const KernelTable& kernels, Stereo* out, const Stereo* in,
                     DecimatorState (&state)[2], int count)
 {
@@ -37,21 +41,9 @@ int DownSmpl2_stage(const KernelTable& kernels, Stereo* out, const Stereo* in,
     return produced + pairs;
 }
 
-} // namespace vsp
+} // namespace
 
-using namespace vsp;
-
-void Velora_VSP::DownSmpl2_Init()
-{
-    for (int c = 0; c < 2; ++c) {
-        dsState[c] = DecimatorState();
-        dsState2[c] = DecimatorState();
-        usState[c] = HalfBandState();
-        usState2[c] = HalfBandState();
-    }
-}
-
-int Velora_VSP::DownSmpl2_polyphase(Frame* out, const Frame* in, int frames, int shift)
+int FormatBridge::DownSmpl2_polyphase(Frame* out, const Frame* in, int frames, int shift)
 {
     Stereo high[kBlockFrames];
     Stereo mid[kBlockFrames / 2 + 1];
@@ -72,7 +64,7 @@ int Velora_VSP::DownSmpl2_polyphase(Frame* out, const Frame* in, int frames, int
     return produced;
 }
 
-void Velora_VSP::UpSmpl2_polyphase(Frame* out, const Frame* in, int frames, int shift)
+void FormatBridge::UpSmpl2_polyphase(Frame* out, const Frame* in, int frames, int shift)
 {
     Stereo high[kBlockFrames];
     Stereo mid[kBlockFrames / 2];
@@ -90,3 +82,5 @@ void Velora_VSP::UpSmpl2_polyphase(Frame* out, const Frame* in, int frames, int 
         kernels.fromQ4(out[done << shift], *high, 2 * (count << shift));
     }
 }
+
+} // namespace vsp

@@ -1,54 +1,77 @@
-// Carries audio across the border between the caller's format and rate and the engine's own: 16-bit
-// stereo at the working rate. Formats change at the caller's rate, so the resamplers see 16 bits
-// only.
+// Sample formats on both sides of the border.
 
-#include "engine/velora_vsp.h"
+#include <algorithm>
 
-using namespace vsp;
+#include "convert/bridge.h"
 
-int Velora_VSP::Convert_UHQ2MQ(Frame* out, const void* in, int frames, int shift,
-                               Velora_BitDepth_T depth)
+namespace vsp {
+namespace {
+
+void toWorking(const KernelTable& kernels, int16_t* out, const void* in, int samples,
+               Velora_BitDepth_T depth)
+{
+    switch (depth) {
+    case Velora_BitDepth_24:
+        kernels.from24Bit(out, static_cast<const int32_t*>(in), samples);
+        break;
+    case Velora_BitDepth_32:
+        kernels.from32Bit(out, static_cast<const int32_t*>(in), samples);
+        break;
+    case Velora_BitDepth_Float:
+        kernels.fromFloat(out, static_cast<const float*>(in), samples);
+        break;
+    case Velora_BitDepth_16:
+        break;
+    }
+}
+
+void toCaller(const KernelTable& kernels, void* out, const int16_t* in, int samples,
+              Velora_BitDepth_T depth)
+{
+    switch (depth) {
+    case Velora_BitDepth_24:
+        kernels.to24Bit(static_cast<int32_t*>(out), in, samples);
+        break;
+    case Velora_BitDepth_32:
+        kernels.to32Bit(static_cast<int32_t*>(out), in, samples);
+        break;
+    case Velora_BitDepth_Float:
+        kernels.toFloat(static_cast<float*>(out), in, samples);
+        break;
+    case Velora_BitDepth_16:
+        break;
+    }
+}
+
+} // namespace
+
+int FormatBridge::Convert_UHQ2MQ(Frame* out, const void* in, int frames, int shift,
+                                 Velora_BitDepth_T depth)
 {
     Frame* const target = shift > 0 ? uhqInStage : out;
-    const Frame* source = target;
-    switch (depth) {
-    case Velora_BitDepth_24:
-        kernels.from24Bit(*target, static_cast<const int32_t*>(in), 2 * frames);
-        break;
-    case Velora_BitDepth_32:
-        kernels.from32Bit(*target, static_cast<const int32_t*>(in), 2 * frames);
-        break;
-    case Velora_BitDepth_Float:
-        kernels.fromFloat(*target, static_cast<const float*>(in), 2 * frames);
-        break;
-    case Velora_BitDepth_16:
-        source = static_cast<const Frame*>(in);
-        break;
-    }
-    return shift > 0 ? DownSmpl2_polyphase(out, source, frames, shift) : frames;
+    toWorking(kernels, *target, in, 2 * frames, depth);
+    if (shift == 0)
+        return frames;
+    const Frame* const source =
+        depth == Velora_BitDepth_16 ? static_cast<const Frame*>(in) : uhqInStage;
+    return DownSmpl2_polyphase(out, source, frames, shift);
 }
 
-void Velora_VSP::Convert_MQ2UHQ(void* out, const Frame* in, int frames, int shift,
-                                Velora_BitDepth_T depth)
+void FormatBridge::Convert_MQ2UHQ(void* out, const Frame* in, int frames, int shift,
+                                  Velora_BitDepth_T depth)
 {
-    const Frame* source = in;
-    if (shift > 0) {
-        Frame* const target = depth == Velora_BitDepth_16 ? static_cast<Frame*>(out) : uhqOutStage;
-        UpSmpl2_polyphase(target, in, frames, shift);
-        source = target;
-    }
-    const int samples = 2 * (frames << shift);
-    switch (depth) {
-    case Velora_BitDepth_24:
-        kernels.to24Bit(static_cast<int32_t*>(out), *source, samples);
-        break;
-    case Velora_BitDepth_32:
-        kernels.to32Bit(static_cast<int32_t*>(out), *source, samples);
-        break;
-    case Velora_BitDepth_Float:
-        kernels.toFloat(static_cast<float*>(out), *source, samples);
-        break;
-    case Velora_BitDepth_16:
-        break;
+    if (shift == 0)
+        return toCaller(kernels, out, *in, 2 * frames, depth);
+    if (depth == Velora_BitDepth_16)
+        return UpSmpl2_polyphase(static_cast<Frame*>(out), in, frames, shift);
+    auto* target = static_cast<std::byte*>(out);
+    const int most = int(std::size(uhqOutStage)) >> shift;
+    for (int done = 0; done < frames; done += most) {
+        const int part = std::min(most, frames - done);
+        UpSmpl2_polyphase(uhqOutStage, in + done, part, shift);
+        toCaller(kernels, target, *uhqOutStage, 2 * (part << shift), depth);
+        target += (part << shift) * bytesPerFrame(depth);
     }
 }
+
+} // namespace vsp

@@ -1,8 +1,11 @@
-// Cuts a caller's block into pieces and brings each to 16 bits at the working rate and back.
+// Cuts a caller's block into pieces and brings each to 16 bits at the working rate and back; collects
+// small blocks until there is enough for whole hops.
 
+#include <algorithm>
+#include <climits>
 #include <cstddef>
+#include <utility>
 
-#include "engine/output.h"
 #include "engine/velora_vsp.h"
 
 using namespace vsp;
@@ -10,7 +13,7 @@ using namespace vsp;
 int Velora_VSP::Exe(void* out, const void* in, int frames)
 {
     Velora_VSP_Call_InitSetPar_Apply();
-    const std::ptrdiff_t frameBytes = bytesPerFrame();
+    const std::ptrdiff_t frameBytes = bytesPerFrame(bitDepth);
     auto* dst = static_cast<std::byte*>(out);
     const auto* source = static_cast<const std::byte*>(in);
     int64_t total = 0;
@@ -24,23 +27,47 @@ int Velora_VSP::Exe(void* out, const void* in, int frames)
     return int(std::min<int64_t>(total, INT_MAX));
 }
 
+int Velora_VSP::Exe_buffered(void* out, const void* in, int frames)
+{
+    Velora_VSP_BufInit_EXE();
+    const std::ptrdiff_t frameBytes = bytesPerFrame(bufBitDepth);
+    auto* dst = static_cast<std::byte*>(out);
+    const auto* source = static_cast<const std::byte*>(in);
+    int64_t total = 0;
+    for (int remaining = frames; remaining > 0;) {
+        const int piece = std::min(remaining, bufChunkFrames);
+        if (Kavo_VSP_WriteDataToBuf(source, piece, int(frameBytes / 2)) == 1) {
+            const int written = Exe(dst, chunk(), bufChunkFrames);
+            total += written;
+            dst += written * frameBytes;
+            dropChunk();
+        }
+        source += piece * frameBytes;
+        remaining -= piece;
+    }
+    return int(std::min<int64_t>(total, INT_MAX));
+}
+
 int Velora_VSP::processPiece(void* out, const void* in, int frames)
 {
     if (rateShift == 0 && bitDepth == Velora_BitDepth_16)
         return Exe1(static_cast<Frame*>(out), static_cast<const Frame*>(in), frames);
     const int workingFrames = Convert_UHQ2MQ(mqIn, in, frames, rateShift, bitDepth);
-    ConvertedOutput output(*this, out);
+    ConvertedOutput output(*this, mqOut, out, rateShift, bitDepth);
     return runScheduler(output, mqIn, workingFrames) << rateShift;
 }
 
-void Velora_VSP::ConvertedOutput::commit(int frames)
+int Velora_VSP::Exe1(Frame* out, const Frame* in, int frames)
 {
-    // The interpolator's state carries on, so cutting leaves the samples as they are.
-    const int most = kOutStageFrames >> engine.rateShift;
-    for (int done = 0; done < frames; done += most) {
-        const int part = std::min(most, frames - done);
-        engine.Convert_MQ2UHQ(out, engine.mqOut + done, part, engine.rateShift, engine.bitDepth);
-        out += (part << engine.rateShift) * engine.bytesPerFrame();
-    }
-    count += frames;
+    DirectOutput output(out);
+    return runScheduler(output, in, frames);
+}
+
+int Velora_VSP::runScheduler(Output& output, const Frame* in, int frames)
+{
+    // Settings may drop what is carried, but not what this call is about to give.
+    const int carried = std::exchange(carryCount, 0);
+    Velora_VSP_Call_InitSetPar_Apply();
+    run(output, carried, in, frames);
+    return output.written();
 }

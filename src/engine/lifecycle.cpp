@@ -1,7 +1,5 @@
 // Birth and death of an engine, and the settings that a caller records between blocks.
 
-#include <new>
-
 #include "engine/velora_vsp.h"
 
 using namespace vsp;
@@ -20,20 +18,9 @@ bool isKnown(Velora_BitDepth_T depth)
 
 } // namespace
 
-Velora_VSP::Velora_VSP(const KernelTable& table) : kernels(table)
+Velora_VSP::Velora_VSP(const KernelTable& table) : Scheduler(table), FormatBridge(table)
 {
-    bqA = createFilter();
-    bqB = createFilter();
-    src = createConverter();
     Velora_VSP_Init_Apply(kInitialSampleRate);
-}
-
-Velora_VSP::~Velora_VSP()
-{
-    bqActive = false;
-    Velora_BQ_Factory::Destroy(bqA);
-    Velora_BQ_Factory::Destroy(bqB);
-    dropConverter();
 }
 
 void Velora_VSP::Init(int rate, Velora_BitDepth_T depth)
@@ -67,31 +54,6 @@ void Velora_VSP::Velora_VSP_Call_InitSetPar_Apply()
         Velora_VSP_SetPar_Apply(speedRequested);
         parPending = false;
     }
-}
-
-Velora_BQ* Velora_VSP::createFilter()
-{
-    try {
-        return static_cast<Velora_BQ*>(Velora_BQ_Factory::Create()); // it makes no others
-    } catch (const std::bad_alloc&) {
-        return nullptr; // slow speeds then go unfiltered
-    }
-}
-
-Velora_SRC384_Interface* Velora_VSP::createConverter()
-{
-    try {
-        return Velora_SRC384_Factory::Create();
-    } catch (const std::bad_alloc&) {
-        return nullptr; // the vocoder then serves the converter's speeds
-    }
-}
-
-void Velora_VSP::dropConverter()
-{
-    if (src != nullptr)
-        Velora_SRC384_Factory::Destroy(src);
-    src = nullptr;
 }
 
 Velora_VSP_Interface* Velora_VSP_Factory::Create()

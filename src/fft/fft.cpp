@@ -3,13 +3,18 @@
 
 #define VSP_KERNEL_SET exported
 
-#include "kernels/sizes.h"
+#include <velora/fft.h>
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <utility>
 
+#include "fixed/fixed.h"
 #include "kernels/fft_loops.h"
 #include "kernels/kernel_table.h"
+#include "kernels/sizes.h"
+#include "kernels/twiddles.h"
 
 using namespace vsp;
 using namespace vsp::exported;
@@ -67,18 +72,19 @@ void transform(int32_t* re, int32_t* im, int log2N)
     }
     const Twiddle* const t = fftTwiddle;
     Velora_FFT_NEON_stage1(re, im, log2N);
-    int level = 3;
-    for (; level + 5 <= log2N; level += 3) {
-        const int blockPoints = 1 << (log2N - level);
-        for (int j = 0; j < 1 << level; ++j)
-            Velora_FFT_NEON_stage2_3_IntLoop(re + j * blockPoints, im + j * blockPoints, t + j,
-                                             t + 2 * j, t + 4 * j, blockPoints / 8);
+    // Stages 1 and 3 take five levels; those in between see eight blocks.
+    const int blockPoints = 1 << (log2N - 3);
+    for (int j = 0; j < 8; ++j) {
+        int32_t* const blockRe = re + j * blockPoints;
+        int32_t* const blockIm = im + j * blockPoints;
+        if (log2N == 8)
+            Velora_FFT_NEON_stage2_3_IntLoop(blockRe, blockIm, t + j, t + 2 * j, t + 4 * j,
+                                             blockPoints / 8);
+        else if (log2N == 7)
+            Velora_FFT_NEON_stage2_2_IntLoop(blockRe, blockIm, t + j, t + 2 * j, 4);
     }
-    if (log2N - level == 4)
-        for (int j = 0; j < 1 << level; ++j)
-            Velora_FFT_NEON_stage2_2_IntLoop(re + 16 * j, im + 16 * j, t + j, t + 2 * j, 4);
-    if (log2N - level == 3)
-        Velora_FFT_NEON_stage2_1_OptLoops(re, im, t, 1 << level);
+    if (log2N == 6)
+        Velora_FFT_NEON_stage2_1_OptLoops(re, im, t, 8);
     Velora_FFT_NEON_stage3(re, im, t, log2N);
     reorder(re, im, log2N);
 }

@@ -1,21 +1,20 @@
-// Turns each pair of synthesis spectra into the next 128 low-band frames: Hann window once more,
-// overlap-add at a hop of 128, both in the frequency domain, and one inverse transform for both
-// channels.
+// Turns each pair of synthesis spectra into the next low-band hop: Hann window once more, fourfold
+// overlap-add, both in the frequency domain, and one inverse transform for both channels.
 
-#include "engine/velora_vsp.h"
+#include "fft/spectra.h"
 
-using namespace vsp;
+namespace vsp {
 
-void Velora_VSP::Velora_VSP_partIFFT(Frame* out, ComplexInt* specL, ComplexInt* specR)
+void Spectra::Velora_VSP_partIFFT(Frame* out, ComplexInt* specL, ComplexInt* specR)
 {
-    for (int c = 0; c < 2; ++c)
-        turnRing(synthWinRing[c]);
-    kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[0], synthWinRing[0][3], specL);
-    kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[1], synthWinRing[1][3], specR);
+    for (auto& windowed : synthWinRing)
+        windowed.turn();
+    kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[0], synthWinRing[0].newest(), specL);
+    kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[1], synthWinRing[1].newest(), specR);
     Velora_VSP_IFFT_PartSp(out, synthSum[0], synthSum[1]);
 }
 
-void Velora_VSP::Velora_VSP_IFFT_PartSp(Frame* out, ComplexInt* sumL, ComplexInt* sumR)
+void Spectra::Velora_VSP_IFFT_PartSp(Frame* out, ComplexInt* sumL, ComplexInt* sumR)
 {
     alignas(kLine) int32_t re[kLowHop];
     alignas(kLine) int32_t im[kLowHop];
@@ -23,3 +22,5 @@ void Velora_VSP::Velora_VSP_IFFT_PartSp(Frame* out, ComplexInt* sumL, ComplexInt
     kernels.fftFirstQuarter(re, im, fftRe, fftIm);
     kernels.scaleOutput(out, re, im);
 }
+
+} // namespace vsp

@@ -1,5 +1,5 @@
-// The sizes that all loops over spectra share: the vocoder's transform, its hop, its bins, and the
-// bands that are treated alike around an onset.
+// The sizes that all stages share: pieces and hops of a stream; the vocoder's transform, its hop, its
+// bins, and the bands that are treated alike around an onset.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,9 @@ namespace vsp {
 inline constexpr int kFftLog2N = 9;
 inline constexpr int kFftN = 1 << kFftLog2N; // points
 inline constexpr int kLowHop = kFftN / 4;    // low-band frames: hops overlap fourfold
+inline constexpr int kMaxHop = 4 * kLowHop;  // working-rate frames: the low band keeps every fourth
+inline constexpr int kSlowestRatio = 8;      // most hops that come out for one that goes in
+inline constexpr int kPieceFrames = 2048; // most frames that are converted or scheduled at a time
 inline constexpr int kBins = kFftN / 2 + 1;
 inline constexpr int kLastBin = kBins - 1; // Nyquist; bin 0 is DC
 inline constexpr int kBands = 10;

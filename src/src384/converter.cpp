@@ -5,15 +5,17 @@
 // low-pass impulse response at its distance from that instant. That response is 1 at its own sample
 // and 0 at all others, so at the instants of the input frames the input passes through unchanged.
 // Everything is integer arithmetic: the same output to the bit on every machine.
-#include <velora/src384.h>
-
-#include "interpolation_table.h"
 
 #include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <iterator>
 #include <new>
+
+#include <velora/src384.h>
+
+#include "fixed/sample_rates.h"
+#include "src384/interpolation_table.h"
 
 namespace {
 
@@ -23,20 +25,17 @@ constexpr int kTaps = 2 * kDelay; // input samples that one output sample is mad
 constexpr int kPhases = 48; // instants from one input sample to the next that a ratio can ask for
 constexpr int kBlock = 256; // input frames taken at a time
 
-constexpr int kRates[] = {8000,  11025, 12000, 16000, 22050,  24000,  32000, 44100,
-                          48000, 64000, 88200, 96000, 128000, 176400, 192000};
-constexpr int kRateCodes = std::size(kRates);
-
 static_assert(std::size(kImpulseResponse) == kDelay * kPhases + 1);
 
 /// Output frames per input frame; 0 if a code is unknown or the ratio is not whole.
 /// Every whole ratio of two rates divides kPhases.
 int ratioOf(int outputCode, int inputCode)
 {
-    if (outputCode < 0 || outputCode >= kRateCodes || inputCode < 0 || inputCode >= kRateCodes)
+    const auto isCode = [](int code) { return code >= 0 && code < vsp::kSampleRateCount; };
+    if (!isCode(outputCode) || !isCode(inputCode))
         return 0;
-    const int output = kRates[outputCode];
-    const int input = kRates[inputCode];
+    const int output = vsp::kSampleRates[outputCode];
+    const int input = vsp::kSampleRates[inputCode];
     return output % input == 0 ? output / input : 0;
 }
 

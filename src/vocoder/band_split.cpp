@@ -1,23 +1,29 @@
 // Cuts each input hop into the low band, which goes through the vocoder at a reduced rate, and the
 // high band, which is stretched by plain overlap-add; puts them together again after synthesis.
 
-#include "kernels/band_split.h"
-
 #include <algorithm>
 #include <cstring>
 
-#include "engine/velora_vsp.h"
+#include "vocoder/vocoder.h"
 
-using namespace vsp;
+namespace vsp {
 
-void Velora_VSP::Velora_VSP_LPHP_separate(const Frame* in, int frames)
+void Vocoder::configure(int index)
 {
-    turnRing(hpRing);
+    hopIndex = int16_t(index);
+    bandFactor = int16_t(1 << index);
+    splitCoeffs = bandFactor == 4 ? kSplitCoeffsB : kSplitCoeffsA;
+    interpCoeffs = kInterpCoeffs;
+}
+
+void Vocoder::Velora_VSP_LPHP_separate(const Frame* in, int frames)
+{
+    hpRing.turn();
     if (bandFactor == 1) {
         std::memcpy(lowBandFrame, in, size_t(frames) * sizeof *in);
         return;
     }
-    Frame* const high = hpRing[4];
+    Frame* const high = hpRing.newest();
     kernels.split(lowBandFrame, high, in, splitState, splitCoeffs, frames, bandFactor);
     if (highBandGainQ15 < 32768)
         for (int n = 0; n < frames; ++n)
@@ -25,16 +31,17 @@ void Velora_VSP::Velora_VSP_LPHP_separate(const Frame* in, int frames)
                 high[n][channel] = fx::low16(fx::mulShift16(high[n][channel] * 2, highBandGainQ15));
 }
 
-void Velora_VSP::Velora_VSP_Combine_HP(int frames)
+void Vocoder::Velora_VSP_Combine_HP(int frames)
 {
-    turnRing(hpSegRing);
+    hpSegRing.turn();
     const size_t hopBytes = size_t(frames) * sizeof *hpOut;
-    std::memcpy(hpSegRing[3], hpRing[0], hopBytes);
-    std::memcpy(hpSegRing[3] + frames, hpRing[1], hopBytes);
+    Frame* const segment = hpSegRing.newest();
+    std::memcpy(segment, hpRing[0], hopBytes);
+    std::memcpy(segment + frames, hpRing[1], hopBytes);
     kernels.fadeHighBand(hpOut, hpSegRing[0] + frames, hpSegRing[1], frames);
 }
 
-void Velora_VSP::Velora_VSP_LP_interpolate(Frame* dest, int lowFrames, int outFrames)
+void Vocoder::Velora_VSP_LP_interpolate(Frame* dest, int lowFrames, int outFrames)
 {
     // A hop shorter than one low-band frame still takes one, so that the filters move on.
     const int readFrames = std::max(lowFrames, 1);
@@ -47,3 +54,5 @@ void Velora_VSP::Velora_VSP_LP_interpolate(Frame* dest, int lowFrames, int outFr
     }
     std::memset(dest + written, 0, size_t(outFrames - written) * sizeof *dest);
 }
+
+} // namespace vsp

@@ -3,41 +3,33 @@
 
 #include "vocoder/frame_pipeline.h"
 
+#include <algorithm>
 #include <cmath>
 
-#include "engine/velora_vsp.h"
-#include "kernels/sizes.h"
+#include "vocoder/vocoder.h"
 
 namespace vsp {
 
 BandPath bandPath(int status, int hold)
 {
-    if (status == 1)
-        return BandPath::frozen;
-    if (status == 6 || status == 7)
-        return BandPath::hold;
-    if (status < 2 || status > 7)
+    if (status <= kIdle || status >= kCountdownStart)
         return BandPath::normal;
-    if (hold == 4)
-        return BandPath::reset;
-    return hold >= 1 && hold <= 3 ? BandPath::normal : BandPath::frozen;
+    if (status >= kLastHeldHop)
+        return BandPath::hold;
+    if (status == kFrozenHop || hold <= 0 || hold > kHoldStart)
+        return BandPath::frozen;
+    return hold == kHoldStart ? BandPath::reset : BandPath::normal;
 }
 
 float peakDensityGain(int peaks, float speed)
 {
     constexpr float kMostGain = 0.4f;
     constexpr double kPi = 3.141592653589793;
-    const float density = float(peaks - 5) / 10.0f * kMostGain;
-    const float w = density < 0.0f ? 0.0f : density <= kMostGain ? density : kMostGain;
-    const float gain = float(std::sin((double(speed) - 1.0) * kPi * 0.5) * double(w));
-    return gain > kMostGain ? 1.4f : 1.0f + gain;
+    const float w = std::clamp(float(peaks - 5) / 10.0f * kMostGain, 0.0f, kMostGain);
+    return 1.0f + float(std::sin((double(speed) - 1.0) * kPi * 0.5) * double(w));
 }
 
-} // namespace vsp
-
-using namespace vsp;
-
-int Velora_VSP::Velora_VSP_frame(Frame* out, const Frame* in, int frames, int written)
+int Vocoder::Velora_VSP_frame(Frame* out, const Frame* in, int frames, int written)
 {
     frameClock -= 1.0f;
     analyseHop(in, frames);
@@ -64,7 +56,7 @@ int Velora_VSP::Velora_VSP_frame(Frame* out, const Frame* in, int frames, int wr
     return count;
 }
 
-void Velora_VSP::analyseHop(const Frame* in, int frames)
+void Vocoder::analyseHop(const Frame* in, int frames)
 {
     Velora_VSP_LPHP_separate(in, frames);
     Velora_VSP_partFFT(lowBandFrame);
@@ -74,11 +66,11 @@ void Velora_VSP::analyseHop(const Frame* in, int frames)
     Velora_VSP_ModifyBandStatus();
 }
 
-void Velora_VSP::synthesiseSpectrum(bool firstOfHop)
+void Vocoder::synthesiseSpectrum(bool firstOfHop)
 {
     const int32_t f_q15 = int32_t(frameClock * 32768.0f);
-    for (int b = 0; b < kBands; ++b)
-        synthesiseBand(b, f_q15);
+    for (int c = 0; c < 2; ++c)
+        synthesiseBands(c, f_q15);
 
     if (firstOfHop)
         for (int c = 0; c < 2; ++c)
@@ -96,44 +88,47 @@ void Velora_VSP::synthesiseSpectrum(bool firstOfHop)
     }
 }
 
-void Velora_VSP::synthesiseBand(int band, int32_t f_q15)
+void Vocoder::synthesiseBands(int channel, int32_t f_q15)
 {
-    const int first = bandTable[0][band];
-    const int n = bandTable[1][band] - first + 1;
-    const BandPath path = bandPath(bandStatus[band], bandHold[band]);
-    if (path == BandPath::frozen && bandRingIndex[band] > 3)
-        bandRingIndex[band] = 0;
-    for (int c = 0; c < 2; ++c) {
-        ComplexInt* const X = spectrum[c] + first;
-        ComplexShort* const S = synthPhasor[c] + first;
-        int32_t* const M = interpMag[c] + first;
-        const ComplexShort* const Q0 = phasorRing[c][0] + first;
-        switch (path) {
+    const int32_t* const older = magRing[channel][0];
+    const int32_t* const newer = magRing[channel][1];
+    for (int band = 0; band < kBands; ++band) {
+        const int first = bandTable[0][band];
+        const int n = bandTable[1][band] - first + 1;
+        ComplexInt* const X = spectrum[channel] + first;
+        ComplexShort* const S = synthPhasor[channel] + first;
+        int32_t* const M = interpMag[channel] + first;
+        switch (bandPath(bandStatus[band], bandHold[band])) {
         case BandPath::normal:
-            kernels.interpMagApplyPhase(X, M, magRing[c][0] + first, magRing[c][1] + first, S,
-                                        f_q15, n);
+            kernels.interpMagApplyPhase(X, M, older + first, newer + first, S, f_q15, n);
             break;
-        case BandPath::reset:
-            kernels.interpMagApplyPhase(X, M, magRing[c][0] + first, magRing[c][1] + first, Q0,
-                                        f_q15, n);
-            std::copy(Q0, Q0 + n, S);
+        case BandPath::reset: {
+            const ComplexShort* const analysed = phasorRing[channel][0] + first;
+            kernels.interpMagApplyPhase(X, M, older + first, newer + first, analysed, f_q15, n);
+            std::copy(analysed, analysed + n, S);
             break;
+        }
         case BandPath::hold:
             kernels.applyPhase(X, M, S, n);
             break;
         case BandPath::frozen:
-            kernels.applyPhase(X, magRing[c][bandRingIndex[band]] + first, S, n);
+            // Once it is frozen before its frame has come, it stays on the oldest one.
+            if (bandRingIndex[band] > 3)
+                bandRingIndex[band] = 0;
+            kernels.applyPhase(X, magRing[channel][bandRingIndex[band]] + first, S, n);
             break;
         }
     }
 }
 
-void Velora_VSP::countDownBands()
+void Vocoder::countDownBands()
 {
     for (int b = 0; b < kBands; ++b) {
         bandStatus[b] = bandStatus[b] > 0 ? int8_t(bandStatus[b] - 1) : int8_t(0);
         bandRingIndex[b] = bandRingIndex[b] > 0 ? int8_t(bandRingIndex[b] - 1) : int8_t(0);
-        if (bandStatus[b] == 5)
-            bandHold[b] = 4;
+        if (bandStatus[b] == kResetHop)
+            bandHold[b] = kHoldStart;
     }
 }
+
+} // namespace vsp

@@ -1,9 +1,27 @@
 // Decisions of the frame pipeline as pure functions.
 #pragma once
 
-#include "fixed/complex.h"
+#include <cstdint>
 
 namespace vsp {
+
+/// A band's countdown around an onset, in hops. When it starts, the frame with the onset is row 2 of
+/// the rings; two hops later it is row 0, the one that synthesis starts from.
+enum Countdown : int8_t {
+    kIdle = 0,
+    kFrozenHop = 1, ///< whatever the hold says
+    kResetHop = 5,  ///< from here on the hold decides
+    kLastHeldHop = 6,
+    kFirstHeldHop = 7,
+    kCountdownStart = 8,
+};
+
+/// Row of the magnitude ring that is to be frozen, when the countdown starts: it falls by one a hop,
+/// as the ring turns, and is there (row 3, the newest) one hop after the reset.
+inline constexpr int8_t kFrozenRowStart = 7;
+
+/// A band's hold, in synthesis frames, when the reset is due.
+inline constexpr int8_t kHoldStart = 4;
 
 /// How a band is synthesised, by how long ago an onset was found in it.
 enum class BandPath {
@@ -13,10 +31,9 @@ enum class BandPath {
     frozen, ///< magnitudes of one analysis frame, not interpolated
 };
 
-/// @param status  the band's countdown: 8 at the hop after the onset was found, 0 when none runs
-/// @param hold    4: the reset is due in this synthesis frame; 3 to 1: interpolated frames left
-/// after
-///                it; 0: frozen
+/// @param status  the band's countdown
+/// @param hold    kHoldStart: the reset is due in this synthesis frame; below: interpolated frames
+///                left after it; 0: frozen
 BandPath bandPath(int status, int hold);
 
 /// Gain that makes up for the energy that dense spectra lose at high speeds: 1 + w sin((speed - 1)

@@ -1,12 +1,12 @@
 // Keeps the bins around a spectral peak in step with it, so that a partial stays one sound: each
 // takes the peak's synthesis phase plus the phase offset it had from the peak in the analysis.
 
-#include "engine/velora_vsp.h"
+#include "vocoder/vocoder.h"
 
-using namespace vsp;
+namespace vsp {
 
-int Velora_VSP::peakphaselock(ComplexInt* X, int* mag, ComplexShort* A, ComplexShort* S,
-                              signed char* status, const short (*bands)[10])
+int Vocoder::peakphaselock(ComplexInt* X, int* mag, ComplexShort* A, ComplexShort* S,
+                           signed char* status, const short (*bands)[10])
 {
     int listed = 0;
     const int total = kernels.findPeaks(peakList, &listed, mag, status, bands);
@@ -14,3 +14,5 @@ int Velora_VSP::peakphaselock(ComplexInt* X, int* mag, ComplexShort* A, ComplexS
         kernels.lockPeaks(X, S, A, peakList, listed);
     return total;
 }
+
+} // namespace vsp

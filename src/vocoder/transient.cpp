@@ -1,21 +1,23 @@
 // Finds onsets: where in time, within the newest analysis frame, each band's energy lies, and
-// whether enough bands say "late" at once. Starts the eight-hop countdown that treats a band around
-// an onset.
+// whether enough bands say "late" at once. Starts the countdown that treats a band around an onset.
 
 #include <cmath>
+#include <iterator>
+#include <numeric>
 
-#include "engine/velora_vsp.h"
-#include "kernels/sizes.h"
+#include "vocoder/frame_pipeline.h"
+#include "vocoder/vocoder.h"
 
-using namespace vsp;
-
+namespace vsp {
 namespace {
 
 // A centre of gravity above it says "onset"; in lengths of the analysis frame.
 constexpr float kLateInFrame = 0.08f;
 
-constexpr int kStatusStart = 8;
-constexpr int kRingIndexStart = 7;
+int countOf(const int8_t (&flags)[kBands])
+{
+    return std::accumulate(std::begin(flags), std::end(flags), 0);
+}
 
 // Lower confidence bound (Wilson score, z = 2) of the share n / 10 of flagged bands.
 float lowerBound(int n)
@@ -31,23 +33,20 @@ float upperBound(int m)
 
 } // namespace
 
-void Velora_VSP::Velora_VSP_computeCOG()
+void Vocoder::Velora_VSP_computeCOG()
 {
     kernels.bandCentres(bandCog, spectrum[0], spectrum[1]);
 }
 
-void Velora_VSP::Velora_VSP_TransientProbability()
+void Vocoder::Velora_VSP_TransientProbability()
 {
-    turnRing(bandFlagRing);
-    int newest = 0;
-    for (int b = 0; b < kBands; ++b) {
-        bandFlagRing[3][b] = bandCog[b] > kLateInFrame ? 1 : 0;
-        newest += bandFlagRing[3][b];
-    }
+    bandFlagRing.turn();
+    for (int b = 0; b < kBands; ++b)
+        bandFlagRing.newest()[b] = bandCog[b] > kLateInFrame ? 1 : 0;
+    const int newest = countOf(bandFlagRing.newest());
     int lastFour = 0;
-    for (const int8_t* flags : bandFlagRing)
-        for (int b = 0; b < kBands; ++b)
-            lastFour += flags[b];
+    for (int age = 0; age < 4; ++age)
+        lastFour += countOf(bandFlagRing[age]);
 
     const float lower = lowerBound(newest);
     const float upper = upperBound(lastFour);
@@ -63,11 +62,13 @@ void Velora_VSP::Velora_VSP_TransientProbability()
         flag = transientDecisionPrev;
 }
 
-void Velora_VSP::Velora_VSP_ModifyBandStatus()
+void Vocoder::Velora_VSP_ModifyBandStatus()
 {
     for (int b = 0; b < kBands; ++b)
         if (bandStatus[b] == 0 && bandTransient[b] == 1) {
-            bandStatus[b] = kStatusStart;
-            bandRingIndex[b] = kRingIndexStart;
+            bandStatus[b] = kCountdownStart;
+            bandRingIndex[b] = kFrozenRowStart;
         }
 }
+
+} // namespace vsp

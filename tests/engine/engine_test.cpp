@@ -166,6 +166,24 @@ TEST_F(Engine, PredictsItsInputAndKeepsToTheLimit)
     }
 }
 
+// However far it looks ahead, the prediction is what the frame clock gives hop by hop.
+TEST_F(Engine, PredictsAnyAmountAsTheClockWouldGiveIt)
+{
+    const Frames in = signals::noise(30 * 512, 10000, 4);
+    for (float speed : {0.125f, 0.7f, 0.75f, 0.99f, 1.000001f, 1.5f, 2.0f, 7.9f}) {
+        start(speed);
+        play(in);
+        for (int wanted : {1, 5000, 1234567, INT_MAX}) {
+            float clock = probe.engine->frameClock;
+            int64_t input = 0;
+            for (int64_t have = 0; have < wanted && input <= INT_MAX - 512; input += 512)
+                for (clock -= 1.0f; clock < 1.0f; clock += speed)
+                    have += 512;
+            EXPECT_EQ(probe.engine->GetPredictedInputFrameSize(wanted), input) << speed;
+        }
+    }
+}
+
 TEST_F(Engine, BufferedCallsGiveWhatWholeChunksGive)
 {
     const Frames in = signals::noise(20 * 512 + 300, 15000, 6);

@@ -192,7 +192,7 @@ const Case kCases[] = {
     {"lowPassTwice",
      [](const KernelTable& k, Bench& b) {
          BiquadChannelState* const state[2] = {b.biquadStates(), b.biquadStates()};
-         const int32_t* const coeffs = biquadCoefTable[b.pick(kBiquadRates)];
+         const int32_t* const coeffs = biquadCoefTable[b.pick(kSampleRateCount)];
          for (int pass = 0; pass < 2; ++pass)
              k.lowPassTwice(b.frames(100), state[0], state[1], coeffs,
                             b.pick(2) == 0 ? b.pick(6) : b.pick(101));

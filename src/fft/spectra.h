@@ -1,0 +1,80 @@
+// The stream in the frequency domain, both channels.
+//
+// Each line says what a member lives for: "settings" until the next Init or SetPar, "history" from
+// hop to hop, "this hop" only so long.
+#pragma once
+
+#include <cstdint>
+
+#include "fixed/cache_line.h"
+#include "fixed/complex.h"
+#include "fixed/frame.h"
+#include "fixed/ring.h"
+#include "kernels/kernel_table.h"
+#include "kernels/sizes.h"
+
+namespace vsp {
+
+// A row of bins, and unused ones up to the next cache line: 16 values of 4 bytes fill one.
+inline constexpr int kRowBins = (kBins + 15) / 16 * 16;
+using MagnitudeRow = int32_t[kRowBins];
+using PhasorRow = ComplexShort[kRowBins];
+using SpectrumRow = ComplexInt[kRowBins];
+static_assert(sizeof(MagnitudeRow) % kLine == 0 && sizeof(PhasorRow) % kLine == 0);
+
+/// What the hops of one stream have in common in the frequency domain: partial spectra of the last
+/// hops, magnitudes and phasors of the last frames, the overlap-add of the synthesis.
+///
+/// An analysis frame is the last four low-band hops. Its spectrum is in units of 16-bit samples
+/// times the transform's length, bins 0 to 256.
+class Spectra {
+public:
+    explicit Spectra(const KernelTable& table) : kernels(table) {}
+
+    /// Moves the analysis on by a hop: `spectrum` becomes that of the last four hops under a
+    /// periodic Hann window.
+    /// @param in  [kLowHop]
+    void Velora_VSP_partFFT(const Frame* in);
+    /// Spectra of one hop followed by silence.
+    /// @param outL, outR  [kBins] each, neither of them the other
+    /// @param in          [kLowHop]
+    void Velora_VSP_FFT_PartSp(ComplexInt* outL, ComplexInt* outR, const Frame* in);
+    /// Takes `spectrum` apart into the newest rows of `magRing` and `phasorRing`.
+    void Velora_VSP_Extract_MagPhase();
+    /// Adds a synthesis frame to the overlap-add and gives the hop that this completes.
+    /// @param out           [kLowHop], saturated
+    /// @param specL, specR  [kBins] each; imaginary parts of bins 0 and 256 are ignored
+    void Velora_VSP_partIFFT(Frame* out, ComplexInt* specL, ComplexInt* specR);
+    /// The first hop of the inverse transform of two overlap-add sums.
+    /// @param out         [kLowHop], saturated
+    /// @param sumL, sumR  [kBins] each
+    void Velora_VSP_IFFT_PartSp(Frame* out, ComplexInt* sumL, ComplexInt* sumR);
+
+protected:
+    /// To silence, with all phases 0. What a hop writes before it reads is left as it is.
+    void reset()
+    {
+        clear(partSpRing, partSpSum, magRing, synthWinRing, synthSum);
+        for (auto& phasors : phasorRing) {
+            clear(phasors);
+            phasors.fill(kPhaseZero);
+        }
+    }
+
+    const KernelTable& kernels; // the hot loops, for this machine
+
+    Ring<SpectrumRow, 5> partSpRing[2];           // history: [channel]; between hops the newest
+                                                  // row is the one to be overwritten
+    alignas(kLine) SpectrumRow partSpSum[2] = {}; // history: spectrum of the unwindowed frame
+    alignas(kLine) SpectrumRow spectrum[2];       // this hop: analysis first, then synthesis
+    Ring<MagnitudeRow, 4> magRing[2];             // history: [channel]
+    Ring<PhasorRow, 4> phasorRing[2];             // history: [channel], Q14
+    Ring<SpectrumRow, 4> synthWinRing[2];         // history: [channel], windowed
+    alignas(kLine) SpectrumRow synthSum[2] = {};  // history: overlap-add of those four
+
+private:
+    alignas(kLine) int32_t fftRe[kFftN]; // work space of the transforms
+    alignas(kLine) int32_t fftIm[kFftN];
+};
+
+} // namespace vsp

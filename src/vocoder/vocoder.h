@@ -1,0 +1,148 @@
+// The phase vocoder: one hop of input in, as many hops out as the speed asks for.
+//
+// The low band goes through the spectrum at a reduced rate, the high band through plain overlap-add.
+// Analysis and synthesis take the same hop; the speed decides how many synthesis frames are made of
+// each analysis frame.
+#pragma once
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <iterator>
+
+#include "fft/spectra.h"
+#include "fixed/cache_line.h"
+#include "fixed/complex.h"
+#include "fixed/frame.h"
+#include "fixed/ring.h"
+#include "kernels/band_split.h"
+#include "kernels/peaks.h"
+#include "kernels/sizes.h"
+
+namespace vsp {
+
+inline constexpr int kNoLimit = INT_MAX;
+
+class Vocoder : public Spectra {
+public:
+    explicit Vocoder(const KernelTable& table) : Spectra(table) {}
+
+    /// Analyses one hop and synthesises as many hops as the frame clock asks for.
+    /// @param out      room for all that the clock asks for, at most kSlowestRatio * frames
+    /// @param in       [frames]; 1 to 2^(hopIndex + 7)
+    /// @param written  frames that stand in the caller's output before `out`; counted against
+    ///                 outputLimit
+    /// @returns        frames written at `out`, a multiple of `frames`; the others went to carryBuf
+    int Velora_VSP_frame(Frame* out, const Frame* in, int frames, int written);
+
+    /// Splits a hop into `lowBandFrame` and the newest row of `hpRing`, the latter under the gain of
+    /// the high band. Without decimation all of it is low band.
+    /// @param in  [frames]
+    void Velora_VSP_LPHP_separate(const Frame* in, int frames);
+    /// The next hop of the stretched high band, in `hpOut`: half of each of two input hops, faded.
+    void Velora_VSP_Combine_HP(int frames);
+    /// Writes `outFrames` frames from `lowFrames` frames of `lowBandFrame` and from `hpOut`; what
+    /// these don't reach is silence.
+    /// @param dest  [outFrames]
+    void Velora_VSP_LP_interpolate(Frame* dest, int lowFrames, int outFrames);
+
+    /// Where in time the energy of each band of `spectrum` lies: `bandCog`.
+    void Velora_VSP_computeCOG();
+    /// Whether the newest frame holds an onset, by how many bands have late energy; the bands hear
+    /// of it one hop later.
+    void Velora_VSP_TransientProbability();
+    /// Starts the countdown of an onset in every band that has none running.
+    void Velora_VSP_ModifyBandStatus();
+    /// Gives the bins around each spectral peak the synthesis phase of the peak plus the phase
+    /// offset that they had from it in the analysis.
+    /// @param X       [kBins] synthesis spectrum
+    /// @param mag     [kBins] magnitudes in which peaks are searched
+    /// @param A       [kBins] analysis phasors, Q14
+    /// @param S       [kBins] synthesis phasors, Q14
+    /// @param status  [kBands]; a band is left alone unless its status is 0
+    /// @param bands   first and last bins of the bands
+    /// @returns the number of all peaks
+    int peakphaselock(ComplexInt* X, int* mag, ComplexShort* A, ComplexShort* S,
+                      signed char* status, const short (*bands)[10]);
+
+    /// Whether the newest frame holds an onset, and the same said from outside.
+    bool foundOnset() const { return transientDecision != 0; }
+    void takeOnset() { transientDecision = 1; }
+
+protected:
+    /// Sets the hop to 2^(index + 7) frames, index 0 to 2.
+    void configure(int index);
+    int hopFrames() const { return kLowHop << hopIndex; }
+
+    /// To silence at speed 1.0, with no limit and nothing carried. What a hop writes before it reads
+    /// is left as it is.
+    void reset()
+    {
+        Spectra::reset();
+        highBandGainQ15 = 32768;
+        frameClock = 1.0f;
+        effectiveSpeed = 1.0f;
+        clear(splitState, interpState, hpRing, hpSegRing);
+        clear(bandCog, bandFlagRing, transientThreshold, transientDecision, transientDecisionPrev);
+        clear(bandStatus, bandRingIndex, bandHold);
+        clear(interpMag);
+        for (auto& phasors : synthPhasor)
+            std::fill(std::begin(phasors), std::end(phasors), kPhaseZero);
+        outputLimit = kNoLimit;
+        carryCount = 0;
+    }
+
+    // ---- Settings ----
+    int16_t hopIndex = 0;
+    int16_t bandFactor = 1;                // 1, 2 or 4: decimation of the low band
+    const int16_t* splitCoeffs = nullptr;  // Q14
+    const int16_t* interpCoeffs = nullptr; // Q14
+    int32_t highBandGainQ15 = 32768;
+
+    // ---- Frame clock ----
+    float frameClock = 1.0f;     // history: synthesis position in analysis hops
+    float effectiveSpeed = 1.0f; // settings: what the clock moves on by
+
+    // ---- Band split ----
+    int32_t splitState[2][7] = {};         // history: [channel] delays, four times the value
+    int32_t interpState[2][6] = {};        // history: [channel] delays, four times the value
+    Ring<Frame[kMaxHop], 5> hpRing;        // history: high band of each input hop
+    Ring<Frame[2 * kMaxHop], 4> hpSegRing; // history: two hops for each synthesis frame
+    alignas(kLine) Frame hpOut[kMaxHop];   // this synthesis frame: high band
+    alignas(kLine) Frame lowBandFrame[kLowHop] = {}; // this hop: into the analysis, then out of the
+        // synthesis; a shorter hop leaves the rest as it was
+
+    // ---- Onsets ----
+    float bandCog[kBands] = {};           // this hop: where in the frame the energy lies, from its
+                                          // middle, in lengths of the frame
+    Ring<int8_t[kBands], 4> bandFlagRing; // history: bands with late energy
+    float transientThreshold = 0.0f;      // history: falls by at most 1 % a hop
+    uint8_t transientDecision = 0;        // history: the newest frame holds an onset
+    uint8_t transientDecisionPrev = 0;    // history: the frame before did
+    uint8_t bandTransient[kBands] = {};   // this hop
+    int8_t bandStatus[kBands] = {};       // history: hops left of an onset's countdown, 0 none
+    int8_t bandRingIndex[kBands] = {}; // history: row of magRing that is frozen; falls as the ring
+                                       // turns, so it stays on one analysis frame
+    int8_t bandHold[kBands] = {};      // history: synthesis frames left before the band freezes; 4:
+                                       // the phase reset is due
+
+    // ---- Synthesis ----
+    alignas(kLine) MagnitudeRow interpMag[2] = {}; // history: last interpolated magnitudes
+    alignas(kLine) PhasorRow phaseAdvance[2];      // this hop: rotation over one hop, Q14
+    alignas(kLine) PhasorRow synthPhasor[2];       // history: running phases, Q14
+    alignas(kLine) int16_t peakList[kMaxPeaks];    // this synthesis frame
+
+    // ---- What goes beyond the limit of a call ----
+    int32_t outputLimit = kNoLimit; // next call: hops beyond it, carried ones included, are carried
+    int32_t carryCount = 0;         // history: frames in carryBuf
+    // A limited call may have to carry all that it makes.
+    alignas(kLine) Frame carryBuf[kSlowestRatio * kPieceFrames];
+
+private:
+    void analyseHop(const Frame* in, int frames);
+    void synthesiseSpectrum(bool firstOfHop);
+    void synthesiseBands(int channel, int32_t f_q15);
+    void countDownBands();
+};
+
+} // namespace vsp
