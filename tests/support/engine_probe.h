@@ -14,13 +14,11 @@ struct EngineProbe {
         using Velora_VSP::bandStatus;
         using Velora_VSP::carryCount;
         using Velora_VSP::frameClock;
-        using Velora_VSP::highBandGainQ15;
         using Velora_VSP::hpOut;
         using Velora_VSP::hpRing;
         using Velora_VSP::lowBandFrame;
         using Velora_VSP::spectrum;
         using Velora_VSP::src;
-        using Velora_VSP::synthPhasor;
         using Velora_VSP::transientDecision;
         using Velora_VSP::transientThreshold;
         using Velora_VSP::transitionCount;
@@ -28,7 +26,6 @@ struct EngineProbe {
     std::unique_ptr<Engine> engine = std::make_unique<Engine>();
 
     vsp::ComplexInt* spectrum(size_t channel) { return engine->spectrum[channel]; }
-    vsp::ComplexShort* synthPhasor(size_t channel) { return engine->synthPhasor[channel]; }
     vsp::Frame* lowBandFrame() { return engine->lowBandFrame; }
     vsp::Frame* highBand() { return engine->hpRing.newest(); }
     vsp::Frame* hpOut() { return engine->hpOut; }
