@@ -76,39 +76,6 @@ TEST_F(Transforms, SynthesisSaturatesAndIgnoresImaginaryDcAndNyquist)
     EXPECT_EQ(out, signals::constant(kLowHop, 32767, 32767));
 }
 
-struct BinCase {
-    ComplexInt bin;
-    int32_t magnitude;
-    ComplexShort phasor;
-};
-
-TEST(MagnitudePhase, GivesKnownBinsToTheBit)
-{
-    constexpr BinCase kCases[] = {
-        {{0, 0}, 0, {16384, 0}},
-        {{1000, 0}, 1000, {16082, 0}},
-        {{0, -1000}, 1000, {0, -16083}},
-        {{3000, 4000}, 5125, {9988, 13318}},
-        {{12345, -6789}, 14890, {14364, -7900}},
-        {{1, 0}, 1, {15576, 0}},
-        {{-1, 1}, 1, {-11860, 11860}},
-    };
-    ComplexInt spec[kBins] = {};
-    int n = 0;
-    for (const BinCase& c : kCases)
-        spec[n++] = c.bin;
-    int32_t mag[kBins];
-    ComplexShort phasor[kBins];
-    kPortableKernels.Velora_VSP_MagPhase_Bins(mag, phasor, spec);
-    n = 0;
-    for (const BinCase& c : kCases) {
-        EXPECT_EQ(mag[n], c.magnitude) << n;
-        EXPECT_EQ(phasor[n].re, c.phasor.re) << n;
-        EXPECT_EQ(phasor[n].im, c.phasor.im) << n;
-        ++n;
-    }
-}
-
 TEST(MagnitudePhase, PhasorsHaveUnitLengthAndTheBinsDirection)
 {
     ComplexInt spec[kBins];
