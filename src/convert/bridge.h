@@ -1,5 +1,5 @@
-// The border between the caller's format and rate and the engine's own: 16-bit stereo at the working
-// rate. Formats change at the caller's rate, so the resamplers see 16 bits only.
+// The border between the caller's format and rate and the engine's own: 16-bit stereo at the
+// working rate. Formats change at the caller's rate, so the resamplers see 16 bits only.
 #pragma once
 
 #include <cstddef>

@@ -1,8 +1,10 @@
 // Brings streams above 48 kHz down to the working rate and back, one or two octaves.
 
 #include <algorithm>
+#include <cstdint>
 
 #include "convert/bridge.h"
+#include "kernels/half_band.h"
 
 namespace vsp {
 namespace {

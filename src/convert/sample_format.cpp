@@ -1,6 +1,9 @@
 // Sample formats on both sides of the border.
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
 
 #include "convert/bridge.h"
 

@@ -1,12 +1,16 @@
-// Cuts a caller's block into pieces and brings each to 16 bits at the working rate and back; collects
-// small blocks until there is enough for whole hops.
+// Cuts a caller's block into pieces and brings each to 16 bits at the working rate and back;
+// collects small blocks until there is enough for whole hops.
 
 #include <algorithm>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 
+#include "convert/bridge.h"
+#include "engine/output.h"
 #include "engine/velora_vsp.h"
+#include "kernels/sizes.h"
 
 using namespace vsp;
 

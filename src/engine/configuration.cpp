@@ -5,7 +5,9 @@
 
 #include <velora/fft.h>
 
+#include "convert/bridge.h"
 #include "engine/velora_vsp.h"
+#include "kernels/sizes.h"
 
 using namespace vsp;
 

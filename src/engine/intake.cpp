@@ -3,6 +3,7 @@
 #include "engine/intake.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace vsp {

@@ -1,6 +1,7 @@
 // Birth and death of an engine, and the settings that a caller records between blocks.
 
 #include "engine/velora_vsp.h"
+#include "kernels/kernel_table.h"
 
 using namespace vsp;
 

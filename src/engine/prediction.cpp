@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 
+#include "engine/scheduler.h"
 #include "engine/velora_vsp.h"
 
 using namespace vsp;

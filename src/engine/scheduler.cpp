@@ -5,11 +5,14 @@
 #include "engine/scheduler.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
 #include "fixed/fixed.h"
+#include "kernels/sizes.h"
 
 namespace vsp {
 namespace {

@@ -11,8 +11,8 @@
 
 namespace vsp {
 
-/// Nothing at speed 1.0, the vocoder or the converter hop by hop at other speeds, a fade between the
-/// two when the speed changes from or to 1.0.
+/// Nothing at speed 1.0, the vocoder or the converter hop by hop at other speeds, a fade between
+/// the two when the speed changes from or to 1.0.
 class Scheduler : public Vocoder, public SlowSpeeds {
 public:
     /// Output frames that one hop of input will give, by the copy of the frame clock.
@@ -35,8 +35,8 @@ protected:
     /// @param in  [frames], 16 bits at the working rate, at most kPieceFrames
     void run(Output& output, int carried, const Frame* in, int frames);
 
-    /// Hops of input that bring `frames` frames of output (or more), by a copy of the frame clock; at
-    /// most as many as an int can count in frames.
+    /// Hops of input that bring `frames` frames of output (or more), by a copy of the frame clock;
+    /// at most as many as an int can count in frames.
     int predictHops(int64_t frames);
 
     void startTransition(int frames)

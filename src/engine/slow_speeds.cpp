@@ -2,7 +2,11 @@
 
 #include "engine/slow_speeds.h"
 
+#include <cstdint>
 #include <new>
+
+#include <velora/bq.h>
+#include <velora/src384.h>
 
 #include "engine/speeds.h"
 #include "fixed/fixed.h"

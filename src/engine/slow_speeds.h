@@ -4,7 +4,6 @@
 
 #include <memory>
 
-#include <velora/bq.h>
 #include <velora/src384.h>
 
 #include "convert/biquad.h"

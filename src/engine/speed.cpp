@@ -1,6 +1,9 @@
 // Puts a new speed in force: how it is reached from the old one, and what helpers it needs.
 
 #include "engine/speeds.h"
+
+#include <cstdint>
+
 #include "engine/velora_vsp.h"
 
 using namespace vsp;

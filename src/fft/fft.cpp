@@ -15,6 +15,7 @@
 #include "kernels/kernel_table.h"
 #include "kernels/sizes.h"
 #include "kernels/twiddles.h"
+#include "kernels/vector_scalar.h"
 
 using namespace vsp;
 using namespace vsp::exported;

@@ -1,7 +1,11 @@
 // Turns each pair of synthesis spectra into the next low-band hop: Hann window once more, fourfold
 // overlap-add, both in the frequency domain, and one inverse transform for both channels.
 
+#include <cstdint>
+
 #include "fft/spectra.h"
+#include "fixed/cache_line.h"
+#include "kernels/sizes.h"
 
 namespace vsp {
 

@@ -1,5 +1,5 @@
-// The sizes that all stages share: pieces and hops of a stream; the vocoder's transform, its hop, its
-// bins, and the bands that are treated alike around an onset.
+// The sizes that all stages share: pieces and hops of a stream; the vocoder's transform, its hop,
+// its bins, and the bands that are treated alike around an onset.
 #pragma once
 
 #include <cstdint>

@@ -2,8 +2,12 @@
 // high band, which is stretched by plain overlap-add; puts them together again after synthesis.
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 
+#include "fixed/fixed.h"
+#include "kernels/band_split.h"
 #include "vocoder/vocoder.h"
 
 namespace vsp {

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
+#include "kernels/sizes.h"
 #include "vocoder/vocoder.h"
 
 namespace vsp {

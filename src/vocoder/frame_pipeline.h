@@ -5,8 +5,8 @@
 
 namespace vsp {
 
-/// A band's countdown around an onset, in hops. When it starts, the frame with the onset is row 2 of
-/// the rings; two hops later it is row 0, the one that synthesis starts from.
+/// A band's countdown around an onset, in hops. When it starts, the frame with the onset is row 2
+/// of the rings; two hops later it is row 0, the one that synthesis starts from.
 enum Countdown : int8_t {
     kIdle = 0,
     kFrozenHop = 1, ///< whatever the hold says
@@ -16,8 +16,8 @@ enum Countdown : int8_t {
     kCountdownStart = 8,
 };
 
-/// Row of the magnitude ring that is to be frozen, when the countdown starts: it falls by one a hop,
-/// as the ring turns, and is there (row 3, the newest) one hop after the reset.
+/// Row of the magnitude ring that is to be frozen, when the countdown starts: it falls by one a
+/// hop, as the ring turns, and is there (row 3, the newest) one hop after the reset.
 inline constexpr int8_t kFrozenRowStart = 7;
 
 /// A band's hold, in synthesis frames, when the reset is due.

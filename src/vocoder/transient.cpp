@@ -2,9 +2,11 @@
 // whether enough bands say "late" at once. Starts the countdown that treats a band around an onset.
 
 #include <cmath>
+#include <cstdint>
 #include <iterator>
 #include <numeric>
 
+#include "kernels/sizes.h"
 #include "vocoder/frame_pipeline.h"
 #include "vocoder/vocoder.h"
 

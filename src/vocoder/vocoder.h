@@ -1,8 +1,8 @@
 // The phase vocoder: one hop of input in, as many hops out as the speed asks for.
 //
-// The low band goes through the spectrum at a reduced rate, the high band through plain overlap-add.
-// Analysis and synthesis take the same hop; the speed decides how many synthesis frames are made of
-// each analysis frame.
+// The low band goes through the spectrum at a reduced rate, the high band through plain
+// overlap-add. Analysis and synthesis take the same hop; the speed decides how many synthesis
+// frames are made of each analysis frame.
 #pragma once
 
 #include <algorithm>
@@ -35,8 +35,8 @@ public:
     /// @returns        frames written at `out`, a multiple of `frames`; the others went to carryBuf
     int Velora_VSP_frame(Frame* out, const Frame* in, int frames, int written);
 
-    /// Splits a hop into `lowBandFrame` and the newest row of `hpRing`, the latter under the gain of
-    /// the high band. Without decimation all of it is low band.
+    /// Splits a hop into `lowBandFrame` and the newest row of `hpRing`, the latter under the gain
+    /// of the high band. Without decimation all of it is low band.
     /// @param in  [frames]
     void Velora_VSP_LPHP_separate(const Frame* in, int frames);
     /// The next hop of the stretched high band, in `hpOut`: half of each of two input hops, faded.
@@ -65,7 +65,7 @@ public:
     int peakphaselock(ComplexInt* X, int* mag, ComplexShort* A, ComplexShort* S,
                       signed char* status, const short (*bands)[10]);
 
-    /// Whether the newest frame holds an onset, and the same said from outside.
+    /// Whether the newest frame holds an onset; and says that it does.
     bool foundOnset() const { return transientDecision != 0; }
     void takeOnset() { transientDecision = 1; }
 
@@ -74,8 +74,8 @@ protected:
     void configure(int index);
     int hopFrames() const { return kLowHop << hopIndex; }
 
-    /// To silence at speed 1.0, with no limit and nothing carried. What a hop writes before it reads
-    /// is left as it is.
+    /// To silence at speed 1.0, with no limit and nothing carried. What a hop writes before it
+    /// reads is left as it is.
     void reset()
     {
         Spectra::reset();
@@ -109,8 +109,8 @@ protected:
     Ring<Frame[kMaxHop], 5> hpRing;        // history: high band of each input hop
     Ring<Frame[2 * kMaxHop], 4> hpSegRing; // history: two hops for each synthesis frame
     alignas(kLine) Frame hpOut[kMaxHop];   // this synthesis frame: high band
-    alignas(kLine) Frame lowBandFrame[kLowHop] = {}; // this hop: into the analysis, then out of the
-        // synthesis; a shorter hop leaves the rest as it was
+    // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
+    alignas(kLine) Frame lowBandFrame[kLowHop] = {};
 
     // ---- Onsets ----
     float bandCog[kBands] = {};           // this hop: where in the frame the energy lies, from its
