@@ -1,7 +1,6 @@
 // Calls that no sensible program makes, or makes only once in a while: each does what the header
-// says, and touches nothing else: nothing behind the frames that it reports, and nothing beyond
-// its buffers, which have exactly the size that the header asks for, so that the address sanitizer
-// sees it.
+// says, and touches nothing else. Behind the frames that a call reports its buffer stays as it was;
+// it has exactly the size that the header asks for, and the address sanitizer sees what is beyond.
 
 #include <algorithm>
 #include <climits>

@@ -49,8 +49,7 @@ sf_count_t writeFrames(SNDFILE* file, const double* in, int frames)
     return sf_writef_double(file, in, frames);
 }
 
-// Whether a container claims more data than there is: libsndfile corrects such sizes, and its log
-// tells both.
+// Whether a container claims more data than there is, by libsndfile's log of what it corrected.
 bool claimsMoreThanThereIs(const std::string& log)
 {
     static const std::regex kCorrected(
