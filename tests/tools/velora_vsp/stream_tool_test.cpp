@@ -65,7 +65,8 @@ INSTANTIATE_TEST_SUITE_P(Formats, ToolPcm,
                                          PcmCase{"s24in32", SF_FORMAT_WAVEX | SF_FORMAT_PCM_24},
                                          PcmCase{"s32", SF_FORMAT_WAV | SF_FORMAT_PCM_32},
                                          PcmCase{"f32", SF_FORMAT_WAV | SF_FORMAT_FLOAT},
-                                         PcmCase{"f64", SF_FORMAT_WAV | SF_FORMAT_DOUBLE}));
+                                         PcmCase{"f64", SF_FORMAT_WAV | SF_FORMAT_DOUBLE}),
+                         [](const auto& test) { return test.param.name; });
 
 TEST_F(ToolTest, ChunksOfAPipeDoNotMatter)
 {

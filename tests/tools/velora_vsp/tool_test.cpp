@@ -70,7 +70,12 @@ INSTANTIATE_TEST_SUITE_P(RatesAndSpeeds, ToolTime,
                                          TimeCase{44100, 0.5, " -k"}, TimeCase{44100, 0.75, ""},
                                          TimeCase{44100, 1.3, ""}, TimeCase{44100, 3.0, ""},
                                          TimeCase{44100, 8.0, ""}, TimeCase{96000, 0.5, ""},
-                                         TimeCase{96000, 0.75, ""}, TimeCase{96000, 1.5, ""}));
+                                         TimeCase{96000, 0.75, ""}, TimeCase{96000, 1.5, ""}),
+                         [](const auto& test) {
+                             return std::to_string(test.param.rate) + "HzSpeed" +
+                                    std::to_string(int(1000.0 * test.param.speed)) +
+                                    (*test.param.option == '\0' ? "" : "PitchKept");
+                         });
 
 TEST_F(ToolTest, LengthIsRoundedAndAnyLengthWorks)
 {
