@@ -25,8 +25,8 @@ static_assert(sizeof(MagnitudeRow) % kLine == 0 && sizeof(PhasorRow) % kLine == 
 /// What the hops of one stream have in common in the frequency domain: partial spectra of the last
 /// hops, magnitudes and phasors of the last frames, the overlap-add of the synthesis.
 ///
-/// An analysis frame is the last four low-band hops. Its spectrum is in units of 16-bit samples
-/// times the transform's length, bins 0 to 256.
+/// An analysis frame is the last four low-band hops; its spectrum has bins 0 to 256, in units of
+/// 16-bit samples, unscaled.
 class Spectra {
 public:
     explicit Spectra(const KernelTable& table) : kernels(table) {}

@@ -1,8 +1,8 @@
 // The phase vocoder: one hop of input in, as many hops out as the speed asks for.
 //
 // The low band goes through the spectrum at a reduced rate, the high band through plain
-// overlap-add. Analysis and synthesis take the same hop; the speed decides how many synthesis frames
-// are made of each analysis frame.
+// overlap-add. Analysis and synthesis take the same hop; the speed decides how many synthesis
+// frames are made of each analysis frame.
 #pragma once
 
 #include <algorithm>

@@ -26,59 +26,59 @@ std::vector<std::int16_t> sawtooth(int frames)
     return samples;
 }
 
-/// What came of a call in which one allocation failed.
+/// What came of a call for which memory ran out after some allocations.
 struct Outcome {
-    bool reached; // the call has that many allocations
+    bool reached; // the call has more of them
     bool thrown;  // std::bad_alloc; a companion that can't be had stays absent instead
 };
 
 template <class Call>
-Outcome callWithout(int allocation, Call call)
+Outcome callWithin(int allocations, Call call)
 {
-    bool thrown = false;
-    failAllocation(allocation);
+    const MemoryLimit limit(allocations);
     try {
         call();
     } catch (const std::bad_alloc&) {
-        thrown = true;
+        return {true, true};
     }
-    return {allocationFailed(), thrown};
+    return {limit.wasMet(), false};
 }
 
-/// `test(number)` for each allocation of a call; it tells whether the call has that many.
-/// @returns how many it has
+/// `test(allocations)` for 0, 1 and so on, until it tells that memory didn't run out.
+/// @returns how many allocations that takes
 template <class Test>
-int forEachAllocation(Test test)
+int withinEveryLimit(Test test)
 {
-    int number = 0;
-    while (test(number) && !testing::Test::HasFailure())
-        ++number;
-    return number;
+    int allocations = 0;
+    while (test(allocations) && !testing::Test::HasFailure())
+        ++allocations;
+    return allocations;
 }
 
 } // namespace
 
 TEST(StreamMemory, AStreamThatCannotBeMadeLeavesNothingBehind)
 {
-    const int allocations = forEachAllocation([](int number) {
+    const int allocations = withinEveryLimit([](int limit) {
         const std::size_t before = liveAllocations();
-        const bool reached = callWithout(number, [] { Stream(48000, kChannels); }).reached;
-        EXPECT_EQ(liveAllocations(), before) << "allocation " << number;
+        const bool reached = callWithin(limit, [] { Stream(48000, kChannels); }).reached;
+        EXPECT_EQ(liveAllocations(), before) << "allocations: " << limit;
         return reached;
     });
     EXPECT_GT(allocations, 3 * 3); // three engines, each with companions
 
-    forEachAllocation([](int number) {
+    withinEveryLimit([](int limit) {
         const std::size_t before = liveAllocations();
         velora_stream* stream = nullptr;
-        failAllocation(number);
-        const int error =
-            velora_stream_create(&stream, 48000, kChannels, VELORA_INT16, VELORA_PITCH_KEEP);
-        const bool failed = allocationFailed();
-        EXPECT_EQ(error == VELORA_OK, stream != nullptr);
+        int error = VELORA_OK;
+        const bool reached = callWithin(limit, [&] {
+                                 error = velora_stream_create(&stream, 48000, kChannels,
+                                                              VELORA_INT16, VELORA_PITCH_KEEP);
+                             }).reached;
+        EXPECT_EQ(error, stream != nullptr ? VELORA_OK : VELORA_ERROR_MEMORY);
         velora_stream_destroy(stream);
-        EXPECT_EQ(liveAllocations(), before) << "allocation " << number;
-        return failed;
+        EXPECT_EQ(liveAllocations(), before) << "allocations: " << limit;
+        return reached;
     });
 }
 
@@ -106,21 +106,21 @@ void expectStrongGuarantee(Change change)
     finish(second, changed);
     ASSERT_FALSE(unchanged == changed);
 
-    const int allocations = forEachAllocation([&](int number) {
+    const int allocations = withinEveryLimit([&](int limit) {
         const std::size_t before = liveAllocations();
         Outcome outcome{};
         for (const bool again : {false, true}) {
             Stream stream(48000, kChannels);
             std::vector<std::int16_t> out;
             start(stream, out);
-            outcome = callWithout(number, [&] { change(stream); });
+            outcome = callWithin(limit, [&] { change(stream); });
             if (outcome.thrown && again)
                 change(stream);
             finish(stream, out);
             EXPECT_TRUE(out == (outcome.thrown && !again ? unchanged : changed))
-                << "allocation " << number;
+                << "allocations: " << limit;
         }
-        EXPECT_EQ(liveAllocations(), before) << "allocation " << number;
+        EXPECT_EQ(liveAllocations(), before) << "allocations: " << limit;
         return outcome.reached;
     });
     EXPECT_GT(allocations, 3); // a bank of three engines
@@ -145,17 +145,17 @@ TEST(StreamMemory, OutputThatCannotPileUpIsMadeLater)
     reference.process(in, wanted);
     reference.flush(wanted);
 
-    const int allocations = forEachAllocation([&](int number) {
+    const int allocations = withinEveryLimit([&](int limit) {
         Stream stream(48000, kChannels);
         stream.setSpeed(0.3);
         std::vector<std::int16_t> out;
         const Outcome outcome =
-            callWithout(number, [&] { stream.process(in.data(), 100000, out.data(), 0); });
+            callWithin(limit, [&] { stream.process(in.data(), 100000, out.data(), 0); });
         EXPECT_EQ(outcome.thrown, outcome.reached);
         const std::size_t taken = std::size_t(stream.inputFrames());
         stream.process(in.data() + taken * kChannels, 100000 - taken, out);
         stream.flush(out);
-        EXPECT_TRUE(out == wanted) << "allocation " << number;
+        EXPECT_TRUE(out == wanted) << "allocations: " << limit;
         return outcome.reached;
     });
     EXPECT_GT(allocations, 1);

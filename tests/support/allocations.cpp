@@ -3,30 +3,26 @@
 #include "support/allocations.h"
 
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
-constexpr int kNever = -1;
-
 std::atomic<std::size_t> count = 0;
 std::atomic<std::size_t> live = 0;
-std::atomic<int> untilFailure = kNever;
-std::atomic<bool> failed = false;
+std::atomic<std::ptrdiff_t> left = PTRDIFF_MAX;
 
-/// @return null where memory has run out
-template <class Allocate>
-void* allocate(Allocate memory)
+bool mayAllocate()
 {
     ++count;
-    if (untilFailure != kNever && untilFailure-- == 0) {
-        failed = true;
-        return nullptr;
-    }
-    void* const given = memory();
-    live += given != nullptr;
-    return given;
+    return left-- > 0;
+}
+
+void* counted(void* memory)
+{
+    live += memory != nullptr;
+    return memory;
 }
 
 void release(void* memory)
@@ -54,31 +50,36 @@ std::size_t liveAllocations()
     return live;
 }
 
-void failAllocation(int number)
+MemoryLimit::MemoryLimit(std::ptrdiff_t allocations)
 {
-    failed = false;
-    untilFailure = number;
+    left = allocations;
 }
 
-bool allocationFailed()
+MemoryLimit::~MemoryLimit()
 {
-    untilFailure = kNever;
-    return failed;
+    left = PTRDIFF_MAX;
 }
 
-void* operator new(std::size_t bytes)
+bool MemoryLimit::wasMet() const
 {
-    return orThrow(allocate([=] { return std::malloc(bytes); }));
+    return left < 0;
 }
 
 void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
 {
-    return allocate([=] { return std::malloc(bytes); });
+    return counted(mayAllocate() ? std::malloc(bytes) : nullptr);
+}
+
+void* operator new(std::size_t bytes)
+{
+    return orThrow(operator new(bytes, std::nothrow));
 }
 
 void* operator new(std::size_t bytes, std::align_val_t alignment)
 {
-    return orThrow(allocate([=] { return std::aligned_alloc(std::size_t(alignment), bytes); }));
+    void* const memory =
+        mayAllocate() ? std::aligned_alloc(std::size_t(alignment), bytes) : nullptr;
+    return orThrow(counted(memory));
 }
 
 void operator delete(void* memory) noexcept

@@ -1,4 +1,4 @@
-// Counts what a test program allocates, in the libraries it links too, and lets memory run out.
+// Counts what a test program allocates, in the libraries it links too, and takes memory away.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +9,12 @@ std::size_t allocationCount();
 /// Of these, the ones that gave memory which was not freed since.
 std::size_t liveAllocations();
 
-/// Lets one allocation fail: the next one for 0, the one after it for 1. For one thread at a time.
-void failAllocation(int number);
-
-/// Whether it has come to that. No allocation fails from here on.
-bool allocationFailed();
+/// While it lives, operator new succeeds only so many times more. One at a time.
+class MemoryLimit {
+public:
+    explicit MemoryLimit(std::ptrdiff_t allocations);
+    ~MemoryLimit();
+    bool wasMet() const; ///< an allocation has failed
+    MemoryLimit(const MemoryLimit&) = delete;
+    MemoryLimit& operator=(const MemoryLimit&) = delete;
+};
