@@ -1,5 +1,5 @@
-// The sound that every benchmark plays: a dense mix, since an engine has more to do the more peaks
-// and onsets it finds.
+// The sound that every benchmark plays: a dense mix,
+// since an engine has more to do the more peaks and onsets it finds.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,8 @@
 // What a whole stream costs under each table of kernels, by speed, rate and sample format, and what
 // a change of format costs before the first sound.
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <memory>

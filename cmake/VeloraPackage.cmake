@@ -9,5 +9,12 @@ write_basic_package_version_file(
 install(FILES
     "${CMAKE_CURRENT_BINARY_DIR}/velora_vsp-config-version.cmake"
     "${CMAKE_CURRENT_SOURCE_DIR}/cmake/velora_vsp-config.cmake"
-    DESTINATION "${velora_package_dir}")
-install(EXPORT velora_vsp_targets NAMESPACE velora:: DESTINATION "${velora_package_dir}")
+    DESTINATION "${velora_package_dir}" COMPONENT velora_development)
+foreach(kind shared static)
+    string(TOUPPER "VELORA_${kind}" wanted)
+    if(${wanted})
+        install(EXPORT velora_vsp_${kind} FILE velora_vsp_${kind}_targets.cmake NAMESPACE velora::
+            DESTINATION "${velora_package_dir}" COMPONENT velora_development)
+    endif()
+endforeach()
+install(DIRECTORY include/velora TYPE INCLUDE COMPONENT velora_development)

@@ -6,18 +6,23 @@
 //     peers --once LIBRARY SPEED SECONDS              one pass, for counting its instructions
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "benchmarks/dense_music.h"
 #include "benchmarks/peers/measure.h"
+#include "benchmarks/peers/stretcher.h"
 #include "benchmarks/peers/table.h"
 
 namespace {

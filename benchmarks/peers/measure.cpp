@@ -4,7 +4,9 @@
 #include <chrono>
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include <time.h>

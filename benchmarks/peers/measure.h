@@ -1,7 +1,9 @@
-// CPU time of the processing calls, on a machine that others use too: libraries take turns round by
-// round, so that what slows the machine down slows all of them; medians then drop what hit only
-// one.
+// CPU time of the processing calls, on a machine that others use too: libraries take turns round
+// by round, so that what slows the machine down slows all of them, and medians drop what hit one.
 #pragma once
+
+#include <string>
+#include <vector>
 
 #include "benchmarks/peers/stretcher.h"
 

@@ -1,5 +1,4 @@
-/// A stereo low-pass at 2 kHz for 16-bit frames: one second-order Butterworth section in fixed
-/// point.
+/// A stereo low-pass at 2 kHz for 16-bit frames: a second-order Butterworth section, fixed point.
 #ifndef VELORA_BQ_H
 #define VELORA_BQ_H
 
@@ -20,8 +19,7 @@ public:
     /// Filters `frames` stereo frames (0 or less: nothing). The memory carries on from call to
     /// call, so the output doesn't depend on how a stream is cut.
     /// @param dst  [frames] left, right; may be `src`. Truncated toward minus infinity, not
-    /// saturated:
-    ///             an overshoot past full scale wraps.
+    ///             saturated: an overshoot past full scale wraps.
     /// @param src  [frames] left, right
     virtual void Exe(short (*dst)[2], const short (*src)[2], int frames) = 0;
 

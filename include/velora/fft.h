@@ -1,9 +1,13 @@
 /// The engine's fixed-point FFT: in-place complex transforms of 32 to 512 points, unscaled.
 ///
 /// A vector of N = 2^n points is two arrays of N int32: real and imaginary parts. Nothing is
-/// scaled, so values grow by up to N: keep the modulus of every point below 2^(31 - n), or sums may
-/// wrap. Products with Q31 twiddle factors are rounded one by one; sums wrap modulo 2^32. The
-/// result is the same on every machine.
+/// scaled, so values grow by up to N: keep the modulus of every point below 2^(31 - n), or
+/// sums may wrap. Products with Q31 twiddle factors are rounded one by one; sums wrap modulo
+/// 2^32. The result is the same on every machine.
+///
+/// The size of the transforms is one for the whole process, and engines set it. If a program uses
+/// <velora/vsp.h> or velora::Stream beside transforms of another size than 512, see
+/// Velora_FFT_NEON_Init.
 ///
 /// Threads: any number of transforms may run at the same time, on different arrays.
 /// Velora_FFT_NEON_Init with the size that is already set may run at any time; with another size,
@@ -30,14 +34,21 @@ typedef struct Velora_FFT_Twiddle {
 } Velora_FFT_Twiddle;
 
 /// fftTwiddle[k] = exp(-i pi r), r the bits of k read as the binary fraction 0.b0 b1 ... b7.
-/// Entries 0 to 2^l - 1 are the factors of level l, whatever the size. Components are
+/// Entries 0 to 2^l - 1 are the factors of level l, whatever the size. Components lie within
 /// -2147483647..2147483647.
 VELORA_FFT_API extern const Velora_FFT_Twiddle fftTwiddle[256];
 
-/// Sets the size of the transforms below to 2^n points, for the whole process. n is 5 to 9; any
-/// other value is ignored. Before the first call the transforms leave their vector as it is.
+/// Sets the size of Velora_FFT_NEON and Velora_IFFT_NEON to 2^n points, for the whole process. n is
+/// 5 to 9; any other value is ignored. Before the first call the two leave their vector as it is.
+///
+/// Every engine sets 9, on whatever thread it is: when it is made, and in the call of Exe,
+/// Exe_buffered or Velora_VSP_Conductor::SetSpeedNow that puts an Init, or a SetPar away from speed
+/// 1.0, in force. A velora::Stream does when it is made, and may in every call that sets a speed,
+/// processes or flushes. Whoever uses another size sets it again after these, and lets none of them
+/// run meanwhile. Engines themselves don't mind: their own transforms have 512 points whatever is
+/// set here.
 VELORA_FFT_API void Velora_FFT_NEON_Init(int n);
-/// The same; what the engine calls, always with 9.
+/// The same function; the one that engines call.
 VELORA_FFT_API void Velora_VSP_FFT_Init(int n);
 
 /// X[k] = sum over p of x[p] exp(-2 pi i p k / N), in place, natural order.

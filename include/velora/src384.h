@@ -5,9 +5,9 @@
 ///     int outFrames = converter->Exe(out, in, inFrames);       // once per block of the stream
 ///     Velora_SRC384_Factory::Destroy(converter);
 ///
-/// The engine uses it at the speeds 0.5, 0.25 and 0.125. It reaches it through the two classes
-/// below only, so a library with the same symbols can take its place at link time, or ahead of it
-/// at load time.
+/// The engine uses it at the speeds 0.5, 0.25 and 0.125. It reaches it through the
+/// two classes below only, so a library with the same symbols can take its place
+/// at link time, or ahead of it at load time.
 ///
 /// Response: linear phase, unity gain. Flat within 0.001 dB up to 0.45 of the input rate, down by 6
 /// dB at 0.5; images from 0.55 of the input rate on are 98 dB down, below the noise of the output's
@@ -35,11 +35,9 @@ public:
     /// Chooses the two rates and starts a stream from silence.
     ///
     /// @param a  code of the output rate: 0 to 14 for 8000, 11025, 12000, 16000, 22050, 24000,
-    /// 32000,
-    ///           44100, 48000, 64000, 88200, 96000, 128000, 176400, 192000 Hz
-    /// @param b  code of the input rate. The output rate must be a whole multiple of it (1, 2, 3,
-    /// 4,
-    ///           6, 8, 12, 16 or 24 times); only that ratio matters, not the rates themselves.
+    ///           32000, 44100, 48000, 64000, 88200, 96000, 128000, 176400, 192000 Hz
+    /// @param b  code of the input rate, of which the output rate must be a whole multiple (1, 2,
+    ///           3, 4, 6, 8, 12, 16 or 24 times); only that ratio matters, not the rates themselves
     /// @param c  channels: 2
     /// @param d  reserved: 0
     /// @param e  reserved: 0
@@ -51,9 +49,8 @@ public:
     /// is cut into calls.
     ///
     /// @param out     room for frames * ratio frames, left, right; must not overlap `in`. Rounded
-    /// to the
-    ///                nearest, halves upward; saturated where the sound between samples goes beyond
-    ///                full scale. Nothing is written behind the returned count.
+    ///                to the nearest, halves upward; saturated where the sound between samples goes
+    ///                beyond full scale. Nothing is written behind the returned count.
     /// @param in      [frames] left, right
     /// @param frames  up to INT_MAX / ratio
     /// @return frames * ratio; 0, with nothing written or changed, if `frames` is out of range, or
@@ -68,8 +65,7 @@ public:
 /// Creates and destroys converters. Any thread.
 class VELORA_SRC384_API Velora_SRC384_Factory {
 public:
-    /// A new converter, which converts nothing before its first good Init; null if there is no
-    /// memory.
+    /// A new converter, which converts nothing before its first good Init; null if memory runs out.
     static Velora_SRC384_Interface* Create();
     /// Destroys a converter made by Create; null does nothing.
     static void Destroy(Velora_SRC384_Interface* converter);

@@ -1,5 +1,5 @@
-/// velora::Stream: gapless playback at any speed, with exact lengths and media times. Header-only,
-/// C++17; link velora::vsp.
+/// velora::Stream: gapless playback at any speed, with exact lengths and media times.
+/// Header-only, C++17; link velora::vsp.
 ///
 ///     velora::Stream<float> stream(48000, 2);       // rate, channels
 ///     stream.setSpeed(0.8);
@@ -13,16 +13,17 @@
 ///     stream.process(in, read(in, stream.inputFramesFor(frames)), out, frames); // gives `frames`
 ///     show(stream.mediaFrameOf(stream.outputFrames()));
 ///
-/// A frame is one sample of every channel. Frames are counted from the start of the stream: the
-/// first one that goes in is media frame 0 (see seek), the first one that comes out is output
-/// frame 0, and sounds media frame 0.
+/// A frame is one sample of every channel. Frames are counted from the start of the
+/// stream: the first one that goes in is media frame 0 (see seek), the first one that
+/// comes out is output frame 0, and sounds media frame 0.
 ///
 /// Sound: at speed 1.0 samples pass untouched, bit for bit and at once. At other speeds the pitch
-/// stays; sound is 16 bits wide, limited to full scale, and "not a number" is silence. Speeds below
-/// 0.5 are dull and quieter: a low-pass at 2 kHz (1 kHz at rates above 48000 Hz, 0.5 above 96000)
-/// and a gain of -13 dB. A change of speed is heard at the very next frame that comes out, or where
-/// it was planned: through a fade of a few milliseconds from or to 1.0 and between speeds up to 0.5
-/// and above it, in which a tone may dip by 6 dB and more, else without one.
+/// stays (but see Pitch); sound is 16 bits wide, limited to full scale, and "not a number" is
+/// silence. Speeds below 0.5, and 0.5 with Pitch::drop, are dull and quieter: a low-pass at 2 kHz
+/// (1 kHz at rates above 48000 Hz, 0.5 kHz above 96000 Hz) and a gain of -13 dB. A change of speed
+/// is heard at the very next frame that comes out, or where it was planned: through a fade of a few
+/// milliseconds from or to 1.0, between dull speeds and others, and from or to the speeds that
+/// Pitch::drop changes; else without one. In a fade a tone may dip by 6 dB and more.
 ///
 /// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. A click sounds within 1.4 hops of
 /// where the time map puts it, below speed 0.5 within a hop of media time, mostly late. Above 1.0
@@ -37,6 +38,8 @@
 #ifndef VELORA_STREAM_HPP
 #define VELORA_STREAM_HPP
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -74,13 +77,13 @@ public:
     static constexpr int kMostChannels = 32;
 
     /// A stream at speed 1.0.
-    /// @param sampleRate  8000 to 192000 Hz. The engine is made for 8000, 11025, 12000, 16000,
-    ///                    22050, 24000, 32000, 44100, 48000, 64000, 88200, 96000, 128000, 176400
-    ///                    and 192000.
+    /// @param sampleRate  8000 to 192000 Hz. The engine is made for 8000, 11025, 12000,
+    ///                    16000, 22050, 24000, 32000, 44100, 48000, 64000, 88200, 96000,
+    ///                    128000, 176400 and 192000.
     /// @param channels    1 to 32. All stay in step whatever they carry: an onset found in one pair
     ///                    (1 and 2, 3 and 4, ...) counts for all. Only where an onset in one pair
-    ///                    comes up to 75 ms before one that all share may the latter be up to 2.5
-    ///                    hops apart.
+    ///                    comes up to 75 ms before one that all share may the latter be up to
+    ///                    2.5 hops apart.
     /// @param pitch       what speeds 0.5, 0.25 and 0.125 do to it
     /// @throws std::invalid_argument for a rate or channels out of range; std::bad_alloc
     Stream(int sampleRate, int channels, Pitch pitch = Pitch::keep)
@@ -150,7 +153,8 @@ public:
     // goes on with the rest, until reset or seek.
     //
     // Errors: none, but std::bad_alloc from a vector, or from a stream in which output piles up
-    // because it isn't given the room. Nothing is written behind the frames returned.
+    // because it isn't given the room. inputFrames and outputFrames then tell how far it came; it
+    // goes on from there. Nothing is written behind the frames returned.
 
     std::size_t process(const Sample* in, std::size_t frames, Sample* out, std::size_t room)
     {
@@ -183,8 +187,9 @@ public:
 #endif
 
     /// Ends the stream and gives what is still inside, up to `room` frames; call it again while it
-    /// returns `room`. All that process and flush have given is then outputFrameOf(N) frames for N
-    /// frames of input: round(N / speed) if the speed was set before the first.
+    /// returns `room`. All that process and flush have given is then round(N / speed) frames for N
+    /// frames of input if the speed was set before the first; in any case, outputFrameOf(the media
+    /// frame behind the last one).
     std::size_t flush(Sample* out, std::size_t room)
     {
         return finish(interleaved(out), room);
@@ -368,8 +373,8 @@ private:
         return self->origin;
     }
 
-    // A view of the caller's samples: view(channel) points to the channel's first sample, frames
-    // are view.stride apart.
+    // A view of the caller's samples: view(channel) points to the channel's
+    // first sample, and frames are view.stride apart.
     template <class Pointer>
     struct Interleaved {
         Pointer first;

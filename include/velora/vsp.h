@@ -7,7 +7,8 @@
 ///     Velora_VSP_Factory::Destroy(engine);
 ///
 /// Threads: one engine is driven by one thread at a time. Different engines share nothing that
-/// changes, so any number of them may run on any threads at the same time.
+/// changes, so any number of them may run on any threads at the same time. (All set the size of the
+/// transforms in <velora/fft.h>, to the same value, and don't depend on it themselves.)
 ///
 /// Real time: Exe, Exe_buffered and GetPredictedInputFrameSize neither allocate nor lock. The one
 /// exception is the call that puts a SetPar in force, which may create or free a companion object.
@@ -40,9 +41,8 @@ public:
     ///
     /// @param sampleRate  caller's rate in Hz. Rates above 48000 run at a half, rates above 96000
     ///                    at a quarter of it inside, 16 bits wide at every format. Any value is
-    ///                    accepted; 8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000,
-    ///                    64000, 88200, 96000, 128000, 176400 and 192000 are the ones it is made
-    ///                    for.
+    ///                    accepted; the engine is made for 8000, 11025, 12000, 16000, 22050, 24000,
+    ///                    32000, 44100, 48000, 64000, 88200, 96000, 128000, 176400 and 192000.
     /// @param bitDepth    sample format of in and out; an unknown value is taken as 16-bit.
     ///
     /// At 16000, 22050 and 24000 Hz every speed that goes through the vocoder (all but 1.0, 0.5,
@@ -72,12 +72,12 @@ public:
     /// Processes one block and returns the number of frames written to `out`.
     ///
     /// @param out     room for the result: ceil((frames + 3) / v) frames, plus one hop, plus what
-    /// was
-    ///                carried over. v is the slowest of 1.0, the speed in force and the speed set
-    ///                last: during a fade the engine returns a frame for a frame, or still the old
-    ///                speed's output. At most 16384 working-rate frames are carried over, and only
-    ///                after GetPredictedInputFrameSize. Safe at any speed: 8 * (frames + 3) plus
-    ///                the two. Must not overlap `in`. Nothing is written behind the returned count.
+    ///                was carried over. v is the slowest of 1.0, the speed in force and the speed
+    ///                set last: during a fade the engine returns a frame for a frame, or still the
+    ///                old speed's output. At most 16384 working-rate frames are carried over, and
+    ///                only after GetPredictedInputFrameSize. Safe at any speed: 8 * (frames + 3)
+    ///                plus the hop, plus what was carried over. Must not overlap `in`. Nothing is
+    ///                written behind the returned count.
     /// @param in      `frames` frames in the format and at the rate given to Init
     /// @param frames  0 or less: returns 0, after applying pending settings
     ///
@@ -93,17 +93,17 @@ public:
     /// Before the first Init the engine is as after Init(44100, Velora_BitDepth_16).
     virtual int Exe(void* out, const void* in, int frames) = 0;
 
-    /// As Exe, for blocks of any size: collects input and processes it in chunks of 512
-    /// working-rate frames (512, 1024 or 2048 caller frames). Input that doesn't fill a chunk waits
-    /// for later calls.
+    /// As Exe, for blocks of any size: collects input and processes it in chunks of 512 frames at
+    /// the working rate (512, 1024 or 2048 of the caller's). Input that doesn't fill a chunk waits
+    /// for a later call.
     ///
     /// @param out  room as for Exe, for the frames of every chunk that this call completes
     virtual int Exe_buffered(void* out, const void* in, int frames) = 0;
 
-    /// Returns how many input frames the next Exe needs to return `outFrames` frames, and limits
-    /// what the vocoder adds to that Exe's output to `outFrames` frames in all; hops beyond them
-    /// are carried over and returned ahead of what follows. (Pass-through and the converter are not
-    /// limited.)
+    /// Returns how many input frames the next Exe needs to return `outFrames` frames,
+    /// and limits what the vocoder adds to that Exe's output to `outFrames` frames in
+    /// all; hops beyond them are carried over and returned ahead of what follows.
+    /// Pass-through and the converter are not limited.
     ///
     /// Both counts are at the working rate: multiply by 2 above 48000 Hz, by 4 above 96000 Hz. The
     /// result is a whole number of hops, at most the largest one that fits an int; 0 when what was
@@ -111,8 +111,7 @@ public:
     ///
     /// The limit holds for the first 2048 caller frames of the next block: pass the predicted count
     /// in blocks of at most that. More input than predicted loses nothing (but see SetPar and
-    /// Init). At speeds up to 0.5 carried frames miss the low-pass and the -13 dB: don't limit
-    /// there.
+    /// Init). Don't limit at speeds up to 0.5: carried frames miss the low-pass and the -13 dB.
     virtual int GetPredictedInputFrameSize(int outFrames) = 0;
 
     /// Static text that names the version; not to be freed.

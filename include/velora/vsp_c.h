@@ -7,14 +7,14 @@
  *     velora_stream_set_speed(stream, 0.8);
  *     int64_t got = velora_stream_process(stream, in, frames, out, room);
  *
- * A frame is one sample of every channel. Frames are counted from the start of the stream: the
- * first one that goes in is media frame 0 (see velora_stream_seek), the first one that comes out is
- * output frame 0, and sounds media frame 0. What comes out doesn't depend on how input is cut into
- * blocks.
+ * A frame is one sample of every channel. Frames are counted from the start of the
+ * stream: the first one that goes in is media frame 0 (see velora_stream_seek), the
+ * first one that comes out is output frame 0, and sounds media frame 0. What comes out
+ * doesn't depend on how input is cut into blocks.
  *
  * Errors: a negative result is a velora_error (but a position, in the last two calls); nothing then
- * has happened. No C++ exception leaves a call. A null handle is VELORA_ERROR_ARGUMENT (or does
- * nothing, where there is no error to return).
+ * has happened, unless velora_stream_process says otherwise. No C++ exception leaves a call. A null
+ * handle is VELORA_ERROR_ARGUMENT (or does nothing, where there is no error to return).
  *
  * Threads: a stream is driven by one thread at a time; different streams are independent.
  * velora_error_text and velora_vsp_version may be called anywhere.
@@ -77,9 +77,9 @@ VELORA_C_API void velora_stream_destroy(velora_stream* stream);
  * out, or two hops later between speeds that need no fade. Ends what was planned. May allocate. */
 VELORA_C_API int velora_stream_set_speed(velora_stream* stream, double speed);
 /* Plans a change of speed from a media frame on, to the frame of output. Plan in order of time, as
- * far ahead as is known; too late, it is velora_stream_set_speed: never, as long as `media_frame`
- * is five hops ahead of the input. May allocate. Returns the first output frame at which the speed
- * holds. */
+ * far ahead as is known: what was planned from there on is dropped. A plan that comes too late is
+ * velora_stream_set_speed: never, as long as `media_frame` is five hops ahead of the input. May
+ * allocate. Returns the first output frame at which the speed holds. */
 VELORA_C_API int64_t velora_stream_set_speed_at(velora_stream* stream, int64_t media_frame,
                                                 double speed);
 /* The speed last set or planned; 0 for a null handle. */
@@ -88,8 +88,9 @@ VELORA_C_API double velora_stream_speed(const velora_stream* stream);
 /* Takes all of the input and writes what has come out, up to `room` frames; the rest stays inside
  * and comes first in the next call. Returns the frames written. With room for
  * velora_stream_max_output_frames(stream, frames) nothing stays. Input and output must not overlap.
- * Allocates only, and can only then fail for want of memory, if output piles up for which there was
- * no room. */
+ * Allocates only if output piles up for which there was no room. If memory then runs out, a part of
+ * the call has been done: velora_stream_input_frames and velora_stream_output_frames tell how much,
+ * and the next call goes on from there. The same holds for velora_stream_flush. */
 VELORA_C_API int64_t velora_stream_process(velora_stream* stream, const void* in, int64_t frames,
                                            void* out, int64_t room); /* interleaved */
 VELORA_C_API int64_t velora_stream_process_planar(velora_stream* stream, const void* const* in,
@@ -97,9 +98,10 @@ VELORA_C_API int64_t velora_stream_process_planar(velora_stream* stream, const v
                                                   int64_t room); /* one pointer for each channel */
 
 /* Ends the stream and writes what is still inside, up to `room` frames; call it again while it
- * returns `room`. The whole output then has exactly velora_stream_output_frame_of(stream, N) frames
- * for N frames of input, round(N / speed) at one speed. From here on process ignores its input and
- * goes on with the rest, until reset or seek. */
+ * returns `room`. The whole output then has exactly round(N / speed) frames for N frames of
+ * input if the speed was set before the first; in any case,
+ * velora_stream_output_frame_of(stream, the media frame behind the last one). From here on
+ * process ignores its input and goes on with the rest, until reset or seek. */
 VELORA_C_API int64_t velora_stream_flush(velora_stream* stream, void* out, int64_t room);
 VELORA_C_API int64_t velora_stream_flush_planar(velora_stream* stream, void* const* out,
                                                 int64_t room);

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
+#include <cstddef>
+#include <cstdint>
 #include <stdexcept>
 #include <type_traits>
+#include <utility>
 #include <variant>
 
 #include <velora/stream.hpp>

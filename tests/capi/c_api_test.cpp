@@ -1,5 +1,5 @@
-// The C interface: the same sound as velora::Stream, an error code for everything else; and the
-// example programs, run.
+// The C interface: the same sound as velora::Stream, an error code for everything else.
+// And the example programs, run.
 
 #include <array>
 #include <cstdio>
@@ -12,6 +12,7 @@
 #include <string>
 
 #include "support/signals.h"
+#include "support/temporary_directory.h"
 
 #include <gtest/gtest.h>
 #include <velora/stream.hpp>
@@ -167,15 +168,12 @@ TEST(CInterface, ExportsItsOwnNamesOnly)
 /// Bytes that a program writes when it reads `frames` frames of 16-bit stereo.
 std::size_t run(const std::string& program, std::size_t frames)
 {
-    const auto folder = std::filesystem::temp_directory_path();
-    const std::string in = folder / ("velora_in_" + std::to_string(frames) + ".raw");
-    const std::string out = in + ".out";
-    std::ofstream(in) << std::string(4 * frames, '\1');
-    EXPECT_EQ(std::system((program + " < " + in + " > " + out + " 2> /dev/null").c_str()), 0);
-    const auto bytes = std::size_t(std::filesystem::file_size(out));
-    std::filesystem::remove(in);
-    std::filesystem::remove(out);
-    return bytes;
+    const TemporaryDirectory directory;
+    std::ofstream(directory.path / "in") << std::string(4 * frames, '\1');
+    const std::string command =
+        "cd '" + directory.path.string() + "' && exec " + program + " <in >out 2>/dev/null";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    return std::size_t(std::filesystem::file_size(directory.path / "out"));
 }
 
 TEST(Examples, Run)

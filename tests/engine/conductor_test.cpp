@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 #include "support/engine_probe.h"
 #include "support/signals.h"
@@ -46,6 +47,18 @@ TEST(Conductor, StartsAnEngineWithoutATransition)
         Velora_VSP_Conductor::SetSpeedNow(used.engine.get(), speed);
         EXPECT_EQ(play(*used.engine, in), play(*expected.engine, in)) << speed;
     }
+}
+
+TEST(Conductor, ASpeedPutInForceDropsOneThatWaits)
+{
+    const Frames in = signals::noise(20 * kHop, 9000, 2);
+    EngineProbe probe;
+    probe.engine->SetPar(0.7f);
+    play(*probe.engine, Frames(1));
+    probe.engine->SetPar(3.0f); // after the transition to 0.7
+    Velora_VSP_Conductor::SetSpeedNow(probe.engine.get(), 1.0f);
+    play(*probe.engine, in);
+    EXPECT_EQ(play(*probe.engine, in), in);
 }
 
 TEST(Conductor, SlowSpeedsGlideThroughTheFilters)

@@ -1,4 +1,8 @@
+// Fixed-point operations at their corners, against exact integers.
+
 #include "fixed/fixed.h"
+
+#include <cstdint>
 
 #include <gtest/gtest.h>
 

@@ -10,7 +10,8 @@
 #include <velora/stream.hpp>
 #include <velora/vsp.h>
 
-#include "safety/real_time_watch.h"
+#include "support/owners.h"
+#include "support/real_time_watch.h"
 #include "support/signals.h"
 
 #include <gtest/gtest.h>
@@ -55,8 +56,7 @@ TEST(RealTime, WatchSeesMemoryLocksAndSystemCalls)
 
 class EngineInRealTime : public testing::TestWithParam<std::tuple<int, Velora_BitDepth_T>> {
 protected:
-    ~EngineInRealTime() override { Velora_VSP_Factory::Destroy(engine); }
-    Velora_VSP_Interface* const engine = Velora_VSP_Factory::Create();
+    const EngineOwner engine{Velora_VSP_Factory::Create()};
 };
 
 TEST_P(EngineInRealTime, HoldsAtEverySpeedAndThroughEveryTransition)
@@ -64,8 +64,8 @@ TEST_P(EngineInRealTime, HoldsAtEverySpeedAndThroughEveryTransition)
     const int rate = std::get<0>(GetParam());
     const Velora_BitDepth_T depth = std::get<1>(GetParam());
     const int shift = rate <= 48000 ? 0 : rate <= 96000 ? 1 : 2;
-    // 16-bit noise, loud and quiet by turns, so that transitions are lengthened; as float,
-    // anything.
+    // 16-bit noise, loud and quiet by turns, so that transitions are lengthened.
+    // Taken as float, it is anything.
     auto in = signals::noise(2 * kFrames, 20000, 1);
     for (size_t n = 0; n < in.size(); ++n)
         if (n / 1024 % 2 == 0)

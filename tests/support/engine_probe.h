@@ -1,6 +1,8 @@
 // The tests' view of an engine's members.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 
 #include "engine/velora_vsp.h"
@@ -12,13 +14,11 @@ struct EngineProbe {
         using Velora_VSP::bandStatus;
         using Velora_VSP::carryCount;
         using Velora_VSP::frameClock;
-        using Velora_VSP::highBandGainQ15;
         using Velora_VSP::hpOut;
         using Velora_VSP::hpRing;
         using Velora_VSP::lowBandFrame;
         using Velora_VSP::spectrum;
         using Velora_VSP::src;
-        using Velora_VSP::synthPhasor;
         using Velora_VSP::transientDecision;
         using Velora_VSP::transientThreshold;
         using Velora_VSP::transitionCount;
@@ -26,7 +26,6 @@ struct EngineProbe {
     std::unique_ptr<Engine> engine = std::make_unique<Engine>();
 
     vsp::ComplexInt* spectrum(size_t channel) { return engine->spectrum[channel]; }
-    vsp::ComplexShort* synthPhasor(size_t channel) { return engine->synthPhasor[channel]; }
     vsp::Frame* lowBandFrame() { return engine->lowBandFrame; }
     vsp::Frame* highBand() { return engine->hpRing.newest(); }
     vsp::Frame* hpOut() { return engine->hpOut; }
@@ -37,6 +36,5 @@ struct EngineProbe {
     const int8_t* bandRingIndex() const { return engine->bandRingIndex; }
     int transitionCount() const { return engine->transitionCount; }
     int carryCount() const { return engine->carryCount; }
-    int highBandGain() const { return engine->highBandGainQ15; }
     bool hasConverter() const { return engine->src != nullptr; }
 };

@@ -1,6 +1,7 @@
 // The engines that replay the golden scenarios: which ones is up to the test program.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 

@@ -1,11 +1,12 @@
 // Signals, and ways to compare and measure them, shared by the tests.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <complex>
+#include <cstddef>
 #include <cstdint>
+#include <numbers>
 #include <random>
 #include <vector>
 
@@ -14,7 +15,7 @@ namespace signals {
 using Frame = std::array<int16_t, 2>;
 using Frames = std::vector<Frame>;
 
-inline constexpr double kPi = 3.141592653589793;
+inline constexpr double kPi = std::numbers::pi;
 
 /// The pointer that the engine's interfaces take.
 inline short (*raw(Frames& frames, size_t from = 0))[2]

@@ -1,5 +1,9 @@
 // Stages of the vocoder: band split, onsets, peaks, the decisions of the frame pipeline.
 
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
 #include "support/engine_probe.h"
 #include "support/signals.h"
 #include "vocoder/frame_pipeline.h"
@@ -97,11 +101,11 @@ TEST(Onsets, SilenceDecidesNothingAndSettlesTheThreshold)
 TEST(Onsets, ThresholdFollowsTheConfidenceBounds)
 {
     EngineProbe probe;
-    std::fill(probe.bandCog(), probe.bandCog() + kBands, 0.5f);
+    std::fill(probe.bandCog(), probe.bandCog() + kBands, 0.0801f);
     probe.engine->Velora_VSP_TransientProbability();
     EXPECT_TRUE(probe.transientDecision());
     EXPECT_FLOAT_EQ(probe.transientThreshold(), 0.7f * (200.0f / 280.0f));
-    std::fill(probe.bandCog(), probe.bandCog() + kBands, 0.08f); // not above it
+    std::fill(probe.bandCog(), probe.bandCog() + kBands, 0.08f); // not late
     probe.engine->Velora_VSP_TransientProbability();
     EXPECT_FALSE(probe.transientDecision());
     EXPECT_FLOAT_EQ(probe.transientThreshold(), 0.99f * 0.7f * (200.0f / 280.0f));

@@ -10,8 +10,8 @@ namespace {
 
 volatile std::sig_atomic_t pendingSignal = 0;
 
-// A signal may come just before a call that waits, and wouldn't end it: so alarms follow until the
-// process has ended.
+// A signal may come just before a call that waits, and wouldn't end it:
+// so alarms follow until the process has ended.
 void noteSignal(int signal)
 {
     if (signal != SIGALRM)

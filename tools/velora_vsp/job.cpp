@@ -6,21 +6,29 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <string>
+#include <system_error>
+#include <tuple>
+#include <utility>
 #include <vector>
+
+#include <velora/stream.hpp>
 
 #include "error.h"
 #include "interruption.h"
 #include "output_file.h"
 #include "output_format.h"
 #include "play.h"
+#include "samples.h"
 #include "sound_file.h"
+#include "sound_pipe.h"
 #include "standard_stream.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-using AnyStream = velora::Stream<>;
+using AnyStream = velora::Stream<>; // limits are the same for every format
 
 fs::path inputPath(const Options& options)
 {
@@ -46,11 +54,12 @@ std::unique_ptr<SoundReader> openInput(const Options& options)
     const SF_INFO& info = reader->info();
     const fs::path name = options.input == kPipe ? kStandardInput : options.input;
     if (info.channels < 1 || info.channels > AnyStream::kMostChannels)
-        throw FileError(name,
-                        "has " + std::to_string(info.channels) + " channels: 1 to 32 are possible");
+        throw FileError(name, "has " + std::to_string(info.channels) + " channels: 1 to " +
+                                  std::to_string(AnyStream::kMostChannels) + " are possible");
     if (info.samplerate < AnyStream::kLowestRate || info.samplerate > AnyStream::kHighestRate)
         throw FileError(name, "has a sample rate of " + std::to_string(info.samplerate) +
-                                  " Hz: 8000 to 192000 Hz are possible");
+                                  " Hz: " + std::to_string(AnyStream::kLowestRate) + " to " +
+                                  std::to_string(AnyStream::kHighestRate) + " Hz are possible");
     return reader;
 }
 

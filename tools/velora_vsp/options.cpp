@@ -3,6 +3,7 @@
 #include <charconv>
 #include <memory>
 #include <sstream>
+#include <system_error>
 
 #include <CLI/CLI.hpp>
 
@@ -10,6 +11,8 @@
 #include <velora/vsp.h>
 
 namespace {
+
+using AnyStream = velora::Stream<>; // limits are the same for every format
 
 constexpr int kWrongCommandLine = 2;
 
@@ -62,7 +65,6 @@ std::optional<int> parseInteger(const std::string& text, int least, int most)
 
 std::optional<RawFormat> parseRaw(const std::string& text)
 {
-    using Stream = velora::Stream<>;
     std::istringstream fields(text);
     std::string rate;
     std::string channels;
@@ -70,8 +72,8 @@ std::optional<RawFormat> parseRaw(const std::string& text)
     std::getline(fields, rate, ':');
     std::getline(fields, channels, ':');
     std::getline(fields, format);
-    const auto hertz = parseInteger(rate, Stream::kLowestRate, Stream::kHighestRate);
-    const auto count = parseInteger(channels, 1, Stream::kMostChannels);
+    const auto hertz = parseInteger(rate, AnyStream::kLowestRate, AnyStream::kHighestRate);
+    const auto count = parseInteger(channels, 1, AnyStream::kMostChannels);
     const PcmFormat* const pcm = findPcm(format);
     if (!hertz || !count || pcm == nullptr)
         return std::nullopt;
@@ -85,8 +87,10 @@ std::string checkRaw(const std::string& text)
     std::string names;
     for (const PcmFormat& format : pcmFormats())
         names += (names.empty() ? "" : ", ") + std::string(format.name);
-    return "'" + text + "' is not RATE:CHANNELS:FORMAT, such as 48000:2:s16: the rate is 8000 to " +
-           "192000 Hz, channels are 1 to 32, the format is one of " + names;
+    return "'" + text + "' is not RATE:CHANNELS:FORMAT, such as 48000:2:s16: the rate is " +
+           std::to_string(AnyStream::kLowestRate) + " to " +
+           std::to_string(AnyStream::kHighestRate) + " Hz, channels are 1 to " +
+           std::to_string(AnyStream::kMostChannels) + ", the format is one of " + names;
 }
 
 std::string engineVersion()

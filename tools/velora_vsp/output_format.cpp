@@ -65,8 +65,8 @@ struct Encoding {
     int bits;
 };
 
-// Encodings that give back the samples they were given, if these have no more bits. Of equal ones
-// the first is preferred.
+// Encodings that give back the samples they were given, if these have no more bits.
+// Of equal ones the first is preferred.
 constexpr Encoding kEncodings[] = {
     {SF_FORMAT_PCM_U8, 8},   {SF_FORMAT_PCM_S8, 8},   {SF_FORMAT_DPCM_8, 8},
     {SF_FORMAT_DWVW_12, 12}, {SF_FORMAT_ALAW, 13},    {SF_FORMAT_ULAW, 14},

@@ -1,6 +1,6 @@
 // Which kind of file the output becomes, and in which sample format: the extension of its name
-// chooses the container, the input's encoding is kept if that takes it, and otherwise the one that
-// loses least.
+// chooses the container; the input's encoding is kept if the container takes it, otherwise the one
+// that loses least is taken.
 #pragma once
 
 #include <cstdint>

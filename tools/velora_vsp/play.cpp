@@ -1,5 +1,7 @@
 #include "play.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "interruption.h"

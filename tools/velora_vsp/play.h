@@ -5,6 +5,7 @@
 
 #include <velora/stream.hpp>
 
+#include "samples.h"
 #include "sound_stream.h"
 #include "speed_map.h"
 

@@ -1,8 +1,10 @@
 #include "sound_file.h"
 
 #include <array>
+#include <cstdint>
 #include <regex>
 #include <string>
+#include <system_error>
 #include <type_traits>
 
 #include "error.h"
@@ -47,8 +49,7 @@ sf_count_t writeFrames(SNDFILE* file, const double* in, int frames)
     return sf_writef_double(file, in, frames);
 }
 
-// The sizes that containers claim for their data, where libsndfile has corrected them, from its
-// log.
+// Whether a container claims more data than there is, by libsndfile's log of what it corrected.
 bool claimsMoreThanThereIs(const std::string& log)
 {
     static const std::regex kCorrected(
@@ -89,8 +90,7 @@ void FileReader::refuseCutData() const
 {
     std::array<char, 16384> log{};
     sf_command(file.get(), SFC_GET_LOG_INFO, log.data(), int(log.size()));
-    // An Ogg stream whose end can't be found has lost it; other containers may leave the length
-    // out.
+    // An Ogg stream whose end can't be found has lost it; others may leave the length out.
     const bool hasLostEnd =
         length() < 0 && (soundInfo.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
     if (hasLostEnd || claimsMoreThanThereIs(log.data()))

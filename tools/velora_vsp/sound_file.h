@@ -1,13 +1,14 @@
 // Sound files, through libsndfile.
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <vector>
 
 #include <sndfile.h>
 
+#include "samples.h"
 #include "sound_stream.h"
 
 struct CloseSoundFile {
@@ -37,8 +38,8 @@ public:
     FileWriter(const std::filesystem::path& name, const std::filesystem::path& path,
                const SF_INFO& info);
 
-    /// Takes over title, artist and the like, and which loudspeaker each channel belongs to; before
-    /// the first frame.
+    /// Takes over title, artist and the like, and which loudspeaker each channel belongs to.
+    /// To be called before the first frame.
     void describeLike(const SoundReader& reader);
     void write(Samples samples, const void* in, int frames) override;
     /// Makes sure, too, that the file can be read.

@@ -1,10 +1,12 @@
 #include "sound_pipe.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 
 #include <unistd.h>
 
+#include "error.h"
 #include "standard_stream.h"
 
 namespace {

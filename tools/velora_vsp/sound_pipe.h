@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "pcm.h"
+#include "samples.h"
 #include "sound_stream.h"
 #include "wav_header.h"
 

@@ -25,8 +25,8 @@ public:
     /// The open file, for what else it tells; null for a pipe.
     virtual SNDFILE* handle() const { return nullptr; }
 
-    /// Reads up to `frames` frames, interleaved; fewer only at the end. Throws FileError if the
-    /// sound ends before its length or is damaged.
+    /// Reads up to `frames` frames, interleaved; fewer only at the end.
+    /// Throws FileError if the sound ends before its length or is damaged.
     virtual int read(Samples samples, void* out, int frames) = 0;
 
 protected:

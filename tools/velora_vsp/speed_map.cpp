@@ -9,11 +9,16 @@
 #include <limits>
 #include <sstream>
 
+#include <velora/stream.hpp>
+
 #include "error.h"
 
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr double kSlowest = velora::Stream<>::kSlowest;
+constexpr double kFastest = velora::Stream<>::kFastest;
 
 struct Point {
     double media;

@@ -7,10 +7,7 @@
 #include <string>
 #include <vector>
 
-constexpr double kSlowest = 0.125;
-constexpr double kFastest = 8.0;
-
-/// A number from kSlowest to kFastest, to single precision: what the engine takes as 1 is 1.
+/// A speed that a stream takes, to single precision: what the engine takes as 1 is 1.
 std::optional<double> parseSpeed(const std::string& text);
 
 /// Speed over media time in seconds: pieces that are constant or linear.
@@ -28,8 +25,8 @@ public:
     double speedAt(double media) const;
 
     /// The course in steps: each speed with the frame of input from which it holds, the first at 0.
-    /// A ramp becomes so many steps that it is met within half a millisecond of output, and at its
-    /// ends exactly.
+    /// A ramp becomes so many steps that it is met exactly at its ends,
+    /// and between them within half a millisecond of output.
     struct Step {
         int64_t frame;
         double speed;

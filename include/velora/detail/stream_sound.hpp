@@ -16,8 +16,8 @@
 
 namespace velora {
 
-/// Format of a stream whose samples are std::int32_t holding sign-extended 24-bit values,
-/// -8388608..8388607.
+/// Format of a stream whose samples are std::int32_t holding sign-extended 24-bit values, from
+/// -8388608 to 8388607.
 struct Int24In32 {};
 
 namespace detail {
@@ -118,7 +118,10 @@ public:
 
     EngineBank(int channelCount, int rate) : channels(channelCount), sampleRate(rate)
     {
-        for (int channel = 0; channel < channels; channel += 2) {
+        const std::size_t pairs = std::size_t(channels + 1) / 2;
+        owned.reserve(pairs);
+        engines.reserve(pairs);
+        for (std::size_t pair = 0; pair < pairs; ++pair) {
             owned.emplace_back(Velora_VSP_Factory::Create());
             engines.push_back(owned.back().get());
         }

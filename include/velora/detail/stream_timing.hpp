@@ -122,8 +122,8 @@ struct Rate {
 /// How the sound gets from input to output.
 enum class Path { dry, vocoder, converter };
 
-/// One way through: untouched, or engines at the speeds of the time map. Knows what each input hop
-/// yields in output frames.
+/// One way through: untouched, or engines at the speeds of the time map.
+/// Knows what each hop of input yields.
 struct Voice {
     Path path = Path::dry;
     double speed = 1.0;       // as asked for
@@ -211,8 +211,8 @@ struct Voice {
         return frames;
     }
 
-    /// Output frame from which it can play at another speed: where the middle of its next synthesis
-    /// frame sounds.
+    /// Output frame from which it can play at another speed:
+    /// the middle of its next synthesis frame.
     std::int64_t turnFrame(const Rate& rate) const
     {
         return path == Path::vocoder ? std::int64_t(std::ceil(centre(end, rate))) : end;
@@ -252,7 +252,7 @@ private:
         return vocoderSpeed(std::min(std::max(float(wanted), slowest), fastest));
     }
 
-    /// Output frame at which the centre sounds of the synthesis frame that begins at `output`.
+    /// Output frame at which the synthesis frame that is first heard at `output` has its centre.
     double centre(std::int64_t output, const Rate& rate) const
     {
         return double(output + kSynthesisDelayHops * rate.hop) + filterDelay(rate);
@@ -270,8 +270,8 @@ private:
         return n;
     }
 
-    /// Clock position, in hops from media frame 0, that the time map gives the synthesis frame
-    /// which begins at `output`.
+    /// Clock position, in hops from media frame 0, that the time map gives the
+    /// synthesis frame which is first heard at `output`.
     double positionAt(const TimeMap& times, std::int64_t output, const Rate& rate) const
     {
         const TimeMap::Segment& s = times[segmentAt(times, output, rate)];
@@ -308,9 +308,9 @@ private:
     }
 };
 
-/// The course of a stream: one voice sounds and follows the time map; where the map asks for
-/// another one, that joins it, is primed with what went in before, and takes over after a short
-/// fade.
+/// The course of a stream: one voice sounds and follows the time map; where
+/// the map asks for another one, that joins it, is primed with what went in
+/// before, and takes over after a short fade.
 ///
 /// The calls are told a `Sound`, which does to the samples what is decided here:
 ///     times()                        the time map
@@ -422,9 +422,10 @@ private:
         }
         while (!voice.isDry() && voice.fed + rate.hop <= input) {
             voice.follow(sound.times(), rate);
-            const Voice start = voice;
-            const std::int64_t frames = voice.takeHop(rate);
-            sound.feed(start, frames, joined);
+            Voice after = voice;
+            const std::int64_t frames = after.takeHop(rate);
+            sound.feed(voice, frames, joined); // if memory runs out, the hop is still to come
+            voice = after;
         }
     }
 

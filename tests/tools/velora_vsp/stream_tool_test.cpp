@@ -1,11 +1,14 @@
-// What velora-vsp does beside files at one speed: many channels, pipes, speed maps, summaries.
+// What velora-vsp does beside files at one speed: pipes, speed maps, summaries.
 
 #include <algorithm>
 #include <cmath>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
-#include <numbers>
-#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -18,72 +21,7 @@ using Json = nlohmann::json;
 constexpr int kRate = 44100;
 constexpr int kHop = 512;
 
-Sound noise(int channels, long frames, int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16)
-{
-    Sound sound{format, kRate, channels, std::vector<double>(size_t(frames * channels))};
-    std::mt19937 random(7);
-    std::uniform_real_distribution<double> uniform(-0.5, 0.5);
-    std::generate(sound.samples.begin(), sound.samples.end(), [&] { return uniform(random); });
-    return sound;
-}
-
-// Short rings, every 0.4 seconds from 0.25 on.
-Sound clicks(double seconds)
-{
-    Sound sound{SF_FORMAT_WAV | SF_FORMAT_FLOAT, kRate, 1,
-                std::vector<double>(size_t(seconds * kRate))};
-    for (double at = 0.25; at < seconds - 0.2; at += 0.4)
-        for (int n = -2 * kHop; n < 2 * kHop; ++n)
-            sound.samples[size_t(long(at * kRate) + n)] =
-                0.5 * std::exp(-0.5 * std::pow(n / (kHop / 4.0), 2)) *
-                std::cos(2.0 * std::numbers::pi * 500.0 * n / kRate);
-    return sound;
-}
-
-double centreOfEnergy(const Sound& sound, double near, double reach)
-{
-    double energy = 0.0;
-    double moment = 0.0;
-    for (long n = std::max(0L, long(near - reach));
-         n < std::min(sound.frames(), long(near + reach)); ++n) {
-        const double power = std::pow(sound.samples[size_t(n)], 2);
-        energy += power;
-        moment += power * double(n);
-    }
-    EXPECT_GT(energy, 1e-4) << "no sound near " << near;
-    return moment / energy;
-}
-
 } // namespace
-
-// ---- Channels ----
-
-TEST_F(ToolTest, ChannelsStayInStepThoughOneJumpsInLevel)
-{
-    for (const int channels : {3, 6}) {
-        Sound in = noise(channels, 60000);
-        for (long n = 0; n < in.frames(); ++n)
-            for (int c = 0; c < channels; ++c)
-                in.samples[size_t(n * channels + c)] =
-                    in.samples[size_t(n * channels)] * (c == 0 && n > 30000 ? 1.0 : 0.1);
-        write("in.wav", in);
-        runQuietly("in.wav out.wav -f -s 0.8");
-        const Sound out = read("out.wav");
-        ASSERT_EQ(out.channels, channels);
-        ASSERT_EQ(out.frames(), 75000);
-        for (int c = 1; c < channels; ++c) { // correlation with the last channel, at lags
-            const auto correlation = [&](long lag) {
-                double sum = 0.0;
-                for (long n = 45000; n < 60000; ++n)
-                    sum += out.samples[size_t(n * channels + channels - 1)] *
-                           out.samples[size_t((n + lag) * channels + c)];
-                return sum;
-            };
-            for (const long lag : {-64L, -4L, -1L, 1L, 4L, 64L})
-                EXPECT_GT(correlation(0), correlation(lag)) << "channel " << c << ", lag " << lag;
-        }
-    }
-}
 
 // ---- Pipes ----
 
@@ -96,7 +34,7 @@ class ToolPcm : public ToolTest, public testing::WithParamInterface<PcmCase> {};
 TEST_P(ToolPcm, PipesGiveWhatFilesDo)
 {
     const auto [name, format] = GetParam();
-    write("in.wav", noise(3, 20000, format));
+    write("in.wav", noise(3, 20001, format)); // an odd number of bytes, where samples have that
     for (const std::string speed : {"1", "0.8"}) {
         runQuietly("in.wav file.wav -f -s " + speed);
         const auto before = read("file.wav").samples;
@@ -106,6 +44,7 @@ TEST_P(ToolPcm, PipesGiveWhatFilesDo)
         const std::string raw = " --raw 44100:3:" + std::string(name);
         shell("\"$T\" in.wav - -q -s 1" + raw + " | \"$T\" - - -q -s " + speed + raw + " | \"$T\"" +
               " - raw.wav -f -q -s 1" + raw);
+        EXPECT_EQ(std::filesystem::file_size(at("redirected.wav")) % 2, 0u) << "chunks are padded";
         // The pipe rounds to 8 bits, libsndfile cuts.
         const double tolerance = std::string(name) == "u8" ? 1.0 / 128.0 : 0.0;
         for (const char* file : {"redirected.wav", "named.wav", "raw.wav"}) {
@@ -126,7 +65,8 @@ INSTANTIATE_TEST_SUITE_P(Formats, ToolPcm,
                                          PcmCase{"s24in32", SF_FORMAT_WAVEX | SF_FORMAT_PCM_24},
                                          PcmCase{"s32", SF_FORMAT_WAV | SF_FORMAT_PCM_32},
                                          PcmCase{"f32", SF_FORMAT_WAV | SF_FORMAT_FLOAT},
-                                         PcmCase{"f64", SF_FORMAT_WAV | SF_FORMAT_DOUBLE}));
+                                         PcmCase{"f64", SF_FORMAT_WAV | SF_FORMAT_DOUBLE}),
+                         [](const auto& test) { return test.param.name; });
 
 TEST_F(ToolTest, ChunksOfAPipeDoNotMatter)
 {
@@ -242,7 +182,10 @@ TEST_F(ToolTest, InterruptionEndsTheWaitForAPipe)
 
 TEST_F(ToolTest, SpeedMapsPlaceSoundsWithinAHop)
 {
-    write("in.wav", clicks(6.0));
+    std::vector<long> clicks;
+    for (double t = 0.25; t < 5.8; t += 0.4)
+        clicks.push_back(long(t * kRate));
+    write("in.wav", rings(kRate, 1, 6 * kRate, clicks, kHop));
     std::ofstream(at("map.txt")) << "# a comment\n\n0:02 0.75 # slower\n4.0 1.5\n";
     // Media time to output time, integrated by hand.
     const auto steps = [](double t) {
@@ -263,10 +206,10 @@ TEST_F(ToolTest, SpeedMapsPlaceSoundsWithinAHop)
         const Sound out = read("out.wav");
         EXPECT_EQ(summary.at("framesOut"), out.frames());
         EXPECT_NEAR(double(out.frames()), outputAt(6.0) * kRate, 1.0);
-        for (double t = 0.25; t < 5.8; t += 0.4)
-            EXPECT_NEAR(centreOfEnergy(out, outputAt(t) * kRate, 4 * kHop), outputAt(t) * kRate,
-                        kHop)
-                << t << option;
+        for (const long click : clicks) {
+            const double expected = outputAt(double(click) / kRate) * kRate;
+            EXPECT_NEAR(centreOfEnergy(out, expected, 4 * kHop), expected, kHop) << click << option;
+        }
     };
     check("", steps);
     check(" --ramp", ramp);
@@ -344,6 +287,7 @@ TEST_F(ToolTest, JsonHoldsAnyFileName)
         {"cut \xE2\x82", "cut " + replaced + replaced},
         {"\xED\xA0\x80", replaced + replaced + replaced}, // half of a surrogate pair
         {"\xC0\xAF", replaced + replaced},                // overlong
+        {"\xE0\x80\xAF", replaced + replaced + replaced},
     };
     for (const auto& [name, shown] : names) {
         const std::string& text = shown.empty() ? name : shown;

@@ -2,25 +2,17 @@
 #pragma once
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
 #include <sys/wait.h>
 
-struct Sound {
-    int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-    int rate = 44100;
-    int channels = 2;
-    std::vector<double> samples; // interleaved, full scale 1.0
-
-    long frames() const { return long(samples.size()) / channels; }
-};
+#include "support/temporary_directory.h"
+#include "tools/velora_vsp/sounds.h"
 
 class ToolTest : public testing::Test {
 protected:
@@ -29,20 +21,12 @@ protected:
         std::string text; // both standard output and standard error
     };
 
-    ToolTest()
-    {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "tool_test_XXXXXX").string();
-        directory = mkdtemp(pattern.data());
-    }
-    ~ToolTest() override { std::filesystem::remove_all(directory); }
-
-    std::filesystem::path at(const std::string& name) const { return directory / name; }
+    std::filesystem::path at(const std::string& name) const { return directory.path / name; }
 
     /// Runs a shell command in the directory; $T stands for the tool.
     Result shell(const std::string& command) const
     {
-        const std::string line = "exec 2>&1; cd '" + directory.string() +
+        const std::string line = "exec 2>&1; cd '" + directory.path.string() +
                                  "' || exit; T='" VELORA_VSP_TOOL "'; " + command;
         FILE* pipe = popen(line.c_str(), "r");
         if (pipe == nullptr)
@@ -97,10 +81,11 @@ protected:
     std::set<std::string> fileNames() const
     {
         std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(directory))
+        for (const auto& entry : std::filesystem::directory_iterator(directory.path))
             names.insert(entry.path().filename().string());
         return names;
     }
 
-    std::filesystem::path directory;
+private:
+    const TemporaryDirectory directory;
 };

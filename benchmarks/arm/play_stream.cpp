@@ -1,6 +1,8 @@
 // Plays dense music at one speed with one table of kernels, for scripts/arm-instructions to count.
 //   play_stream TABLE SPEED SECONDS
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <string>

@@ -1,7 +1,7 @@
 // The allocation functions and locks below stand in front of the C library's own, for this program
 // and for every library in it.
 
-#include "safety/real_time_watch.h"
+#include "support/real_time_watch.h"
 
 #include <climits>
 #include <csignal>

@@ -1,19 +1,18 @@
 // Replays recorded scenarios and compares every byte that comes out, by checksum, with what two
-// independent readings of the engine agree on. tests/golden/README.md explains the files.
+// independent readings of the engine agree on. README.md beside this file explains the scenarios.
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iomanip>
 #include <iterator>
-#include <memory>
 #include <sstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -23,14 +22,13 @@
 #include <velora/vsp.h>
 
 #include "support/golden_engines.h"
+#include "support/owners.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
 using Bytes = std::vector<char>;
-using Engine = std::unique_ptr<Velora_VSP_Interface, void (*)(Velora_VSP_Interface*)>;
-using Filter = std::unique_ptr<Velora_BQ_Interface, void (*)(Velora_BQ_Interface*)>;
 
 // CRC-32 of IEEE 802.3.
 std::string crc32(const Bytes& bytes)
@@ -60,7 +58,7 @@ Bytes reorder(Bytes samples, size_t bytesPerSample)
 
 class Replay {
 public:
-    Replay(const fs::path& input, Engine newEngine) : engine(std::move(newEngine))
+    Replay(const fs::path& input, EngineOwner newEngine) : engine(std::move(newEngine))
     {
         std::ifstream file(input, std::ios::binary);
         source.assign(std::istreambuf_iterator<char>(file), {});
@@ -163,8 +161,8 @@ private:
 
     Bytes source;
     size_t position = 0;
-    Engine engine;
-    Filter filter{Velora_BQ_Factory::Create(), Velora_BQ_Factory::Destroy};
+    EngineOwner engine;
+    FilterOwner filter{Velora_BQ_Factory::Create()};
     int rate = 44100;
     size_t bytesPerFrame = 4;
     int predicted = 0;
@@ -190,8 +188,7 @@ TEST_P(Golden, ReplaysToTheBit)
     const fs::path base = fs::path(VELORA_GOLDEN_DIR) / name;
     std::ifstream commands(base.string() + ".txt");
     std::ifstream expected(base.string() + ".log");
-    Replay replay(base.string() + ".raw",
-                  Engine(goldenEngines()[index].create(index), Velora_VSP_Factory::Destroy));
+    Replay replay(base.string() + ".raw", EngineOwner(goldenEngines()[index].create(index)));
     int lines = 0;
     for (std::string command, line; std::getline(commands, command); ++lines) {
         ASSERT_TRUE(std::getline(expected, line));
