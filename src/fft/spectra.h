@@ -55,10 +55,8 @@ protected:
     void reset()
     {
         clear(partSpRing, partSpSum, magRing, synthWinRing, synthSum);
-        for (auto& phasors : phasorRing) {
-            clear(phasors);
+        for (auto& phasors : phasorRing)
             phasors.fill(kPhaseZero);
-        }
     }
 
     const KernelTable& kernels; // the hot loops, for this machine

@@ -22,12 +22,13 @@ public:
 
     void turn() { first = place(1); }
 
-    /// Gives every entry of every row the same value.
+    /// Starts anew with the same value in every entry of every row.
     template <class Value>
     void fill(const Value& value)
     {
         for (Row& row : rows)
             std::fill(std::begin(row), std::end(row), value);
+        first = 0;
     }
 
 private:
