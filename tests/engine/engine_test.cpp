@@ -166,6 +166,47 @@ TEST_F(Engine, PredictsItsInputAndKeepsToTheLimit)
     }
 }
 
+// Without a transition, so that no priming hides what an Init forgets to forget: it comes at every
+// hop of an onset's countdown, and what follows has an onset at once, none, or some.
+TEST_F(Engine, InitForgetsWhateverCameBefore)
+{
+    const auto play = [](EngineProbe& engine, const Frames& in, size_t hops) {
+        Frames all;
+        for (size_t n = 0; n < hops; ++n) {
+            Frames out(4096);
+            out.resize(size_t(engine.engine->Exe(raw(out), raw(in, n * 512), 512)));
+            all.insert(all.end(), out.begin(), out.end());
+        }
+        return all;
+    };
+    const auto begin = [](EngineProbe& engine, float speed) {
+        engine.engine->Init(kRate, Velora_BitDepth_16);
+        Velora_VSP_Conductor::SetSpeedNow(engine.engine.get(), speed);
+    };
+    const Frames steady = signals::tone(30 * 512, 700.0, kRate, 9000.0);
+    Frames rising = steady; // so slowly that its beginning is no onset
+    for (size_t n = 0; n < rising.size(); ++n)
+        for (int16_t& sample : rising[n])
+            sample = int16_t(double(sample) * double(n) / double(rising.size()));
+    Frames onsets = signals::noise(30 * 512, 40, 8);
+    const Frames burst = signals::noise(512, 20000, 9);
+    for (const size_t hop : {4u, 13u})
+        std::copy(burst.begin(), burst.end(), onsets.begin() + std::ptrdiff_t(hop * 512 + 100));
+    for (const float speed : {0.8f, 0.3f, 1.7f})
+        for (const Frames& in : {steady, rising, onsets}) {
+            EngineProbe fresh;
+            begin(fresh, speed);
+            const Frames expected = play(fresh, in, 30);
+            for (size_t hops = 1; hops < 24; ++hops) {
+                EngineProbe used;
+                begin(used, 0.9f);
+                play(used, hops % 2 == 0 ? steady : onsets, 5 + hops);
+                begin(used, speed);
+                EXPECT_TRUE(play(used, in, 30) == expected) << speed << ", after " << hops;
+            }
+        }
+}
+
 // However far it looks ahead, the prediction is what the frame clock gives hop by hop.
 TEST_F(Engine, PredictsAnyAmountAsTheClockWouldGiveIt)
 {
