@@ -1,6 +1,4 @@
-// Decides, call by call, what a piece of audio goes through: nothing at speed 1.0, the frame
-// pipeline or the converter hop by hop at other speeds, a fade between the two when the speed
-// changes.
+// What each hop goes through, and the fades from and to speed 1.0.
 
 #include "engine/scheduler.h"
 

@@ -25,8 +25,10 @@ VSP_INLINE int16_t slowSpeedGain(int16_t s)
 
 SlowSpeeds::Filter SlowSpeeds::createFilter()
 {
-    return {static_cast<Velora_BQ*>(Velora_BQ_Factory::Create()), // it makes no others
-            [](Velora_BQ* filter) { Velora_BQ_Factory::Destroy(filter); }};
+    auto* const made = static_cast<Velora_BQ*>(Velora_BQ_Factory::Create()); // it makes no others
+    if (made == nullptr)
+        throw std::bad_alloc();
+    return {made, [](Velora_BQ* filter) { Velora_BQ_Factory::Destroy(filter); }};
 }
 
 SlowSpeeds::Converter SlowSpeeds::createConverter()

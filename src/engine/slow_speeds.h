@@ -38,7 +38,7 @@ protected:
     const Filter bqA;
     const Filter bqB;
     bool srcActive = false; // settings: the speed is one of the converter's
-    Converter src;          // absent if the speed is none, or there was no memory
+    Converter src;          // dropped when SetPar asks for another speed; absent without memory
 
 private:
     static Filter createFilter();

@@ -15,6 +15,8 @@ namespace vsp {
 template <class Row, int n>
 class Ring {
 public:
+    static constexpr int size = n;
+
     /// Row 0 is the oldest, n - 1 the newest.
     Row& operator[](int age) { return rows[place(age)]; }
     const Row& operator[](int age) const { return rows[place(age)]; }

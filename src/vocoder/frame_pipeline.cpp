@@ -117,7 +117,7 @@ void Vocoder::synthesiseBands(int channel, int32_t f_q15)
             break;
         case BandPath::frozen:
             // Once it is frozen before its frame has come, it stays on the oldest one.
-            if (bandRingIndex[band] > 3)
+            if (bandRingIndex[band] >= magRing[channel].size)
                 bandRingIndex[band] = 0;
             kernels.applyPhase(X, magRing[channel][bandRingIndex[band]] + first, S, n);
             break;

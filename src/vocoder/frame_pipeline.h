@@ -11,8 +11,7 @@ enum Countdown : int8_t {
     kIdle = 0,
     kFrozenHop = 1, ///< whatever the hold says
     kResetHop = 5,  ///< from here on the hold decides
-    kLastHeldHop = 6,
-    kFirstHeldHop = 7,
+    kLastHeldHop = 6, ///< of the two after the first
     kCountdownStart = 8,
 };
 

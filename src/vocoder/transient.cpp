@@ -49,7 +49,7 @@ void Vocoder::Velora_VSP_TransientProbability()
         bandFlagRing.newest()[b] = bandCog[b] > kLateInFrame ? 1 : 0;
     const int newest = countOf(bandFlagRing.newest());
     int lastFour = 0;
-    for (int age = 0; age < 4; ++age)
+    for (int age = 0; age < bandFlagRing.size; ++age)
         lastFour += countOf(bandFlagRing[age]);
 
     const float lower = lowerBound(newest);
