@@ -9,8 +9,8 @@ namespace vsp {
 /// of the rings; two hops later it is row 0, the one that synthesis starts from.
 enum Countdown : int8_t {
     kIdle = 0,
-    kFrozenHop = 1, ///< whatever the hold says
-    kResetHop = 5,  ///< from here on the hold decides
+    kFrozenHop = 1,   ///< whatever the hold says
+    kResetHop = 5,    ///< from here on the hold decides
     kLastHeldHop = 6, ///< of the two after the first
     kCountdownStart = 8,
 };
