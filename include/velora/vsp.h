@@ -141,6 +141,15 @@ public:
     /// converter that is needed now.
     static void SetSpeedNow(Velora_VSP_Interface* engine, float speed);
 
+    /// Caller frames of a hop, in the format that the last Init set.
+    static int HopFrames(Velora_VSP_Interface* engine);
+    /// Processes one hop as Exe does, but in steps, so that no call takes longer than the work for
+    /// one hop of output. TakeHop takes in [HopFrames]; then GiveHop is to be called until it
+    /// returns 0. Each time it returns HopFrames it has written as many to out. Not at speed 1.0,
+    /// not at the speeds of the converter, and not while a transition runs.
+    static void TakeHop(Velora_VSP_Interface* engine, const void* in);
+    static int GiveHop(Velora_VSP_Interface* engine, void* out);
+
     /// To be called when all of `engines` have processed the same hop: the onset that any of them
     /// found in it counts for all. Onsets then fall on the same frames in all of them.
     static void ShareOnsets(Velora_VSP_Interface* const* engines, int count);

@@ -54,7 +54,7 @@ int Velora_VSP::Exe_buffered(void* out, const void* in, int frames)
 
 int Velora_VSP::processPiece(void* out, const void* in, int frames)
 {
-    if (rateShift == 0 && bitDepth == Velora_BitDepth_16)
+    if (isWorkingForm())
         return Exe1(static_cast<Frame*>(out), static_cast<const Frame*>(in), frames);
     const int workingFrames = Convert_UHQ2MQ(mqIn, in, frames, rateShift, bitDepth);
     ConvertedOutput output(*this, mqOut, out, rateShift, bitDepth);
@@ -65,6 +65,32 @@ int Velora_VSP::Exe1(Frame* out, const Frame* in, int frames)
 {
     DirectOutput output(out);
     return runScheduler(output, in, frames);
+}
+
+int Velora_VSP::callerHopFrames()
+{
+    Velora_VSP_Call_InitSetPar_Apply();
+    return hopFrames() << rateShift;
+}
+
+void Velora_VSP::takeCallerHop(const void* in)
+{
+    const int frames = callerHopFrames();
+    if (!isWorkingForm())
+        Convert_UHQ2MQ(mqIn, in, frames, rateShift, bitDepth);
+    takeHop(isWorkingForm() ? static_cast<const Frame*>(in) : mqIn, hopFrames());
+}
+
+int Velora_VSP::giveCallerHop(void* out)
+{
+    if (!hasFrame())
+        return 0;
+    Frame* const frames = isWorkingForm() ? static_cast<Frame*>(out) : mqOut;
+    giveFrame(frames, hopFrames());
+    filterOutput(frames, hopFrames());
+    if (!isWorkingForm())
+        Convert_MQ2UHQ(out, frames, hopFrames(), rateShift, bitDepth);
+    return hopFrames() << rateShift;
 }
 
 int Velora_VSP::runScheduler(Output& output, const Frame* in, int frames)

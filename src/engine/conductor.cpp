@@ -19,6 +19,21 @@ void Velora_VSP_Conductor::SetSpeedNow(Velora_VSP_Interface* engine, float speed
     engineOf(engine).setSpeedNow(speed);
 }
 
+int Velora_VSP_Conductor::HopFrames(Velora_VSP_Interface* engine)
+{
+    return engineOf(engine).callerHopFrames();
+}
+
+void Velora_VSP_Conductor::TakeHop(Velora_VSP_Interface* engine, const void* in)
+{
+    engineOf(engine).takeCallerHop(in);
+}
+
+int Velora_VSP_Conductor::GiveHop(Velora_VSP_Interface* engine, void* out)
+{
+    return engineOf(engine).giveCallerHop(out);
+}
+
 void Velora_VSP_Conductor::ShareOnsets(Velora_VSP_Interface* const* engines, int count)
 {
     const auto found = [](Velora_VSP_Interface* engine) { return engineOf(engine).foundOnset(); };

@@ -43,6 +43,11 @@ public:
     /// The same without a transition (Velora_VSP_Conductor::SetSpeedNow).
     void setSpeedNow(float speed);
 
+    // For Velora_VSP_Conductor: one hop of the caller's frames, in steps.
+    int callerHopFrames();
+    void takeCallerHop(const void* in);
+    int giveCallerHop(void* out);
+
     /// Runs the engine on one piece of 16-bit audio at the working rate.
     /// @param out  room for all that it gives, the frames carried from the call before included
     /// @param in   [frames], at most kPieceFrames
@@ -53,6 +58,8 @@ private:
     static constexpr int kHopOutFrames = vsp::kSlowestRatio * vsp::kMaxHop;
     static_assert(kHopOutFrames >= vsp::kPieceFrames, "a piece of pass-through fits, too");
 
+    /// Whether the caller's frames are the engine's own.
+    bool isWorkingForm() const { return rateShift == 0 && bitDepth == Velora_BitDepth_16; }
     int processPiece(void* out, const void* in, int frames);
     int runScheduler(vsp::Output& output, const vsp::Frame* in, int frames);
 

@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 
 #include <velora/detail/floating_point.hpp>
+#include <cstdint>
 
 #include "kernels/sizes.h"
 #include "vocoder/vocoder.h"
@@ -35,39 +35,53 @@ float peakDensityGain(int peaks, float speed)
 
 int Vocoder::Velora_VSP_frame(Frame* out, const Frame* in, int frames, int written)
 {
-    frameClock -= 1.0f;
-    analyseHop(in, frames);
+    takeHop(in, frames);
     int count = 0;
     int pos = written;
-    for (bool first = true; frameClock < 1.0f; first = false) {
-        synthesiseSpectrum(first);
-        Velora_VSP_partIFFT(lowBandFrame, spectrum[0], spectrum[1]);
-        Velora_VSP_Combine_HP(frames);
+    while (hasFrame()) {
         pos += frames;
-        Frame* dest = out + count;
         if (pos <= outputLimit) {
+            giveFrame(out + count, frames);
             count += frames;
         } else {
-            dest = carryBuf + carryCount;
+            giveFrame(carryBuf + carryCount, frames);
             carryCount += frames;
         }
-        Velora_VSP_LP_interpolate(dest, frames >> hopIndex, frames);
-        for (int8_t& hold : bandHold)
-            hold = hold > 0 ? int8_t(hold - 1) : int8_t(0);
-        frameClock += effectiveSpeed;
     }
-    countDownBands();
+    endHop();
     return count;
 }
 
-void Vocoder::analyseHop(const Frame* in, int frames)
+void Vocoder::takeHop(const Frame* in, int frames)
 {
+    endHop();
+    hopPart = HopPart::analysed;
+    frameClock -= 1.0f;
     Velora_VSP_LPHP_separate(in, frames);
     Velora_VSP_partFFT(lowBandFrame);
     Velora_VSP_Extract_MagPhase();
     Velora_VSP_computeCOG();
     Velora_VSP_TransientProbability();
     Velora_VSP_ModifyBandStatus();
+}
+
+void Vocoder::giveFrame(Frame* out, int frames)
+{
+    synthesiseSpectrum(hopPart == HopPart::analysed);
+    hopPart = HopPart::synthesised;
+    Velora_VSP_partIFFT(lowBandFrame, spectrum[0], spectrum[1]);
+    Velora_VSP_Combine_HP(frames);
+    Velora_VSP_LP_interpolate(out, frames >> hopIndex, frames);
+    for (int8_t& hold : bandHold)
+        hold = hold > 0 ? int8_t(hold - 1) : int8_t(0);
+    frameClock += effectiveSpeed;
+}
+
+void Vocoder::endHop()
+{
+    if (hopPart != HopPart::none)
+        countDownBands();
+    hopPart = HopPart::none;
 }
 
 void Vocoder::synthesiseSpectrum(bool firstOfHop)

@@ -35,6 +35,15 @@ public:
     /// @returns        frames written at `out`, a multiple of `frames`; the others went to carryBuf
     int Velora_VSP_frame(Frame* out, const Frame* in, int frames, int written);
 
+    // The same in steps, for who wants no more than one frame at a time.
+    /// Analyses one hop, as Velora_VSP_frame does; ends the one before.
+    void takeHop(const Frame* in, int frames);
+    /// Whether the clock asks for (another) frame of the hop that was taken last.
+    bool hasFrame() const { return frameClock < 1.0f; }
+    /// Synthesises that frame, one hop of output.
+    /// @param out  [frames], as many as were taken
+    void giveFrame(Frame* out, int frames);
+
     /// Splits a hop into `lowBandFrame` and the newest row of `hpRing`, the latter under the gain
     /// of the high band. Without decimation all of it is low band.
     /// @param in  [frames]
@@ -82,6 +91,7 @@ protected:
         highBandGainQ15 = 32768;
         frameClock = 1.0f;
         effectiveSpeed = 1.0f;
+        hopPart = HopPart::none;
         clear(splitState, interpState, hpRing, hpSegRing);
         clear(bandCog, bandFlagRing, transientThreshold, transientDecision, transientDecisionPrev);
         clear(bandStatus, bandRingIndex, bandHold);
@@ -102,6 +112,8 @@ protected:
     // ---- Frame clock ----
     float frameClock = 1.0f;     // history: synthesis position in analysis hops
     float effectiveSpeed = 1.0f; // settings: what the clock moves on by
+    enum class HopPart { none, analysed, synthesised };
+    HopPart hopPart = HopPart::none; // history: how far the last hop has got
 
     // ---- Band split ----
     int32_t splitState[2][7] = {};         // history: [channel] delays, four times the value
@@ -139,7 +151,7 @@ protected:
     alignas(kLine) Frame carryBuf[kSlowestRatio * kPieceFrames];
 
 private:
-    void analyseHop(const Frame* in, int frames);
+    void endHop();
     void synthesiseSpectrum(bool firstOfHop);
     void synthesiseBands(int channel, int32_t f_q15);
     void countDownBands();
