@@ -7,8 +7,8 @@ check_cxx_source_compiles("
 #endif
 int main() {}" VELORA_TARGET_I386)
 
-# What floating-point arithmetic takes to round the same on every machine, in programs that include the Stream as
-# well: a fused multiply-add rounds once where we round twice, and the x87 unit rounds to more bits than a type has.
+# What floating-point arithmetic takes to round the same on every machine:
+# a fused multiply-add rounds once where we round twice, and the x87 unit rounds to more bits than a type has.
 set(VELORA_ARITHMETIC_OPTIONS -ffp-contract=off)
 if(VELORA_TARGET_I386)
     list(APPEND VELORA_ARITHMETIC_OPTIONS -msse2 -mfpmath=sse)
@@ -95,6 +95,32 @@ function(velora_add_library name)
     endforeach()
     velora_offer(shared ${VELORA_SHARED} ${target})
     velora_offer(static ${VELORA_STATIC} ${target}_static)
+endfunction()
+
+# velora_add_bundle(NAME libraries...) makes velora::NAME and velora::NAME_static of some of these.
+function(velora_add_bundle name)
+    foreach(kind shared static)
+        string(TOUPPER "VELORA_${kind}" wanted)
+        set(suffix "")
+        if(kind STREQUAL static)
+            set(suffix _static)
+        endif()
+        set(target velora_${name}${suffix})
+        add_library(${target} INTERFACE)
+        foreach(library ${ARGN})
+            target_link_libraries(${target} INTERFACE velora_${library}${suffix})
+        endforeach()
+        set_target_properties(${target} PROPERTIES EXPORT_NAME ${name}${suffix})
+        if(${wanted} AND VELORA_INSTALL)
+            install(TARGETS ${target} EXPORT velora_vsp_${kind})
+        endif()
+    endforeach()
+    add_library(velora::${name}_static ALIAS velora_${name}_static)
+    if(VELORA_SHARED)
+        add_library(velora::${name} ALIAS velora_${name})
+    else()
+        add_library(velora::${name} ALIAS velora_${name}_static)
+    endif()
 endfunction()
 
 # velora_offer(KIND WANTED TARGET) installs a library with those of its kind, or leaves it to those who ask for it.

@@ -3,7 +3,7 @@ foreach(kind shared static)
 endforeach()
 
 # Where only static libraries were built, these are meant by the plain names.
-foreach(name vsp src384 vsp_c)
+foreach(name vsp engine src384 vsp_c)
     if(NOT TARGET velora::${name})
         add_library(velora::${name} INTERFACE IMPORTED)
         set_target_properties(velora::${name} PROPERTIES INTERFACE_LINK_LIBRARIES velora::${name}_static)

@@ -3,21 +3,22 @@
 #include <stdio.h>
 #include <velora/vsp_c.h>
 
-static int16_t in[65536][2], out[512][2];
+static int64_t read_frames(void* file, void* buffer, int64_t frames)
+{
+    return (int64_t)fread(buffer, 4, (size_t)frames, (FILE*)file);
+}
 
 int main(void)
 {
+    static int16_t out[512][2];
     velora_stream* stream;
-    int error = velora_stream_create(&stream, 44100, 2, VELORA_INT16, VELORA_PITCH_KEEP);
+    velora_options options = VELORA_OPTIONS;
+    int error = velora_stream_open(&stream, 44100, 2, VELORA_INT16, &options);
     double speed = 0.5;
     int64_t got = 512;
     while (!error && got == 512) {
         error = velora_stream_set_speed(stream, speed < 2.0 ? speed += 0.001 : speed);
-        int64_t wanted = velora_stream_input_frames_for(stream, 512);
-        int64_t frames = (int64_t)fread(in, 4, (size_t)wanted, stdin);
-        got = velora_stream_process(stream, in, frames, out, 512);
-        if (frames < wanted) /* the end: what is still inside fills the last buffers */
-            got += velora_stream_flush(stream, out + got, 512 - got);
+        got = velora_stream_pull(stream, out, 512, read_frames, stdin);
         fwrite(out, 4, (size_t)got, stdout);
         fprintf(stderr, "\r%.3f s",
                 (double)velora_stream_media_frame_of(stream, velora_stream_output_frames(stream)) /

@@ -1,5 +1,5 @@
-/// velora::Stream: gapless playback at any speed, with exact lengths and media times.
-/// Header-only, C++17; link velora::vsp.
+/// velora::Stream: gapless playback at any speed, with exact lengths and media times. Header-only,
+/// C++17, over the C interface <velora/vsp_c.h>; link velora::vsp.
 ///
 ///     velora::Stream<float> stream(48000, 2);       // rate, channels
 ///     stream.setSpeed(0.8);
@@ -8,14 +8,14 @@
 ///         stream.process(block, out);               // appends
 ///     stream.flush(out);                            // out now holds exactly round(N / 0.8) frames
 ///
-/// A player turns it round and asks how much to read for each buffer that it must fill:
+/// A player turns it round: it fills buffers, for which the stream reads what they need.
 ///
-///     stream.process(in, read(in, stream.inputFramesFor(frames)), out, frames); // gives `frames`
+///     stream.pull(out, frames, [&](float* buffer, std::size_t n) { return read(buffer, n); });
 ///     show(stream.mediaFrameOf(stream.outputFrames()));
 ///
-/// A frame is one sample of every channel. Frames are counted from the start of the
-/// stream: the first one that goes in is media frame 0 (see seek), the first one that
-/// comes out is output frame 0, and sounds media frame 0.
+/// A frame is one sample of every channel. Frames are counted from the start of the stream: the
+/// first one that goes in is media frame 0 (see seek), the first one that comes out is output
+/// frame 0, and sounds media frame 0.
 ///
 /// Sound: at speed 1.0 samples pass untouched, bit for bit and at once. At other speeds the pitch
 /// stays (but see Pitch); sound is 16 bits wide, limited to full scale, and "not a number" is
@@ -23,147 +23,235 @@
 /// (1 kHz at rates above 48000 Hz, 0.5 kHz above 96000 Hz) and a gain of -13 dB. A change of speed
 /// is heard at the very next frame that comes out, or where it was planned: through a fade of a few
 /// milliseconds from or to 1.0, between dull speeds and others, and from or to the speeds that
-/// Pitch::drop changes; else without one. In a fade a tone may dip by 6 dB and more.
+/// Pitch::drop changes; else without one. In a fade a tone may dip by 6 dB and more. Equal channels
+/// of a pair (1 and 2, 3 and 4, ...) come out equal but for up to 3 steps of 16 bits.
 ///
 /// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. A click sounds within 1.4 hops of
-/// where the time map puts it, below speed 0.5 within a hop of media time, mostly late. Above 1.0
-/// single clicks lose level, up to 20 dB at 2.0; above 2 they may be skipped.
+/// where the time map puts it, below speed 0.5 within a hop of media time. Above 1.0 single clicks
+/// lose level, up to 20 dB at 2.0; above 2 they may be skipped.
 ///
-/// Threads: a stream is driven by one thread at a time; different streams are independent.
+/// Threads: a stream is driven by one thread at a time; different streams are independent. Any
+/// thread may meanwhile call clock and requestSpeed.
 ///
-/// Real time: process and flush into given room neither allocate nor lock, as long as room is given
-/// for all that comes out, or input as inputFramesFor asks. setSpeed may allocate. A change of
-/// speed processes 0.1 to 0.4 seconds of media in the call in which it is heard: on a desktop core,
-/// for each pair of channels, under 1 ms from speed 0.3 up, 4 ms at 0.125.
+/// Real time: once made with Options, a stream never allocates, frees, locks or calls the system
+/// (but for a std::vector that it is to fill), and throws nothing but what a speed out of range or a
+/// reader throws. Made without, it does so only when more waits inside than ever before: output for
+/// which there was no room, or more than 64 changes. No call does more than the work for the frames
+/// that it gives, the rest of a hop, and what a change that takes a fade needs (see setSpeed). With
+/// Options the work for a hop of output is also spread over the frames of the one before, so that
+/// short buffers cost much the same; for that its input is needed up to a hop earlier.
 #ifndef VELORA_STREAM_HPP
 #define VELORA_STREAM_HPP
 
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 #if __cplusplus >= 202002L
 #include <span>
 #endif
 
-#include <velora/detail/stream_sound.hpp>
-#include <velora/detail/stream_timing.hpp>
+#include <velora/vsp_c.h>
 
 namespace velora {
+
+/// What the speeds 0.5, 0.25 and 0.125 do to the pitch. Every other speed keeps it.
+enum class Pitch {
+    keep = VELORA_PITCH_KEEP, ///< as at every other speed
+    drop = VELORA_PITCH_DROP  ///< as on a slowed tape: the sample-rate converter, not the vocoder
+};
+
+/// Format of a stream whose samples are std::int32_t holding sign-extended 24-bit values,
+/// -8388608..8388607.
+struct Int24In32 {};
+
+/// What a stream is made for, so that it can take all its memory at once.
+struct Options {
+    Pitch pitch = Pitch::keep;
+    double slowest = VELORA_SLOWEST; ///< 0.125 to 1: the slowest speed that will be set
+    double fastest = VELORA_FASTEST; ///< 1 to 8
+    /// Frames of input, 1 to 2^30, that may wait inside because output has no room: as many as the
+    /// longest block that is passed to process at once without room for all that comes of it.
+    std::int64_t longestBlock = 4096;
+    /// Speeds that are planned, and jumps that are not heard yet, 1 to 2^20.
+    std::int64_t changes = 64;
+};
+
+/// Where a stream was after the last call that moved it.
+struct Clock {
+    std::int64_t mediaFrame;  ///< that the next frame of output sounds
+    std::int64_t outputFrame; ///< frames that came out since the start or the last seek
+    double speed;             ///< of the next frame of output
+    std::int64_t seeks;       ///< and resets, since the stream was made
+};
+
+namespace detail {
+
+template <class Format>
+struct FormatTraits; // undefined for what no engine speaks
+
+template <>
+struct FormatTraits<std::int16_t> {
+    using Sample = std::int16_t;
+    static constexpr int kFormat = VELORA_INT16;
+};
+template <>
+struct FormatTraits<Int24In32> {
+    using Sample = std::int32_t;
+    static constexpr int kFormat = VELORA_INT24_IN_32;
+};
+template <>
+struct FormatTraits<std::int32_t> {
+    using Sample = std::int32_t;
+    static constexpr int kFormat = VELORA_INT32;
+};
+template <>
+struct FormatTraits<float> {
+    using Sample = float;
+    static constexpr int kFormat = VELORA_FLOAT;
+};
+
+} // namespace detail
 
 /// One stream of 1 to 32 channels.
 /// @tparam Format  float (full scale -1..1), std::int16_t, std::int32_t, or velora::Int24In32 for
 ///                 24-bit values in std::int32_t samples
 ///
-/// A Stream can be moved, not copied; a moved-from one can only be assigned to or destroyed.
+/// A Stream can be moved, not copied. A moved-from one takes nothing and gives nothing: its counts
+/// are 0.
 ///
 /// Wherever frames go in or come out they may be interleaved (`Sample*`) or planar
 /// (`Sample* const*`, one pointer for each channel), from call to call. Input and output must not
-/// overlap. What comes out doesn't depend on how input is cut into blocks.
+/// overlap. What comes out doesn't depend on how input is cut into blocks. A null pointer for more
+/// than 0 frames takes nothing and gives nothing.
 template <class Format = float>
 class Stream {
 public:
     using Sample = typename detail::FormatTraits<Format>::Sample;
 
-    static constexpr double kSlowest = 0.125;
-    static constexpr double kFastest = 8.0;
-    static constexpr int kLowestRate = 8000;    ///< Hz
-    static constexpr int kHighestRate = 192000; ///< Hz
-    static constexpr int kMostChannels = 32;
+    static constexpr double kSlowest = VELORA_SLOWEST;
+    static constexpr double kFastest = VELORA_FASTEST;
+    static constexpr int kLowestRate = VELORA_LOWEST_RATE;   ///< Hz
+    static constexpr int kHighestRate = VELORA_HIGHEST_RATE; ///< Hz
+    static constexpr int kMostChannels = VELORA_MOST_CHANNELS;
+    /// maxOutputFrames is exact up to here, and an upper bound above; inputFramesFor takes more for
+    /// this many.
+    static constexpr std::size_t kMostFrames = std::size_t(1) << 28;
 
-    /// A stream at speed 1.0.
-    /// @param sampleRate  8000 to 192000 Hz. The engine is made for 8000, 11025, 12000,
-    ///                    16000, 22050, 24000, 32000, 44100, 48000, 64000, 88200, 96000,
-    ///                    128000, 176400 and 192000.
+    /// A stream at speed 1.0, for every speed, any block and any number of changes.
+    /// @param sampleRate  8000 to 192000 Hz. The engine is made for 8000, 11025, 12000, 16000,
+    ///                    22050, 24000, 32000, 44100, 48000, 64000, 88200, 96000, 128000, 176400
+    ///                    and 192000.
     /// @param channels    1 to 32. All stay in step whatever they carry: an onset found in one pair
     ///                    (1 and 2, 3 and 4, ...) counts for all. Only where an onset in one pair
-    ///                    comes up to 75 ms before one that all share may the latter be up to
-    ///                    2.5 hops apart.
+    ///                    comes up to 75 ms before one that all share may the latter be up to 2.5
+    ///                    hops apart.
     /// @param pitch       what speeds 0.5, 0.25 and 0.125 do to it
     /// @throws std::invalid_argument for a rate or channels out of range; std::bad_alloc
     Stream(int sampleRate, int channels, Pitch pitch = Pitch::keep)
     {
-        require(sampleRate >= kLowestRate && sampleRate <= kHighestRate, "sample rate",
-                std::to_string(sampleRate) + " Hz", "8000 to 192000 Hz");
-        require(channels >= 1 && channels <= kMostChannels, "channel count",
-                std::to_string(channels), "1 to 32");
-        self = std::make_unique<Self>(channels, sampleRate, pitch);
+        velora_options any = VELORA_OPTIONS;
+        any.pitch = int(pitch);
+        any.longest_block = 0;
+        any.changes = 0;
+        open(sampleRate, channels, any);
     }
 
-    int sampleRate() const { return self->sound.rate.sampleRate; } ///< Hz
-    int channels() const { return self->sound.channels; }
-
-    /// Sets the speed: 2.0 is twice as fast. Takes effect with the next frame that comes out,
-    /// behind those that wait inside for room; between speeds that need no fade (see above), some
-    /// two hops later. Ends what was planned. Of several calls without a process between them the
-    /// last one counts. After flush it still changes the speed of the rest.
-    /// @throws std::invalid_argument outside 0.125 to 8 or for "not a number"; std::bad_alloc. The
-    ///         stream then goes on as it was.
-    void setSpeed(double speed)
+    /// A stream at speed 1.0 that takes all its memory now.
+    /// @throws std::invalid_argument for what is out of range; std::bad_alloc
+    Stream(int sampleRate, int channels, const Options& options)
     {
-        const auto voice = voiceAt(speed);
-        detail::TimeMap& map = self->sound.map;
-        detail::Schedule& schedule = self->schedule;
-        const std::int64_t output = schedule.changeFrame(voice);
-        if (voice.speed == map.last().speed && map.last().output <= double(output))
-            return;
-        self->sound.prepare(voice, schedule);
-        if (schedule.joining)
-            map.cut(schedule.joinOutput);
-        map.turnAtOutput(output, voice.speed);
-        schedule.replan(map.size() - 1, self->sound);
+        require(options.longestBlock > 0, "longestBlock", std::to_string(options.longestBlock),
+                "1 to 2^30 frames");
+        require(options.changes > 0, "changes", std::to_string(options.changes), "1 to 2^20");
+        velora_options all = VELORA_OPTIONS;
+        all.pitch = int(options.pitch);
+        all.slowest = options.slowest;
+        all.fastest = options.fastest;
+        all.longest_block = options.longestBlock;
+        all.changes = options.changes;
+        open(sampleRate, channels, all);
     }
 
-    /// Plans a change of speed from media frame `mediaFrame` on, exact to the frame of output. Plan
-    /// in order of time, as many as are known: what was planned from there on is dropped. A ramp is
-    /// many small steps. A plan that comes too late is setSpeed: never, as long as `mediaFrame` is
-    /// five hops ahead of the input.
-    /// @returns the first output frame at which the speed holds
-    /// @throws  as setSpeed
+    int sampleRate() const { return velora_stream_sample_rate(self.get()); } ///< Hz
+    int channels() const { return velora_stream_channels(self.get()); }
+
+    // ---- Speeds; 2.0 is twice as fast. ----
+    // @throws std::invalid_argument out of range (0.125 to 8, or as Options say) or for "not a
+    //         number"; the stream then goes on as it was.
+
+    /// Sets the speed. Takes effect with the next frame that comes out; between speeds that need no
+    /// fade (see above), some two hops later. Ends what was planned. Of several calls without a
+    /// process between them the last one counts. After flush it still changes the speed of the rest.
+    /// @param withinFrames  where it takes a fade, that comes so many frames of output from now, and
+    ///                      the work for it is spread over the calls up to there (over at most 8
+    ///                      hops). With 0 it is done in the call that comes next: that of some 20
+    ///                      hops of output.
+    void setSpeed(double speed, std::int64_t withinFrames = 0)
+    {
+        check(velora_stream_set_speed_within(self.get(), speed, withinFrames), speed);
+    }
+
+    /// Plans a change of speed from media frame `mediaFrame` on, exact to the frame of output, in
+    /// any order: it holds up to the next planned one. A plan for a frame that has one replaces
+    /// that. A ramp is many small steps. A plan that comes too late takes effect as soon as setSpeed
+    /// would; it is never late as long as `mediaFrame` is five hops ahead of the input. The work for
+    /// a fade is spread over the eight hops of output before it.
+    /// @returns the first output frame at which the speed holds, as things stand; -1, with nothing
+    ///          planned, if as many changes are in force as Options say
     std::int64_t setSpeedAt(std::int64_t mediaFrame, double speed)
     {
-        const auto voice = voiceAt(speed);
-        detail::TimeMap& map = self->sound.map;
-        detail::Schedule& schedule = self->schedule;
-        const double media = fromStart(mediaFrame);
-        const double output = map.outputAt(media);
-        if (std::ceil(output) < double(schedule.firstTurn(voice, output))) {
-            const std::int64_t now = schedule.changeFrame(voice);
-            setSpeed(speed);
-            return now;
-        }
-        self->sound.prepare(voice, schedule);
-        map.turnAtMedia(media, voice.speed);
-        schedule.replan(map.size() - 1, self->sound);
-        return std::int64_t(std::ceil(output));
+        const std::int64_t output = velora_stream_set_speed_at(self.get(), mediaFrame, speed);
+        if (output == VELORA_ERROR_CHANGES)
+            return -1;
+        return check(output, speed);
     }
 
+    /// Forgets what is planned.
+    void clearPlans() { velora_stream_clear_plans(self.get()); }
+
     /// The speed last set or planned.
-    double speed() const { return self->sound.map.last().speed; }
+    double speed() const { return velora_stream_speed(self.get()); }
+    /// The speed of an output frame, planned ones included.
+    double speedAt(std::int64_t outputFrame) const
+    {
+        return velora_stream_speed_at(self.get(), outputFrame);
+    }
+
+    /// From any thread: the next call that processes sets this speed. Of several the last one
+    /// counts.
+    void requestSpeed(double speed)
+    {
+        check(velora_stream_request_speed(self.get(), speed), speed);
+    }
 
     // ---- Processing ----
-    // Takes all of the input, and gives what has come out, up to `room` frames; the rest stays
-    // inside and comes first in the next call. Returns the frames given. With `room` of at least
-    // maxOutputFrames(frames) nothing stays. Once flush was called, process ignores its input and
-    // goes on with the rest, until reset or seek.
+    // Takes the input, and gives what comes out, up to `room` frames; the rest waits inside. Returns
+    // the frames given. With `room` of at least maxOutputFrames(frames) nothing waits. Of more input
+    // than may wait (see Options) the last frames are not taken: inputFrames tells how many were.
+    // Once flush was called, process ignores its input and goes on with the rest, until reset or
+    // seek. Nothing is written behind the frames returned.
     //
-    // Errors: none, but std::bad_alloc from a vector, or from a stream in which output piles up
-    // because it isn't given the room. inputFrames and outputFrames then tell how far it came; it
-    // goes on from there. Nothing is written behind the frames returned.
+    // @throws std::bad_alloc, without Options: a part of the call has been done; inputFrames and
+    //         outputFrames tell how much, and the next call goes on from there
 
     std::size_t process(const Sample* in, std::size_t frames, Sample* out, std::size_t room)
     {
-        return run(interleaved(in), frames, interleaved(out), room);
+        return count(velora_stream_process(self.get(), in, signedOf(frames), out, signedOf(room)));
     }
     std::size_t process(const Sample* const* in, std::size_t frames, Sample* const* out,
                         std::size_t room)
     {
-        return run(planar(in), frames, planar(out), room);
+        const Planes<const void> from(in, channels());
+        const Planes<void> to(out, channels());
+        return count(velora_stream_process_planar(self.get(), from.pointers(), signedOf(frames),
+                                                  to.pointers(), signedOf(room)));
     }
 
     /// These append to `out` all that comes out, and return how many frames that is. A last frame
@@ -173,31 +261,40 @@ public:
         const std::size_t before = out.size();
         const std::size_t room = maxOutputFrames(frames);
         out.resize(before + room * width());
-        return process(in, frames, out.data() + before, room);
+        const std::size_t given = process(in, frames, out.data() + before, room);
+        out.resize(before + given * width());
+        return given;
     }
     std::size_t process(const std::vector<Sample>& in, std::vector<Sample>& out)
     {
-        return process(in.data(), in.size() / width(), out);
+        return process(in.data(), framesIn(in.size()), out);
     }
 #if __cplusplus >= 202002L
     std::size_t process(std::span<const Sample> in, std::span<Sample> out)
     {
-        return process(in.data(), in.size() / width(), out.data(), out.size() / width());
+        return process(in.data(), framesIn(in.size()), out.data(), framesIn(out.size()));
     }
 #endif
 
     /// Ends the stream and gives what is still inside, up to `room` frames; call it again while it
-    /// returns `room`. All that process and flush have given is then round(N / speed) frames for N
-    /// frames of input if the speed was set before the first; in any case, outputFrameOf(the media
-    /// frame behind the last one).
+    /// returns `room`. All that process and flush have given is then outputFrameOf(the media frame
+    /// behind the last one): round(N / speed) frames for N frames of input if the speed was set
+    /// before the first.
     std::size_t flush(Sample* out, std::size_t room)
     {
-        return finish(interleaved(out), room);
+        return count(velora_stream_flush(self.get(), out, signedOf(room)));
     }
     std::size_t flush(Sample* const* out, std::size_t room)
     {
-        return finish(planar(out), room);
+        const Planes<void> to(out, channels());
+        return count(velora_stream_flush_planar(self.get(), to.pointers(), signedOf(room)));
     }
+#if __cplusplus >= 202002L
+    std::size_t flush(std::span<Sample> out)
+    {
+        return flush(out.data(), framesIn(out.size()));
+    }
+#endif
 
     /// Appends the whole rest to `out` and returns how many frames that is.
     std::size_t flush(std::vector<Sample>& out)
@@ -215,136 +312,181 @@ public:
         return total;
     }
 
+    /// Fills `out` with `frames` frames, interleaved, for which it calls
+    /// `std::size_t read(Sample* buffer, std::size_t n)` as often as it takes, n at most 1024: read
+    /// writes up to n frames and returns how many. Where it gives less than n, the stream ends, as
+    /// by flush. Returns the frames given: fewer than `frames` only at the end. What read throws
+    /// comes through: nothing of that piece is taken, and what `out` holds of this call is lost.
+    template <class Read>
+    std::size_t pull(Sample* out, std::size_t frames, Read&& read)
+    {
+        std::size_t given = 0;
+        for (bool atEnd = out == nullptr; given < frames && !atEnd;) {
+            process(pulled.data(), 0, out, 0); // a speed that was requested counts from here on
+            const std::size_t wanted = least(inputFramesFor(frames - given), kPullFrames);
+            const std::size_t got =
+                wanted == 0 ? 0 : least(std::size_t(read(pulled.data(), wanted)), wanted);
+            const std::size_t more =
+                process(pulled.data(), got, out + given * width(), frames - given);
+            given += more;
+            atEnd = got < wanted || (wanted == 0 && more == 0);
+            if (got < wanted)
+                given += flush(out + given * width(), frames - given);
+        }
+        return given;
+    }
+
+    // ---- Places ----
+
     /// Makes the stream as new, at speed 1.0. Costs next to nothing.
     void reset()
     {
-        self->schedule = detail::Schedule(self->sound.rate);
-        self->sound.reset();
-        self->origin = 0;
-        self->ended = false;
+        velora_stream_reset(self.get());
     }
 
-    /// Starts anew from another place, at the speed last set; what was planned is dropped. The next
-    /// frame that goes in is media frame `mediaFrame`, which may be negative, the next one that
-    /// comes out is output frame 0 and sounds it.
+    /// Starts anew from another place, at the speed that sounds; what was planned is dropped. The
+    /// next frame that goes in is media frame `mediaFrame`, which may be negative, the next one that
+    /// comes out is output frame 0 and sounds it. The first few milliseconds are faded in, unless
+    /// mediaFrame is 0.
     void seek(std::int64_t mediaFrame)
     {
-        const double kept = speed();
-        reset();
-        self->origin = std::min(std::max(mediaFrame, -kFarthest), kFarthest);
-        setSpeed(kept);
+        velora_stream_seek(self.get(), mediaFrame);
+    }
+    /// The same, with what lies before that place: `frames` frames, interleaved, of which the last
+    /// 21 hops at most are used. Output then begins as if it had been playing before.
+    void seek(std::int64_t mediaFrame, const Sample* before, std::size_t frames)
+    {
+        velora_stream_seek_with(self.get(), mediaFrame, before, signedOf(frames));
+    }
+
+    /// The next frame that goes in is media frame `mediaFrame`; all that went in before still comes
+    /// out, and output frames go on: for loops, for silence that is left out, for the next piece.
+    /// The two are blended over a few milliseconds. Media frames in other calls are those of the
+    /// stretch that goes in from here on. After flush it does nothing.
+    /// @returns false, with nothing done, if as many jumps are in force as Options say
+    bool jump(std::int64_t mediaFrame)
+    {
+        return velora_stream_jump(self.get(), mediaFrame) == VELORA_OK;
     }
 
     // ---- Queries ----
     // None changes anything or allocates; all allow for what is inside and for a speed just set.
-    // Counts of frames beyond kMostFrames are taken as that; positions stay within 2^56.
-
-    static constexpr std::size_t kMostFrames = std::size_t(1) << 28;
+    // Positions stay within 2^56.
 
     /// Frames that the next process gives for `frames` frames of input if it has the room. Takes
     /// some 50 ns a hop.
     std::size_t maxOutputFrames(std::size_t frames) const
     {
-        if (self->ended)
-            return std::size_t(std::max<std::int64_t>(total() - self->schedule.taken, 0));
-        auto schedule = rehearse();
-        const detail::Rehearsal silent{self->sound.map};
-        for (std::int64_t left = bounded(frames); left > 0;) {
-            const std::int64_t part = std::min(left, schedule.untilBoundary());
-            schedule.accept(part, silent);
-            left -= part;
-        }
-        return std::size_t(available(schedule));
+        return sizeOf(velora_stream_max_output_frames(self.get(), signedOf(frames)));
     }
 
     /// The least input after which `frames` frames of output are there: 0 if they are already, or
-    /// if the stream was flushed. After a change of speed to `speed` that is speed * frames and up
-    /// to 8 + 3 * speed hops.
+    /// if the stream was flushed.
     std::size_t inputFramesFor(std::size_t frames) const
     {
-        auto schedule = rehearse();
-        const detail::Rehearsal silent{self->sound.map};
-        const std::int64_t before = schedule.input;
-        while (!self->ended && available(schedule) < bounded(frames)) {
-            const std::int64_t missing = bounded(frames) - available(schedule);
-            const std::int64_t part = schedule.untilBoundary();
-            schedule.accept(schedule.passesAtOnce() ? std::min(missing, part) : part, silent);
-        }
-        return std::size_t(schedule.input - before);
+        return sizeOf(velora_stream_input_frames_for(self.get(), signedOf(frames)));
+    }
+    /// The most that that can ever be.
+    std::size_t mostInputFrames(std::size_t frames) const
+    {
+        return sizeOf(velora_stream_most_input_frames(self.get(), signedOf(frames)));
     }
 
     /// Media inside the stream, in frames: from the next frame that will come out to the end of
     /// what has gone in. 0 at speed 1.0.
     std::int64_t latencyFrames() const
     {
-        return origin() + inputFrames() - mediaFrameOf(outputFrames());
+        return positive(velora_stream_latency_frames(self.get()));
     }
 
     /// Frames that went in, and frames that came out, since the start or the last seek.
     std::int64_t inputFrames() const
     {
-        return self->ended ? self->inputAtEnd : self->schedule.input;
+        return positive(velora_stream_input_frames(self.get()));
     }
     std::int64_t outputFrames() const
     {
-        return self->schedule.taken;
+        return positive(velora_stream_output_frames(self.get()));
     }
 
     /// Frames of input that the engine takes at a time: 128 at 8000, 11025 and 12000 Hz, 256 at
     /// 16000, 22050 and 24000, else 512 up to 48000, 1024 up to 96000, 2048 above.
     std::int64_t hopFrames() const
     {
-        return self->sound.rate.hop;
+        return positive(velora_stream_hop_frames(self.get()));
     }
 
     /// Output frame from which `speed` holds if it is set now.
     /// @throws std::invalid_argument as setSpeed
     std::int64_t changeFrame(double speed) const
     {
-        return self->schedule.changeFrame(voiceAt(speed));
+        return check(velora_stream_change_frame(self.get(), speed), speed);
     }
 
-    /// Media frame that an output frame sounds, to the nearest; right across changes of speed. For
-    /// frames that have not come out yet, as if no further change were set.
+    /// Media frame that an output frame sounds, to the nearest; right across changes of speed and
+    /// jumps that may still be heard. For frames that have not come out yet, as if no further change
+    /// were set.
     std::int64_t mediaFrameOf(std::int64_t outputFrame) const
     {
-        return origin() + toFrame(self->sound.map.mediaAt(double(outputFrame)));
+        return velora_stream_media_frame_of(self.get(), outputFrame);
     }
 
     /// Output frame at which a media frame sounds, to the nearest.
     std::int64_t outputFrameOf(std::int64_t mediaFrame) const
     {
-        return toFrame(self->sound.map.outputAt(fromStart(mediaFrame)));
+        return velora_stream_output_frame_of(self.get(), mediaFrame);
+    }
+
+    /// Where the stream is. From any thread, without waiting.
+    Clock clock() const
+    {
+        velora_clock now = {0, 0, 0.0, 0};
+        velora_stream_clock(self.get(), &now);
+        return {now.media_frame, now.output_frame, now.speed, now.seeks};
     }
 
 private:
-    struct Self {
-        Self(int channelCount, int sampleRate, Pitch pitch)
-            : sound(channelCount, sampleRate, pitch), schedule(sound.rate)
-        {
-        }
-        detail::Sounding<Format> sound;
-        detail::Schedule schedule;
-        std::int64_t origin = 0; // media frame of the first frame that went in
-        bool ended = false;
-        std::int64_t inputAtEnd = 0; // without the silence that flush adds
+    static constexpr std::size_t kPullFrames = 1024;
+
+    struct Destroy {
+        void operator()(velora_stream* stream) const { velora_stream_destroy(stream); }
     };
 
-    static constexpr std::int64_t kFarthest = std::int64_t(1) << 56;
+    // A caller's typed planes as the C interface takes them.
+    template <class Void>
+    class Planes {
+    public:
+        template <class Pointers>
+        Planes(Pointers planes, int channels) : given(planes != nullptr)
+        {
+            for (int channel = 0; given && channel < channels; ++channel)
+                copies[channel] = planes[channel];
+        }
+        Void* const* pointers() const { return given ? copies : nullptr; }
 
-    static std::int64_t toFrame(double position)
-    {
-        return std::llround(std::min(std::max(position, -double(kFarthest)), double(kFarthest)));
-    }
+    private:
+        bool given;
+        Void* copies[kMostChannels] = {};
+    };
 
-    static std::int64_t bounded(std::size_t frames)
+    void open(int sampleRate, int channels, const velora_options& options)
     {
-        return std::int64_t(std::min(frames, kMostFrames));
-    }
-
-    double fromStart(std::int64_t mediaFrame) const
-    {
-        return double(std::min(std::max(mediaFrame, -kFarthest), kFarthest) - origin());
+        velora_stream* made = nullptr;
+        const int error = velora_stream_open(&made, sampleRate, channels,
+                                             detail::FormatTraits<Format>::kFormat, &options);
+        self.reset(made);
+        if (error == VELORA_ERROR_MEMORY)
+            throw std::bad_alloc();
+        require(error != VELORA_ERROR_RATE, "sample rate", std::to_string(sampleRate) + " Hz",
+                "8000 to 192000 Hz");
+        require(error != VELORA_ERROR_CHANNELS, "channel count", std::to_string(channels),
+                "1 to 32");
+        if (error != VELORA_OK)
+            throw std::invalid_argument(std::string("velora::Stream: in its options ") +
+                                        velora_error_text(error));
+        pulled.resize(kPullFrames * width());
+        slowest = options.slowest;
+        fastest = options.fastest;
     }
 
     static void require(bool holds, const char* what, const std::string& value, const char* range)
@@ -354,149 +496,61 @@ private:
                                         "; it must be " + range);
     }
 
-    detail::Voice voiceAt(double speed) const
+    std::int64_t check(std::int64_t result, double speed) const
     {
-        if (!(speed >= kSlowest && speed <= kFastest)) { // "not a number" too
-            char value[32];
-            std::snprintf(value, sizeof value, "%.15g", speed);
-            require(false, "speed", value, "0.125 to 8");
-        }
-        return detail::Voice::at(speed, self->sound.rate.pitch);
+        if (result == VELORA_ERROR_SPEED)
+            require(false, "speed", text(speed), (text(slowest) + " to " + text(fastest)).c_str());
+        if (result == VELORA_ERROR_MEMORY)
+            throw std::bad_alloc();
+        return result;
+    }
+
+    static std::string text(double number)
+    {
+        char digits[32];
+        std::snprintf(digits, sizeof digits, "%.15g", number);
+        return digits;
+    }
+
+    // An error that a wrong argument causes is "nothing was given".
+    static std::size_t count(std::int64_t result)
+    {
+        if (result == VELORA_ERROR_MEMORY)
+            throw std::bad_alloc();
+        return sizeOf(result);
+    }
+    static std::int64_t positive(std::int64_t result)
+    {
+        return result < 0 ? 0 : result;
+    }
+    static std::size_t sizeOf(std::int64_t result)
+    {
+        constexpr std::uint64_t kMost = std::size_t(-1); // less than a count where it has 32 bits
+        const auto size = std::uint64_t(positive(result));
+        return std::size_t(size < kMost ? size : kMost);
+    }
+    static std::int64_t signedOf(std::size_t frames)
+    {
+        return std::int64_t(least(frames, std::size_t(-1) >> 1));
+    }
+    static std::size_t least(std::size_t a, std::size_t b)
+    {
+        return a < b ? a : b;
     }
 
     std::size_t width() const
     {
         return std::size_t(channels());
     }
-    std::int64_t origin() const
+    std::size_t framesIn(std::size_t samples) const
     {
-        return self->origin;
+        return self ? samples / width() : 0;
     }
 
-    // A view of the caller's samples: view(channel) points to the channel's
-    // first sample, and frames are view.stride apart.
-    template <class Pointer>
-    struct Interleaved {
-        Pointer first;
-        int stride;
-        Pointer operator()(int channel) const { return first + channel; }
-    };
-    template <class Pointers>
-    struct Planar {
-        Pointers first;
-        int stride;
-        auto operator()(int channel) const { return first[channel]; }
-    };
-    template <class Pointer>
-    Interleaved<Pointer> interleaved(Pointer first) const
-    {
-        return {first, channels()};
-    }
-    template <class Pointers>
-    Planar<Pointers> planar(Pointers first) const
-    {
-        return {first, 1};
-    }
-
-    template <class In, class Out>
-    std::size_t run(In in, std::size_t frames, Out out, std::size_t room)
-    {
-        if (self->ended)
-            return finish(out, room);
-        self->schedule.proceed(self->sound);
-        std::int64_t given = give(out, 0, room);
-        const std::int64_t all = std::int64_t(frames);
-        for (std::int64_t done = 0; done < all;) {
-            const std::int64_t part = std::min(all - done, self->schedule.untilBoundary());
-            take(in, done, part);
-            given += give(out, given, room);
-            done += part;
-        }
-        return std::size_t(given);
-    }
-
-    template <class Out>
-    std::size_t finish(Out out, std::size_t room)
-    {
-        if (!self->ended) {
-            self->inputAtEnd = self->schedule.input;
-            self->ended = true;
-        }
-        self->schedule.proceed(self->sound);
-        std::int64_t given = give(out, 0, room);
-        while (given < std::int64_t(room) && self->schedule.taken < total()) {
-            pad();
-            given += give(out, given, room);
-        }
-        return std::size_t(given);
-    }
-
-    /// Silence up to the next hop boundary.
-    void pad()
-    {
-        const std::int64_t frames = self->schedule.untilBoundary();
-        std::fill_n(self->sound.input.append(frames), frames * channels(), Sample(0));
-        accept(frames);
-    }
-
-    template <class In>
-    void take(In in, std::int64_t from, std::int64_t frames)
-    {
-        Sample* const to = self->sound.input.append(frames);
-        for (int channel = 0; channel < channels(); ++channel) {
-            const Sample* const source = in(channel) + from * in.stride;
-            for (std::int64_t n = 0; n < frames; ++n)
-                to[n * channels() + channel] = source[n * in.stride];
-        }
-        accept(frames);
-    }
-
-    void accept(std::int64_t frames)
-    {
-        self->schedule.accept(frames, self->sound);
-        self->sound.dropHistory(self->schedule);
-    }
-
-    /// Hands out what is ready, behind the `given` frames that stand in `out` already.
-    template <class Out>
-    std::int64_t give(Out out, std::int64_t given, std::size_t room)
-    {
-        std::int64_t& taken = self->schedule.taken;
-        const std::int64_t frames = std::min(std::int64_t(room) - given, available(self->schedule));
-        if (frames <= 0)
-            return 0;
-        const Sample* const from = self->sound.output.at(taken);
-        for (int channel = 0; channel < channels(); ++channel) {
-            Sample* const to = out(channel) + given * out.stride;
-            for (std::int64_t n = 0; n < frames; ++n)
-                to[n * out.stride] = from[n * channels() + channel];
-        }
-        taken += frames;
-        self->sound.output.dropBefore(taken);
-        return frames;
-    }
-
-    std::int64_t available(const detail::Schedule& schedule) const
-    {
-        const std::int64_t end =
-            self->ended ? std::min(schedule.ready(), total()) : schedule.ready();
-        return std::max<std::int64_t>(end - schedule.taken, 0);
-    }
-
-    /// Length of the whole output of a stream that has ended.
-    std::int64_t total() const
-    {
-        return toFrame(self->sound.map.outputAt(double(self->inputAtEnd)));
-    }
-
-    detail::Schedule rehearse() const
-    {
-        detail::Schedule schedule = self->schedule;
-        schedule.proceed(detail::Rehearsal{self->sound.map});
-        return schedule;
-    }
-
-    std::unique_ptr<Self> self;
+    std::unique_ptr<velora_stream, Destroy> self;
+    std::vector<Sample> pulled; // what pull has read last
+    double slowest = kSlowest;
+    double fastest = kFastest;
 };
 
 } // namespace velora

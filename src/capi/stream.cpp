@@ -1,89 +1,115 @@
-// The C interface: picks the Stream for a format known only at run time, and turns exceptions into
-// error codes.
+// The C interface: checks what C can get wrong, and lets no exception out.
 
 #include <velora/vsp_c.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <stdexcept>
-#include <type_traits>
-#include <utility>
-#include <variant>
+#include <new>
+#include <vector>
 
-#include <velora/stream.hpp>
+#include <velora/vsp.h>
 
-namespace {
-
-using AnyStream =
-    std::variant<velora::Stream<std::int16_t>, velora::Stream<velora::Int24In32>,
-                 velora::Stream<std::int32_t>, velora::Stream<float>>; // in order of velora_format
-
-template <class Stream>
-using SampleOf = typename std::decay_t<Stream>::Sample;
-
-// The caller's planes, as pointers to samples.
-template <class Sample, class Plane>
-std::array<Sample*, velora::Stream<>::kMostChannels> typed(Plane* const* planes, int channels)
-{
-    std::array<Sample*, velora::Stream<>::kMostChannels> pointers{};
-    for (int channel = 0; channel < channels; ++channel)
-        pointers[std::size_t(channel)] = static_cast<Sample*>(planes[channel]);
-    return pointers;
-}
-
-template <std::size_t index = 0>
-AnyStream makeStream(std::size_t format, int sampleRate, int channels, velora::Pitch pitch)
-{
-    if constexpr (index + 1 < std::variant_size_v<AnyStream>)
-        if (format != index)
-            return makeStream<index + 1>(format, sampleRate, channels, pitch);
-    return AnyStream(std::in_place_index<index>, sampleRate, channels, pitch);
-}
-
-} // namespace
+#include "convert/bridge.h"
+#include "stream/stream.h"
 
 struct velora_stream {
-    AnyStream any;
+    explicit velora_stream(const vsp::StreamSettings& settings)
+        : stream(settings), pulled(std::size_t(kPullFrames * settings.channels *
+                                               vsp::bytesPerFrame(settings.depth) / 2))
+    {
+    }
+
+    static constexpr std::int64_t kPullFrames = 1024;
+
+    vsp::Stream stream;
+    std::vector<std::byte> pulled; // what was read last
 };
 
 namespace {
 
-/// Runs `call` on the stream of whichever format.
-/// @returns what it returns, 0 if that is nothing; or an error
-template <class Handle, class Call>
-std::int64_t with(Handle* stream, Call call) noexcept
-{
-    if (stream == nullptr)
-        return VELORA_ERROR_ARGUMENT;
-    try {
-        return std::visit(
-            [&](auto& typedStream) -> std::int64_t {
-                if constexpr (std::is_void_v<decltype(call(typedStream))>) {
-                    call(typedStream);
-                    return VELORA_OK;
-                } else {
-                    return std::int64_t(call(typedStream));
-                }
-            },
-            stream->any);
-    } catch (const std::invalid_argument&) {
-        return VELORA_ERROR_SPEED; // all that a stream once made can object to
-    } catch (...) {
-        return VELORA_ERROR_MEMORY;
-    }
-}
+using vsp::Destination;
+using vsp::Source;
 
 bool isBuffer(const void* buffer, std::int64_t frames)
 {
     return frames == 0 || (frames > 0 && buffer != nullptr);
 }
 
-template <class Pointers>
-bool anyNull(const Pointers& planes, std::int64_t frames, int channels)
+template <class Plane>
+bool arePlanes(Plane* const* planes, std::int64_t frames, int channels)
 {
-    return frames > 0 && std::count(planes.begin(), planes.begin() + channels, nullptr) > 0;
+    if (!isBuffer(planes, frames))
+        return false;
+    return frames == 0 || std::count(planes, planes + channels, nullptr) == 0;
+}
+
+/// Runs `call`, which only runs out of memory, if at all.
+template <class Call>
+std::int64_t guarded(Call call) noexcept
+{
+    try {
+        return std::int64_t(call());
+    } catch (...) {
+        return VELORA_ERROR_MEMORY;
+    }
+}
+
+/// The same for a call that returns nothing.
+template <class Call>
+int done(Call call) noexcept
+{
+    return int(guarded([&] {
+        call();
+        return VELORA_OK;
+    }));
+}
+
+template <class Question>
+std::int64_t ask(const velora_stream* stream, Question question)
+{
+    return stream == nullptr ? std::int64_t(VELORA_ERROR_ARGUMENT) : question(stream->stream);
+}
+
+std::int64_t processPlanes(velora_stream* stream, const void* const* in, std::int64_t frames,
+                           void* const* out, std::int64_t room)
+{
+    if (stream == nullptr)
+        return VELORA_ERROR_ARGUMENT;
+    const int channels = stream->stream.settings().channels;
+    if (!arePlanes(in, frames, channels) || !arePlanes(out, room, channels))
+        return VELORA_ERROR_ARGUMENT;
+    return guarded([&] {
+        return stream->stream.process(Source{nullptr, in, 0}, frames, Destination{nullptr, out, 0},
+                                      room);
+    });
+}
+
+template <class Sample>
+std::int64_t processTyped(velora_stream* stream, Sample* const* in, std::int64_t frames,
+                          Sample* const* out, std::int64_t room, bool isFormat)
+{
+    if (stream != nullptr && !isFormat)
+        return VELORA_ERROR_FORMAT;
+    const void* from[VELORA_MOST_CHANNELS] = {};
+    void* to[VELORA_MOST_CHANNELS] = {};
+    const int channels = stream == nullptr ? 0 : stream->stream.settings().channels;
+    if (in != nullptr)
+        std::copy(in, in + channels, from);
+    if (out != nullptr)
+        std::copy(out, out + channels, to);
+    return processPlanes(stream, in == nullptr ? nullptr : from, frames,
+                         out == nullptr ? nullptr : to, room);
+}
+
+bool hasDepth(const velora_stream* stream, Velora_BitDepth_T depth)
+{
+    return stream != nullptr && stream->stream.settings().depth == depth;
+}
+
+int make(velora_stream** stream, const vsp::StreamSettings& settings)
+{
+    return done([&] { *stream = new velora_stream(settings); });
 }
 
 } // namespace
@@ -94,17 +120,20 @@ const char* velora_error_text(int error)
     case VELORA_OK:
         return "no error";
     case VELORA_ERROR_ARGUMENT:
-        return "an argument is a null pointer, a negative count or an unknown pitch";
+        return "an argument is a null pointer, a negative count or an option out of range";
     case VELORA_ERROR_RATE:
         return "the sample rate is out of range; it must be 8000 to 192000 Hz";
     case VELORA_ERROR_CHANNELS:
         return "the channel count is out of range; it must be 1 to 32";
     case VELORA_ERROR_FORMAT:
-        return "the sample format is unknown; it must be one of enum velora_format";
+        return "the sample format is unknown, or not the stream's; it must be one of enum "
+               "velora_format";
     case VELORA_ERROR_SPEED:
-        return "the speed is out of range; it must be 0.125 to 8";
+        return "the speed is out of range; it must be 0.125 to 8, or as the stream's options say";
     case VELORA_ERROR_MEMORY:
         return "there is not enough memory";
+    case VELORA_ERROR_CHANGES:
+        return "as many changes of speed or jumps are in force as the stream was made for";
     default:
         return "unknown error";
     }
@@ -115,28 +144,45 @@ const char* velora_vsp_version(void)
     return VELORA_VSP_VERSION;
 }
 
-int velora_stream_create(velora_stream** stream, int sample_rate, int channels, int format,
-                         int pitch)
+int velora_stream_open(velora_stream** stream, int sample_rate, int channels, int format,
+                       const velora_options* options)
 {
-    using Any = velora::Stream<>; // limits are the same for every format
     if (stream == nullptr)
         return VELORA_ERROR_ARGUMENT;
     *stream = nullptr;
-    if (sample_rate < Any::kLowestRate || sample_rate > Any::kHighestRate)
+    if (options == nullptr)
+        return VELORA_ERROR_ARGUMENT;
+    if (sample_rate < VELORA_LOWEST_RATE || sample_rate > VELORA_HIGHEST_RATE)
         return VELORA_ERROR_RATE;
-    if (channels < 1 || channels > Any::kMostChannels)
+    if (channels < 1 || channels > VELORA_MOST_CHANNELS)
         return VELORA_ERROR_CHANNELS;
     if (format < VELORA_INT16 || format > VELORA_FLOAT)
         return VELORA_ERROR_FORMAT;
-    if (pitch != VELORA_PITCH_KEEP && pitch != VELORA_PITCH_DROP)
+    const bool speedsAreKnown = options->slowest >= VELORA_SLOWEST && options->slowest <= 1.0 &&
+                                options->fastest >= 1.0 && options->fastest <= VELORA_FASTEST;
+    if (!speedsAreKnown)
+        return VELORA_ERROR_SPEED;
+    constexpr std::int64_t kLongestBlock = std::int64_t(1) << 30;
+    constexpr std::int64_t kMostChanges = std::int64_t(1) << 20;
+    if (options->longest_block < 0 || options->longest_block > kLongestBlock ||
+        options->changes < 0 || options->changes > kMostChanges)
         return VELORA_ERROR_ARGUMENT;
-    try {
-        const auto kind = pitch == VELORA_PITCH_DROP ? velora::Pitch::drop : velora::Pitch::keep;
-        *stream = new velora_stream{makeStream(std::size_t(format), sample_rate, channels, kind)};
-        return VELORA_OK;
-    } catch (...) {
-        return VELORA_ERROR_MEMORY;
-    }
+    if (options->pitch != VELORA_PITCH_KEEP && options->pitch != VELORA_PITCH_DROP)
+        return VELORA_ERROR_ARGUMENT;
+    return make(stream,
+                vsp::StreamSettings{sample_rate, channels, Velora_BitDepth_T(format),
+                                    options->pitch == VELORA_PITCH_DROP, options->slowest,
+                                    options->fastest, options->longest_block, options->changes});
+}
+
+int velora_stream_create(velora_stream** stream, int sample_rate, int channels, int format,
+                         int pitch)
+{
+    velora_options options = VELORA_OPTIONS;
+    options.pitch = pitch;
+    options.longest_block = 0;
+    options.changes = 0;
+    return velora_stream_open(stream, sample_rate, channels, format, &options);
 }
 
 void velora_stream_destroy(velora_stream* stream)
@@ -144,130 +190,237 @@ void velora_stream_destroy(velora_stream* stream)
     delete stream;
 }
 
+int velora_stream_sample_rate(const velora_stream* stream)
+{
+    return stream == nullptr ? 0 : stream->stream.settings().sampleRate;
+}
+
+int velora_stream_channels(const velora_stream* stream)
+{
+    return stream == nullptr ? 0 : stream->stream.settings().channels;
+}
+
 int velora_stream_set_speed(velora_stream* stream, double speed)
 {
-    return int(with(stream, [=](auto& s) { s.setSpeed(speed); }));
+    return velora_stream_set_speed_within(stream, speed, 0);
+}
+
+int velora_stream_set_speed_within(velora_stream* stream, double speed, int64_t within_frames)
+{
+    if (stream == nullptr || within_frames < 0)
+        return VELORA_ERROR_ARGUMENT;
+    if (!stream->stream.takesSpeed(speed))
+        return VELORA_ERROR_SPEED;
+    return done([&] { stream->stream.setSpeed(speed, within_frames); });
 }
 
 int64_t velora_stream_set_speed_at(velora_stream* stream, int64_t media_frame, double speed)
 {
-    return with(stream, [=](auto& s) { return s.setSpeedAt(media_frame, speed); });
+    if (stream == nullptr)
+        return VELORA_ERROR_ARGUMENT;
+    if (!stream->stream.takesSpeed(speed))
+        return VELORA_ERROR_SPEED;
+    const std::int64_t output =
+        guarded([&] { return stream->stream.setSpeedAt(media_frame, speed); });
+    return output == -1 ? std::int64_t(VELORA_ERROR_CHANGES) : output;
+}
+
+int velora_stream_clear_plans(velora_stream* stream)
+{
+    if (stream == nullptr)
+        return VELORA_ERROR_ARGUMENT;
+    return done([&] { stream->stream.clearPlans(); });
 }
 
 double velora_stream_speed(const velora_stream* stream)
 {
-    return stream == nullptr ? 0.0
-                             : std::visit([](const auto& s) { return s.speed(); }, stream->any);
+    return stream == nullptr ? 0.0 : stream->stream.speed();
+}
+
+double velora_stream_speed_at(const velora_stream* stream, int64_t output_frame)
+{
+    return stream == nullptr ? 0.0 : stream->stream.speedAt(output_frame);
+}
+
+int velora_stream_request_speed(velora_stream* stream, double speed)
+{
+    if (stream == nullptr)
+        return VELORA_ERROR_ARGUMENT;
+    if (!stream->stream.takesSpeed(speed))
+        return VELORA_ERROR_SPEED;
+    stream->stream.requestSpeed(speed);
+    return VELORA_OK;
 }
 
 int64_t velora_stream_process(velora_stream* stream, const void* in, int64_t frames, void* out,
                               int64_t room)
 {
-    if (!isBuffer(in, frames) || !isBuffer(out, room))
+    if (stream == nullptr || !isBuffer(in, frames) || !isBuffer(out, room))
         return VELORA_ERROR_ARGUMENT;
-    return with(stream, [=](auto& s) {
-        using Sample = SampleOf<decltype(s)>;
-        return s.process(static_cast<const Sample*>(in), std::size_t(frames),
-                         static_cast<Sample*>(out), std::size_t(room));
+    return guarded([&] {
+        return stream->stream.process(Source{in, nullptr, 0}, frames, Destination{out, nullptr, 0},
+                                      room);
     });
 }
 
 int64_t velora_stream_process_planar(velora_stream* stream, const void* const* in, int64_t frames,
                                      void* const* out, int64_t room)
 {
-    if (!isBuffer(in, frames) || !isBuffer(out, room))
-        return VELORA_ERROR_ARGUMENT;
-    return with(stream, [=](auto& s) -> std::int64_t {
-        using Sample = SampleOf<decltype(s)>;
-        const auto from = typed<const Sample>(in, frames > 0 ? s.channels() : 0);
-        const auto to = typed<Sample>(out, room > 0 ? s.channels() : 0);
-        if (anyNull(from, frames, s.channels()) || anyNull(to, room, s.channels()))
-            return VELORA_ERROR_ARGUMENT;
-        return std::int64_t(
-            s.process(from.data(), std::size_t(frames), to.data(), std::size_t(room)));
-    });
+    return processPlanes(stream, in, frames, out, room);
+}
+
+int64_t velora_stream_process_int16(velora_stream* stream, int16_t* const* in, int64_t frames,
+                                    int16_t* const* out, int64_t room)
+{
+    return processTyped(stream, in, frames, out, room, hasDepth(stream, Velora_BitDepth_16));
+}
+
+int64_t velora_stream_process_int32(velora_stream* stream, int32_t* const* in, int64_t frames,
+                                    int32_t* const* out, int64_t room)
+{
+    return processTyped(stream, in, frames, out, room,
+                        hasDepth(stream, Velora_BitDepth_24) ||
+                            hasDepth(stream, Velora_BitDepth_32));
+}
+
+int64_t velora_stream_process_float(velora_stream* stream, float* const* in, int64_t frames,
+                                    float* const* out, int64_t room)
+{
+    return processTyped(stream, in, frames, out, room, hasDepth(stream, Velora_BitDepth_Float));
 }
 
 int64_t velora_stream_flush(velora_stream* stream, void* out, int64_t room)
 {
-    if (!isBuffer(out, room))
+    if (stream == nullptr || !isBuffer(out, room))
         return VELORA_ERROR_ARGUMENT;
-    return with(stream, [=](auto& s) {
-        return s.flush(static_cast<SampleOf<decltype(s)>*>(out), std::size_t(room));
-    });
+    return guarded([&] { return stream->stream.flush(Destination{out, nullptr, 0}, room); });
 }
 
 int64_t velora_stream_flush_planar(velora_stream* stream, void* const* out, int64_t room)
 {
-    if (!isBuffer(out, room))
+    if (stream == nullptr || !arePlanes(out, room, stream->stream.settings().channels))
         return VELORA_ERROR_ARGUMENT;
-    return with(stream, [=](auto& s) -> std::int64_t {
-        const auto to = typed<SampleOf<decltype(s)>>(out, room > 0 ? s.channels() : 0);
-        if (anyNull(to, room, s.channels()))
-            return VELORA_ERROR_ARGUMENT;
-        return std::int64_t(s.flush(to.data(), std::size_t(room)));
+    return guarded([&] { return stream->stream.flush(Destination{nullptr, out, 0}, room); });
+}
+
+int64_t velora_stream_pull(velora_stream* stream, void* out, int64_t frames, velora_read read,
+                           void* user)
+{
+    if (stream == nullptr || read == nullptr || !isBuffer(out, frames))
+        return VELORA_ERROR_ARGUMENT;
+    return guarded([&] {
+        vsp::Stream& s = stream->stream;
+        std::int64_t given = 0;
+        for (bool atEnd = false; given < frames && !atEnd;) {
+            const std::int64_t wanted =
+                std::min(s.inputFramesFor(frames - given), velora_stream::kPullFrames);
+            const std::int64_t got =
+                wanted == 0 ? 0
+                            : std::clamp<std::int64_t>(read(user, stream->pulled.data(), wanted), 0,
+                                                       wanted);
+            given += s.process(Source{stream->pulled.data(), nullptr, 0}, got,
+                               Destination{out, nullptr, given}, frames - given);
+            atEnd = got < wanted || s.hasEnded();
+            if (atEnd)
+                given += s.flush(Destination{out, nullptr, given}, frames - given);
+        }
+        return given;
     });
 }
 
 int velora_stream_reset(velora_stream* stream)
 {
-    return int(with(stream, [](auto& s) { s.reset(); }));
+    if (stream == nullptr)
+        return VELORA_ERROR_ARGUMENT;
+    return done([&] { stream->stream.reset(); });
 }
 
 int velora_stream_seek(velora_stream* stream, int64_t media_frame)
 {
-    return int(with(stream, [=](auto& s) { s.seek(media_frame); }));
+    return velora_stream_seek_with(stream, media_frame, nullptr, 0);
+}
+
+int velora_stream_seek_with(velora_stream* stream, int64_t media_frame, const void* before,
+                            int64_t frames)
+{
+    if (stream == nullptr || !isBuffer(before, frames))
+        return VELORA_ERROR_ARGUMENT;
+    const Source source{before, nullptr, 0};
+    return done([&] { stream->stream.seek(media_frame, source, frames); });
+}
+
+int velora_stream_jump(velora_stream* stream, int64_t media_frame)
+{
+    if (stream == nullptr)
+        return VELORA_ERROR_ARGUMENT;
+    return stream->stream.jump(media_frame) ? VELORA_OK : VELORA_ERROR_CHANGES;
 }
 
 int64_t velora_stream_max_output_frames(const velora_stream* stream, int64_t frames)
 {
-    if (frames < 0)
+    if (stream == nullptr || frames < 0)
         return VELORA_ERROR_ARGUMENT;
-    return with(stream, [=](const auto& s) { return s.maxOutputFrames(std::size_t(frames)); });
+    return stream->stream.maxOutputFrames(frames);
 }
 
 int64_t velora_stream_input_frames_for(const velora_stream* stream, int64_t frames)
 {
-    if (frames < 0)
+    if (stream == nullptr || frames < 0)
         return VELORA_ERROR_ARGUMENT;
-    return with(stream, [=](const auto& s) { return s.inputFramesFor(std::size_t(frames)); });
+    return stream->stream.inputFramesFor(frames);
+}
+
+int64_t velora_stream_most_input_frames(const velora_stream* stream, int64_t frames)
+{
+    if (stream == nullptr || frames < 0)
+        return VELORA_ERROR_ARGUMENT;
+    return stream->stream.mostInputFrames(frames);
 }
 
 int64_t velora_stream_latency_frames(const velora_stream* stream)
 {
-    return with(stream, [](const auto& s) { return s.latencyFrames(); });
+    return ask(stream, [](const vsp::Stream& s) { return s.latencyFrames(); });
 }
 
 int64_t velora_stream_input_frames(const velora_stream* stream)
 {
-    return with(stream, [](const auto& s) { return s.inputFrames(); });
+    return ask(stream, [](const vsp::Stream& s) { return s.inputFrames(); });
 }
 
 int64_t velora_stream_output_frames(const velora_stream* stream)
 {
-    return with(stream, [](const auto& s) { return s.outputFrames(); });
+    return ask(stream, [](const vsp::Stream& s) { return s.outputFrames(); });
 }
 
 int64_t velora_stream_hop_frames(const velora_stream* stream)
 {
-    return with(stream, [](const auto& s) { return s.hopFrames(); });
+    return ask(stream, [](const vsp::Stream& s) { return s.hopFrames(); });
 }
 
 int64_t velora_stream_change_frame(const velora_stream* stream, double speed)
 {
-    return with(stream, [=](const auto& s) { return s.changeFrame(speed); });
+    if (stream == nullptr)
+        return VELORA_ERROR_ARGUMENT;
+    if (!stream->stream.takesSpeed(speed))
+        return VELORA_ERROR_SPEED;
+    return stream->stream.changeFrame(speed, 0);
 }
 
 int64_t velora_stream_media_frame_of(const velora_stream* stream, int64_t output_frame)
 {
-    return stream == nullptr
-               ? 0
-               : with(stream, [=](const auto& s) { return s.mediaFrameOf(output_frame); });
+    return stream == nullptr ? 0 : stream->stream.mediaFrameOf(output_frame);
 }
 
 int64_t velora_stream_output_frame_of(const velora_stream* stream, int64_t media_frame)
 {
-    return stream == nullptr
-               ? 0
-               : with(stream, [=](const auto& s) { return s.outputFrameOf(media_frame); });
+    return stream == nullptr ? 0 : stream->stream.outputFrameOf(media_frame);
+}
+
+int velora_stream_clock(const velora_stream* stream, velora_clock* clock)
+{
+    if (stream == nullptr || clock == nullptr)
+        return VELORA_ERROR_ARGUMENT;
+    const vsp::Clock now = stream->stream.clock();
+    *clock = velora_clock{now.mediaFrame, now.outputFrame, now.speed, now.seeks};
+    return VELORA_OK;
 }

@@ -5,10 +5,9 @@
 #include <climits>
 #include <cstdint>
 
-#include <velora/detail/floating_point.hpp>
-
 #include "engine/scheduler.h"
 #include "engine/velora_vsp.h"
+#include "fixed/floating_point.h"
 
 using namespace vsp;
 

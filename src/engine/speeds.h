@@ -1,7 +1,7 @@
 // Which speeds there are, and which of them are special.
 #pragma once
 
-#include <velora/detail/floating_point.hpp>
+#include "fixed/floating_point.h"
 
 namespace vsp {
 

@@ -3,9 +3,8 @@
 
 #include <cstdint>
 
-#include <velora/detail/floating_point.hpp>
-
 #include "fixed/fixed.h"
+#include "fixed/floating_point.h"
 
 namespace vsp {
 

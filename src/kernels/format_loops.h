@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include <velora/detail/floating_point.hpp>
+#include "fixed/floating_point.h"
 
 namespace vsp::VSP_KERNEL_SET {
 

@@ -5,10 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
-
-#include <velora/detail/floating_point.hpp>
 #include <cstdint>
 
+#include "fixed/floating_point.h"
 #include "kernels/sizes.h"
 #include "vocoder/vocoder.h"
 

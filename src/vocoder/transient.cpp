@@ -6,8 +6,7 @@
 #include <iterator>
 #include <numeric>
 
-#include <velora/detail/floating_point.hpp>
-
+#include "fixed/floating_point.h"
 #include "kernels/sizes.h"
 #include "vocoder/frame_pipeline.h"
 #include "vocoder/vocoder.h"

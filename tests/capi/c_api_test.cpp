@@ -62,8 +62,9 @@ void expectSameAsStream(int format, double scale)
     EXPECT_EQ(velora_stream_change_frame(c.get(), 0.5), change);
     EXPECT_EQ(velora_stream_set_speed(c.get(), 0.5), VELORA_OK);
     EXPECT_EQ(velora_stream_speed(c.get()), 0.5);
-    EXPECT_EQ(velora_stream_set_speed_at(c.get(), 19000, 1.5),
-              velora_stream_output_frame_of(c.get(), 19000));
+    const int64_t planned = velora_stream_set_speed_at(c.get(), 19000, 1.5);
+    EXPECT_EQ(velora_stream_speed_at(c.get(), planned - 1), 0.5);
+    EXPECT_EQ(velora_stream_speed_at(c.get(), planned), 1.5);
     done +=
         velora_stream_process(c.get(), in.data() + 24000, 12000, out.data() + 2 * done, room(done));
     EXPECT_EQ(velora_stream_latency_frames(c.get()),
@@ -148,9 +149,9 @@ TEST(CInterface, AnswersEveryMistakeWithACodeAndEveryCodeWithAText)
     EXPECT_EQ(velora_stream_media_frame_of(nullptr, 5), 0);
 
     std::set<std::string> texts;
-    for (int code = VELORA_OK; code >= VELORA_ERROR_MEMORY - 1; --code)
+    for (int code = VELORA_OK; code >= VELORA_ERROR_CHANGES - 1; --code)
         texts.insert(velora_error_text(code));
-    EXPECT_EQ(texts.size(), 8u) << "each its own, an unknown one too";
+    EXPECT_EQ(texts.size(), 9u) << "each its own, an unknown one too";
 }
 
 TEST(CInterface, ExportsItsOwnNamesOnly)
@@ -162,7 +163,7 @@ TEST(CInterface, ExportsItsOwnNamesOnly)
         EXPECT_EQ(std::string(line).rfind("velora_", 0), 0u) << line;
     EXPECT_EQ(pclose(names), 0);
     EXPECT_GT(count, 10);
-    EXPECT_LT(count, 40);
+    EXPECT_LT(count, 60);
 }
 
 /// Bytes that a program writes when it reads `frames` frames of 16-bit stereo.

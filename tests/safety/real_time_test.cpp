@@ -1,6 +1,11 @@
 // The promise to audio threads: processing neither allocates nor locks nor calls the system.
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <mutex>
+#include <random>
 #include <tuple>
 #include <vector>
 
@@ -96,23 +101,61 @@ INSTANTIATE_TEST_SUITE_P(RatesAndFormats, EngineInRealTime,
                                                           Velora_BitDepth_32,
                                                           Velora_BitDepth_Float)));
 
-TEST(RealTime, HoldsForStreamsWhileSpeedsComeAndGo)
+// Everything that an application does to a stream on its audio thread, whatever comes.
+TEST(RealTime, HoldsForStreamsWhateverComes)
 {
-    velora::Stream<float> stream(96000, 3);
-    const std::vector<float> in(3 * 100000, 0.25f);
-    std::vector<float> out(3 * 512);
-    expectNone(watch([&] {
-        for (const double speed : {0.7, 1.0, 0.5, 3.0, 0.125, 8.0, 1.0}) {
-            stream.setSpeed(speed);
-            for (int buffer = 0; buffer < 100; ++buffer) {
-                const Section section("Stream", speed);
-                stream.process(in.data(), stream.inputFramesFor(512), out.data(), 512);
+    constexpr int kActions = 100000;
+    std::minstd_rand random(3);
+    const std::vector<float> in(3 * 70000, 0.25f);
+    std::vector<float> out(3 * 64);
+    const auto speed = [&] {
+        constexpr std::array kSpeeds = {0.125, 0.25, 0.3, 0.5, 0.7, 1.0, 1.3, 3.0, 8.0};
+        return kSpeeds[random() % kSpeeds.size()];
+    };
+    for (const velora::Pitch pitch : {velora::Pitch::keep, velora::Pitch::drop}) {
+        velora::Options options;
+        options.pitch = pitch;
+        velora::Stream<float> stream(44100, 3, options);
+        const auto place = [&] { return std::int64_t(random() % 100000); };
+        const auto act = [&] {
+            switch (random() % 12) {
+            case 0:
+                return stream.seek(place());
+            case 1:
+                return stream.seek(place(), in.data(), random() % 20000);
+            case 2:
+                return random() % 50 == 0 ? stream.reset() : stream.clearPlans();
+            case 3:
+                return void(stream.jump(place()));
+            case 4:
+            case 5:
+                return void(stream.setSpeedAt(stream.mediaFrameOf(stream.outputFrames()) + place(),
+                                              speed()));
+            case 6:
+                return stream.requestSpeed(speed());
+            case 7: // with too little room, or none
+                return void(stream.process(in.data(), random() % 3000, out.data(), random() % 64));
+            case 8:
+                return void(random() % 50 == 0 ? stream.flush(out.data(), 64) : 0);
+            default:
+                return stream.setSpeed(speed(), random() % 2 == 0 ? 0 : place() / 20);
             }
-        }
-        const Section section("Stream at its end", 1.0);
-        while (stream.flush(out.data(), 512) == 512) {
-        }
-    }));
+        };
+        expectNone(watch([&] {
+            for (int n = 0; n < kActions / 2; ++n) {
+                const Section section("action", n);
+                act();
+                if (n % 8 == 0) {
+                    stream.process(in.data(),
+                                   std::min<std::size_t>(stream.inputFramesFor(64), 70000),
+                                   out.data(), 64);
+                    stream.latencyFrames();
+                    stream.maxOutputFrames(1000);
+                    stream.clock();
+                }
+            }
+        }));
+    }
 }
 
 } // namespace

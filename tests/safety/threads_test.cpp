@@ -231,6 +231,39 @@ std::vector<std::vector<uint64_t>> play(size_t threadCount)
     return all;
 }
 
+// At speed 1.0 media and output frames are the same, so a clock that is put together from two
+// positions shows.
+TEST(Threads, ReadAStreamsClockWhileItRuns)
+{
+    velora::Stream<float> stream{48000, 2};
+    std::atomic<bool> done = false;
+    std::vector<std::thread> readers;
+    std::atomic<int> torn = 0, backwards = 0;
+    for (int n = 0; n < 3; ++n)
+        readers.emplace_back([&] {
+            std::int64_t last = 0;
+            while (!done) {
+                const velora::Clock clock = stream.clock();
+                torn += clock.mediaFrame != clock.outputFrame + 1000 * clock.seeks;
+                backwards += clock.seeks * 1000000 + clock.outputFrame < last;
+                last = clock.seeks * 1000000 + clock.outputFrame;
+                stream.requestSpeed(1.0);
+            }
+        });
+    const std::vector<float> in(2 * 100, 0.5f);
+    std::vector<float> out(2 * 100);
+    for (int round = 0; round < 20 * rounds(); ++round) {
+        stream.process(in.data(), 1 + std::size_t(round) % 100, out.data(), 100);
+        if (round % 97 == 0)
+            stream.seek(1000 * (round / 97 + 1));
+    }
+    done = true;
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(backwards, 0);
+}
+
 // On threads first: so they meet what a process sets up once while it is being set up.
 TEST(Threads, GiveEveryVoiceWhatItGivesAlone)
 {

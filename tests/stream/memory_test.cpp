@@ -91,7 +91,8 @@ void expectStrongGuarantee(Change change)
     const auto start = [&](Stream& stream, std::vector<std::int16_t>& out) {
         stream.setSpeed(0.8);
         stream.process(in, out);
-        stream.setSpeedAt(18000, 1.0);
+        for (int n = 0; n < 64; ++n) // all that there is room for
+            stream.setSpeedAt(13000 + 50 * n, n % 2 == 0 ? 1.0 : 0.9);
     };
     const auto finish = [&](Stream& stream, std::vector<std::int16_t>& out) {
         stream.process(in, out);
@@ -123,12 +124,7 @@ void expectStrongGuarantee(Change change)
         EXPECT_EQ(liveAllocations(), before) << "allocations: " << limit;
         return outcome.reached;
     });
-    EXPECT_GT(allocations, 3); // a bank of three engines
-}
-
-TEST(StreamMemory, AChangeThatFailsLeavesTheStreamAsItWas)
-{
-    expectStrongGuarantee([](Stream& stream) { stream.setSpeed(0.51); });
+    EXPECT_GT(allocations, 0);
 }
 
 TEST(StreamMemory, APlanThatFailsLeavesTheStreamAsItWas)
@@ -138,7 +134,7 @@ TEST(StreamMemory, APlanThatFailsLeavesTheStreamAsItWas)
 
 TEST(StreamMemory, OutputThatCannotPileUpIsMadeLater)
 {
-    const std::vector<std::int16_t> in = sawtooth(100000);
+    const std::vector<std::int16_t> in = sawtooth(400000);
     std::vector<std::int16_t> wanted;
     Stream reference(48000, kChannels);
     reference.setSpeed(0.3);
@@ -150,10 +146,10 @@ TEST(StreamMemory, OutputThatCannotPileUpIsMadeLater)
         stream.setSpeed(0.3);
         std::vector<std::int16_t> out;
         const Outcome outcome =
-            callWithin(limit, [&] { stream.process(in.data(), 100000, out.data(), 0); });
+            callWithin(limit, [&] { stream.process(in.data(), 400000, out.data(), 0); });
         EXPECT_EQ(outcome.thrown, outcome.reached);
         const std::size_t taken = std::size_t(stream.inputFrames());
-        stream.process(in.data() + taken * kChannels, 100000 - taken, out);
+        stream.process(in.data() + taken * kChannels, 400000 - taken, out);
         stream.flush(out);
         EXPECT_TRUE(out == wanted) << "allocations: " << limit;
         return outcome.reached;

@@ -186,13 +186,21 @@ TEST(Stream, OutputDoesNotDependOnBlocksAndTheQueriesAreExact)
         const Pitch pitch = seed % 5 == 0 ? Pitch::drop : Pitch::keep;
         const std::size_t frames = 60000;
         const auto in = noise<std::int16_t>(3 * frames, 9000, seed);
-        const auto changes = randomChanges(frames, seed % 2 == 0 ? 900 : 20000, seed + 7);
+        auto changes = randomChanges(frames, seed % 2 == 0 ? 900 : 20000, seed + 7);
+        // What is set is heard behind what was handed out; what is planned, where it was planned.
+        const bool isPlanned = seed % 3 == 0;
 
         Stream<std::int16_t> whole(rate, 3, pitch);
+        Stream<std::int16_t> cut(rate, 3, pitch);
+        if (isPlanned) {
+            for (auto* const stream : {&whole, &cut})
+                for (const auto& [at, speed] : changes)
+                    stream->setSpeedAt(std::int64_t(at), speed);
+            changes.clear();
+        }
         const auto expected = play(whole, in, changes);
         EXPECT_EQ(expected.size(), 3u * std::size_t(whole.outputFrameOf(frames)));
 
-        Stream<std::int16_t> cut(rate, 3, pitch);
         std::vector<std::int16_t> out;
         playBlocks(
             cut, frames, changes, [&] { return 1 + random() % (seed % 4 == 0 ? 300 : 5000); },
@@ -204,7 +212,7 @@ TEST(Stream, OutputDoesNotDependOnBlocksAndTheQueriesAreExact)
                     EXPECT_LT(cut.maxOutputFrames(needed - 1), wanted);
                 }
                 EXPECT_GE(cut.maxOutputFrames(needed), wanted);
-                const std::size_t room = random() % 3 == 0 ? random() % 700 : 100000;
+                const std::size_t room = isPlanned && random() % 3 == 0 ? random() % 700 : 100000;
                 const std::size_t before = out.size();
                 out.resize(before + 3 * room);
                 const std::size_t given =
@@ -454,7 +462,8 @@ TEST(Stream, ResetMakesItLikeNewAndSeekKeepsTheSpeed)
     fresh.reset();
     EXPECT_EQ(fresh.mediaFrameOf(0), 0);
     fresh.setSpeed(2.0);
-    EXPECT_TRUE(play(used, in) == play(fresh, in));
+    fresh.seek(7);
+    EXPECT_TRUE(play(used, in) == play(fresh, in)) << "faded in, wherever it begins";
     EXPECT_EQ(used.mediaFrameOf(used.outputFrames()), 1030000);
 }
 

@@ -1,7 +1,6 @@
 // What output that is the same on every machine asks of float and double arithmetic. Every file
 // whose results hang on it includes this, so that a build that would differ is refused.
-#ifndef VELORA_DETAIL_FLOATING_POINT_HPP
-#define VELORA_DETAIL_FLOATING_POINT_HPP
+#pragma once
 
 #include <cfloat>
 
@@ -19,5 +18,3 @@ static_assert(
     "double to a double. For 32-bit x86 build with -msse2 -mfpmath=sse");
 static_assert(FLT_RADIX == 2 && FLT_MANT_DIG == 24 && DBL_MANT_DIG == 53,
               "Velora VSP takes float and double for the types of IEEE 754");
-
-#endif

@@ -1,0 +1,202 @@
+// Frames in and out of pairs of channels, and the fades between two stretches.
+
+#include "stream/pair_queue.h"
+
+#include <algorithm>
+#include <cstring>
+#include <type_traits>
+
+#include "convert/bridge.h"
+#include "fixed/floating_point.h"
+
+namespace vsp {
+
+namespace {
+
+// One sample of every channel at a stride from the next.
+template <class Sample>
+struct Lane {
+    Sample* first;
+    std::int64_t stride;
+};
+
+template <class Sample, class Void>
+Lane<Sample> laneOf(const View<Void>& view, int channel, int channels)
+{
+    if (view.interleaved != nullptr)
+        return {static_cast<Sample*>(view.interleaved) + view.from * channels + channel, channels};
+    return {static_cast<Sample*>(view.planes[channel]) + view.from, 1};
+}
+
+template <class Sample>
+void gather(Sample* to, Lane<const Sample> left, Lane<const Sample> right, std::int64_t frames)
+{
+    for (std::int64_t n = 0; n < frames; ++n) {
+        to[2 * n] = left.first[n * left.stride];
+        to[2 * n + 1] = right.first[n * right.stride];
+    }
+}
+
+template <class Sample>
+void scatter(Lane<Sample> to, const Sample* from, std::int64_t frames)
+{
+    for (std::int64_t n = 0; n < frames; ++n)
+        to.first[n * to.stride] = from[2 * n];
+}
+
+// Runs run(sample) with a sample of the format's type.
+template <class Run>
+void withSample(Velora_BitDepth_T depth, Run run)
+{
+    switch (depth) {
+    case Velora_BitDepth_16:
+        return run(std::int16_t());
+    case Velora_BitDepth_Float:
+        return run(float());
+    default:
+        return run(std::int32_t());
+    }
+}
+
+// Weights grow from done / total on.
+template <class Sample>
+void fade(Sample* to, const Sample* from, std::int64_t frames, std::int64_t done,
+          std::int64_t total)
+{
+    using Wide = std::conditional_t<std::is_floating_point_v<Sample>, double, std::int64_t>;
+    for (std::int64_t n = 0; n < 2 * frames; ++n) {
+        const Wide old = from[n];
+        to[n] = Sample(old + (Wide(to[n]) - old) * Wide(done + n / 2) / Wide(total));
+    }
+}
+
+} // namespace
+
+PairQueue::PairQueue(int channelCount, Velora_BitDepth_T bitDepth, std::int64_t mostFrames)
+    : channels(channelCount), pairs((channelCount + 1) / 2), depth(bitDepth),
+      frameBytes(bytesPerFrame(bitDepth)), most(mostFrames), capacity(2 * mostFrames),
+      data(std::size_t(pairs * capacity * frameBytes))
+{
+}
+
+void PairQueue::moveToFront(std::vector<std::byte>& to, std::int64_t newCapacity)
+{
+    for (int pair = 0; pair < pairs; ++pair)
+        std::memmove(to.data() + pair * newCapacity * frameBytes, at(pair, first),
+                     std::size_t(frames * frameBytes));
+    head = 0;
+}
+
+void PairQueue::reserve(std::int64_t count)
+{
+    if (frames + count <= most)
+        return;
+    const std::int64_t newMost = 2 * (frames + count);
+    std::vector<std::byte> grown(std::size_t(2 * newMost * pairs * frameBytes));
+    moveToFront(grown, 2 * newMost);
+    data.swap(grown);
+    most = newMost;
+    capacity = 2 * newMost;
+}
+
+void PairQueue::append(std::int64_t count)
+{
+    if (head + frames + count > capacity)
+        moveToFront(data, capacity);
+    frames += count;
+}
+
+void PairQueue::append(const Source& source, std::int64_t count)
+{
+    const std::int64_t from = end();
+    append(count);
+    if (channels == 2 && source.interleaved != nullptr) {
+        std::memcpy(at(0, from),
+                    static_cast<const std::byte*>(source.interleaved) + source.from * frameBytes,
+                    std::size_t(count * frameBytes));
+        return;
+    }
+    withSample(depth, [&](auto sample) {
+        using Sample = decltype(sample);
+        for (int pair = 0; pair < pairs; ++pair) {
+            const int right = std::min(2 * pair + 1, channels - 1);
+            gather(reinterpret_cast<Sample*>(at(pair, from)),
+                   laneOf<const Sample>(source, 2 * pair, channels),
+                   laneOf<const Sample>(source, right, channels), count);
+        }
+    });
+}
+
+void PairQueue::appendSilence(std::int64_t count)
+{
+    const std::int64_t from = end();
+    append(count);
+    for (int pair = 0; pair < pairs; ++pair)
+        std::memset(at(pair, from), 0, std::size_t(count * frameBytes));
+}
+
+void PairQueue::append(PairQueue& other, std::int64_t frame, std::int64_t count)
+{
+    const std::int64_t from = end();
+    append(count);
+    for (int pair = 0; pair < pairs; ++pair)
+        std::memcpy(at(pair, from), other.at(pair, frame), std::size_t(count * frameBytes));
+}
+
+void PairQueue::copyTo(const Destination& destination, std::int64_t frame, std::int64_t count)
+{
+    if (channels == 2 && destination.interleaved != nullptr) {
+        std::memcpy(static_cast<std::byte*>(destination.interleaved) +
+                        destination.from * frameBytes,
+                    at(0, frame), std::size_t(count * frameBytes));
+        return;
+    }
+    withSample(depth, [&](auto sample) {
+        using Sample = decltype(sample);
+        for (int channel = 0; channel < channels; ++channel)
+            scatter(laneOf<Sample>(destination, channel, channels),
+                    reinterpret_cast<const Sample*>(at(channel / 2, frame)) + channel % 2, count);
+    });
+}
+
+void PairQueue::appendReversed(PairQueue& other, std::int64_t end, std::int64_t count)
+{
+    const std::int64_t from = this->end();
+    append(count);
+    for (int pair = 0; pair < pairs; ++pair)
+        for (std::int64_t n = 0; n < count; ++n)
+            std::memcpy(at(pair, from + n), other.at(pair, end - 1 - n), std::size_t(frameBytes));
+}
+
+void PairQueue::fadeFrom(PairQueue& old, std::int64_t frame, std::int64_t count, std::int64_t start,
+                         std::int64_t total)
+{
+    withSample(depth, [&](auto sample) {
+        using Sample = decltype(sample);
+        for (int pair = 0; pair < pairs; ++pair)
+            fade(reinterpret_cast<Sample*>(at(pair, frame)),
+                 reinterpret_cast<const Sample*>(old.at(pair, frame)), count, frame - start, total);
+    });
+}
+
+void PairQueue::dropBefore(std::int64_t frame)
+{
+    const std::int64_t count = std::clamp<std::int64_t>(frame - first, 0, frames);
+    first += count;
+    head += count;
+    frames -= count;
+}
+
+void PairQueue::truncate(std::int64_t frame)
+{
+    frames = std::min(frames, std::max<std::int64_t>(frame - first, 0));
+}
+
+void PairQueue::restart(std::int64_t frame)
+{
+    first = frame;
+    head = 0;
+    frames = 0;
+}
+
+} // namespace vsp

@@ -1,0 +1,386 @@
+// A stream: input cut into hops, output as it is wanted, and the questions about both.
+
+#include "stream/stream.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "convert/bridge.h"
+
+namespace vsp {
+
+namespace {
+
+// Positions stay within these bounds, so that sums and doubles do, too.
+constexpr std::int64_t kFarthest = std::int64_t(1) << 56;
+constexpr std::int64_t kMostFrames = std::int64_t(1) << 40;
+
+// Counts up to here are answered hop by hop, to the frame.
+constexpr std::int64_t kMostExact = std::int64_t(1) << 28;
+
+// What a stream has room for if it isn't told, and may outgrow.
+constexpr std::int64_t kUsualChanges = 64;
+
+std::int64_t toFrame(double position)
+{
+    return std::llround(std::clamp(position, -double(kFarthest), double(kFarthest)));
+}
+
+std::int64_t withinReach(std::int64_t frame)
+{
+    return std::clamp(frame, -kFarthest, kFarthest);
+}
+
+std::int64_t hopOf(int sampleRate)
+{
+    return EngineBank(1, sampleRate, Velora_BitDepth_16).hopFrames();
+}
+
+// Hops of input that wait for what comes after them, or that a voice may still want.
+std::int64_t waitingHops(double fastest)
+{
+    const auto primed = std::int64_t(std::ceil(double(Schedule::kSpreadHops) * fastest));
+    return Voice::mostLeadHops(fastest) + Voice::mostLagHops(fastest) + primed + 4;
+}
+
+} // namespace
+
+Stream::Stream(const StreamSettings& settings)
+    : fixed(settings),
+      sound(fixed.channels, fixed.sampleRate, fixed.depth,
+            waitingHops(fixed.fastest) * hopOf(fixed.sampleRate) + fixed.longestBlock,
+            std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
+      schedule(Rate{fixed.sampleRate, rateShiftOf(fixed.sampleRate), sound.hopFrames(),
+                    fixed.pitchDrops, fixed.fastest, (fixed.channels + 1) / 2,
+                    fixed.longestBlock > 0}),
+      places(std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
+      before(fixed.channels, fixed.depth, blendFrames()),
+      silence(fixed.channels, fixed.depth, blendFrames())
+{
+    silence.appendSilence(blendFrames());
+    begin(0, 1.0, 0);
+}
+
+// Over so many frames a stretch of input is blended in, 3 to 4 ms.
+std::int64_t Stream::blendFrames() const
+{
+    return schedule.rate.hop / 4;
+}
+
+// ---- Speeds ----
+
+bool Stream::makeRoomForChange()
+{
+    if (sound.map.makeRoom(double(schedule.taken)))
+        return true;
+    if (isBounded())
+        return false;
+    sound.map.grow();
+    return true;
+}
+
+void Stream::setSpeed(double wanted, std::int64_t withinFrames)
+{
+    const Voice voice = voiceAt(wanted);
+    const std::int64_t output = changeFrame(wanted, withinFrames);
+    if (voice.speed == speed() && map().last().output <= double(output))
+        return;
+    makeRoomForChange(); // if there is none, turnAtOutput makes do
+    sound.map.cut(schedule.joinFrame());
+    schedule.replan(sound.map.turnAtOutput(output, voice.speed), sound);
+    setFrame = output;
+    publish();
+}
+
+std::int64_t Stream::setSpeedAt(std::int64_t mediaFrame, double wanted)
+{
+    if (!makeRoomForChange())
+        return -1;
+    const Voice voice = voiceAt(wanted);
+    double input = double(places.inputAt(withinReach(mediaFrame)));
+    if (!schedule.mayTurn(voice, map().outputAt(input)))
+        input = map().mediaAt(double(schedule.changeFrame(voice)));
+    const std::size_t index = sound.map.turnAtMedia(input, voice.speed);
+    schedule.replan(index, sound);
+    publish();
+    return std::int64_t(std::ceil(map()[index].output));
+}
+
+void Stream::clearPlans()
+{
+    sound.map.cut(std::max(schedule.openFrame(), setFrame + 1));
+    schedule.replan(map().end(), sound);
+    publish();
+}
+
+void Stream::takeRequest()
+{
+    if (const double wanted = requested.exchange(0.0, std::memory_order_acquire); wanted != 0.0)
+        setSpeed(wanted, 0);
+}
+
+// ---- Places ----
+
+void Stream::reset()
+{
+    begin(0, 1.0, 0);
+    ++seeks;
+    publish();
+}
+
+// Output begins behind `preRoll` frames of input that stand in the queue already.
+void Stream::begin(std::int64_t mediaFrame, double atSpeed, std::int64_t preRoll)
+{
+    sound.output().restart(0);
+    if (preRoll == 0)
+        sound.input.restart(0);
+    sound.map.reset(double(preRoll), atSpeed);
+    places.reset(preRoll, withinReach(mediaFrame));
+    preRolled = preRoll;
+    blendTo = 0;
+    fadeInTo = 0;
+    setFrame = 0;
+    ended = false;
+    schedule.start(preRoll, sound);
+}
+
+void Stream::seek(std::int64_t mediaFrame, const Source& preRoll, std::int64_t frames)
+{
+    const double kept = speedAt(schedule.taken);
+    const std::int64_t most = (Voice::mostLeadHops(fixed.fastest) + 1) * schedule.rate.hop;
+    const std::int64_t used = std::clamp<std::int64_t>(frames, 0, most);
+    sound.input.restart(0);
+    if (used > 0) {
+        Source last = preRoll;
+        last.from += frames - used;
+        sound.input.append(last, used);
+    }
+    begin(mediaFrame, kept, used);
+    // Before the beginning there is silence; anywhere else it would be a step.
+    if (mediaFrame != used) {
+        before.restart(0);
+        before.appendSilence(blendFrames());
+        blend(0, blendFrames());
+        blendIn(0);
+        fadeInTo = used > 0 ? 0 : blendFrames();
+    }
+    ++seeks;
+    publish();
+}
+
+bool Stream::jump(std::int64_t mediaFrame)
+{
+    if (ended)
+        return true;
+    const std::int64_t input = schedule.input;
+    if (!isBounded())
+        places.reserveOne();
+    if (!places.add(input, withinReach(mediaFrame), toFrame(map().mediaAt(double(schedule.taken)))))
+        return false;
+    const std::int64_t frames = std::min(blendFrames(), input - sound.input.begin());
+    if (frames > 0) {
+        before.restart(input);
+        before.appendReversed(sound.input, input, frames);
+        blend(input, frames);
+    }
+    publish();
+    return true;
+}
+
+// The input from frame `from` on is to be blended with what stands in `before`.
+void Stream::blend(std::int64_t from, std::int64_t frames)
+{
+    blendFrom = from;
+    blendTo = from + frames;
+}
+
+// Does so with the input that came in from frame `from` on.
+void Stream::blendIn(std::int64_t from)
+{
+    const std::int64_t frames = std::min(sound.input.end(), blendTo) - from;
+    if (frames > 0)
+        sound.input.fadeFrom(before, from, frames, blendFrom, blendTo - blendFrom);
+}
+
+// ---- Processing ----
+
+std::int64_t Stream::process(const Source& in, std::int64_t frames, const Destination& out,
+                             std::int64_t room)
+{
+    if (ended)
+        return flush(out, room);
+    takeRequest();
+    std::int64_t given = give(out, 0, room);
+    for (std::int64_t done = 0; done < frames;) {
+        const std::int64_t part = roomForInput(std::min(frames - done, schedule.rate.hop));
+        if (part == 0)
+            break;
+        sound.input.append(Source{in.interleaved, in.planes, in.from + done}, part);
+        accept(part);
+        given += give(out, given, room);
+        done += part;
+    }
+    publish();
+    return given;
+}
+
+std::int64_t Stream::flush(const Destination& out, std::int64_t room)
+{
+    takeRequest();
+    const std::int64_t given = finish(out, room);
+    publish();
+    return given;
+}
+
+std::int64_t Stream::finish(const Destination& out, std::int64_t room)
+{
+    if (!ended) {
+        inputAtEnd = schedule.input;
+        ended = true;
+    }
+    std::int64_t given = give(out, 0, room);
+    while (given < room && schedule.taken < total()) {
+        const std::int64_t padding = roomForInput(schedule.rate.hop);
+        if (padding == 0)
+            break;
+        sound.input.appendSilence(padding);
+        accept(padding);
+        given += give(out, given, room);
+    }
+    return given;
+}
+
+std::int64_t Stream::roomForInput(std::int64_t wanted)
+{
+    if (!isBounded())
+        sound.input.reserve(wanted);
+    return std::min(wanted, sound.input.room());
+}
+
+void Stream::accept(std::int64_t frames)
+{
+    blendIn(schedule.input);
+    schedule.input += frames;
+}
+
+// Hands out what can be had, up to `room` frames in all, behind the `given` that stand in `out`.
+std::int64_t Stream::give(const Destination& out, std::int64_t given, std::int64_t room)
+{
+    std::int64_t total = 0;
+    for (std::int64_t part = 1; part > 0 && given + total < room; total += part) {
+        const Destination to{out.interleaved, out.planes, out.from + given + total};
+        part = givePart(to, std::min(room - given - total, schedule.rate.hop));
+    }
+    sound.input.dropBefore(schedule.oldest(map()));
+    return total;
+}
+
+std::int64_t Stream::givePart(const Destination& out, std::int64_t most)
+{
+    if (ended)
+        most = std::min(most, total() - schedule.taken);
+    if (schedule.isDry()) {
+        const std::int64_t frames = std::min(most, schedule.dryFrames());
+        if (frames <= 0)
+            return 0;
+        sound.input.copyTo(out, schedule.dryFrame(), frames);
+        schedule.passDry(frames);
+        fadeInTo = 0; // the input was faded in
+        sound.output().restart(schedule.taken);
+        return frames;
+    }
+    schedule.proceed(schedule.taken + most, sound);
+    const std::int64_t frames = std::min(most, schedule.ready() - schedule.taken);
+    if (frames <= 0)
+        return 0;
+    // The engines' overlap-add begins before the first frame that is wanted.
+    const std::int64_t fadedIn = std::min(fadeInTo - schedule.taken, frames);
+    if (fadedIn > 0)
+        sound.output().fadeFrom(silence, schedule.taken, fadedIn, 0, fadeInTo);
+    sound.output().copyTo(out, schedule.taken, frames);
+    schedule.taken += frames;
+    sound.output().dropBefore(schedule.taken);
+    return frames;
+}
+
+// ---- Queries ----
+
+// Length of the whole output of a stream that has ended.
+std::int64_t Stream::total() const
+{
+    return toFrame(map().outputAt(double(inputAtEnd)));
+}
+
+std::int64_t Stream::available(const Schedule& course) const
+{
+    const std::int64_t end = ended ? std::min(course.ready(), total()) : course.ready();
+    return std::max<std::int64_t>(end - course.taken, 0);
+}
+
+std::int64_t Stream::maxOutputFrames(std::int64_t frames) const
+{
+    if (ended)
+        return std::max<std::int64_t>(total() - schedule.taken, 0);
+    Schedule course = schedule;
+    course.input += std::min(frames, kMostExact);
+    const Rehearsal silent{map()};
+    for (std::int64_t until = course.taken; course.ready() >= until;) {
+        until += schedule.rate.hop;
+        course.proceed(until, silent);
+    }
+    if (frames <= kMostExact)
+        return available(course);
+    // No voice is more than a few hops ahead of the time map.
+    const double input = double(schedule.input) + double(std::min(frames, kMostFrames));
+    return toFrame(map().outputAt(input)) - schedule.taken + 16 * schedule.rate.hop;
+}
+
+std::int64_t Stream::inputFramesFor(std::int64_t frames) const
+{
+    if (ended)
+        return 0;
+    const Rehearsal silent{map()};
+    Schedule course = schedule;
+    const std::int64_t until = course.taken + std::min(frames, kMostExact);
+    course.proceed(until, silent);
+    while (course.ready() < until) {
+        course.input += course.missingInput(until);
+        course.proceed(until, silent);
+    }
+    return course.input - schedule.input;
+}
+
+std::int64_t Stream::mostInputFrames(std::int64_t frames) const
+{
+    const double steady = std::ceil(double(std::min(frames, kMostFrames)) * fixed.fastest);
+    return std::int64_t(steady) + waitingHops(fixed.fastest) * schedule.rate.hop;
+}
+
+std::int64_t Stream::latencyFrames() const
+{
+    return (ended ? inputAtEnd : schedule.input) - toFrame(map().mediaAt(double(schedule.taken)));
+}
+
+std::int64_t Stream::changeFrame(double wanted, std::int64_t withinFrames) const
+{
+    return schedule.changeFrame(voiceAt(wanted),
+                                std::clamp<std::int64_t>(withinFrames, 0, kMostFrames));
+}
+
+std::int64_t Stream::mediaFrameOf(std::int64_t outputFrame) const
+{
+    return places.mediaAt(toFrame(map().mediaAt(double(withinReach(outputFrame)))));
+}
+
+std::int64_t Stream::outputFrameOf(std::int64_t mediaFrame) const
+{
+    return toFrame(map().outputAt(double(places.inputAt(withinReach(mediaFrame)))));
+}
+
+void Stream::publish()
+{
+    published.write(
+        Clock{mediaFrameOf(schedule.taken), schedule.taken, speedAt(schedule.taken), seeks});
+}
+
+} // namespace vsp

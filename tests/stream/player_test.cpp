@@ -1,0 +1,263 @@
+// velora::Stream as players use it: pulled, jumping about, with plans and sliders, in memory taken at
+// the start.
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <velora/stream.hpp>
+
+#include "support/allocations.h"
+
+namespace {
+
+using velora::Options;
+using velora::Stream;
+
+constexpr int kRate = 44100;
+constexpr double kOmega = 2.0 * 3.141592653589793 * 300.0 / kRate;
+constexpr double kLargestStep = 0.5 * kOmega; // of the tone
+
+/// A tone of amplitude 0.5, mono; a phase for each piece.
+std::vector<float> tone(std::size_t frames, double phase = 0.0)
+{
+    std::vector<float> out(frames);
+    for (std::size_t n = 0; n < frames; ++n)
+        out[n] = float(0.5 * std::sin(kOmega * double(n) + phase));
+    return out;
+}
+
+double largestStep(const std::vector<float>& sound, std::size_t from = 1)
+{
+    double most = 0.0;
+    for (std::size_t n = from; n < sound.size(); ++n)
+        most = std::max(most, std::abs(double(sound[n]) - double(sound[n - 1])));
+    return most;
+}
+
+/// Reads a sound piece by piece.
+struct Reader {
+    const std::vector<float>& sound;
+    std::size_t at = 0;
+
+    std::size_t operator()(float* buffer, std::size_t frames)
+    {
+        const std::size_t count = std::min(frames, sound.size() - at);
+        std::copy_n(sound.data() + at, count, buffer);
+        at += count;
+        return count;
+    }
+};
+
+TEST(Player, PullsWhatPushingWouldGive)
+{
+    const std::vector<float> in = tone(50000);
+    for (const double speed : {0.3, 1.0, 1.7, 8.0}) {
+        Stream<float> pushed(kRate, 1), pulled(kRate, 1, Options{});
+        pushed.setSpeed(speed);
+        pulled.setSpeed(speed);
+        std::vector<float> expected, out(64);
+        pushed.process(in, expected);
+        pushed.flush(expected);
+
+        Reader reader{in};
+        std::vector<float> all;
+        for (std::size_t given = 64; given == 64;) {
+            EXPECT_LE(pulled.inputFramesFor(64), pulled.mostInputFrames(64));
+            given = pulled.pull(out.data(), 64, reader);
+            all.insert(all.end(), out.begin(), out.begin() + std::ptrdiff_t(given));
+        }
+        EXPECT_TRUE(all == expected) << speed;
+        EXPECT_EQ(pulled.pull(out.data(), 64, reader), 0u) << "ended";
+    }
+}
+
+TEST(Player, AReaderThatThrowsOrLiesHarmsNothing)
+{
+    Stream<float> stream(kRate, 1);
+    stream.setSpeed(1.5);
+    std::vector<float> out(5000);
+    EXPECT_THROW(
+        stream.pull(out.data(), 5000,
+                    [](float*, std::size_t) -> std::size_t { throw std::out_of_range(""); }),
+        std::out_of_range);
+    EXPECT_EQ(stream.inputFrames(), 0);
+    EXPECT_EQ(stream.pull(out.data(), 5000, [](float*, std::size_t n) { return 3 * n; }), 5000u);
+    EXPECT_LT(stream.pull(out.data(), 5000, [](float*, std::size_t) { return 0; }), 5000u);
+}
+
+// Whatever the speed, no step is larger than the tone's own, and the map goes on.
+TEST(Player, JumpsLoopWithoutAClick)
+{
+    for (const double speed : {0.8, 1.0, 1.3}) {
+        Stream<float> stream(kRate, 1, Options{});
+        stream.setSpeed(speed);
+        std::vector<float> out;
+        for (int turn = 0; turn < 5; ++turn) {
+            stream.process(tone(20000, 2.0 * turn), out);
+            EXPECT_TRUE(stream.jump(1000));
+            EXPECT_NEAR(double(stream.mediaFrameOf(stream.outputFrameOf(1010))), 1010.0, 1.0);
+        }
+        stream.process(tone(10000), out);
+        stream.flush(out);
+        EXPECT_EQ(double(out.size()), std::round(110000 / speed));
+        EXPECT_LT(largestStep(out, 4000), 2.5 * kLargestStep) << speed;
+        const auto second = std::int64_t(30000 / speed);
+        EXPECT_NEAR(double(stream.mediaFrameOf(second)), 11000.0, 2.0) << "in the second turn";
+        EXPECT_EQ(stream.mediaFrameOf(stream.outputFrames()), 11000);
+    }
+}
+
+TEST(Player, SeeksWithoutAClickAndAtTheSpeedThatSounds)
+{
+    const std::vector<float> in = tone(60000, 1.2);
+    for (const double speed : {0.7, 1.0, 1.6}) {
+        Stream<float> stream(kRate, 1, Options{});
+        stream.setSpeed(speed);
+        stream.setSpeedAt(1 << 20, 0.9); // never heard
+        std::vector<float> out;
+        stream.seek(123456);
+        stream.process(in, out);
+        EXPECT_EQ(stream.speedAt(0), speed);
+        EXPECT_EQ(stream.speed(), speed) << "plans are dropped";
+        EXPECT_LT(std::abs(out[0]), 0.01);
+        EXPECT_LT(largestStep(out), 1.5 * kLargestStep) << speed;
+
+        // With what lies before it begins as if it had been playing.
+        stream.seek(123456 + 20000, in.data(), 20000);
+        std::vector<float> joined;
+        stream.process(std::vector<float>(in.begin() + 20000, in.end()), joined);
+        EXPECT_LT(largestStep(joined), 1.2 * kLargestStep) << speed;
+        const auto level = [](const std::vector<float>& sound) {
+            return *std::max_element(sound.begin(), sound.begin() + 300);
+        };
+        EXPECT_NEAR(level(joined), 0.5, 0.05) << speed;
+        EXPECT_EQ(stream.mediaFrameOf(0), 143456);
+        stream.flush(joined);
+        EXPECT_EQ(double(joined.size()), std::round(40000 / speed));
+        EXPECT_EQ(stream.clock().seeks, 2);
+    }
+}
+
+TEST(Player, PlansComeInAnyOrder)
+{
+    const std::vector<float> in = tone(100000);
+    const std::vector<std::pair<std::int64_t, double>> plans = {
+        {20000, 0.8}, {35000, 1.0}, {35000, 1.9}, {50000, 0.4}, {70000, 3.0}};
+    std::vector<float> expected;
+    Stream<float> inOrder(kRate, 1);
+    for (const auto& [frame, speed] : plans)
+        inOrder.setSpeedAt(frame, speed);
+    inOrder.process(in, expected);
+    inOrder.flush(expected);
+
+    Stream<float> stream(kRate, 1, Options{});
+    for (const int n : {3, 1, 0, 4, 2})
+        stream.setSpeedAt(plans[std::size_t(n)].first, plans[std::size_t(n)].second);
+    std::vector<float> out;
+    stream.process(in, out);
+    stream.flush(out);
+    EXPECT_TRUE(out == expected);
+
+    stream.reset();
+    stream.setSpeedAt(30000, 2.0);
+    stream.clearPlans();
+    out.clear();
+    stream.process(in, out);
+    EXPECT_TRUE(out == in);
+}
+
+TEST(Player, RefusesChangesBeyondWhatItWasMadeFor)
+{
+    Options few;
+    few.changes = 3;
+    Stream<float> stream(kRate, 1, few);
+    for (int n = 1; n <= 3; ++n)
+        EXPECT_GE(stream.setSpeedAt(10000 * n, 0.5 + n), 0);
+    EXPECT_EQ(stream.setSpeedAt(50000, 2.0), -1);
+    EXPECT_EQ(stream.speed(), 3.5);
+    stream.setSpeed(1.2); // needs none of that room
+    EXPECT_GE(stream.setSpeedAt(50000, 2.0), 0);
+    few.fastest = 2.0;
+    EXPECT_THROW(Stream<float>(kRate, 1, few).setSpeed(2.5), std::invalid_argument);
+    few.longestBlock = 0;
+    EXPECT_THROW(Stream<float>(kRate, 1, few), std::invalid_argument);
+}
+
+// At 1.0 nothing is inside, so a change soon after a return to it is heard at once; a change that may
+// take some time is heard when that is over.
+TEST(Player, ChangesAtOnceOrWithinATime)
+{
+    Stream<float> stream(kRate, 1, Options{});
+    std::vector<float> in = tone(60000), buffer(256);
+    Reader reader{in};
+    const auto play = [&](int buffers) {
+        for (int n = 0; n < buffers; ++n)
+            ASSERT_EQ(stream.pull(buffer.data(), 256, reader), 256u);
+    };
+    stream.setSpeed(1.8);
+    play(20);
+    stream.setSpeed(1.0);
+    play(1);
+    EXPECT_EQ(stream.changeFrame(0.7), stream.outputFrames());
+    play(20);
+    EXPECT_EQ(stream.speedAt(stream.outputFrames()), 1.0);
+    const std::int64_t before = stream.outputFrames();
+    stream.setSpeed(0.7, 2000);
+    EXPECT_EQ(stream.speedAt(before + 1999), 1.0);
+    EXPECT_EQ(stream.speedAt(before + 2000), 0.7);
+    play(20);
+    stream.requestSpeed(3.0);
+    EXPECT_EQ(stream.speed(), 0.7);
+    play(1);
+    EXPECT_EQ(stream.speed(), 3.0);
+}
+
+// Input that has no room waits as far as it was said that it may, and is not lost.
+TEST(Player, TakesNoMoreThanItHasRoomFor)
+{
+    Options small;
+    small.longestBlock = 1000;
+    Stream<float> stream(kRate, 1, small);
+    stream.setSpeed(0.5);
+    const std::vector<float> in = tone(200000);
+    const std::size_t before = allocationCount();
+    EXPECT_EQ(stream.process(in.data(), in.size(), static_cast<float*>(nullptr), 0), 0u);
+    const auto taken = std::size_t(stream.inputFrames());
+    EXPECT_GE(taken, 1000u);
+    EXPECT_LT(taken, 100000u);
+    EXPECT_EQ(allocationCount(), before);
+
+    std::vector<float> out, expected;
+    stream.process(in.data() + taken, in.size() - taken, out);
+    stream.flush(out);
+    Stream<float> free(kRate, 1);
+    free.setSpeed(0.5);
+    free.process(in, expected);
+    free.flush(expected);
+    EXPECT_TRUE(out == expected);
+}
+
+TEST(Player, AMovedFromStreamGivesNothing)
+{
+    Stream<float> stream(kRate, 2);
+    Stream<float> other = std::move(stream);
+    std::vector<float> samples(20), out;
+    EXPECT_EQ(stream.process(samples.data(), 10, samples.data() + 10, 5), 0u); // NOLINT
+    EXPECT_EQ(stream.process(samples, out), 0u);
+    EXPECT_EQ(stream.flush(out), 0u);
+    EXPECT_EQ(stream.outputFrames() + stream.inputFrames() + stream.hopFrames(), 0);
+    stream.setSpeed(2.0);
+    stream.seek(5);
+    EXPECT_FALSE(stream.jump(5));
+    other = Stream<float>(kRate, 1);
+    EXPECT_EQ(other.channels(), 1);
+}
+
+} // namespace
