@@ -139,8 +139,7 @@ public:
             const std::int64_t faded = joinOutput + fade();
             const bool isDue = until > joinOutput;
             advance(now, isDue ? faded : until, sound, false);
-            if (!isDue)
-                workAhead(until, sound);
+            workAhead(std::min(until, joinOutput), sound);
             if (!isDue || now.end < faded || next.end < faded)
                 return;
             sound.fade(joinOutput, fade());

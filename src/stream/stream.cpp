@@ -324,12 +324,13 @@ std::int64_t Stream::maxOutputFrames(std::int64_t frames) const
     Schedule course = schedule;
     course.input += std::min(frames, kMostExact);
     const Rehearsal silent{map()};
-    for (std::int64_t until = course.taken; course.ready() >= until;) {
-        until += schedule.rate.hop;
-        course.proceed(until, silent);
+    const std::int64_t hop = schedule.rate.hop;
+    for (std::int64_t given = 1; given > 0; course.taken += given) { // as it is handed out
+        course.proceed(course.taken + hop, silent);
+        given = std::clamp<std::int64_t>(course.ready() - course.taken, 0, hop);
     }
     if (frames <= kMostExact)
-        return available(course);
+        return course.taken - schedule.taken;
     // No voice is more than a few hops ahead of the time map.
     const double input = double(schedule.input) + double(std::min(frames, kMostFrames));
     return toFrame(map().outputAt(input)) - schedule.taken + 16 * schedule.rate.hop;
