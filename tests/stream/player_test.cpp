@@ -219,6 +219,47 @@ TEST(Player, ChangesAtOnceOrWithinATime)
     EXPECT_EQ(stream.speed(), 3.0);
 }
 
+// A fade that is planned wants input long before; with the smallest room of all it must get it.
+TEST(Player, PlansWithLittleRoomDontHoldTheStreamUp)
+{
+    Options least;
+    least.longestBlock = 1;
+    const std::vector<float> in = tone(64);
+    std::vector<float> out(64);
+    for (const double speed : {8.0, 1.0, 0.4}) {
+        Stream<float> stream(kRate, 1, least);
+        stream.setSpeed(speed);
+        stream.setSpeedAt(2 * kRate, speed == 0.4 ? 2.0 : 0.3);
+        int idle = 0;
+        while (stream.mediaFrameOf(stream.outputFrames()) < 3 * kRate && idle < 100) {
+            const std::int64_t before = stream.inputFrames();
+            const std::size_t given = stream.process(in.data(), 64, out.data(), 64);
+            idle = given == 0 && stream.inputFrames() == before ? idle + 1 : 0;
+        }
+        EXPECT_EQ(idle, 0) << speed;
+    }
+}
+
+TEST(Player, GoesOnThroughRequestsAndForgetsOnlyPlans)
+{
+    Stream<float> stream(kRate, 1, Options{});
+    const std::vector<float> in = tone(200000, 1.0);
+    Reader reader{in};
+    std::vector<float> out(2000);
+    stream.seek(48000);
+    for (const double speed : {1.5, 0.3, 1.0, 3.0}) {
+        stream.requestSpeed(speed);
+        EXPECT_EQ(stream.pull(out.data(), 64, reader), 64u) << speed;
+        EXPECT_LT(largestStep({out.begin(), out.begin() + 64}), 1.5 * kLargestStep) << speed;
+        EXPECT_EQ(stream.pull(out.data(), 2000, reader), 2000u) << speed;
+    }
+    stream.setSpeed(2.0);
+    stream.setSpeedAt(stream.mediaFrameOf(stream.outputFrames()) + 50000, 0.5);
+    stream.clearPlans();
+    EXPECT_EQ(stream.speed(), 2.0);
+    EXPECT_EQ(stream.pull(nullptr, 64, reader), 0u);
+}
+
 // Input that has no room waits as far as it was said that it may, and is not lost.
 TEST(Player, TakesNoMoreThanItHasRoomFor)
 {
