@@ -48,14 +48,12 @@ void scatter(Lane<Sample> to, const Sample* from, std::int64_t frames)
 template <class Run>
 void withSample(Velora_BitDepth_T depth, Run run)
 {
-    switch (depth) {
-    case Velora_BitDepth_16:
-        return run(std::int16_t());
-    case Velora_BitDepth_Float:
-        return run(float());
-    default:
-        return run(std::int32_t());
-    }
+    if (depth == Velora_BitDepth_16)
+        run(std::int16_t());
+    else if (depth == Velora_BitDepth_Float)
+        run(float());
+    else
+        run(std::int32_t());
 }
 
 // Weights grow from done / total on.
@@ -64,10 +62,11 @@ void fade(Sample* to, const Sample* from, std::int64_t frames, std::int64_t done
           std::int64_t total)
 {
     using Wide = std::conditional_t<std::is_floating_point_v<Sample>, double, std::int64_t>;
-    for (std::int64_t n = 0; n < 2 * frames; ++n) {
-        const Wide old = from[n];
-        to[n] = Sample(old + (Wide(to[n]) - old) * Wide(done + n / 2) / Wide(total));
-    }
+    for (std::int64_t n = 0; n < frames; ++n)
+        for (int channel = 0; channel < 2; ++channel, ++from, ++to) {
+            const Wide old = *from;
+            *to = Sample(old + (Wide(*to) - old) * Wide(done + n) / Wide(total));
+        }
 }
 
 } // namespace
