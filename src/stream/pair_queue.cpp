@@ -48,12 +48,11 @@ void scatter(Lane<Sample> to, const Sample* from, std::int64_t frames)
 template <class Run>
 void withSample(Velora_BitDepth_T depth, Run run)
 {
+    if (depth == Velora_BitDepth_Float)
+        return run(float());
     if (depth == Velora_BitDepth_16)
-        run(std::int16_t());
-    else if (depth == Velora_BitDepth_Float)
-        run(float());
-    else
-        run(std::int32_t());
+        return run(std::int16_t());
+    run(std::int32_t());
 }
 
 // Weights grow from done / total on.
