@@ -374,7 +374,7 @@ public:
     // Positions stay within 2^56.
 
     /// Frames that the next process gives for `frames` frames of input if it has the room. Takes
-    /// some 50 ns a hop.
+    /// some 50 ns a hop and more with many channels.
     std::size_t maxOutputFrames(std::size_t frames) const
     {
         return sizeOf(velora_stream_max_output_frames(self.get(), signedOf(frames)));

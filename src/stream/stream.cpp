@@ -311,12 +311,6 @@ std::int64_t Stream::total() const
     return toFrame(map().outputAt(double(inputAtEnd)));
 }
 
-std::int64_t Stream::available(const Schedule& course) const
-{
-    const std::int64_t end = ended ? std::min(course.ready(), total()) : course.ready();
-    return std::max<std::int64_t>(end - course.taken, 0);
-}
-
 std::int64_t Stream::maxOutputFrames(std::int64_t frames) const
 {
     if (ended)

@@ -89,7 +89,6 @@ private:
     std::int64_t give(const Destination& out, std::int64_t given, std::int64_t room);
     std::int64_t givePart(const Destination& out, std::int64_t most);
     std::int64_t finish(const Destination& out, std::int64_t room);
-    std::int64_t available(const Schedule& course) const;
     std::int64_t total() const;
     void publish();
 
@@ -103,7 +102,7 @@ private:
 
     // ---- Where the input is cut: it fades from what came before, reversed, or from silence ----
     PairQueue before;
-    PairQueue silence;
+    PairQueue silence;          // [blendFrames()] at frame 0
     std::int64_t blendFrom = 0; // input frame
     std::int64_t blendTo = 0;   // input frame; what lies up to there is to be blended
     std::int64_t fadeInTo = 0;  // output frame; the engines' sound is faded in up to there
