@@ -75,22 +75,40 @@ int Velora_VSP::callerHopFrames()
 
 void Velora_VSP::takeCallerHop(const void* in)
 {
-    const int frames = callerHopFrames();
-    if (!isWorkingForm())
-        Convert_UHQ2MQ(mqIn, in, frames, rateShift, bitDepth);
-    takeHop(isWorkingForm() ? static_cast<const Frame*>(in) : mqIn, hopFrames());
+    for (int stage = 0; stage < kTakeStages; ++stage)
+        takeCallerStage(stage, in);
+}
+
+void Velora_VSP::takeCallerStage(int stage, const void* in)
+{
+    if (stage == 0) {
+        const int frames = callerHopFrames();
+        if (!isWorkingForm())
+            Convert_UHQ2MQ(mqIn, in, frames, rateShift, bitDepth);
+    }
+    takeStage(stage, isWorkingForm() ? static_cast<const Frame*>(in) : mqIn, hopFrames());
 }
 
 int Velora_VSP::giveCallerHop(void* out)
 {
     if (!hasFrame())
         return 0;
+    for (int stage = 0; stage < kGiveStages; ++stage)
+        giveCallerStage(stage, out);
+    return hopFrames() << rateShift;
+}
+
+void Velora_VSP::giveCallerStage(int stage, void* out)
+{
+    if (!hasFrame())
+        return;
     Frame* const frames = isWorkingForm() ? static_cast<Frame*>(out) : mqOut;
-    giveFrame(frames, hopFrames());
+    giveStage(stage, frames, hopFrames());
+    if (stage < kGiveStages - 1)
+        return;
     filterOutput(frames, hopFrames());
     if (!isWorkingForm())
         Convert_MQ2UHQ(out, frames, hopFrames(), rateShift, bitDepth);
-    return hopFrames() << rateShift;
 }
 
 int Velora_VSP::runScheduler(Output& output, const Frame* in, int frames)

@@ -39,6 +39,21 @@ int Velora_VSP_Conductor::GiveHop(Velora_VSP_Interface* engine, void* out)
     return engineOf(engine).giveCallerHop(out);
 }
 
+void Velora_VSP_Conductor::TakeStage(Velora_VSP_Interface* engine, int stage, const void* in)
+{
+    engineOf(engine).takeCallerStage(stage, in);
+}
+
+void Velora_VSP_Conductor::GiveStage(Velora_VSP_Interface* engine, int stage, void* out)
+{
+    engineOf(engine).giveCallerStage(stage, out);
+}
+
+void Velora_VSP_Conductor::Prime(Velora_VSP_Interface* engine, int hops)
+{
+    engineOf(engine).prime(hops);
+}
+
 void Velora_VSP_Conductor::ShareOnsets(Velora_VSP_Interface* const* engines, int count)
 {
     const auto found = [](Velora_VSP_Interface* engine) { return engineOf(engine).foundOnset(); };

@@ -49,7 +49,9 @@ public:
     // For Velora_VSP_Conductor: one hop of the caller's frames, in steps.
     int callerHopFrames();
     void takeCallerHop(const void* in);
+    void takeCallerStage(int stage, const void* in);
     int giveCallerHop(void* out);
+    void giveCallerStage(int stage, void* out);
 
     /// Runs the engine on one piece of 16-bit audio at the working rate.
     /// @param out  room for all that it gives, the frames carried from the call before included

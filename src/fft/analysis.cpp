@@ -9,12 +9,22 @@ namespace vsp {
 
 void Spectra::Velora_VSP_partFFT(const Frame* in)
 {
+    transformHop(in);
+    for (int c = 0; c < 2; ++c)
+        addHop(c);
+}
+
+void Spectra::transformHop(const Frame* in)
+{
     Velora_VSP_FFT_PartSp(partSpRing[0].newest(), partSpRing[1].newest(), in);
-    for (int c = 0; c < 2; ++c) {
-        kernels.Velora_VSP_PartSp_AnalysisSum(spectrum[c], partSpSum[c], partSpRing[c][0],
-                                              partSpRing[c].newest());
-        partSpRing[c].turn();
-    }
+}
+
+void Spectra::addHop(int channel)
+{
+    auto& parts = partSpRing[channel];
+    kernels.Velora_VSP_PartSp_AnalysisSum(spectrum[channel], partSpSum[channel], parts[0],
+                                          parts.newest());
+    parts.turn();
 }
 
 void Spectra::Velora_VSP_FFT_PartSp(ComplexInt* outL, ComplexInt* outR, const Frame* in)

@@ -4,13 +4,12 @@
 
 namespace vsp {
 
-void Spectra::Velora_VSP_Extract_MagPhase()
+void Spectra::Velora_VSP_Extract_MagPhase(int channel)
 {
-    for (int c = 0; c < 2; ++c) {
-        magRing[c].turn();
-        phasorRing[c].turn();
-        kernels.Velora_VSP_MagPhase_Bins(magRing[c].newest(), phasorRing[c].newest(), spectrum[c]);
-    }
+    magRing[channel].turn();
+    phasorRing[channel].turn();
+    kernels.Velora_VSP_MagPhase_Bins(magRing[channel].newest(), phasorRing[channel].newest(),
+                                     spectrum[channel]);
 }
 
 } // namespace vsp

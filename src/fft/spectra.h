@@ -31,20 +31,24 @@ class Spectra {
 public:
     explicit Spectra(const KernelTable& table) : kernels(table) {}
 
-    /// Moves the analysis on by a hop: `spectrum` becomes that of the last four hops under a
-    /// periodic Hann window.
+    /// Moves the analysis on by a hop: transformHop, then addHop for both channels.
     /// @param in  [kLowHop]
     void Velora_VSP_partFFT(const Frame* in);
+    void transformHop(const Frame* in);
+    /// A channel's `spectrum` becomes that of the last four hops under a periodic Hann window.
+    void addHop(int channel);
     /// Spectra of one hop followed by silence.
     /// @param outL, outR  [kBins] each, neither of them the other
     /// @param in          [kLowHop]
     void Velora_VSP_FFT_PartSp(ComplexInt* outL, ComplexInt* outR, const Frame* in);
-    /// Takes `spectrum` apart into the newest rows of `magRing` and `phasorRing`.
-    void Velora_VSP_Extract_MagPhase();
-    /// Adds a synthesis frame to the overlap-add and gives the hop that this completes.
+    /// Takes a channel's `spectrum` apart into the newest rows of its `magRing` and `phasorRing`.
+    void Velora_VSP_Extract_MagPhase(int channel);
+    /// Adds a synthesis frame to the overlap-add and gives the hop that this completes: overlapAdd
+    /// for both channels, then Velora_VSP_IFFT_PartSp of the sums.
     /// @param out           [kLowHop], saturated
     /// @param specL, specR  [kBins] each; imaginary parts of bins 0 and 256 are ignored
     void Velora_VSP_partIFFT(Frame* out, ComplexInt* specL, ComplexInt* specR);
+    void overlapAdd(int channel, ComplexInt* spec);
     /// The first hop of the inverse transform of two overlap-add sums.
     /// @param out         [kLowHop], saturated
     /// @param sumL, sumR  [kBins] each

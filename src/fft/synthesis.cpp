@@ -11,11 +11,15 @@ namespace vsp {
 
 void Spectra::Velora_VSP_partIFFT(Frame* out, ComplexInt* specL, ComplexInt* specR)
 {
-    for (auto& windowed : synthWinRing)
-        windowed.turn();
-    kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[0], synthWinRing[0].newest(), specL);
-    kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[1], synthWinRing[1].newest(), specR);
+    overlapAdd(0, specL);
+    overlapAdd(1, specR);
     Velora_VSP_IFFT_PartSp(out, synthSum[0], synthSum[1]);
+}
+
+void Spectra::overlapAdd(int channel, ComplexInt* spec)
+{
+    synthWinRing[channel].turn();
+    kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[channel], synthWinRing[channel].newest(), spec);
 }
 
 void Spectra::Velora_VSP_IFFT_PartSp(Frame* out, ComplexInt* sumL, ComplexInt* sumR)

@@ -23,12 +23,19 @@ void Vocoder::configure(int index)
 void Vocoder::Velora_VSP_LPHP_separate(const Frame* in, int frames)
 {
     hpRing.turn();
+    separate(in, 0, frames);
+}
+
+void Vocoder::separate(const Frame* in, int from, int to)
+{
+    const int frames = to - from;
+    Frame* const low = lowBandFrame + from / bandFactor;
     if (bandFactor == 1) {
-        std::memcpy(lowBandFrame, in, size_t(frames) * sizeof *in);
+        std::memcpy(low, in + from, size_t(frames) * sizeof *in);
         return;
     }
-    Frame* const high = hpRing.newest();
-    kernels.split(lowBandFrame, high, in, splitState, splitCoeffs, frames, bandFactor);
+    Frame* const high = hpRing.newest() + from;
+    kernels.split(low, high, in + from, splitState, splitCoeffs, frames, bandFactor);
     if (highBandGainQ15 < 32768)
         for (int n = 0; n < frames; ++n)
             for (int channel = 0; channel < 2; ++channel)

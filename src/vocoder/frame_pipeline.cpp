@@ -13,6 +13,13 @@
 
 namespace vsp {
 
+namespace {
+
+// Stage of takeHop that follows the band split.
+constexpr int kFirstAfterSeparation = 2;
+
+} // namespace
+
 BandPath bandPath(int status, int hold)
 {
     if (status <= kIdle || status >= kCountdownStart)
@@ -53,12 +60,50 @@ int Vocoder::Velora_VSP_frame(Frame* out, const Frame* in, int frames, int writt
 
 void Vocoder::takeHop(const Frame* in, int frames)
 {
+    beginHop();
+    Velora_VSP_LPHP_separate(in, frames);
+    for (int stage = kFirstAfterSeparation; stage < kTakeStages; ++stage)
+        takeStage(stage, in, frames);
+}
+
+void Vocoder::takeStage(int stage, const Frame* in, int frames)
+{
+    switch (stage) {
+    case 0:
+        beginHop();
+        hpRing.turn();
+        separate(in, 0, frames / 2);
+        break;
+    case 1:
+        separate(in, frames / 2, frames);
+        break;
+    case kFirstAfterSeparation:
+        transformHop(lowBandFrame);
+        break;
+    case 3:
+        for (int c = 0; c < 2; ++c) {
+            addHop(c);
+            Velora_VSP_Extract_MagPhase(c);
+        }
+        break;
+    default:
+        findOnset();
+    }
+}
+
+void Vocoder::beginHop()
+{
     endHop();
     hopPart = HopPart::analysed;
     frameClock -= 1.0f;
-    Velora_VSP_LPHP_separate(in, frames);
-    Velora_VSP_partFFT(lowBandFrame);
-    Velora_VSP_Extract_MagPhase();
+}
+
+void Vocoder::findOnset()
+{
+    if (unheardHops > 0) {
+        --unheardHops;
+        return;
+    }
     Velora_VSP_computeCOG();
     Velora_VSP_TransientProbability();
     Velora_VSP_ModifyBandStatus();
@@ -66,14 +111,43 @@ void Vocoder::takeHop(const Frame* in, int frames)
 
 void Vocoder::giveFrame(Frame* out, int frames)
 {
-    synthesiseSpectrum(hopPart == HopPart::analysed);
-    hopPart = HopPart::synthesised;
-    Velora_VSP_partIFFT(lowBandFrame, spectrum[0], spectrum[1]);
-    Velora_VSP_Combine_HP(frames);
-    Velora_VSP_LP_interpolate(out, frames >> hopIndex, frames);
-    for (int8_t& hold : bandHold)
-        hold = hold > 0 ? int8_t(hold - 1) : int8_t(0);
-    frameClock += effectiveSpeed;
+    for (int stage = 0; stage < kGiveStages; ++stage)
+        giveStage(stage, out, frames);
+}
+
+void Vocoder::giveStage(int stage, Frame* out, int frames)
+{
+    switch (stage) {
+    case 0:
+        for (int c = 0; c < 2; ++c)
+            synthesiseBands(c);
+        advancePhases();
+        break;
+    case 1:
+        lockPhases(0);
+        break;
+    case 2:
+        lockPhases(1);
+        for (int c = 0; c < 2; ++c)
+            overlapAdd(c, spectrum[c]);
+        break;
+    case 3:
+        Velora_VSP_IFFT_PartSp(lowBandFrame, synthSum[0], synthSum[1]);
+        break;
+    default:
+        Velora_VSP_Combine_HP(frames);
+        Velora_VSP_LP_interpolate(out, frames >> hopIndex, frames);
+        for (int8_t& hold : bandHold)
+            hold = hold > 0 ? int8_t(hold - 1) : int8_t(0);
+        frameClock += effectiveSpeed;
+    }
+}
+
+void Vocoder::prime(int hops)
+{
+    frameClock = float(std::max(hops, 1));
+    startsInPhase = true;
+    unheardHops = 3;
 }
 
 void Vocoder::endHop()
@@ -83,30 +157,39 @@ void Vocoder::endHop()
     hopPart = HopPart::none;
 }
 
-void Vocoder::synthesiseSpectrum(bool firstOfHop)
+int32_t Vocoder::positionInHop() const
 {
-    const int32_t f_q15 = int32_t(frameClock * 32768.0f);
-    for (int c = 0; c < 2; ++c)
-        synthesiseBands(c, f_q15);
-
-    if (firstOfHop)
-        for (int c = 0; c < 2; ++c)
-            kernels.phasorStep(phaseAdvance[c], phasorRing[c][0], phasorRing[c][1]);
-    for (int c = 0; c < 2; ++c)
-        kernels.phasorAdvance(synthPhasor[c], phaseAdvance[c]);
-
-    const int nearest = f_q15 >= 16384 ? 1 : 0;
-    for (int c = 0; c < 2; ++c) {
-        const int peaks = peakphaselock(spectrum[c], magRing[c][nearest], phasorRing[c][nearest],
-                                        synthPhasor[c], bandStatus, bandTable);
-        if (effectiveSpeed > 1.0f)
-            kernels.scaleSpectrum(spectrum[c],
-                                  int32_t(peakDensityGain(peaks, effectiveSpeed) * 16384.0f));
-    }
+    return int32_t(frameClock * 32768.0f);
 }
 
-void Vocoder::synthesiseBands(int channel, int32_t f_q15)
+void Vocoder::advancePhases()
 {
+    if (hopPart == HopPart::analysed)
+        for (int c = 0; c < 2; ++c)
+            kernels.phasorStep(phaseAdvance[c], phasorRing[c][0], phasorRing[c][1]);
+    hopPart = HopPart::synthesised;
+    for (int c = 0; c < 2; ++c)
+        kernels.phasorAdvance(synthPhasor[c], phaseAdvance[c]);
+    startsInPhase = false;
+}
+
+void Vocoder::lockPhases(int channel)
+{
+    const int nearest = positionInHop() >= 16384 ? 1 : 0;
+    const int peaks =
+        peakphaselock(spectrum[channel], magRing[channel][nearest], phasorRing[channel][nearest],
+                      synthPhasor[channel], bandStatus, bandTable);
+    if (effectiveSpeed > 1.0f)
+        kernels.scaleSpectrum(spectrum[channel],
+                              int32_t(peakDensityGain(peaks, effectiveSpeed) * 16384.0f));
+}
+
+void Vocoder::synthesiseBands(int channel)
+{
+    if (startsInPhase)
+        std::copy(std::begin(phasorRing[channel][0]), std::end(phasorRing[channel][0]),
+                  synthPhasor[channel]);
+    const int32_t f_q15 = positionInHop();
     const int32_t* const older = magRing[channel][0];
     const int32_t* const newer = magRing[channel][1];
     for (int band = 0; band < kBands; ++band) {

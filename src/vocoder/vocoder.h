@@ -37,14 +37,27 @@ public:
     /// @returns        frames written at `out`, a multiple of `frames`; the others went to carryBuf
     int Velora_VSP_frame(Frame* out, const Frame* in, int frames, int written);
 
-    // The same in steps, for who wants no more than one frame at a time.
+    // The same in steps, for who wants no more than one frame at a time; and each step in stages of
+    // about equal work, 0 to k...Stages - 1, for who wants no more than one of these: they are for
+    // whole hops.
     /// Analyses one hop, as Velora_VSP_frame does; ends the one before.
     void takeHop(const Frame* in, int frames);
+    /// @param in  read in stages 0 and 1
+    void takeStage(int stage, const Frame* in, int frames);
     /// Whether the clock asks for (another) frame of the hop that was taken last.
     bool hasFrame() const { return frameClock < 1.0f; }
     /// Synthesises that frame, one hop of output.
     /// @param out  [frames], as many as were taken
     void giveFrame(Frame* out, int frames);
+    /// @param out  written in the last stage only
+    void giveStage(int stage, Frame* out, int frames);
+
+    static constexpr int kTakeStages = Velora_VSP_Conductor::kTakeStages;
+    static constexpr int kGiveStages = Velora_VSP_Conductor::kGiveStages;
+
+    /// After reset, for a stream that has been playing: the first frame comes after `hops` hops, 1 or
+    /// more, in phase with the input.
+    void prime(int hops);
 
     /// Splits a hop into `lowBandFrame` and the newest row of `hpRing`, the latter under the gain
     /// of the high band. Without decimation all of it is low band.
@@ -94,6 +107,8 @@ protected:
         frameClock = 1.0f;
         effectiveSpeed = 1.0f;
         hopPart = HopPart::none;
+        startsInPhase = false;
+        unheardHops = 0;
         clear(splitState, interpState, hpRing, hpSegRing);
         clear(bandCog, bandFlagRing, transientThreshold, transientDecision, transientDecisionPrev);
         clear(bandStatus, bandRingIndex, bandHold);
@@ -119,6 +134,9 @@ protected:
     float effectiveSpeed = 1.0f; // settings: what the clock moves on by
     enum class HopPart { none, analysed, synthesised };
     HopPart hopPart = HopPart::none; // history: how far the last hop has got
+    bool startsInPhase = false;      // the next frame takes its phases from the analysis
+    int8_t unheardHops = 0; // after the start of one: hops up to the first whole analysis frame, in
+                            // which everything would look like an onset
 
     // ---- Band split ----
     int32_t splitState[2][7] = {};         // history: [channel] delays, four times the value
@@ -156,9 +174,15 @@ protected:
     alignas(kLine) Frame carryBuf[kSlowestRatio * kPieceFrames];
 
 private:
+    void beginHop();
     void endHop();
-    void synthesiseSpectrum(bool firstOfHop);
-    void synthesiseBands(int channel, int32_t f_q15);
+    /// A part of Velora_VSP_LPHP_separate: frames from..to - 1, `from` a multiple of bandFactor.
+    void separate(const Frame* in, int from, int to);
+    void findOnset();
+    int32_t positionInHop() const; // Q15
+    void synthesiseBands(int channel);
+    void advancePhases();
+    void lockPhases(int channel);
     void countDownBands();
 };
 
