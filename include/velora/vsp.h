@@ -171,16 +171,17 @@ public:
 
     /// Each of these in stages of about equal work, for who spreads it over several calls: the
     /// stages one after another, from 0 on, are one TakeHop or, where one is due, one GiveHop. `in`
-    /// is read in the first two, `out` written in the last.
+    /// is read in the first two, `out` written in the last two.
     static constexpr int kTakeStages = 5;
-    static constexpr int kGiveStages = 5;
+    static constexpr int kGiveStages = 6;
     static void TakeStage(Velora_VSP_Interface* engine, int stage, const void* in);
     static void GiveStage(Velora_VSP_Interface* engine, int stage, void* out);
 
     /// Right after SetSpeedNow on a new Init, for an engine that is to join a stream which has been
     /// playing: the first GiveHop is due after `hops` hops, 1 or more, not after the first, and is in
-    /// phase with the input. From four hops on there is sound of the whole analysis frame in it.
-    static void Prime(Velora_VSP_Interface* engine, int hops);
+    /// phase with the input. A fraction lets it lie so far behind an analysis frame. From seven hops
+    /// on it knows all of its input.
+    static void Prime(Velora_VSP_Interface* engine, float hops);
 
     /// To be called when all of `engines` have processed the same hop: the onset that any of them
     /// found in it counts for all. Onsets then fall on the same frames in all of them.

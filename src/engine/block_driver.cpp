@@ -75,12 +75,13 @@ int Velora_VSP::callerHopFrames()
 
 void Velora_VSP::takeCallerHop(const void* in)
 {
-    for (int stage = 0; stage < kTakeStages; ++stage)
+    for (int stage = 0; stage < Velora_VSP_Conductor::kTakeStages; ++stage)
         takeCallerStage(stage, in);
 }
 
 void Velora_VSP::takeCallerStage(int stage, const void* in)
 {
+    static_assert(Velora_VSP_Conductor::kTakeStages == kTakeStages);
     if (stage == 0) {
         const int frames = callerHopFrames();
         if (!isWorkingForm())
@@ -93,19 +94,20 @@ int Velora_VSP::giveCallerHop(void* out)
 {
     if (!hasFrame())
         return 0;
-    for (int stage = 0; stage < kGiveStages; ++stage)
+    for (int stage = 0; stage < Velora_VSP_Conductor::kGiveStages; ++stage)
         giveCallerStage(stage, out);
     return hopFrames() << rateShift;
 }
 
 void Velora_VSP::giveCallerStage(int stage, void* out)
 {
-    if (!hasFrame())
-        return;
+    static_assert(Velora_VSP_Conductor::kGiveStages == kGiveStages + 1);
     Frame* const frames = isWorkingForm() ? static_cast<Frame*>(out) : mqOut;
-    giveStage(stage, frames, hopFrames());
-    if (stage < kGiveStages - 1)
+    if (stage < kGiveStages) {
+        if (hasFrame())
+            giveStage(stage, frames, hopFrames());
         return;
+    }
     filterOutput(frames, hopFrames());
     if (!isWorkingForm())
         Convert_MQ2UHQ(out, frames, hopFrames(), rateShift, bitDepth);

@@ -49,7 +49,7 @@ void Velora_VSP_Conductor::GiveStage(Velora_VSP_Interface* engine, int stage, vo
     engineOf(engine).giveCallerStage(stage, out);
 }
 
-void Velora_VSP_Conductor::Prime(Velora_VSP_Interface* engine, int hops)
+void Velora_VSP_Conductor::Prime(Velora_VSP_Interface* engine, float hops)
 {
     engineOf(engine).prime(hops);
 }

@@ -19,7 +19,8 @@ EngineBank::EngineBank(int channels, int rate, Velora_BitDepth_T bitDepth)
         engines.push_back(owned.back().get());
     }
     speeds.resize(engines.size());
-    start(1.0f);
+    for (int pair = 0; pair < pairs(); ++pair)
+        startPair(pair, 1.0f);
     hop = Velora_VSP_Conductor::HopFrames(engines[0]);
     part.resize(std::size_t(hop * bytesPerFrame(depth)));
     warmUp();
@@ -30,24 +31,31 @@ EngineBank::EngineBank(int channels, int rate, Velora_BitDepth_T bitDepth)
 void EngineBank::warmUp()
 {
     std::vector<std::byte> silence(part.size());
-    for (const float speed : {kSlowestSpeed, 0.3f, kFastestSpeed}) {
-        start(speed);
-        for (Velora_VSP_Interface* engine : engines) {
+    for (const float speed : {kSlowestSpeed, 0.3f, kFastestSpeed})
+        for (int pair = 0; pair < pairs(); ++pair) {
+            startPair(pair, speed);
+            Velora_VSP_Interface* const engine = engines[std::size_t(pair)];
             if (converterRatio(speed) != 0)
                 engine->Exe(part.data(), silence.data(), hop / converterRatio(speed));
             else
                 Velora_VSP_Conductor::TakeHop(engine, silence.data());
             Velora_VSP_Conductor::GiveHop(engine, part.data());
         }
-    }
 }
 
-void EngineBank::start(float speed)
+void EngineBank::startPair(int pair, float speed)
 {
-    for (int pair = 0; pair < int(engines.size()); ++pair) {
-        engines[std::size_t(pair)]->Init(sampleRate, depth);
-        speeds[std::size_t(pair)] = 1.0f;
-        engine(pair, speed);
+    engines[std::size_t(pair)]->Init(sampleRate, depth);
+    speeds[std::size_t(pair)] = 1.0f;
+    engine(pair, speed);
+}
+
+void EngineBank::start(Stages stages, float speed, float hops)
+{
+    for (int pair = stages.from; pair < stages.to; ++pair) {
+        startPair(pair, speed);
+        if (hops > 1.0f)
+            Velora_VSP_Conductor::Prime(engines[std::size_t(pair)], hops);
     }
 }
 
@@ -60,38 +68,62 @@ Velora_VSP_Interface* EngineBank::engine(int pair, float speed)
     return found;
 }
 
-void EngineBank::takeHop(int pair, const PairQueue& in, std::int64_t at, float speed)
+void EngineBank::takeHop(Stages stages, const PairQueue& in, std::int64_t at, float speed)
 {
-    Velora_VSP_Conductor::TakeHop(engine(pair, speed), in.at(pair, at));
-    if (pair + 1 == int(engines.size()))
-        Velora_VSP_Conductor::ShareOnsets(engines.data(), int(engines.size()));
+    for (int n = stages.from; n < stages.to; ++n) {
+        const int pair = n / kTakeStages;
+        Velora_VSP_Conductor::TakeStage(engine(pair, speed), n % kTakeStages, in.at(pair, at));
+    }
+    if (stages.to == kTakeStages * pairs())
+        Velora_VSP_Conductor::ShareOnsets(engines.data(), pairs());
 }
 
-// Runs run(out), which writes a hop of the pair to `out`.
-template <class Run>
-void EngineBank::collect(int pair, PairQueue& out, std::int64_t skip, Run run)
+// Where a hop of the pair is to be written, which the queue has taken in already all but its first
+// `skip` frames.
+std::byte* EngineBank::roomFor(int pair, PairQueue& out, std::int64_t skip)
+{
+    return skip == 0 ? out.at(pair, out.end() - hop) : part.data();
+}
+
+// That hop has been written.
+void EngineBank::keep(int pair, PairQueue& out, std::int64_t skip) const
 {
     const std::int64_t wanted = hop - skip;
-    if (pair == 0)
-        out.append(wanted);
-    std::byte* const target = out.at(pair, out.end() - wanted);
-    run(skip == 0 ? target : part.data());
     if (skip > 0)
-        std::memcpy(target, part.data() + skip * bytesPerFrame(depth),
+        std::memcpy(out.at(pair, out.end() - wanted), part.data() + skip * bytesPerFrame(depth),
                     std::size_t(wanted * bytesPerFrame(depth)));
 }
 
-void EngineBank::giveHop(int pair, PairQueue& out, std::int64_t skip, float speed)
+void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, float speed)
 {
-    collect(pair, out, skip,
-            [&](void* target) { Velora_VSP_Conductor::GiveHop(engine(pair, speed), target); });
+    constexpr int kLast = kGiveStages - 1; // it and the one before write
+    for (int n = stages.from; n < stages.to; ++n) {
+        const int pair = n / kGiveStages;
+        const int stage = n % kGiveStages;
+        if (n == kLast - 1)
+            out.append(hop - skip);
+        std::byte* const room = stage < kLast - 1 ? nullptr : roomFor(pair, out, skip);
+        Velora_VSP_Conductor::GiveStage(engine(pair, speed), stage, room);
+        if (stage == kLast)
+            keep(pair, out, skip);
+    }
 }
 
-void EngineBank::convert(int pair, PairQueue& out, std::int64_t skip, const PairQueue& in,
-                         std::int64_t at, int count, float speed)
+void EngineBank::convert(Stages stages, PairQueue& out, std::int64_t skip, const PairQueue& in,
+                         std::int64_t at, float speed)
 {
-    collect(pair, out, skip,
-            [&](void* target) { engine(pair, speed)->Exe(target, in.at(pair, at), count); });
+    const int frames = hop / kConvertStages; // of output
+    const int count = frames / converterRatio(speed);
+    if (stages.from == 0)
+        out.append(hop - skip);
+    for (int n = stages.from; n < stages.to; ++n) {
+        const int pair = n / kConvertStages;
+        const int stage = n % kConvertStages;
+        std::byte* const room = roomFor(pair, out, skip) + stage * frames * bytesPerFrame(depth);
+        engine(pair, speed)->Exe(room, in.at(pair, at + stage * count), count);
+        if (stage == kConvertStages - 1)
+            keep(pair, out, skip);
+    }
 }
 
 } // namespace vsp

@@ -21,26 +21,31 @@ public:
     /// Caller frames that the engines take at a time.
     int hopFrames() const { return hop; }
 
-    /// Brings the engines to where they have heard nothing but silence.
-    void start(float speed);
+    // What follows goes in stages, as a Voice counts them: all stages of one call before the first
+    // of the next.
+    struct Stages {
+        int from, to; // to - 1 is the last
+    };
 
-    // For one pair of channels at a time, the first one first, and all of them before the next call
-    // for the first one.
-
+    /// Brings the engines to where they have heard nothing but silence; the first hop of output comes
+    /// after `hops` hops of input.
+    void start(Stages stages, float speed, float hops);
     /// Analyses the hop at frame `at` of `in`, at `speed`.
-    void takeHop(int pair, const PairQueue& in, std::int64_t at, float speed);
+    void takeHop(Stages stages, const PairQueue& in, std::int64_t at, float speed);
     /// Synthesises the next hop of output at `speed`; all of it but the first `skip` frames is
     /// appended to `out`.
-    void giveHop(int pair, PairQueue& out, std::int64_t skip, float speed);
-    /// Converts `count` frames at `at` of `in` into one hop of output.
-    void convert(int pair, PairQueue& out, std::int64_t skip, const PairQueue& in, std::int64_t at,
-                 int count, float speed);
+    void giveHop(Stages stages, PairQueue& out, std::int64_t skip, float speed);
+    /// Converts the frames at `at` of `in` that make one hop of output.
+    void convert(Stages stages, PairQueue& out, std::int64_t skip, const PairQueue& in,
+                 std::int64_t at, float speed);
 
 private:
+    int pairs() const { return int(engines.size()); }
     void warmUp();
+    void startPair(int pair, float speed);
     Velora_VSP_Interface* engine(int pair, float speed);
-    template <class Run>
-    void collect(int pair, PairQueue& out, std::int64_t skip, Run run);
+    std::byte* roomFor(int pair, PairQueue& out, std::int64_t skip);
+    void keep(int pair, PairQueue& out, std::int64_t skip) const;
 
     struct Destroy {
         void operator()(Velora_VSP_Interface* engine) const { Velora_VSP_Factory::Destroy(engine); }

@@ -20,13 +20,9 @@ namespace vsp {
 ///
 /// The calls are told a `Sound`, which does to the samples what is decided here:
 ///     times()                   the time map
-///     take(voice, isNext)       the hop at voice.fed goes through that voice's analysis
-///     give(voice, isNext)       the hop of output at voice.end, or none if that is muted
-///     convert(voice, isNext)    both in one, for the converter; these three for one pair of
-///                               channels, voice.pairsDone
+///     run(voice, n, isNext)     n stages of the voice's next step, from voice.done on
 ///     copy(voice, n, isNext)    n frames of a dry voice
-///     join(voice, output)       the next voice starts in silence; what it gives before output frame
-///                               `output` is not wanted
+///     join(output)              what the next voice gives before output frame `output` is not wanted
 ///     fade(output, frames)      from the voice that sounds to the next one, which sounds now
 class Schedule {
 public:
@@ -70,23 +66,17 @@ public:
     /// `proceed` has done all that it can.
     std::int64_t missingInput(std::int64_t until) const
     {
-        const std::int64_t faded = joinOutput + fade();
-        const bool isDue = join != Join::none && until > joinOutput;
-        const bool isBehind = !isDue && made() < std::min(until, now.end);
+        const std::int64_t target = targetOfNow(until);
         const std::int64_t needed =
-            isBehind ? stepFor(now) : missingFor(now, isDue ? faded : until);
-        if (join == Join::none)
-            return needed;
-        return join == Join::running && (until > joinOutput || held() < until)
-                   ? std::min(needed, missingFor(next, faded))
-                   : needed;
+            made() < std::min(target, now.end) ? stepFor(now) : missingFor(now, target);
+        return wantsPriming(until) ? std::min(needed, missingForNext(until)) : needed;
     }
 
     /// The first input frame that may still be wanted.
     std::int64_t oldest(const TimeMap& times) const
     {
         const double media = times.mediaAt(double(taken)) / double(rate.hop);
-        const std::int64_t hop = std::int64_t(media) - Voice::mostLeadHops(rate.fastest);
+        const std::int64_t hop = std::int64_t(media) - Voice::kMostLeadHops;
         const std::int64_t first = std::min(now.fed, hop * rate.hop);
         return join == Join::none ? first : std::min(first, next.fed);
     }
@@ -137,26 +127,19 @@ public:
         while (join != Join::none) {
             prime(until, sound);
             const std::int64_t faded = joinOutput + fade();
-            const bool isDue = until > joinOutput;
-            advance(now, isDue ? faded : until, sound, false);
-            workAhead(std::min(until, joinOutput), sound);
-            if (!isDue || now.end < faded || next.end < faded)
+            advance(now, targetOfNow(until), sound, false);
+            if (until <= joinOutput || now.end < faded || next.end < faded)
                 return;
             sound.fade(joinOutput, fade());
             now = next;
-            planAhead();
             join = Join::none;
             planFrom(now.segment + 1, joinOutput, sound);
         }
         advance(now, until, sound, false);
-        workAhead(until, sound);
     }
 
 private:
     enum class Join { none, awaited, running };
-
-    // To bring a voice's engines to silence takes as long as a few steps.
-    static constexpr std::int64_t kStartSteps = 3;
 
     /// Where the speed is another one from the first frame on, there is nothing to fade from.
     std::int64_t fade() const { return joinOutput == 0 ? 0 : rate.hop / 2; }
@@ -164,11 +147,29 @@ private:
     /// Output that may be handed out with the next voice as far as it is.
     std::int64_t held() const
     {
-        if (primedSteps >= primeSteps)
+        if (primed >= primeStages)
             return joinOutput;
-        return primeFrom + (joinOutput - primeFrom) * primedSteps / primeSteps;
+        return primeFrom + (joinOutput - primeFrom) * primed / primeStages;
+    }
+    bool wantsPriming(std::int64_t until) const
+    {
+        return join == Join::running && (until > joinOutput || held() < until);
+    }
+    /// Stages of priming after which that is at least `until`.
+    std::int64_t stagesToHold(std::int64_t until) const
+    {
+        if (until > joinOutput)
+            return primeStages;
+        const std::int64_t frames = joinOutput - primeFrom;
+        return frames == 0 ? 0 : ((until - primeFrom) * primeStages + frames - 1) / frames;
     }
 
+    std::int64_t missingForNext(std::int64_t until) const
+    {
+        const std::int64_t faded = joinOutput + fade();
+        return next.end < faded || primed >= stagesToHold(until) ? missingFor(next, faded)
+                                                                 : stepFor(next);
+    }
     std::int64_t missingFor(const Voice& voice, std::int64_t until) const
     {
         if (voice.end >= until)
@@ -180,6 +181,17 @@ private:
         return voice.fed + voice.inputStep(rate) - input;
     }
 
+    /// Output up to which the voice that sounds is to be made, so that it is there to the end of the
+    /// fade when that begins.
+    std::int64_t targetOfNow(std::int64_t until) const
+    {
+        if (join == Join::none || until <= primeFrom)
+            return until;
+        if (until >= joinOutput)
+            return joinOutput + fade();
+        return until + fade() * (until - primeFrom) / (joinOutput - primeFrom);
+    }
+
     /// Advances the next voice as far as output up to `until` asks for.
     template <class Sound>
     void prime(std::int64_t until, Sound&& sound)
@@ -187,73 +199,72 @@ private:
         if (until <= primeFrom && until <= joinOutput)
             return;
         if (join == Join::awaited) {
-            sound.join(next, joinOutput);
+            sound.join(joinOutput);
             join = Join::running;
-            primedSteps = kStartSteps;
         }
         const std::int64_t faded = joinOutput + fade();
         if (next.isDry()) {
             if (until > joinOutput)
                 advance(next, faded, sound, true);
-            primedSteps = primeSteps;
+            primed = primeStages;
             return;
         }
-        while (next.end < faded && (until > joinOutput || held() < until) &&
-               step(next, sound, true))
-            ++primedSteps;
-        if (next.end >= faded)
-            primedSteps = primeSteps;
-    }
-
-    /// One hop of one pair in or out. False if there is no input for it.
-    template <class Sound>
-    bool step(Voice& voice, Sound&& sound, bool isNext)
-    {
-        if (voice.wantsInput() && voice.fed + voice.inputStep(rate) > input)
-            return false;
-        if (voice.path == Path::converter)
-            sound.convert(voice, isNext);
-        else if (voice.wantsInput())
-            sound.take(voice, isNext);
-        else {
-            if (voice.pairsDone == 0)
-                voice.follow(sound.times(), rate);
-            sound.give(voice, isNext);
+        const std::int64_t goal = stagesToHold(until);
+        while (primed < goal || (until > joinOutput && next.end < faded)) {
+            const std::int64_t done = step(next, goal - primed, sound, true);
+            if (done == 0)
+                return;
+            primed += done;
+            // A change of the plan may have made it less work.
+            if (next.end >= faded + rate.hop)
+                primed = primeStages;
         }
-        const std::int64_t before = voice.end;
-        if (++voice.pairsDone == rate.pairs)
-            voice.move(rate);
-        if (!isNext)
-            ++aheadSteps;
-        if (!isNext && voice.end != before)
-            planAhead();
-        return true;
     }
 
-    // ---- Work for the hop of output that comes after those that are made ----
-
-    void planAhead()
+    /// Up to `most` stages, but at least one, of the voice's next step. Returns how many: 0 if there
+    /// is no input for it.
+    template <class Sound>
+    std::int64_t step(Voice& voice, std::int64_t most, Sound&& sound, bool isNext)
     {
-        aheadSteps = 0;
-        aheadTotal = now.stepsToGive() * rate.pairs;
+        if (voice.fed + voice.inputStep(rate) > input)
+            return 0;
+        if (voice.nextStep() == Voice::Step::give && voice.done == 0)
+            voice.follow(sound.times(), rate);
+        const int left = voice.stages(rate) - voice.done;
+        const int count = int(std::clamp<std::int64_t>(most, 1, left));
+        sound.run(voice, count, isNext);
+        voice.done += count;
+        voice.ahead += count;
+        if (count == left)
+            voice.move(rate);
+        return count;
     }
 
-    /// Output that may be handed out with that work as far as it is: no more of the hop before it
-    /// than there is done of the work.
+    /// Output that may be handed out with the work for the hop that comes after those that are made as
+    /// far as it is: no more of the last one than there is done of the work.
     std::int64_t made() const
     {
-        if (!rate.isSmooth || now.isDry() || aheadTotal == 0)
+        if (!rate.isSmooth || now.isDry())
             return now.end;
-        const std::int64_t share = ((aheadSteps + 1) * rate.hop + aheadTotal - 1) / aheadTotal;
+        const std::int64_t total = now.stagesToGive(rate);
+        const std::int64_t share = ((now.ahead + 1) * rate.hop + total - 1) / total;
         return std::min(now.end, now.end - rate.hop + share);
+    }
+    /// Stages of that work after which that is at least `until`, which is at most now.end.
+    std::int64_t stagesToMake(std::int64_t until) const
+    {
+        return (until - (now.end - rate.hop) - 1) * now.stagesToGive(rate) / rate.hop;
     }
 
     template <class Sound>
     void advance(Voice& voice, std::int64_t until, Sound&& sound, bool isNext)
     {
         if (!voice.isDry()) {
-            while (voice.end < until && step(voice, sound, isNext)) {
-            }
+            while (voice.end < until)
+                if (step(voice, kForever, sound, isNext) == 0)
+                    return;
+            if (!isNext)
+                workAhead(until, sound);
             return;
         }
         const std::int64_t frames = std::min(input - voice.fed, until - voice.end);
@@ -267,8 +278,9 @@ private:
     template <class Sound>
     void workAhead(std::int64_t until, Sound&& sound)
     {
-        while (made() < std::min(until, now.end) && step(now, sound, false)) {
-        }
+        while (made() < until)
+            if (step(now, stagesToMake(until) - now.ahead, sound, false) == 0)
+                return;
     }
 
     /// Finds the first change, from segment `index` on, that asks for another voice. Work for it may
@@ -293,11 +305,23 @@ private:
         next.place(joinOutput, s.mediaAt(double(joinOutput)), rate);
         now.segment = std::min(now.segment, std::max<std::size_t>(index, 1) - 1);
         primeFrom = std::max(earliest, joinOutput - kSpreadHops * rate.hop);
-        primedSteps = 0;
-        primeSteps = next.isDry() ? 0 : kStartSteps;
-        if (!next.isDry())
-            for (Voice voice = next; voice.end < joinOutput + fade(); primeSteps += rate.pairs)
-                voice.step(times, rate);
+        primed = 0;
+        primeStages = next.isDry() ? 0 : stagesToPrime(next, times);
+    }
+
+    /// Stages that bring a voice to the end of the fade, and far enough ahead of its beginning.
+    std::int64_t stagesToPrime(Voice voice, const TimeMap& times) const
+    {
+        std::int64_t stages = 0;
+        while (voice.end < joinOutput + fade()) {
+            if (voice.nextStep() == Voice::Step::give)
+                voice.follow(times, rate);
+            stages += voice.stages(rate);
+            voice.move(rate);
+        }
+        const std::int64_t begun = joinOutput - (voice.end - rate.hop);
+        return rate.isSmooth && begun > 0 ? stages + begun * voice.stagesToGive(rate) / rate.hop
+                                          : stages;
     }
 
     Voice now;
@@ -305,11 +329,8 @@ private:
     Join join = Join::none;
     std::int64_t joinOutput = 0;  // the map asks for `next` from this output frame on
     std::int64_t primeFrom = 0;   // output frame at which its priming begins
-    std::int64_t primeSteps = 0;  // that this takes
-    std::int64_t primedSteps = 0; // of them that are done
-
-    std::int64_t aheadTotal = 0; // steps that the next hop of `now` takes; 0: it has made none yet
-    std::int64_t aheadSteps = 0; // of them that are done
+    std::int64_t primeStages = 0; // that this takes
+    std::int64_t primed = 0;      // of them that are done
 };
 
 /// A Sound that makes none: runs a copy of a schedule ahead.
@@ -317,11 +338,9 @@ struct Rehearsal {
     const TimeMap& map;
 
     const TimeMap& times() const { return map; }
-    void take(const Voice&, bool) const {}
-    void give(const Voice&, bool) const {}
-    void convert(const Voice&, bool) const {}
+    void run(const Voice&, int, bool) const {}
     void copy(const Voice&, std::int64_t, bool) const {}
-    void join(const Voice&, std::int64_t) const {}
+    void join(std::int64_t) const {}
     void fade(std::int64_t, std::int64_t) const {}
 };
 

@@ -23,45 +23,40 @@ Sound::Sound(int channels, int sampleRate, Velora_BitDepth_T bitDepth, std::int6
 {
 }
 
-void Sound::take(const Voice& voice, bool isNext)
+void Sound::run(const Voice& voice, int stages, bool isNext)
 {
-    bank(isNext).takeHop(voice.pairsDone, input, voice.fed, voice.engineSpeed);
+    EngineBank& engines = bank(isNext);
+    const EngineBank::Stages part{voice.done, voice.done + stages};
+    switch (voice.nextStep()) {
+    case Voice::Step::start:
+        engines.start(part, voice.engineSpeed, voice.clock);
+        break;
+    case Voice::Step::take:
+        engines.takeHop(part, input, voice.fed, voice.engineSpeed);
+        break;
+    case Voice::Step::give:
+        engines.giveHop(part, queue(isNext), unwanted(voice, isNext), voice.engineSpeed);
+        break;
+    case Voice::Step::convert:
+        engines.convert(part, queue(isNext), unwanted(voice, isNext), input, voice.fed,
+                        voice.engineSpeed);
+        break;
+    }
 }
 
 // Frames at the beginning of the voice's next hop of output that come before what is wanted: they
-// are found for the first pair of channels, whose frames the queue takes in for all.
+// are found as it begins, before the queue takes the hop in.
 std::int64_t Sound::unwanted(const Voice& voice, bool isNext)
 {
     std::int64_t& frames = skip[isNext ? 1 - sounding : sounding];
-    if (voice.pairsDone == 0)
-        frames = voice.isMute()
-                     ? hopFrames()
-                     : std::clamp<std::int64_t>(queue(isNext).end() - voice.end, 0, hopFrames());
+    if (voice.done == 0)
+        frames = std::clamp<std::int64_t>(queue(isNext).end() - voice.end, 0, hopFrames());
     return frames;
-}
-
-void Sound::give(const Voice& voice, bool isNext)
-{
-    bank(isNext).giveHop(voice.pairsDone, queue(isNext), unwanted(voice, isNext),
-                         voice.engineSpeed);
-}
-
-void Sound::convert(const Voice& voice, bool isNext)
-{
-    bank(isNext).convert(voice.pairsDone, queue(isNext), unwanted(voice, isNext), input, voice.fed,
-                         int(voice.engineSpeed * float(hopFrames())), voice.engineSpeed);
 }
 
 void Sound::copy(const Voice& voice, std::int64_t frames, bool isNext)
 {
     queue(isNext).append(input, voice.fed, frames);
-}
-
-void Sound::join(const Voice& voice, std::int64_t frame)
-{
-    queue(true).restart(frame);
-    if (!voice.isDry())
-        bank(true).start(voice.engineSpeed);
 }
 
 void Sound::fade(std::int64_t frame, std::int64_t frames)

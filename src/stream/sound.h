@@ -25,11 +25,9 @@ public:
 
     // ---- Called by the schedule ----
     const TimeMap& times() const { return map; }
-    void take(const Voice& voice, bool isNext);
-    void give(const Voice& voice, bool isNext);
-    void convert(const Voice& voice, bool isNext);
+    void run(const Voice& voice, int stages, bool isNext);
     void copy(const Voice& voice, std::int64_t frames, bool isNext);
-    void join(const Voice& voice, std::int64_t frame);
+    void join(std::int64_t frame) { queue(true).restart(frame); }
     void fade(std::int64_t frame, std::int64_t frames);
 
     /// Nothing has come in or out.

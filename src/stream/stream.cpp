@@ -40,7 +40,7 @@ std::int64_t hopOf(int sampleRate)
 std::int64_t waitingHops(double fastest)
 {
     const auto primed = std::int64_t(std::ceil(double(Schedule::kSpreadHops) * fastest));
-    return Voice::mostLeadHops(fastest) + Voice::mostLagHops(fastest) + primed + 4;
+    return Voice::kMostLeadHops + Voice::mostLagHops(fastest) + primed + 4;
 }
 
 } // namespace
@@ -147,7 +147,7 @@ void Stream::begin(std::int64_t mediaFrame, double atSpeed, std::int64_t preRoll
 void Stream::seek(std::int64_t mediaFrame, const Source& preRoll, std::int64_t frames)
 {
     const double kept = speedAt(schedule.taken);
-    const std::int64_t most = (Voice::mostLeadHops(fixed.fastest) + 1) * schedule.rate.hop;
+    const std::int64_t most = (Voice::kMostLeadHops + 1) * schedule.rate.hop;
     const std::int64_t used = std::clamp<std::int64_t>(frames, 0, most);
     sound.input.restart(0);
     if (used > 0) {

@@ -42,11 +42,16 @@ double phaseDelayHops(float engineSpeed)
 // Output hops that the sound may be away from the time map: far more than rounding makes.
 constexpr double kDriftHops = 1.0 / 64.0;
 
-// Where a voice joins below 1.0, this many hops of output are enough for its overlap-add and phases
-// to settle, once its analysis has heard eight hops. At a speed of eight hops a hop, the engine
-// makes one synthesis frame of these.
-constexpr double kSettlingHops = 6.5;
-constexpr int kMuteHops = 8;
+// A synthesis frame needs this many hops of input: the four of the older of the two analysis frames
+// around it, one more for the newer, and two by which onsets are known ahead.
+constexpr int kPrimedHops = 7;
+
+// Where a low-passed voice joins, this many hops of output are enough for its overlap-add and its
+// filters to settle.
+constexpr double kSettlingHops = 4.5;
+
+// The converter's memory, in hops of input.
+constexpr int kConverterHops = 2;
 
 // The vocoder's speed closest to one that the engine takes for something else.
 float vocoderSpeed(float speed)
@@ -96,42 +101,93 @@ void Voice::place(std::int64_t output, double media, const Rate& rate)
     if (isDry()) {
         fed = std::llround(media);
         end = output;
-        return;
-    }
-    if (path == Path::vocoder)
+    } else if (path == Path::converter) {
+        placeConverter(output, media, rate);
+    } else if (media == 0.0) {
         phaseDelay = phaseDelayHops(engineSpeed);
-    const double hops = media / double(rate.hop);
-    const auto mediaHop = std::int64_t(std::floor(hops));
-    std::int64_t first = std::max<std::int64_t>(0, mediaHop - leadHops()); // hop whose sound counts
-    if (path == Path::vocoder && speed < 1.0) {
-        const double settled =
-            hops + kAnalysisDelayHops - (kSettlingHops - synthesisDelayHops()) * speed;
-        const auto shorter = std::int64_t(std::floor(settled));
-        if (shorter >= kMuteHops) {
-            mute = kMuteHops;
-            first = shorter;
-        }
+        fed = 0;
+        end = output - std::llround(delay(rate));
+    } else {
+        placeAmidst(output, media, rate);
     }
-    fed = (first - mute) * rate.hop;
-    end = output - std::llround((media - double(first * rate.hop)) / speed + delay(rate));
+}
+
+void Voice::placeConverter(std::int64_t output, double media, const Rate& rate)
+{
+    const auto mediaHop = std::int64_t(std::floor(media / double(rate.hop)));
+    fed = std::max<std::int64_t>(0, mediaHop - kConverterHops) * rate.hop;
+    end = output - std::llround((media - double(fed)) / speed + delay(rate));
+}
+
+// Up to `output` the voice sounds as the input does, so that the two may be mixed; its synthesis
+// frames up to there lie on analysis frames. Through the low-pass it can't.
+void Voice::placeAmidst(std::int64_t output, double media, const Rate& rate)
+{
+    phaseDelay = kPhaseDelayHops;
+    const double hops = media / double(rate.hop);
+    double position = 0.0; // of the first synthesis frame
+    if (isFiltered()) {
+        position = hops + kAnalysisDelayHops - (kSettlingHops - synthesisDelayHops()) * speed;
+        end = output - std::llround(kSettlingHops * double(rate.hop) + filterDelay(rate));
+    } else {
+        position = std::floor(hops) - 1.0 + kAnalysisDelayHops;
+        end = output - kSynthesisDelayHops * rate.hop -
+              std::llround(media - (position - kAnalysisDelayHops) * double(rate.hop));
+        inPhaseTo = output;
+    }
+    const std::int64_t taken = std::int64_t(std::floor(position)) + 1;
+    const std::int64_t first = std::max<std::int64_t>(0, taken - kPrimedHops);
+    fed = first * rate.hop;
+    clock = float(position + 1.0 - double(first));
+}
+
+Voice::Step Voice::nextStep() const
+{
+    if (isNew)
+        return Step::start;
+    if (path == Path::converter)
+        return Step::convert;
+    return clock >= 1.0f ? Step::take : Step::give;
 }
 
 std::int64_t Voice::inputStep(const Rate& rate) const
 {
-    return path == Path::converter ? std::int64_t(double(rate.hop) * speed) : rate.hop;
+    switch (nextStep()) {
+    case Step::take:
+        return rate.hop;
+    case Step::convert:
+        return std::int64_t(double(rate.hop) * speed);
+    default:
+        return 0;
+    }
 }
 
-void Voice::takeHop(const Rate& rate)
+int Voice::stages(const Rate& rate) const
 {
-    clock -= 1.0f;
-    fed += rate.hop;
-    mute = std::max(mute - 1, 0);
+    switch (nextStep()) {
+    case Step::start:
+        return kStartStages * rate.pairs;
+    case Step::take:
+        return kTakeStages * rate.pairs;
+    case Step::convert:
+        return kConvertStages * rate.pairs;
+    default:
+        return kGiveStages * rate.pairs;
+    }
+}
+
+std::int64_t Voice::stagesToGive(const Rate& rate) const
+{
+    if (path == Path::converter)
+        return stages(rate);
+    const std::int64_t hops = clock >= 1.0f ? std::int64_t(clock) : 0;
+    return ahead - done + (hops * kTakeStages + kGiveStages) * rate.pairs;
 }
 
 void Voice::follow(const TimeMap& times, const Rate& rate)
 {
-    if (mute > 0) {
-        engineSpeed = float(kMuteHops);
+    if (end + (1 + kSynthesisDelayHops) * rate.hop <= inPhaseTo) {
+        engineSpeed = vocoderSpeed(1.0f);
         return;
     }
     // Of this hop of output and of the next, in hops of input.
@@ -146,42 +202,28 @@ void Voice::follow(const TimeMap& times, const Rate& rate)
                                                        : nearSpeed(aim - position);
 }
 
-void Voice::giveHop(const Rate& rate)
-{
-    clock += engineSpeed;
-    if (mute == 0)
-        end += rate.hop;
-}
-
-void Voice::convertHop(const Rate& rate)
-{
-    fed += inputStep(rate);
-    end += rate.hop;
-}
-
-std::int64_t Voice::stepsToGive() const
-{
-    if (path == Path::converter)
-        return 1;
-    return 1 + (wantsInput() ? std::int64_t(clock) : 0);
-}
-
 void Voice::move(const Rate& rate)
 {
-    pairsDone = 0;
-    if (path == Path::converter)
-        convertHop(rate);
-    else if (wantsInput())
-        takeHop(rate);
-    else
-        giveHop(rate);
-}
-
-void Voice::step(const TimeMap& times, const Rate& rate)
-{
-    if (!wantsInput())
-        follow(times, rate);
-    move(rate);
+    done = 0;
+    switch (nextStep()) {
+    case Step::start:
+        isNew = false;
+        break;
+    case Step::take:
+        clock -= 1.0f;
+        fed += rate.hop;
+        break;
+    case Step::give:
+        clock += engineSpeed;
+        end += rate.hop;
+        ahead = 0;
+        break;
+    case Step::convert:
+        fed += inputStep(rate);
+        end += rate.hop;
+        ahead = 0;
+        break;
+    }
 }
 
 std::int64_t Voice::turnFrame(const Rate& rate) const
@@ -194,17 +236,6 @@ std::int64_t Voice::mostLagHops(double speed)
     // Four hops to the centre of a frame, two and a half hops of output from there, half of one for a
     // fade and one that work is done for ahead; and what is rounded up.
     return kAnalysisDelayHops + std::int64_t(std::ceil(4.0 * speed)) + 4;
-}
-
-std::int64_t Voice::mostLeadHops(double speed)
-{
-    return std::max<std::int64_t>(kMuteHops, 6 + std::int64_t(speed));
-}
-
-// Hops before the first wanted one after which level and phases have settled; nothing is mute.
-std::int64_t Voice::leadHops() const
-{
-    return path == Path::vocoder ? 6 + std::int64_t(speed) : 2;
 }
 
 bool Voice::isFiltered() const

@@ -4,9 +4,17 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <velora/vsp.h>
+
 #include "stream/time_map.h"
 
 namespace vsp {
+
+// Stages of the steps of one pair of channels, all of about equal work.
+inline constexpr int kStartStages = 1;
+inline constexpr int kTakeStages = Velora_VSP_Conductor::kTakeStages;
+inline constexpr int kGiveStages = Velora_VSP_Conductor::kGiveStages;
+inline constexpr int kConvertStages = 4;
 
 /// What the stream's rate and its caller fix.
 struct Rate {
@@ -32,13 +40,14 @@ struct Voice {
     std::int64_t end = 0;     // output frame that it gives next
     std::size_t segment = 0;  // of the time map, which it follows
     double phaseDelay = 0.0;  // hops of output that it sounds later than its frames say
-    int pairsDone = 0;        // of the step that comes next
-    int mute = 0;             // hops to be taken before the first whose sound is wanted
+    std::int64_t inPhaseTo = 0; // output frame up to which it sounds as the input does, at 1.0
+    bool isNew = true;          // its engines are to be started first
+    int done = 0;               // stages of the step that comes next, of all pairs
+    std::int64_t ahead = 0;     // stages since it gave a hop of output
 
     static Voice at(double speed, const Rate& rate);
 
     bool isDry() const { return path == Path::dry; }
-    bool isMute() const { return mute > 0; }
 
     /// Whether it can play at the other's speed without a fade. The low-pass that comes with slow
     /// speeds sounds too different.
@@ -48,39 +57,41 @@ struct Voice {
     /// enough before that for its pipeline to have filled.
     void place(std::int64_t output, double media, const Rate& rate);
 
-    /// Whether it must take in before it can give.
-    bool wantsInput() const { return path == Path::converter || clock >= 1.0f; }
-    /// Frames that it takes in at a time.
+    // What it does comes in steps, a step for all pairs of channels in stages.
+    enum class Step {
+        start,   ///< its engines are brought to silence
+        take,    ///< takes in the hop at `fed`
+        give,    ///< gives a hop of output at `end`
+        convert, ///< takes in what makes one hop of output, and gives that
+    };
+    Step nextStep() const;
+    /// Frames that the next step needs from `fed` on; 0 if it takes in none.
     std::int64_t inputStep(const Rate& rate) const;
+    /// Stages of the next step, of all pairs.
+    int stages(const Rate& rate) const;
+    /// Stages of all steps from one hop of output to the end of the next.
+    std::int64_t stagesToGive(const Rate& rate) const;
 
-    /// Steps, takes and one give, to the next hop of output.
-    std::int64_t stepsToGive() const;
-
-    /// Takes the hop at `fed`.
-    void takeHop(const Rate& rate);
-    /// Chooses the engine's speed for the next hop of output so that it keeps to the time map.
+    /// Before a step that gives: chooses the engine's speed so that it keeps to the time map.
     void follow(const TimeMap& times, const Rate& rate);
-    /// Gives a hop of output at `end`, or none while it is mute.
-    void giveHop(const Rate& rate);
-    /// Takes in what makes one hop of output, and gives that.
-    void convertHop(const Rate& rate);
-    /// Whichever of takeHop, giveHop and convertHop comes next; and with `follow` before it.
+    /// The next step is done.
     void move(const Rate& rate);
-    void step(const TimeMap& times, const Rate& rate);
 
     /// Output frame from which it can play at another speed: the middle of its next synthesis
     /// frame.
     std::int64_t turnFrame(const Rate& rate) const;
 
-    /// Most hops of input that must have come in beyond an input time for it to come out, and most
-    /// before it, up to a speed.
+    /// Most hops of input that must have come in beyond an input time for it to come out, up to a
+    /// speed; and most before it that a voice which joins there wants.
     static std::int64_t mostLagHops(double speed);
-    static std::int64_t mostLeadHops(double speed);
+    static constexpr std::int64_t kMostLeadHops = 5;
 
 private:
     bool isFiltered() const;
     float nearSpeed(double wanted) const;
-    std::int64_t leadHops() const;
+    void placeConverter(std::int64_t output, double media, const Rate& rate);
+    void placeAtStart(std::int64_t output, double media, const Rate& rate);
+    void placeAmidst(std::int64_t output, double media, const Rate& rate);
     double synthesisDelayHops() const;
     double centre(std::int64_t output, const Rate& rate) const;
     std::size_t segmentAt(const TimeMap& times, std::int64_t output, const Rate& rate) const;

@@ -143,9 +143,10 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
     }
 }
 
-void Vocoder::prime(int hops)
+void Vocoder::prime(float hops)
 {
-    frameClock = float(std::max(hops, 1));
+    constexpr float kMost = 1 << 20;
+    frameClock = hops > 1.0f ? std::min(hops, kMost) : 1.0f;
     startsInPhase = true;
     unheardHops = 3;
 }

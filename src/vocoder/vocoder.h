@@ -38,8 +38,7 @@ public:
     int Velora_VSP_frame(Frame* out, const Frame* in, int frames, int written);
 
     // The same in steps, for who wants no more than one frame at a time; and each step in stages of
-    // about equal work, 0 to k...Stages - 1, for who wants no more than one of these: they are for
-    // whole hops.
+    // about equal work, for whole hops only.
     /// Analyses one hop, as Velora_VSP_frame does; ends the one before.
     void takeHop(const Frame* in, int frames);
     /// @param in  read in stages 0 and 1
@@ -52,12 +51,13 @@ public:
     /// @param out  written in the last stage only
     void giveStage(int stage, Frame* out, int frames);
 
-    static constexpr int kTakeStages = Velora_VSP_Conductor::kTakeStages;
-    static constexpr int kGiveStages = Velora_VSP_Conductor::kGiveStages;
+    static constexpr int kTakeStages = 5; // 0 to 4
+    static constexpr int kGiveStages = 5;
 
-    /// After reset, for a stream that has been playing: the first frame comes after `hops` hops, 1 or
-    /// more, in phase with the input.
-    void prime(int hops);
+    /// After reset, for a stream that has been playing: the first frame takes its phases from the
+    /// input.
+    /// @param hops  that it comes after, 1 or more; a fraction says how far behind an analysis frame
+    void prime(float hops);
 
     /// Splits a hop into `lowBandFrame` and the newest row of `hpRing`, the latter under the gain
     /// of the high band. Without decimation all of it is low band.
