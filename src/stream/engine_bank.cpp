@@ -52,9 +52,11 @@ void EngineBank::startPair(int pair, float speed)
 
 void EngineBank::start(Stages stages, float speed, float hops)
 {
-    for (int pair = stages.from; pair < stages.to; ++pair) {
-        startPair(pair, speed);
-        if (hops > 1.0f)
+    for (int n = stages.from; n < stages.to; ++n) {
+        const int pair = n / kStartStages;
+        if (n % kStartStages == 0) // takes as long as all of them
+            startPair(pair, speed);
+        else if (hops > 1.0f)
             Velora_VSP_Conductor::Prime(engines[std::size_t(pair)], hops);
     }
 }

@@ -11,7 +11,7 @@
 namespace vsp {
 
 // Stages of the steps of one pair of channels, all of about equal work.
-inline constexpr int kStartStages = 1;
+inline constexpr int kStartStages = 2;
 inline constexpr int kTakeStages = Velora_VSP_Conductor::kTakeStages;
 inline constexpr int kGiveStages = Velora_VSP_Conductor::kGiveStages;
 inline constexpr int kConvertStages = 4;
