@@ -84,14 +84,17 @@ public:
         return join == Join::none ? first : std::min(first, next.fed);
     }
 
-    /// Output frame from which `voice` sounds if it is wanted now, `within` frames from now at the
-    /// latest where that takes a fade.
+    /// Output frame from which `voice` sounds if it is wanted now, or where that takes a fade,
+    /// `within` frames from now. What is on its way comes first if it comes until then, unless
+    /// `within` is 0.
     std::int64_t changeFrame(const Voice& voice, std::int64_t within = 0) const
     {
+        const std::int64_t latest = taken + within;
+        if (within > 0 && joinFrame() <= latest)
+            return std::max(latest, next.turnsInto(voice) ? next.turnFrame(rate) : joinOutput + 1);
         if (now.turnsInto(voice))
             return std::max(taken, now.turnFrame(rate));
-        // A change that is on its way already is no reason to wait longer.
-        return std::min(taken + within, joinFrame());
+        return std::min(latest, joinFrame());
     }
 
     /// Whether the time map may still change at output frame `output`, to `voice`.
@@ -114,7 +117,8 @@ public:
         // What the next voice has given already may follow the map as it was.
         const bool isTooLate =
             join == Join::running &&
-            (index >= times.end() || times[index].output < double(next.turnFrame(rate)));
+            (index >= times.end() || (times[index].output < double(next.turnFrame(rate)) &&
+                                      next.turnsInto(Voice::at(times[index].speed, rate))));
         const std::size_t first = join == Join::none ? index : std::min(index, next.segment);
         if (index <= next.segment || isTooLate)
             join = Join::none;

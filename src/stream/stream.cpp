@@ -86,7 +86,8 @@ void Stream::setSpeed(double wanted, std::int64_t withinFrames)
     if (voice.speed == speed() && map().last().output <= double(output))
         return;
     makeRoomForChange(); // if there is none, turnAtOutput makes do
-    sound.map.cut(schedule.joinFrame());
+    if (withinFrames <= 0)
+        sound.map.cut(schedule.joinFrame());
     schedule.replan(sound.map.turnAtOutput(output, voice.speed), sound);
     setFrame = output;
     publish();
