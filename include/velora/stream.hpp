@@ -191,7 +191,8 @@ public:
     /// process between them the last one counts. After flush it still changes the speed of the rest.
     /// @param withinFrames  where it takes a fade, that comes so many frames of output from now, and
     ///                      the work for it is spread over the calls up to there (over at most 8
-    ///                      hops). With 0 it is done in the call that comes next: that of some 20
+    ///                      hops); what was set or planned before comes first if it comes until
+    ///                      then. With 0 it is done in the call that comes next: that of some ten
     ///                      hops of output.
     void setSpeed(double speed, std::int64_t withinFrames = 0)
     {
@@ -353,7 +354,7 @@ public:
         velora_stream_seek(self.get(), mediaFrame);
     }
     /// The same, with what lies before that place: `frames` frames, interleaved, of which the last
-    /// 21 hops at most are used. Output then begins as if it had been playing before.
+    /// 6 hops at most are used. Output then begins as if it had been playing before.
     void seek(std::int64_t mediaFrame, const Sample* before, std::size_t frames)
     {
         velora_stream_seek_with(self.get(), mediaFrame, before, signedOf(frames));

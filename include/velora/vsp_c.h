@@ -124,7 +124,8 @@ VELORA_C_API int velora_stream_channels(const velora_stream* stream);
  * speeds that need no fade, some two hops later. Ends what was planned. */
 VELORA_C_API int velora_stream_set_speed(velora_stream* stream, double speed);
 /* The same, but where it takes a fade, that comes `within_frames` frames of output from now. The
- * work for it is then spread over the calls up to there, at most eight hops. */
+ * work for it is then spread over the calls up to there, at most eight hops. What was set or
+ * planned before still comes first if it comes until then. */
 VELORA_C_API int velora_stream_set_speed_within(velora_stream* stream, double speed,
                                                 int64_t within_frames);
 /* Plans a change of speed from a media frame on, to the frame of output, in any order: it holds up
@@ -185,7 +186,7 @@ VELORA_C_API int velora_stream_reset(velora_stream* stream);
  * the next one that comes out is output frame 0 and sounds it. The first few milliseconds are faded
  * in, unless media_frame is 0. What was planned is dropped. */
 VELORA_C_API int velora_stream_seek(velora_stream* stream, int64_t media_frame);
-/* The same, with what lies before that place: `frames` frames, of which the last 21 hops at most
+/* The same, with what lies before that place: `frames` frames, of which the last 6 hops at most
  * are used. Output then begins as if it had been playing before. */
 VELORA_C_API int velora_stream_seek_with(velora_stream* stream, int64_t media_frame,
                                          const void* before, int64_t frames); /* interleaved */

@@ -3,9 +3,13 @@
 #include "stream/stream.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 #include "convert/bridge.h"
+#include "kernels/band_split.h"
+#include "kernels/half_band.h"
+#include "kernels/sizes.h"
 
 namespace vsp {
 
@@ -36,6 +40,22 @@ std::int64_t hopOf(int sampleRate)
     return EngineBank(1, sampleRate, Velora_BitDepth_16).hopFrames();
 }
 
+Rate rateOf(const StreamSettings& settings, std::int64_t hop)
+{
+    const int shift = rateShiftOf(settings.sampleRate);
+    double delay = kBandSplitDelay[std::bit_width(std::uint64_t(hop >> shift) / kLowHop) - 1];
+    for (int stage = 0; stage < shift; ++stage)
+        delay = 2.0 * delay + kHalfBandDelay;
+    return {settings.sampleRate,
+            shift,
+            hop,
+            delay,
+            settings.pitchDrops,
+            settings.fastest,
+            (settings.channels + 1) / 2,
+            settings.longestBlock > 0};
+}
+
 // Hops of input that wait for what comes after them, or that a voice may still want.
 std::int64_t waitingHops(double fastest)
 {
@@ -50,9 +70,7 @@ Stream::Stream(const StreamSettings& settings)
       sound(fixed.channels, fixed.sampleRate, fixed.depth,
             waitingHops(fixed.fastest) * hopOf(fixed.sampleRate) + fixed.longestBlock,
             std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
-      schedule(Rate{fixed.sampleRate, rateShiftOf(fixed.sampleRate), sound.hopFrames(),
-                    fixed.pitchDrops, fixed.fastest, (fixed.channels + 1) / 2,
-                    fixed.longestBlock > 0}),
+      schedule(rateOf(fixed, sound.hopFrames())),
       places(std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
       before(fixed.channels, fixed.depth, blendFrames()),
       silence(fixed.channels, fixed.depth, blendFrames())

@@ -131,8 +131,8 @@ void Voice::placeAmidst(std::int64_t output, double media, const Rate& rate)
         end = output - std::llround(kSettlingHops * double(rate.hop) + filterDelay(rate));
     } else {
         position = std::floor(hops) - 1.0 + kAnalysisDelayHops;
-        end = output - kSynthesisDelayHops * rate.hop -
-              std::llround(media - (position - kAnalysisDelayHops) * double(rate.hop));
+        const double beyond = media - (position - kAnalysisDelayHops) * double(rate.hop);
+        end = output - kSynthesisDelayHops * rate.hop - std::llround(beyond + filterDelay(rate));
         inPhaseTo = output;
     }
     const std::int64_t taken = std::int64_t(std::floor(position)) + 1;
@@ -186,7 +186,7 @@ std::int64_t Voice::stagesToGive(const Rate& rate) const
 
 void Voice::follow(const TimeMap& times, const Rate& rate)
 {
-    if (end + (1 + kSynthesisDelayHops) * rate.hop <= inPhaseTo) {
+    if (double(end + (1 + kSynthesisDelayHops) * rate.hop) + filterDelay(rate) <= double(inPhaseTo)) {
         engineSpeed = vocoderSpeed(1.0f);
         return;
     }
@@ -295,10 +295,10 @@ double Voice::delay(const Rate& rate) const
 double Voice::filterDelay(const Rate& rate) const
 {
     if (!isFiltered())
-        return 0.0;
+        return rate.delay;
     // Two second-order Butterworth sections at 2 kHz, below which they delay evenly.
     const double pi = 3.141592653589793;
-    return std::sqrt(2.0) / tangent(pi * 2000.0 / rate.sampleRate) * double(1 << rate.shift);
+    return rate.delay + std::sqrt(2.0) / tangent(pi * 2000.0 / rate.sampleRate) * double(1 << rate.shift);
 }
 
 } // namespace vsp

@@ -21,6 +21,7 @@ struct Rate {
     int sampleRate;   // caller's, Hz
     int shift;        // log2 of the caller's rate over the engine's working rate
     std::int64_t hop; // caller frames that the engine takes at a time
+    double delay;     // caller frames that low frequencies take through the engine's filters
     bool pitchDrops;  // at the converter's speeds, as on a slowed tape
     double fastest;   // most that a speed can be
     int pairs;        // of channels: each has an engine of its own
