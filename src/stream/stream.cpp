@@ -43,13 +43,18 @@ std::int64_t hopOf(int sampleRate)
 Rate rateOf(const StreamSettings& settings, std::int64_t hop)
 {
     const int shift = rateShiftOf(settings.sampleRate);
-    double delay = kBandSplitDelay[std::bit_width(std::uint64_t(hop >> shift) / kLowHop) - 1];
-    for (int stage = 0; stage < shift; ++stage)
-        delay = 2.0 * delay + kHalfBandDelay;
+    const auto log2Factor = std::size_t(std::bit_width(std::uint64_t(hop >> shift) / kLowHop)) - 1;
+    double delayIn = kSplitDelay[log2Factor];
+    double delayOut = kInterpDelay[log2Factor];
+    for (int stage = 0; stage < shift; ++stage) {
+        delayIn = 2.0 * delayIn + kHalfBandDelay;
+        delayOut = 2.0 * delayOut + kHalfBandDelay;
+    }
     return {settings.sampleRate,
             shift,
             hop,
-            delay,
+            delayIn,
+            delayOut,
             settings.pitchDrops,
             settings.fastest,
             (settings.channels + 1) / 2,
