@@ -56,7 +56,10 @@ void Vocoder::takeHop(const Frame* in, int frames)
     endHop();
     hopPart = HopPart::analysed;
     frameClock -= 1.0f;
+    ++hopsSinceFrame;
     Velora_VSP_LPHP_separate(in, frames);
+    if (does(Velora_VSP_Sound_EvenLevel))
+        levelKeeper.tookHop(kernels.energy(*lowBandFrame, 2 * kLowHop));
     Velora_VSP_partFFT(lowBandFrame);
     Velora_VSP_Extract_MagPhase();
     Velora_VSP_computeCOG();
@@ -68,7 +71,12 @@ void Vocoder::giveFrame(Frame* out, int frames)
 {
     synthesiseSpectrum(hopPart == HopPart::analysed);
     hopPart = HopPart::synthesised;
+    if (does(Velora_VSP_Sound_EvenLevel))
+        for (auto& channel : spectrum)
+            kernels.scaleSpectrum(channel, levelKeeper.gain_q14());
     Velora_VSP_partIFFT(lowBandFrame, spectrum[0], spectrum[1]);
+    if (does(Velora_VSP_Sound_EvenLevel))
+        levelKeeper.gaveHop(kernels.energy(*lowBandFrame, 2 * kLowHop), frameClock, effectiveSpeed);
     Velora_VSP_Combine_HP(frames);
     Velora_VSP_LP_interpolate(out, frames >> hopIndex, frames);
     for (int8_t& hold : bandHold)
@@ -99,7 +107,7 @@ void Vocoder::synthesiseSpectrum(bool firstOfHop)
     for (int c = 0; c < 2; ++c) {
         const int peaks = peakphaselock(spectrum[c], magRing[c][nearest], phasorRing[c][nearest],
                                         synthPhasor[c], bandStatus, bandTable);
-        if (effectiveSpeed > 1.0f)
+        if (effectiveSpeed > 1.0f && !does(Velora_VSP_Sound_EvenLevel))
             kernels.scaleSpectrum(spectrum[c],
                                   int32_t(peakDensityGain(peaks, effectiveSpeed) * 16384.0f));
     }
