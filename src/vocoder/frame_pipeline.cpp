@@ -78,6 +78,8 @@ void Vocoder::takeStage(int stage, const Frame* in, int frames)
         separate(in, frames / 2, frames);
         break;
     case kFirstAfterSeparation:
+        if (does(Velora_VSP_Sound_EvenLevel))
+            levelKeeper.tookHop(kernels.energy(*lowBandFrame, 2 * kLowHop));
         transformHop(lowBandFrame);
         break;
     case 3:
@@ -96,6 +98,7 @@ void Vocoder::beginHop()
     endHop();
     hopPart = HopPart::analysed;
     frameClock -= 1.0f;
+    ++hopsSinceFrame;
 }
 
 void Vocoder::findOnset()
@@ -128,11 +131,17 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
         break;
     case 2:
         lockPhases(1);
+        if (does(Velora_VSP_Sound_EvenLevel))
+            for (auto& channel : spectrum)
+                kernels.scaleSpectrum(channel, levelKeeper.gain_q14());
         for (int c = 0; c < 2; ++c)
             overlapAdd(c, spectrum[c]);
         break;
     case 3:
         Velora_VSP_IFFT_PartSp(lowBandFrame, synthSum[0], synthSum[1]);
+        if (does(Velora_VSP_Sound_EvenLevel))
+            levelKeeper.gaveHop(kernels.energy(*lowBandFrame, 2 * kLowHop), frameClock,
+                                effectiveSpeed);
         break;
     default:
         Velora_VSP_Combine_HP(frames);
@@ -180,7 +189,7 @@ void Vocoder::lockPhases(int channel)
     const int peaks =
         peakphaselock(spectrum[channel], magRing[channel][nearest], phasorRing[channel][nearest],
                       synthPhasor[channel], bandStatus, bandTable);
-    if (effectiveSpeed > 1.0f)
+    if (effectiveSpeed > 1.0f && !does(Velora_VSP_Sound_EvenLevel))
         kernels.scaleSpectrum(spectrum[channel],
                               int32_t(peakDensityGain(peaks, effectiveSpeed) * 16384.0f));
 }

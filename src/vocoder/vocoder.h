@@ -20,6 +20,7 @@
 #include "kernels/band_split.h"
 #include "kernels/peaks.h"
 #include "kernels/sizes.h"
+#include "vocoder/level_keeper.h"
 
 namespace vsp {
 
@@ -117,6 +118,8 @@ protected:
             std::fill(std::begin(phasors), std::end(phasors), kPhaseZero);
         outputLimit = kNoLimit;
         carryCount = 0;
+        levelKeeper.reset();
+        clear(hopsSinceFrame, hpStepRing);
     }
 
     bool does(Velora_VSP_Sound_T what) const { return (sound & what) != 0; }
@@ -143,6 +146,9 @@ protected:
     int32_t interpState[2][6] = {};        // history: [channel] delays, four times the value
     Ring<Frame[kMaxHop], 5> hpRing;        // history: high band of each input hop
     Ring<Frame[2 * kMaxHop], 4> hpSegRing; // history: two hops for each synthesis frame
+    Ring<int8_t[1], 4> hpStepRing;         // history: input hops from each segment's frame before
+    int8_t hopsSinceFrame = 0;             // history: input hops taken since the last frame
+    int32_t hpFadeQ14[2][kMaxHop] = {};    // settings: weights of the older and the newer segment
     alignas(kLine) Frame hpOut[kMaxHop];   // this synthesis frame: high band
     // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
     alignas(kLine) Frame lowBandFrame[kLowHop] = {};
@@ -167,6 +173,8 @@ protected:
     alignas(kLine) PhasorRow synthPhasor[2];       // history: running phases, Q14
     alignas(kLine) int16_t peakList[kMaxPeaks];    // this synthesis frame
 
+    LevelKeeper levelKeeper; // history, with EvenLevel: level of the low band
+
     // ---- What goes beyond the limit of a call ----
     int32_t outputLimit = kNoLimit; // next call: hops beyond it, carried ones included, are carried
     int32_t carryCount = 0;         // history: frames in carryBuf
@@ -183,6 +191,11 @@ private:
     void synthesiseBands(int channel);
     void advancePhases();
     void lockPhases(int channel);
+    /// Whether fades of the high band keep its level and span a hop, however long it is.
+    bool fadesEvenly() const
+    {
+        return does(Velora_VSP_Sound_EvenLevel) || does(Velora_VSP_Sound_ShortHop);
+    }
     void countDownBands();
 };
 
