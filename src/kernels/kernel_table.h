@@ -85,6 +85,27 @@ struct KernelTable {
     void (*lockPeaks)(ComplexInt* X, ComplexShort* S, const ComplexShort* A,
                       const int16_t* peakList, int count);
 
+    // ---- Phases locked between channels ----
+    /// What both channels' analysis phases have to be turned by, weighted with their magnitudes:
+    /// the sum of M S conj(A). Phasors Q14, their lengths at most 1.4.
+    /// @param sum  bins 0 to 255; the others stay as they are
+    /// @param M    [channel] magnitudes
+    /// @param S    [channel] running phasors
+    /// @param A    [channel] analysis phasors
+    void (*sumTurns)(ComplexInt* sum, const int32_t* const (&M)[2],
+                     const ComplexShort* const (&S)[2], const ComplexShort* const (&A)[2]);
+    /// The direction of each bin of `sum`, its neighbours counted in at half their weight; phase 0
+    /// where there is nothing. Bin 0 keeps its phase, so that a constant stays one, and so does bin 1
+    /// below it, which then belongs to the constant.
+    /// @param turns  Q14, length 1.0 within 0.4 %
+    /// @param sum    [kBins + 1], each component below 2^29
+    void (*commonTurns)(ComplexShort* turns, const ComplexInt* sum);
+    /// X = M turn A, the spectrum of this frame; S = turn next, the running phasors for the one
+    /// that follows. All arrays [n].
+    /// @param A, next  analysis phasors, Q14: of the frame that is synthesised and a hop later
+    void (*applyTurns)(ComplexInt* X, ComplexShort* S, const ComplexShort* turns, const int32_t* M,
+                       const ComplexShort* A, const ComplexShort* next, int n);
+
     // ---- Band split (kernels/band_split.h); both channels at once ----
     /// Splits a hop; the low band keeps every `factor`-th frame (2 or 4) from the first on. Half
     /// the amplitude in each pass band. Wraps rather than saturates.

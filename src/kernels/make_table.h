@@ -10,6 +10,7 @@
 #include "kernels/kernel_table.h"
 #include "kernels/peak_loops.h"
 #include "kernels/spectrum_loops.h"
+#include "kernels/turn_loops.h"
 
 namespace vsp::VSP_KERNEL_SET {
 
@@ -35,6 +36,9 @@ constexpr KernelTable makeTable(const char* name)
     table.bandCentres = bandCentres<V, V4>;
     table.findPeaks = findPeaks<V>;
     table.lockPeaks = lockPeaks<V>;
+    table.sumTurns = sumTurns<V>;
+    table.commonTurns = commonTurns<V>;
+    table.applyTurns = applyTurns<V>;
     table.split = split<V4>;
     table.interpolateBy2 = interpolateBy2<V4>;
     table.interpolateBy4 = interpolateBy4<V4>;

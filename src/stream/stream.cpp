@@ -35,9 +35,9 @@ std::int64_t withinReach(std::int64_t frame)
     return std::clamp(frame, -kFarthest, kFarthest);
 }
 
-std::int64_t hopOf(int sampleRate)
+std::int64_t hopOf(const StreamSettings& settings)
 {
-    return EngineBank(1, sampleRate, Velora_BitDepth_16).hopFrames();
+    return EngineBank(1, settings.sampleRate, Velora_BitDepth_16, settings.sound).hopFrames();
 }
 
 Rate rateOf(const StreamSettings& settings, std::int64_t hop)
@@ -56,6 +56,7 @@ Rate rateOf(const StreamSettings& settings, std::int64_t hop)
             delayIn,
             delayOut,
             settings.pitchDrops,
+            (settings.sound & Velora_VSP_Sound_FullBand) == 0,
             settings.fastest,
             (settings.channels + 1) / 2,
             settings.longestBlock > 0};
@@ -72,8 +73,8 @@ std::int64_t waitingHops(double fastest)
 
 Stream::Stream(const StreamSettings& settings)
     : fixed(settings),
-      sound(fixed.channels, fixed.sampleRate, fixed.depth,
-            waitingHops(fixed.fastest) * hopOf(fixed.sampleRate) + fixed.longestBlock,
+      sound(fixed.channels, fixed.sampleRate, fixed.depth, fixed.sound,
+            waitingHops(fixed.fastest) * hopOf(fixed) + fixed.longestBlock,
             std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
       schedule(rateOf(fixed, sound.hopFrames())),
       places(std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),

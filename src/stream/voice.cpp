@@ -76,6 +76,7 @@ double tangent(double x)
 Voice Voice::at(double speed, const Rate& rate)
 {
     Voice voice;
+    voice.lowPasses = rate.lowPasses;
     voice.speed = speed;
     voice.engineSpeed = float(speed);
     if (converterRatio(voice.engineSpeed) != 0 && rate.pitchDrops)
@@ -241,13 +242,13 @@ std::int64_t Voice::mostLagHops(double speed)
 
 bool Voice::isFiltered() const
 {
-    return isSlow(path == Path::vocoder ? vocoderSpeed(float(speed)) : float(speed));
+    return lowPasses && isSlow(path == Path::vocoder ? vocoderSpeed(float(speed)) : float(speed));
 }
 
 // The closest speed that sounds through the same filters.
 float Voice::nearSpeed(double wanted) const
 {
-    const float slowest = isFiltered() ? kSlowestSpeed : 0.5f;
+    const float slowest = isFiltered() || !lowPasses ? kSlowestSpeed : 0.5f;
     const float fastest = isFiltered() ? std::nextafter(0.5f, 0.0f) : kFastestSpeed;
     return vocoderSpeed(std::clamp(float(wanted), slowest, fastest));
 }

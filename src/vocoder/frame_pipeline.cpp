@@ -124,6 +124,8 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
     case 0:
         for (int c = 0; c < 2; ++c)
             synthesiseBands(c);
+        if (does(Velora_VSP_Sound_LockedChannels))
+            sumTurns();
         advancePhases();
         break;
     case 1:
@@ -172,24 +174,45 @@ int32_t Vocoder::positionInHop() const
     return int32_t(frameClock * 32768.0f);
 }
 
+int Vocoder::nearestRow() const
+{
+    return positionInHop() >= 16384 ? 1 : 0;
+}
+
 void Vocoder::advancePhases()
 {
-    if (hopPart == HopPart::analysed)
+    const bool firstOfHop = hopPart == HopPart::analysed;
+    hopPart = HopPart::synthesised;
+    startsInPhase = false;
+    // Bands that are locked between the channels get their phases from there.
+    if (does(Velora_VSP_Sound_LockedChannels) &&
+        std::all_of(std::begin(bandStatus), std::end(bandStatus),
+                    [](int8_t status) { return status == kIdle; }))
+        return;
+    if (firstOfHop)
         for (int c = 0; c < 2; ++c)
             kernels.phasorStep(phaseAdvance[c], phasorRing[c][0], phasorRing[c][1]);
-    hopPart = HopPart::synthesised;
     for (int c = 0; c < 2; ++c)
         kernels.phasorAdvance(synthPhasor[c], phaseAdvance[c]);
-    startsInPhase = false;
 }
 
 void Vocoder::lockPhases(int channel)
 {
-    const int nearest = positionInHop() >= 16384 ? 1 : 0;
-    const int peaks =
-        peakphaselock(spectrum[channel], magRing[channel][nearest], phasorRing[channel][nearest],
-                      synthPhasor[channel], bandStatus, bandTable);
-    if (effectiveSpeed > 1.0f && !does(Velora_VSP_Sound_EvenLevel))
+    int32_t* const mag = magRing[channel][nearestRow()];
+    const bool gains = effectiveSpeed > 1.0f && !does(Velora_VSP_Sound_EvenLevel);
+    int peaks = 0;
+    if (does(Velora_VSP_Sound_LockedChannels)) {
+        if (channel == 0)
+            kernels.commonTurns(turns, turnSum);
+        turnBands(channel);
+        int listed = 0;
+        if (gains)
+            peaks = kernels.findPeaks(peakList, &listed, mag, bandStatus, bandTable);
+    } else {
+        peaks = peakphaselock(spectrum[channel], mag, phasorRing[channel][nearestRow()],
+                              synthPhasor[channel], bandStatus, bandTable);
+    }
+    if (gains)
         kernels.scaleSpectrum(spectrum[channel],
                               int32_t(peakDensityGain(peaks, effectiveSpeed) * 16384.0f));
 }

@@ -55,6 +55,13 @@ public:
     static constexpr int kTakeStages = 5; // 0 to 4
     static constexpr int kGiveStages = 5;
 
+    // With LockedChannels, between stages 0 and 1 of giveStage, for engines that all are at the same
+    // frame: the turn of each bin becomes that of all of them, so more than two channels keep in step.
+    /// @param total  [kBins]; this engine's weighted turns are added
+    void addTurnsTo(ComplexInt* total) const;
+    /// @param total  [kBins], those of all engines
+    void takeTurns(const ComplexInt* total);
+
     /// After reset, for a stream that has been playing: the first frame takes its phases from the
     /// input.
     /// @param hops  that it comes after, 1 or more; a fraction says how far behind an analysis frame
@@ -172,6 +179,10 @@ protected:
     alignas(kLine) PhasorRow phaseAdvance[2];      // this hop: rotation over one hop, Q14
     alignas(kLine) PhasorRow synthPhasor[2];       // history: running phases, Q14
     alignas(kLine) int16_t peakList[kMaxPeaks];    // this synthesis frame
+    // With LockedChannels: what this frame's analysis phases are turned by.
+    alignas(kLine) SpectrumRow turnSum = {}; // all channels' weighted turns; 0 from bin 256 on, and
+                                             // in bands in an onset's countdown
+    alignas(kLine) PhasorRow turns;          // Q14
 
     LevelKeeper levelKeeper; // history, with EvenLevel: level of the low band
 
@@ -188,9 +199,13 @@ private:
     void separate(const Frame* in, int from, int to);
     void findOnset();
     int32_t positionInHop() const; // Q15
+    int nearestRow() const;        // of the rings, to that position
     void synthesiseBands(int channel);
     void advancePhases();
     void lockPhases(int channel);
+    // With LockedChannels: what follows reads the running phases before they advance.
+    void sumTurns();
+    void turnBands(int channel);
     /// Whether fades of the high band keep its level and span a hop, however long it is.
     bool fadesEvenly() const
     {

@@ -155,6 +155,21 @@ const Case kCases[] = {
          if (listed > 0)
              k.lockPeaks(b.bins(24), b.phasors(), b.phasors(), peaks, listed);
      }},
+    {"turns",
+     [](const KernelTable& k, Bench& b) {
+         const auto phasors = [&] {
+             return reinterpret_cast<ComplexShort*>(b.values<int16_t>(2 * kBins, 15));
+         };
+         const int32_t* const M = b.values<int32_t>(kBins, 25);
+         ComplexInt* const sum = b.bins(1);
+         k.sumTurns(sum, {M, b.values<int32_t>(kBins, 2 + b.pick(24))}, {phasors(), phasors()},
+                    {phasors(), phasors()});
+         ComplexShort* const turns = phasors();
+         k.commonTurns(turns, sum);
+         k.commonTurns(turns, reinterpret_cast<ComplexInt*>(
+                                  b.values<int32_t>(2 * kBins + 2, 1 + b.pick(30))));
+         k.applyTurns(b.bins(1), phasors(), turns, M, phasors(), phasors(), 1 + b.pick(kLastBin));
+     }},
     {"split",
      [](const KernelTable& k, Bench& b) {
          auto* const state = reinterpret_cast<int32_t(*)[7]>(b.values<int32_t>(14, 32));
