@@ -56,7 +56,7 @@ Rate rateOf(const StreamSettings& settings, std::int64_t hop)
             delayIn,
             delayOut,
             settings.pitchDrops,
-            (settings.sound & Velora_VSP_Sound_FullBand) == 0,
+            settings.sound != Velora_VSP_Sound_Own,
             settings.fastest,
             (settings.channels + 1) / 2,
             settings.longestBlock > 0};

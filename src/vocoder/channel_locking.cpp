@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <iterator>
 
+#include "fixed/cache_line.h"
 #include "fixed/fixed.h"
+#include "fixed/floating_point.h"
 #include "kernels/sizes.h"
 #include "vocoder/frame_pipeline.h"
 #include "vocoder/vocoder.h"
@@ -37,9 +39,28 @@ void Vocoder::takeTurns(const ComplexInt* total)
     std::copy(total, total + kLastBin, turnSum);
 }
 
+// The analysis phasors that the next synthesis frame would have if frequencies stayed: those of the
+// row nearest to this frame, moved on as they move between the two rows whose middle lies nearest to
+// the middle of this frame and the next.
+const ComplexShort* Vocoder::nextPhasors(int channel, PhasorRow& room) const
+{
+    const auto& rows = phasorRing[channel];
+    const int nearest = nearestRow();
+    const int from = std::min(int(frameClock + 0.5f * effectiveSpeed), rows.size - 2);
+    if (from == nearest)
+        return rows[nearest + 1];
+    alignas(kLine) PhasorRow step;
+    kernels.phasorStep(step, rows[from], rows[from + 1]);
+    std::copy(rows[nearest], rows[nearest] + kBins, room);
+    kernels.phasorAdvance(room, step);
+    return room;
+}
+
 void Vocoder::turnBands(int channel)
 {
     const int nearest = nearestRow();
+    alignas(kLine) PhasorRow extrapolated;
+    const ComplexShort* const next = nextPhasors(channel, extrapolated);
     for (int band = 0; band < kBands;) {
         if (bandStatus[band] != kIdle) {
             ++band;
@@ -51,7 +72,7 @@ void Vocoder::turnBands(int channel)
         const int bins = bandTable[1][band - 1] + 1 - first;
         kernels.applyTurns(spectrum[channel] + first, synthPhasor[channel] + first, turns + first,
                            interpMag[channel] + first, phasorRing[channel][nearest] + first,
-                           phasorRing[channel][nearest + 1] + first, bins);
+                           next + first, bins);
     }
 }
 

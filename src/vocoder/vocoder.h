@@ -206,6 +206,7 @@ private:
     // With LockedChannels: what follows reads the running phases before they advance.
     void sumTurns();
     void turnBands(int channel);
+    const ComplexShort* nextPhasors(int channel, PhasorRow& room) const;
     /// Whether fades of the high band keep its level and span a hop, however long it is.
     bool fadesEvenly() const
     {
