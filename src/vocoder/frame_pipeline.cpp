@@ -236,7 +236,8 @@ void Vocoder::synthesiseBands(int channel)
             kernels.interpMagApplyPhase(X, M, older + first, newer + first, S, f_q15, n);
             break;
         case BandPath::reset: {
-            const ComplexShort* const analysed = phasorRing[channel][0] + first;
+            const int row = does(Velora_VSP_Sound_LockedChannels) ? nearestRow() : 0;
+            const ComplexShort* const analysed = phasorRing[channel][row] + first;
             kernels.interpMagApplyPhase(X, M, older + first, newer + first, analysed, f_q15, n);
             std::copy(analysed, analysed + n, S);
             break;
