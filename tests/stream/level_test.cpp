@@ -75,14 +75,14 @@ std::vector<double> tone(size_t frames, double amplitude)
     return out;
 }
 
-// Noise that jumps between levels 60 dB apart.
-std::vector<double> bursts(size_t frames, unsigned seed)
+// Noise that jumps between levels up to 60 dB apart, after every `burst` frames.
+std::vector<double> bursts(size_t frames, unsigned seed, size_t burst = 1000)
 {
     std::minstd_rand random(seed);
     std::vector<double> out(2 * frames);
     double level = 0.0;
     for (size_t n = 0; n < out.size(); ++n) {
-        if (n % 2000 == 0)
+        if (n % (2 * burst) == 0)
             level = std::exp2(-double(random() % 11));
         out[n] = level * (double(random() % 20001) / 10000.0 - 1.0);
     }
@@ -126,7 +126,7 @@ TEST(LevelCurve, NeverBringsAPeakAboveTheWorkingLevel)
 {
     for (const std::int64_t ahead : {std::int64_t(0), kAhead})
         for (unsigned seed = 1; seed <= 5; ++seed) {
-            const Riding riding(bursts(40000, seed), Velora_BitDepth_Float, ahead);
+            const Riding riding(bursts(40000, seed, seed * 1000), Velora_BitDepth_Float, ahead);
             int highest = 0;
             for (const int sample : riding.scaled())
                 highest = std::max(highest, std::abs(sample));
@@ -234,6 +234,38 @@ TEST(LevelRiding, KeepsWhatEachFormatHolds)
                 << depth << ", level " << level;
             EXPECT_NEAR(decibels(std::sqrt(kept / power)), 0.0, 0.05);
         }
+}
+
+// The gain falls by several decibels from one stretch to the next, and comes back where it fell,
+// whatever hops and speeds of the way in and out are.
+TEST(LevelRiding, TakesTheGainBackWhereItWasGiven)
+{
+    const std::vector<double> samples = bursts(200000, 12, 10000);
+    const Riding riding(samples, Velora_BitDepth_Float, kAhead);
+    const std::int64_t frames = riding.curve.settled() / 300 * 300;
+    std::vector<std::int16_t> scaled(size_t(2 * frames));
+    std::vector<float> back(size_t(2 * frames));
+    PeakLimiter limiter;
+    for (std::int64_t at = 0; at < frames; at += 300) {
+        auto* const part = reinterpret_cast<std::int16_t(*)[2]>(scaled.data() + 2 * at);
+        riding.curve.scaleIn(part, riding.input.at(0, at), at, 300);
+        riding.curve.scaleOut(reinterpret_cast<std::byte*>(back.data() + 2 * at), part, 300,
+                              double(at), 1.0, limiter);
+    }
+    for (std::int64_t n = 0; n < 2 * frames; ++n) {
+        const double sample = samples[size_t(n)];
+        const double rounding = 0.6 / 32768.0 * riding.curve.inverseAt(double(n) / 2.0);
+        ASSERT_NEAR(double(back[size_t(n)]), sample, 1.2 * rounding + 0.05 * std::abs(sample)) << n;
+    }
+    // At twice the speed a frame of output sounds two of input.
+    const std::vector<std::int16_t> ones(600, 16384);
+    riding.curve.scaleOut(reinterpret_cast<std::byte*>(back.data()),
+                          reinterpret_cast<const std::int16_t(*)[2]>(ones.data()), 300, 2000.0, 2.0,
+                          limiter);
+    for (size_t n = 0; n < 300; ++n) {
+        const double expected = 0.5 * riding.curve.inverseAt(2000.0 + 2.0 * double(n));
+        ASSERT_NEAR(double(back[2 * n]), expected, 0.1 * expected) << n;
+    }
 }
 
 TEST(LevelRiding, FloatsPassFullScaleAndIntegersAreLimited)
