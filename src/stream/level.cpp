@@ -32,16 +32,16 @@ constexpr int kMostGainFine = 14;
 // Octaves a second by which the gain rises: 15 dB.
 constexpr double kRise = 2.5;
 
-// Share by which the limiter's gain comes back, a stretch: 4 ms at 48 kHz. A slower one would take
+// Share by which the limiter's gain comes back, a stretch: 5 ms at 48 kHz. A slower one would take
 // more than 1 dB from loud masters.
-constexpr double kLimiterRise = 1.0 / 2.0;
+constexpr double kLimiterRise = 1.0 / 4.0;
 
 // What the limiter keeps to, 16-bit units. Peaks of the last 0.3 dB are cut: that is less to be heard
 // than the level that they would cost.
 constexpr double kLimit = 34000.0;
 
 // Frames of output over which the inverse gain runs evenly.
-constexpr std::int64_t kStretch = 128;
+constexpr std::int64_t kStretch = 64;
 
 // Peaks are found in blocks of 2.7 to 5.4 ms, of which hops are made up.
 std::int64_t blockFramesFor(int sampleRate)
@@ -121,7 +121,7 @@ void LevelCurve::restart(std::int64_t frame)
     known = 0;
     whole = 0;
     peak = 0.0f;
-    blocks[0] = {{0, 1.0f, 1.0f}, {0, 1.0f, 1.0f}};
+    blocks[0] = {{0, 1.0f}, {0, 1.0f}};
 }
 
 std::int64_t LevelCurve::settled() const
@@ -187,8 +187,7 @@ void LevelCurve::settleBlock()
     // Each of those that are averaged is no more than this block and the next one bear. Without a
     // look-ahead there is but one, and the gain falls in a step.
     const auto octaves = std::int32_t(sum / averaged);
-    const double gain = powerOfTwo(octaves);
-    const End end{octaves, float(gain), float(1.0 / gain)};
+    const End end{octaves, float(powerOfTwo(octaves))};
     const bool goesOn =
         known > 0 && block(known - 1).last.octaves <= bears[std::size_t(known % (ahead + 1))];
     const Block settled{goesOn ? block(known - 1).last : end, end};
@@ -227,8 +226,8 @@ double LevelCurve::inverseAt(double frame) const
         std::clamp((frame - double(first)) / double(blockFrames), 0.0, double(known));
     const auto number = std::min(std::int64_t(position), std::max<std::int64_t>(known - 1, 0));
     const Block& at = block(number);
-    const double begin = double(at.first.inverse);
-    return begin + (double(at.last.inverse) - begin) * (position - double(number));
+    const double begin = double(at.first.gain);
+    return 1.0 / (begin + (double(at.last.gain) - begin) * (position - double(number)));
 }
 
 void LevelCurve::scaleIn(std::int16_t (*out)[2], const std::byte* in, std::int64_t frame,

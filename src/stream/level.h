@@ -74,7 +74,6 @@ private:
     struct End {
         std::int32_t octaves; // gain, Q16
         float gain;           // the same as a factor
-        float inverse;
     };
     /// The gain runs evenly from one end to the other.
     struct Block {
