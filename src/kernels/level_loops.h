@@ -30,11 +30,12 @@ int32_t peakOf(const Sample* in, int samples)
     return peak;
 }
 
+constexpr int32_t kInfinity = 0x7F800000; // the bits of the float
+
 // Floats of one sign are in the order of their bits, as integers; above infinity stands what is not
 // a number.
 inline float peakFloat(const float* in, int samples)
 {
-    constexpr int32_t kInfinity = 0x7F800000;
     int32_t peak = 0;
     for (int n = 0; n < samples; ++n) {
         int32_t bits;
@@ -107,7 +108,7 @@ VSP_INLINE auto loadFloats(const float* p)
 {
     using R = Register<sizeof(V)>;
     const auto x = typename R::Float(*reinterpret_cast<const typename R::FloatInMemory*>(p));
-    return x == x ? x : typename R::Float{};
+    return (typename R::Signed(x) & INT32_MAX) <= kInfinity ? x : typename R::Float{};
 }
 VSP_INLINE float loadFloat(int32_t x)
 {
@@ -124,12 +125,13 @@ template <class V, class Body>
 VSP_INLINE int forVectors(Ramp gain, int samples, Body body)
 {
     using F = typename Register<sizeof(V)>::Float;
+    constexpr int kFrames = V::lanes / 2;
     F frame;
     for (int i = 0; i < V::lanes; ++i)
-        frame[i] = float(i / 2);
+        frame[i] = float(i >> 1);
     const auto gains = [&] {
         const F g = gain.first + gain.step * frame;
-        frame += float(V::lanes / 2);
+        frame += float(kFrames);
         return g;
     };
     int n = 0;

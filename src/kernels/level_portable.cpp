@@ -5,7 +5,6 @@
 
 namespace vsp {
 
-extern const LevelKernels kPortableLevelKernels;
 constinit const LevelKernels kPortableLevelKernels =
     portable::makeLevelKernels<portable::I32x1>("portable");
 

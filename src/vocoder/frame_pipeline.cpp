@@ -73,7 +73,7 @@ void Vocoder::giveFrame(Frame* out, int frames)
     hopPart = HopPart::synthesised;
     if (does(Velora_VSP_Sound_EvenLevel))
         for (auto& channel : spectrum)
-            kernels.scaleSpectrum(channel, levelKeeper.gain_q14());
+            kernels.scaleSpectrum(channel, levelKeeper.gainQ14());
     Velora_VSP_partIFFT(lowBandFrame, spectrum[0], spectrum[1]);
     if (does(Velora_VSP_Sound_EvenLevel))
         levelKeeper.gaveHop(kernels.energy(*lowBandFrame, 2 * kLowHop), frameClock, effectiveSpeed);
