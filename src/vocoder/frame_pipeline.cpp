@@ -135,7 +135,7 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
         lockPhases(1);
         if (does(Velora_VSP_Sound_EvenLevel))
             for (auto& channel : spectrum)
-                kernels.scaleSpectrum(channel, levelKeeper.gain_q14());
+                kernels.scaleSpectrum(channel, levelKeeper.gainQ14());
         for (int c = 0; c < 2; ++c)
             overlapAdd(c, spectrum[c]);
         break;
