@@ -144,6 +144,7 @@ public:
                 return;
             sound.fade(joinOutput, fade());
             now = next;
+            tookOver = joinOutput;
             planAhead();
             join = Join::none;
             planFrom(now.segment + 1, joinOutput, sound);
@@ -239,13 +240,15 @@ private:
     }
 
     /// Output that may be handed out with that work as far as it is: no more of the hop before it
-    /// than there is done of the work.
+    /// than there is done of the work, but all that the voice before could give. There is none for
+    /// a hop that the next voice makes.
     std::int64_t made() const
     {
-        if (!rate.isSmooth || now.isDry() || aheadTotal == 0)
+        const bool isLast = join != Join::none && now.end >= joinOutput + fade();
+        if (!rate.isSmooth || now.isDry() || aheadTotal == 0 || isLast)
             return now.end;
         const std::int64_t share = ((aheadSteps + 1) * rate.hop + aheadTotal - 1) / aheadTotal;
-        return std::min(now.end, now.end - rate.hop + share);
+        return std::max(tookOver, std::min(now.end, now.end - rate.hop + share));
     }
 
     template <class Sound>
@@ -310,6 +313,7 @@ private:
 
     std::int64_t aheadTotal = 0; // steps that the next hop of `now` takes; 0: it has made none yet
     std::int64_t aheadSteps = 0; // of them that are done
+    std::int64_t tookOver = 0;   // output frame from which `now` sounds
 };
 
 /// A Sound that makes none: runs a copy of a schedule ahead.
