@@ -70,15 +70,14 @@ public:
     /// `proceed` has done all that it can.
     std::int64_t missingInput(std::int64_t until) const
     {
-        const std::int64_t faded = joinOutput + fade();
         const bool isDue = join != Join::none && until > joinOutput;
         const bool isBehind = !isDue && made() < std::min(until, now.end);
         const std::int64_t needed =
-            isBehind ? stepFor(now) : missingFor(now, isDue ? faded : until);
+            isBehind ? stepFor(now) : missingFor(now, isDue ? faded() : until);
         if (join == Join::none)
             return needed;
         return join == Join::running && (until > joinOutput || held() < until)
-                   ? std::min(needed, missingFor(next, faded))
+                   ? std::min(needed, missingFor(next, faded()))
                    : needed;
     }
 
@@ -136,11 +135,10 @@ public:
     {
         while (join != Join::none) {
             prime(until, sound);
-            const std::int64_t faded = joinOutput + fade();
             const bool isDue = until > joinOutput;
-            advance(now, isDue ? faded : until, sound, false);
+            advance(now, isDue ? faded() : until, sound, false);
             workAhead(std::min(until, joinOutput), sound);
-            if (!isDue || now.end < faded || next.end < faded)
+            if (!isDue || now.end < faded() || next.end < faded())
                 return;
             sound.fade(joinOutput, fade());
             now = next;
@@ -161,6 +159,8 @@ private:
 
     /// Where the speed is another one from the first frame on, there is nothing to fade from.
     std::int64_t fade() const { return joinOutput == 0 ? 0 : rate.hop / 2; }
+    /// Output frame up to which both voices are made before one takes over: so that it is heard.
+    std::int64_t faded() const { return joinOutput + std::max<std::int64_t>(fade(), 1); }
 
     /// Output that may be handed out with the next voice as far as it is.
     std::int64_t held() const
@@ -192,17 +192,16 @@ private:
             join = Join::running;
             primedSteps = kStartSteps;
         }
-        const std::int64_t faded = joinOutput + fade();
         if (next.isDry()) {
             if (until > joinOutput)
-                advance(next, faded, sound, true);
+                advance(next, faded(), sound, true);
             primedSteps = primeSteps;
             return;
         }
-        while (next.end < faded && (until > joinOutput || held() < until) &&
+        while (next.end < faded() && (until > joinOutput || held() < until) &&
                step(next, sound, true))
             ++primedSteps;
-        if (next.end >= faded)
+        if (next.end >= faded())
             primedSteps = primeSteps;
     }
 
@@ -240,15 +239,15 @@ private:
     }
 
     /// Output that may be handed out with that work as far as it is: no more of the hop before it
-    /// than there is done of the work, but all that the voice before could give. There is none for
-    /// a hop that the next voice makes.
+    /// than there is done of the work, but all that the voice before could give and the first frame
+    /// of this one, which has no way back. There is none for a hop that the next voice makes.
     std::int64_t made() const
     {
-        const bool isLast = join != Join::none && now.end >= joinOutput + fade();
+        const bool isLast = join != Join::none && now.end >= faded();
         if (!rate.isSmooth || now.isDry() || aheadTotal == 0 || isLast)
             return now.end;
         const std::int64_t share = ((aheadSteps + 1) * rate.hop + aheadTotal - 1) / aheadTotal;
-        return std::max(tookOver, std::min(now.end, now.end - rate.hop + share));
+        return std::clamp(now.end - rate.hop + share, tookOver + 1, now.end);
     }
 
     template <class Sound>
@@ -299,7 +298,7 @@ private:
         primedSteps = 0;
         primeSteps = next.isDry() ? 0 : kStartSteps;
         if (!next.isDry())
-            for (Voice voice = next; voice.end < joinOutput + fade(); primeSteps += rate.pairs)
+            for (Voice voice = next; voice.end < faded(); primeSteps += rate.pairs)
                 voice.step(times, rate);
     }
 

@@ -71,7 +71,7 @@ std::int64_t Stream::blendFrames() const
 
 bool Stream::makeRoomForChange()
 {
-    if (sound.map.makeRoom(double(schedule.taken)))
+    if (sound.map.makeRoom(schedule.taken - 1))
         return true;
     if (isBounded())
         return false;
@@ -94,13 +94,14 @@ void Stream::setSpeed(double wanted, std::int64_t withinFrames)
 
 std::int64_t Stream::setSpeedAt(std::int64_t mediaFrame, double wanted)
 {
-    if (!makeRoomForChange())
-        return -1;
     const Voice voice = voiceAt(wanted);
-    double input = double(places.inputAt(withinReach(mediaFrame)));
-    if (!schedule.mayTurn(voice, map().outputAt(input)))
-        input = map().mediaAt(double(schedule.changeFrame(voice)));
-    const std::size_t index = sound.map.turnAtMedia(input, voice.speed);
+    const double input = double(places.inputAt(withinReach(mediaFrame)));
+    const bool isInTime = schedule.mayTurn(voice, map().outputAt(input));
+    const std::int64_t soonest = schedule.changeFrame(voice);
+    if (!map().turnsAt(isInTime ? map().outputAt(input) : double(soonest)) && !makeRoomForChange())
+        return -1;
+    const std::size_t index = isInTime ? sound.map.turnAtMedia(input, voice.speed)
+                                       : sound.map.turnFrom(soonest, voice.speed);
     schedule.replan(index, sound);
     publish();
     return std::int64_t(std::ceil(map()[index].output));
@@ -108,7 +109,8 @@ std::int64_t Stream::setSpeedAt(std::int64_t mediaFrame, double wanted)
 
 void Stream::clearPlans()
 {
-    sound.map.cut(std::max(schedule.openFrame(), setFrame + 1));
+    const std::int64_t open = std::min(schedule.openFrame(), schedule.joinFrame());
+    sound.map.cut(std::max(open, setFrame + 1));
     schedule.replan(map().end(), sound);
     publish();
 }
@@ -353,7 +355,9 @@ std::int64_t Stream::mostInputFrames(std::int64_t frames) const
 
 std::int64_t Stream::latencyFrames() const
 {
-    return (ended ? inputAtEnd : schedule.input) - toFrame(map().mediaAt(double(schedule.taken)));
+    const std::int64_t end = ended ? inputAtEnd : schedule.input;
+    // The last frame of all may sound a place behind the end, to which its length is rounded.
+    return std::max<std::int64_t>(end - toFrame(map().mediaAt(double(schedule.taken))), 0);
 }
 
 std::int64_t Stream::changeFrame(double wanted, std::int64_t withinFrames) const
