@@ -73,7 +73,7 @@ public:
         const bool isDue = join != Join::none && until > joinOutput;
         const bool isBehind = !isDue && made() < std::min(until, now.end);
         const std::int64_t needed =
-            isBehind ? stepFor(now) : missingFor(now, isDue ? faded() : until);
+            isBehind ? stepFor(now) : missingFor(now, isDue ? joinOutput + fade() : until);
         if (join == Join::none)
             return needed;
         return join == Join::running && (until > joinOutput || held() < until)
@@ -135,10 +135,11 @@ public:
     {
         while (join != Join::none) {
             prime(until, sound);
+            const std::int64_t last = joinOutput + fade();
             const bool isDue = until > joinOutput;
-            advance(now, isDue ? faded() : until, sound, false);
+            advance(now, isDue ? last : until, sound, false);
             workAhead(std::min(until, joinOutput), sound);
-            if (!isDue || now.end < faded() || next.end < faded())
+            if (!isDue || now.end < last || next.end < faded())
                 return;
             sound.fade(joinOutput, fade());
             now = next;
@@ -159,7 +160,7 @@ private:
 
     /// Where the speed is another one from the first frame on, there is nothing to fade from.
     std::int64_t fade() const { return joinOutput == 0 ? 0 : rate.hop / 2; }
-    /// Output frame up to which both voices are made before one takes over: so that it is heard.
+    /// Output frame up to which the next voice is made before it takes over: it must be heard then.
     std::int64_t faded() const { return joinOutput + std::max<std::int64_t>(fade(), 1); }
 
     /// Output that may be handed out with the next voice as far as it is.
@@ -243,7 +244,7 @@ private:
     /// of this one, which has no way back. There is none for a hop that the next voice makes.
     std::int64_t made() const
     {
-        const bool isLast = join != Join::none && now.end >= faded();
+        const bool isLast = join != Join::none && now.end >= joinOutput + fade();
         if (!rate.isSmooth || now.isDry() || aheadTotal == 0 || isLast)
             return now.end;
         const std::int64_t share = ((aheadSteps + 1) * rate.hop + aheadTotal - 1) / aheadTotal;

@@ -86,8 +86,8 @@ void Stream::setSpeed(double wanted, std::int64_t withinFrames)
     if (voice.speed == speed() && map().last().output <= double(output))
         return;
     makeRoomForChange(); // if there is none, turnAtOutput makes do
-    sound.map.cut(schedule.joinFrame());
-    schedule.replan(sound.map.turnAtOutput(output, voice.speed), sound);
+    const std::size_t cut = sound.map.cut(schedule.joinFrame());
+    schedule.replan(std::min(cut, sound.map.turnAtOutput(output, voice.speed)), sound);
     setFrame = output;
     publish();
 }
@@ -107,11 +107,17 @@ std::int64_t Stream::setSpeedAt(std::int64_t mediaFrame, double wanted)
     return std::int64_t(std::ceil(map()[index].output));
 }
 
+// From an output frame on, but for a speed that was set.
+void Stream::forgetPlans(std::int64_t from)
+{
+    const std::size_t end = map().end();
+    if (const std::size_t cut = sound.map.cut(std::max(from, setFrame + 1)); cut < end)
+        schedule.replan(cut, sound);
+}
+
 void Stream::clearPlans()
 {
-    const std::int64_t open = std::min(schedule.openFrame(), schedule.joinFrame());
-    sound.map.cut(std::max(open, setFrame + 1));
-    schedule.replan(map().end(), sound);
+    forgetPlans(std::min(schedule.openFrame(), schedule.joinFrame()));
     publish();
 }
 
@@ -126,6 +132,7 @@ void Stream::takeRequest()
 void Stream::reset()
 {
     begin(0, 1.0, 0);
+    requested.store(0.0, std::memory_order_relaxed);
     ++seeks;
     publish();
 }
@@ -179,6 +186,8 @@ bool Stream::jump(std::int64_t mediaFrame)
         places.reserveOne();
     if (!places.add(input, withinReach(mediaFrame), toFrame(map().mediaAt(double(schedule.taken)))))
         return false;
+    const auto end = std::int64_t(std::ceil(map().outputAt(double(input))));
+    forgetPlans(std::max(end, schedule.openFrame()) + 1);
     const std::int64_t frames = std::min(blendFrames(), input - sound.input.begin());
     if (frames > 0) {
         before.restart(input);

@@ -57,14 +57,16 @@ void TimeMap::grow()
     room *= 2;
 }
 
-void TimeMap::cut(std::int64_t output)
+std::size_t TimeMap::cut(std::int64_t output)
 {
     const double media = mediaAt(double(output));
     bool isUnderWay = false;
     for (; segments.size() > 1 && segments.back().output > double(output - 1); segments.pop_back())
         isUnderWay = isUnderWay || segments.back().output <= double(output);
+    const std::size_t changed = end();
     if (isUnderWay)
         segments.push_back(Segment{double(output), media, segments.back().speed});
+    return changed;
 }
 
 std::size_t TimeMap::turnAtOutput(std::int64_t output, double speed)

@@ -38,7 +38,8 @@ public:
     void grow();
 
     /// Forgets the changes from output frame `output` on. What that frame sounds stays.
-    void cut(std::int64_t output);
+    /// @returns the number of the first segment that isn't what it was
+    std::size_t cut(std::int64_t output);
     /// From `output` on `speed` holds, and none of the changes that were planned from there on.
     /// @returns the number of the segment that begins there
     std::size_t turnAtOutput(std::int64_t output, double speed);
