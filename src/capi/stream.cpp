@@ -318,7 +318,8 @@ int64_t velora_stream_pull(velora_stream* stream, void* out, int64_t frames, vel
             // A speed that was requested counts from here on.
             s.process(source, 0, Destination{out, nullptr, 0}, 0);
             const std::int64_t part = std::min(frames - given, velora_stream::kAskedFrames);
-            const std::int64_t wanted = std::min(s.inputFramesFor(part), velora_stream::kPullFrames);
+            const std::int64_t wanted =
+                std::min(s.inputFramesFor(part), velora_stream::kPullFrames);
             const std::int64_t got =
                 wanted == 0 ? 0
                             : std::clamp<std::int64_t>(read(user, stream->pulled.data(), wanted), 0,

@@ -41,8 +41,8 @@ bool TimeMap::makeRoom(std::int64_t past)
 {
     if (segments.size() < room)
         return true;
-    const auto needed =
-        lastReached(segments, [=](const Segment& segment) { return segment.output <= double(past); });
+    const auto needed = lastReached(
+        segments, [=](const Segment& segment) { return segment.output <= double(past); });
     const auto behind = std::size_t(needed - segments.begin());
     // Half of what can go stays: somebody may still ask for it.
     const std::size_t goes = (behind + 1) / 2;
