@@ -362,10 +362,10 @@ public:
         velora_stream_reset(self.get());
     }
 
-    /// Starts anew from another place, at the speed that sounds; what was planned is dropped. The
-    /// next frame that goes in is media frame `mediaFrame`, which may be negative, the next one that
-    /// comes out is output frame 0 and sounds it. The first few milliseconds are faded in, unless
-    /// mediaFrame is 0.
+    /// Starts anew from another place, at the speed that sounds; what was planned is dropped, and a
+    /// speed that was set but isn't heard yet. The next frame that goes in is media frame
+    /// `mediaFrame`, which may be negative, the next one that comes out is output frame 0 and sounds
+    /// it. The first few milliseconds are faded in, unless mediaFrame is 0.
     void seek(std::int64_t mediaFrame)
     {
         velora_stream_seek(self.get(), mediaFrame);

@@ -189,7 +189,8 @@ VELORA_C_API int64_t velora_stream_pull(velora_stream* stream, void* out, int64_
 VELORA_C_API int velora_stream_reset(velora_stream* stream);
 /* Starts anew at the speed that sounds: the next frame that goes in is media frame `media_frame`,
  * the next one that comes out is output frame 0 and sounds it. The first few milliseconds are faded
- * in, unless media_frame is 0. What was planned is dropped. */
+ * in, unless media_frame is 0. What was planned is dropped, and a speed that was set but isn't heard
+ * yet. */
 VELORA_C_API int velora_stream_seek(velora_stream* stream, int64_t media_frame);
 /* The same, with what lies before that place: `frames` frames, of which the last 15 hops at most
  * are used. Output then begins as if it had been playing before. */
@@ -237,7 +238,7 @@ typedef struct velora_clock {
 VELORA_C_API int velora_stream_clock(const velora_stream* stream, velora_clock* clock);
 
 /* ---- Planar processing, typed: one pointer for each channel. For a stream of another format they
- *      return VELORA_ERROR_FORMAT. ---- */
+ *      return VELORA_ERROR_FORMAT. After velora_stream_flush(stream, NULL, 0) they give the rest. ---- */
 VELORA_C_API int64_t velora_stream_process_int16(velora_stream* stream, int16_t* const* in,
                                                  int64_t frames, int16_t* const* out, int64_t room);
 VELORA_C_API int64_t velora_stream_process_int32(velora_stream* stream, int32_t* const* in,
