@@ -142,8 +142,8 @@ VELORA_C_API int velora_stream_clear_plans(velora_stream* stream);
 VELORA_C_API double velora_stream_speed(const velora_stream* stream);
 /* The speed of an output frame, planned ones included; 0 for a null handle. */
 VELORA_C_API double velora_stream_speed_at(const velora_stream* stream, int64_t output_frame);
-/* From any thread: the next call that processes sets this speed, as velora_stream_set_speed would. Of
- * several the last one counts. Queries don't know of it before that call (which may be for 0
+/* From any thread: the next call that processes sets this speed, as velora_stream_set_speed would.
+ * Of several the last one counts. Queries don't know of it before that call (which may be for 0
  * frames); seek leaves it as it is, reset forgets it. */
 VELORA_C_API int velora_stream_request_speed(velora_stream* stream, double speed);
 
@@ -238,7 +238,8 @@ typedef struct velora_clock {
 VELORA_C_API int velora_stream_clock(const velora_stream* stream, velora_clock* clock);
 
 /* ---- Planar processing, typed: one pointer for each channel. For a stream of another format they
- *      return VELORA_ERROR_FORMAT. After velora_stream_flush(stream, NULL, 0) they give the rest. ---- */
+ *      return VELORA_ERROR_FORMAT. After velora_stream_flush(stream, NULL, 0) they give the rest.
+ *      ---- */
 VELORA_C_API int64_t velora_stream_process_int16(velora_stream* stream, int16_t* const* in,
                                                  int64_t frames, int16_t* const* out, int64_t room);
 VELORA_C_API int64_t velora_stream_process_int32(velora_stream* stream, int32_t* const* in,
