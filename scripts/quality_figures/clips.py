@@ -179,7 +179,7 @@ def tones() -> Clip:
 
 def changes() -> Clip:
     """The same tones, long enough for a course of speeds."""
-    sound = scaled(steady_tones(44100, 24.0, TONES), -6.0)
+    sound = scaled(steady_tones(44100, 20.0, TONES), -6.0)
     kinds = frozenset({"dips"})
     return Clip("changes", "the tones under changing speeds", 44100, sound, kinds, tones=TONES)
 
@@ -198,6 +198,15 @@ def scaled(sound: Sound, peak_db: float) -> Sound:
 
 
 BUILT_IN: dict[str, Callable[[], Clip]] = {
-    make.__name__: make
-    for make in (dense, chords, drums, speech, speech16, clicks, tones, changes, quiet, tone60, hot)
+    "dense": dense,
+    "chords": chords,
+    "drums": drums,
+    "speech": speech,
+    "speech16": speech16,
+    "clicks": clicks,
+    "tones": tones,
+    "changes": changes,
+    "quiet": quiet,
+    "tone60": tone60,
+    "hot": hot,
 }

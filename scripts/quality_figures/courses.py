@@ -44,4 +44,5 @@ class Course:
         )
 
 
-CHANGES = Course((1.0, 0.75, 1.25, 0.6, 1.5, 1.0, 1.75, 0.8, 1.0, 1.5, 0.75, 1.0) * 2, 0.9)
+# From and to 1 most of all, where a stretcher may switch between playing and stretching.
+CHANGES = Course((1.0, 0.75, 1.0, 1.5, 0.75, 1.0, 1.25, 1.0, 0.6, 1.5) * 2, 0.9)

@@ -30,6 +30,11 @@ class Best(Enum):
             return max(values, key=abs)
         return sum(values) / len(values)
 
+    @property
+    def summary(self) -> str:
+        """How `of_several` is called."""
+        return "the farthest from 0" if self is Best.ZERO else "the mean"
+
     def badness(self, value: float) -> float:
         """Grows as the figure gets worse."""
         return {Best.LOW: value, Best.HIGH: -value, Best.ZERO: abs(value)}[self]

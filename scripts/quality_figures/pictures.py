@@ -1,0 +1,116 @@
+"""Pictures: spectrograms on the original's time, and figures over speed."""
+
+import base64
+import io
+from collections.abc import Sequence
+from dataclasses import dataclass
+
+import matplotlib
+
+matplotlib.use("Agg")
+
+import matplotlib.pyplot as plt  # noqa: E402 -- after the choice of what draws
+import numpy as np  # noqa: E402
+import scipy.fft  # noqa: E402
+from matplotlib.figure import Figure as Canvas  # noqa: E402
+from scipy.signal import get_window  # noqa: E402
+
+from .clips import Clip  # noqa: E402
+from .figures import Figure  # noqa: E402
+from .spectra import Sound  # noqa: E402
+from .stretchers import Stretcher  # noqa: E402
+from .tables import Results  # noqa: E402
+
+RANGE_DB = 90
+WINDOW_SECONDS = 0.023
+COLUMNS = 700  # of a spectrogram: about the pixels of its width
+SHOWN_SECONDS = 5.0  # of the original
+LINE_STYLES = {"Velora natural": ("C3", "-", 2.4), "Velora engine": ("C1", "-", 1.6)}
+
+
+@dataclass(frozen=True)
+class Spectrograms:
+    """A clip at one speed: the picture to be made of it, by whom it is played."""
+
+    clip: Clip
+    speed: float
+    stretchers: Sequence[Stretcher]
+
+
+def draw_spectrograms(what: Spectrograms) -> str:
+    """The original above what each stretcher makes of it, as an HTML image."""
+    clip = what.clip.cut(SHOWN_SECONDS)
+    sounds = [("original", clip.sound, 1.0)]
+    for stretcher in what.stretchers:
+        sounds.append((stretcher.name, stretcher.play(clip, what.speed)[0], what.speed))
+    canvas, axes = plt.subplots(
+        len(sounds), 1, figsize=(9, 1.9 * len(sounds)), sharex=True, layout="constrained"
+    )
+    loudest = _levels(clip.sound, clip.rate, 1.0).max()
+    for axis, (name, sound, speed) in zip(axes, sounds):
+        level = _levels(sound, clip.rate, speed)
+        extent = (0, len(sound) / clip.rate * speed, 0, clip.rate / 2000)
+        axis.imshow(
+            level,
+            origin="lower",
+            aspect="auto",
+            extent=extent,
+            vmin=loudest - RANGE_DB,
+            vmax=loudest,
+            cmap="magma",
+        )
+        axis.set_ylabel("kHz")
+        axis.set_title(name, loc="left", fontsize=9)
+    axes[-1].set_xlabel("time in the original, s")
+    return _image(canvas, "png")
+
+
+def draw_figure(results: Results, figure: Figure, clip: str | None) -> str:
+    """A figure of every stretcher over speed, as an HTML image; nothing where it has one speed."""
+    all_series = {name: results.series(figure, name, clip) for name in results.stretchers}
+    if max(len(series) for series in all_series.values()) < 2:
+        return ""
+    canvas, axis = plt.subplots(figsize=(5.4, 3.4), layout="constrained")
+    for name, series in all_series.items():
+        colour, dashes, width = LINE_STYLES.get(name, (None, "--", 1.0))
+        axis.plot(
+            list(series),
+            list(series.values()),
+            dashes,
+            color=colour,
+            linewidth=width,
+            marker=".",
+            label=name,
+        )
+    _label(axis, figure, sorted({speed for series in all_series.values() for speed in series}))
+    return _image(canvas, "svg")
+
+
+def _label(axis: plt.Axes, figure: Figure, speeds: list[float]) -> None:
+    axis.set_xscale("log")
+    axis.set_xticks(speeds, [f"{speed:g}" for speed in speeds])
+    axis.minorticks_off()
+    if figure.key == "cost":
+        axis.set_yscale("log")
+    axis.set_title(f"{figure.title}: {figure.best.value}", fontsize=9)
+    axis.set_ylabel(figure.unit)
+    axis.grid(alpha=0.3)
+    axis.legend(fontsize=6)
+
+
+def _levels(sound: Sound, rate: int, speed: float) -> np.ndarray:
+    """Levels [bins, columns] in dB; a column is the same stretch of the original at every speed."""
+    length = int(2 ** round(np.log2(rate * WINDOW_SECONDS)))
+    hop = max(1, int(SHOWN_SECONDS * rate / COLUMNS / speed))
+    starts = np.arange(0, max(1, len(sound) - length), hop)
+    windows = sound.mean(1)[starts[:, None] + np.arange(length)] * get_window("hann", length)
+    return 20 * np.log10(np.abs(scipy.fft.rfft(windows, axis=1)).T + 1e-9)
+
+
+def _image(canvas: Canvas, kind: str) -> str:
+    stream = io.BytesIO()
+    canvas.savefig(stream, format=kind, dpi=90)
+    plt.close(canvas)
+    mime = {"png": "image/png", "svg": "image/svg+xml"}[kind]
+    data = base64.b64encode(stream.getvalue()).decode()
+    return f'<img src="data:{mime};base64,{data}" alt="">'
