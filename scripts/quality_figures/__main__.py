@@ -14,6 +14,7 @@ from .tables import Results
 
 PROJECT = Path(__file__).resolve().parents[2]
 SPEEDS, QUICK_SPEEDS = [0.4, 0.6, 0.75, 1.25, 1.5, 2.0, 3.0], [0.6, 1.5]
+SLOWEST, FASTEST = 0.125, 8.0  # of our tool
 QUICK_SECONDS = 5.0
 
 
@@ -36,7 +37,12 @@ def parse(arguments: list[str]) -> argparse.Namespace:
         "those named speech* count as speech; without any, the clips made here",
     )
     add("--clips", metavar="NAME,...", help="of the clips made here these, or all; with FILE, too")
-    add("--speeds", metavar="S,...", help=f"default: {','.join(f'{s:g}' for s in SPEEDS)}")
+    add(
+        "--speeds",
+        metavar="S,...",
+        type=speed_list,
+        help=f"default: {','.join(f'{s:g}' for s in SPEEDS)}",
+    )
     add("--stretchers", metavar="NAME,...", help="only those whose names contain one of these")
     add("--quick", action="store_true", help="two speeds, 5 s of each clip, no cost, no pictures")
     add("--output", type=Path, default=PROJECT / "out/quality", help="default: out/quality")
@@ -44,6 +50,14 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     add("--workers", type=int, default=os.cpu_count() or 1, help="default: one a processor")
     add("--document", action="store_true", help="also rewrite the tables in docs/sound.md")
     return parser.parse_args(arguments)
+
+
+def speed_list(text: str) -> list[float]:
+    """Speeds between commas; argparse says so where one isn't a speed."""
+    speeds = [float(speed) for speed in text.split(",")]
+    if not all(SLOWEST <= speed <= FASTEST for speed in speeds):
+        raise ValueError(text)
+    return speeds
 
 
 def choose_clips(options: argparse.Namespace) -> list[Clip]:
@@ -54,7 +68,11 @@ def choose_clips(options: argparse.Namespace) -> list[Clip]:
     unknown = set(names) - BUILT_IN.keys()
     if unknown:
         sys.exit(f"scripts/quality: no clip is called {', '.join(sorted(unknown))}")
-    clips = [given_clip(path) for path in options.files] + [BUILT_IN[name]() for name in names]
+    try:
+        given = [given_clip(path) for path in options.files]
+    except (ValueError, RuntimeError) as error:
+        sys.exit(f"scripts/quality: {error}")
+    clips = given + [BUILT_IN[name]() for name in names]
     if not options.quick:
         return clips
     return [clip if "dips" in clip.kinds else clip.cut(QUICK_SECONDS) for clip in clips]
@@ -77,9 +95,7 @@ def choose_stretchers(options: argparse.Namespace) -> list[Stretcher]:
 def main() -> None:
     """Measures and writes."""
     options = parse(sys.argv[1:])
-    speeds = QUICK_SPEEDS if options.quick else SPEEDS
-    if options.speeds:
-        speeds = [float(speed) for speed in options.speeds.split(",")]
+    speeds = options.speeds or (QUICK_SPEEDS if options.quick else SPEEDS)
     stretchers, clips = choose_stretchers(options), choose_clips(options)
 
     values = measure(clips, stretchers, speeds, options.workers)

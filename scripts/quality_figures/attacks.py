@@ -36,7 +36,10 @@ class Attacks:
 def measure_attacks(
     original: Sound, stretched: Sound, speed: float, rate: int, onsets: NDArray[np.float64]
 ) -> Attacks:
-    """Compares the attacks of `original` that begin at `onsets` with those of `stretched`."""
+    """Compares the attacks of `original` that begin at `onsets` (s) with those of `stretched`.
+
+    What can't be told, since no attack is there or none was kept, is NaN.
+    """
     power_in, power_out = _power(original, rate), _power(stretched, rate)
     rooms = _rooms(onsets, speed)
     found = [
@@ -46,8 +49,9 @@ def measure_attacks(
         and (after := _attack_near(power_out, rate, onset / speed, room))
     ]
     kept = [each for each in found if each[2].power > LOST * each[1].power]
+    lost = 100 * (1 - len(kept) / len(found)) if found else np.nan
     if not kept:
-        return Attacks(np.nan, np.nan, np.nan, 100.0, np.nan)
+        return Attacks(np.nan, np.nan, np.nan, lost, np.nan)
     late = [after.rise - onset / speed - (before.rise - onset) for onset, before, after in kept]
     change = [after.power / before.power for _, before, after in kept]
     echo = [max(after.echo - before.echo, 0.0) for _, before, after in kept]
@@ -55,7 +59,7 @@ def measure_attacks(
         position=float(1000 * np.mean(late)),
         jitter=float(1000 * np.std(late)),
         level=float(np.mean(10 * np.log10(change))),
-        lost=100 * (1 - len(kept) / len(found)),
+        lost=lost,
         pre_echo=float(10 * np.log10(np.mean(echo) + QUIETEST)),
     )
 

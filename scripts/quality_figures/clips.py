@@ -17,7 +17,7 @@ from .spectra import Sound
 from .synthesis import Place, band_noise, drum_kit, held_chord, steady_tones, struck_chord
 
 FEWEST_ONSETS = 8  # of a clip that one gives: the jitter of fewer says nothing
-LONGEST = 20.0  # s of it that are used
+SHORTEST, LONGEST = 2.0, 20.0  # s of it that are needed, and used
 
 TONES = np.array([220.0, 370.0, 587.0, 988.0, 1568.0, 2637.0])  # Hz, no one a multiple of another
 QUIET_TONE = 997.0  # Hz
@@ -51,8 +51,13 @@ class Clip:
 
 
 def given_clip(path: Path) -> Clip:
-    """A sound file as a clip. Speech is told by a name that begins with `speech`."""
-    sound, rate = soundfile.read(path, always_2d=True, frames=-1)
+    """A sound file as a clip. Speech is told by a name that begins with `speech`.
+
+    Raises ValueError, or soundfile's own RuntimeError, if it can't be measured.
+    """
+    sound, rate = soundfile.read(path, always_2d=True)
+    if len(sound) < SHORTEST * rate or not sound.any():
+        raise ValueError(f"{path}: shorter than {SHORTEST:g} s, or silent")
     bits = 16 if soundfile.info(path).subtype in ("PCM_16", "PCM_U8", "VORBIS") else 24
     sound = sound[: round(LONGEST * rate), :2]
     kinds = {"spectrum", "level", "clipping"} | ({"stereo"} if sound.shape[1] == 2 else set())
@@ -61,7 +66,8 @@ def given_clip(path: Path) -> Clip:
         kinds.add("speech")
     elif len(onsets) >= FEWEST_ONSETS:
         kinds.add("attacks")
-    return Clip(path.stem, path.name, rate, sound, frozenset(kinds), bits, onsets)
+    about = f"{sound.shape[1]} channels, {rate / 1000:g} kHz, {bits} bits"
+    return Clip(path.name, about, rate, sound, frozenset(kinds), bits, onsets)
 
 
 def _speech(rate: int, voice: str, text: str) -> Sound:

@@ -9,6 +9,7 @@ import numpy as np
 from .clips import Clip
 from .courses import CHANGES, Course
 from .figures import take_all, take_dips
+from .spectra import Sound
 from .stretchers import Stretcher
 
 SHORT_SECONDS, LONG_SECONDS = 5.0, 45.0  # of the sounds whose difference is the cost
@@ -78,6 +79,7 @@ def _take(job: Job) -> list[Value]:
     clip, stretcher, speed = job.clip, job.stretcher, job.speed
     try:
         stretched, _ = stretcher.play(clip, speed)
+        _refuse_fragment(clip, stretched, speed)
     except RuntimeError as error:
         print(f"\nleft out: {clip.name}, {stretcher.name}: {error}", file=sys.stderr)
         return []
@@ -85,7 +87,21 @@ def _take(job: Job) -> list[Value]:
         found, at = take_dips(clip, stretched, speed), 0.0
     else:
         found, at = take_all(clip, stretched, speed), speed
-    return [Value(clip.name, stretcher.name, at, key, value) for key, value in found.items()]
+    return [
+        Value(clip.name, stretcher.name, at, key, value)
+        for key, value in found.items()
+        if np.isfinite(value)
+    ]
+
+
+def _refuse_fragment(clip: Clip, stretched: Sound, speed: float | Course) -> None:
+    """Raises RuntimeError where so much is missing that figures would mean nothing."""
+    if isinstance(speed, Course):
+        seconds = speed.seconds * len(speed.speeds)
+    else:
+        seconds = len(clip.sound) / clip.rate / speed
+    if len(stretched) < 0.8 * seconds * clip.rate:
+        raise RuntimeError(f"only {len(stretched) / clip.rate:.2f} s of {seconds:.2f}")
 
 
 def _cpu_time(stretcher: Stretcher, clip: Clip, speed: float, seconds: float) -> float:
