@@ -16,7 +16,7 @@ ATTACK = 0.010  # s from the attack's rise: its level
 JUST_BEFORE = 0.003  # s before the rise that are the rise itself
 PRE_ECHO = 0.030  # s before that in which an echo is looked for
 QUIETEST = 1e-6  # power relative to the attack: -60 dB
-LOST = 1e-2  # power relative to the original's attack: what is less was left out altogether
+LOST = 1e-2  # of the gain of most attacks: one of less power was left out altogether
 
 RISE_DB, QUIETEST_ATTACK_DB = 15.0, -30.0
 CLOSEST_ATTACKS = 0.150  # s; closer ones aren't told apart at high speeds
@@ -29,7 +29,7 @@ class Attacks:
     position: float  # ms, mean: above 0 is late
     jitter: float  # ms, standard deviation of the position
     level: float  # dB, mean change of the power of the attack's first 10 ms
-    lost: float  # per cent: attacks of which less than a hundredth of the power is left
+    lost: float  # per cent: attacks that are 20 dB softer than the others have become
     pre_echo: float  # dB, power before the attack that the original hasn't, relative to the attack
 
 
@@ -38,7 +38,7 @@ def measure_attacks(
 ) -> Attacks:
     """Compares the attacks of `original` that begin at `onsets` (s) with those of `stretched`.
 
-    What can't be told, since no attack is there or none was kept, is NaN.
+    What can't be told, since there is no attack, is NaN.
     """
     power_in, power_out = _power(original, rate), _power(stretched, rate)
     rooms = _rooms(onsets, speed)
@@ -48,10 +48,10 @@ def measure_attacks(
         if (before := _attack_near(power_in, rate, onset, room * speed))
         and (after := _attack_near(power_out, rate, onset / speed, room))
     ]
-    kept = [each for each in found if each[2].power > LOST * each[1].power]
-    lost = 100 * (1 - len(kept) / len(found)) if found else np.nan
-    if not kept:
-        return Attacks(np.nan, np.nan, np.nan, lost, np.nan)
+    if not found:
+        return Attacks(np.nan, np.nan, np.nan, np.nan, np.nan)
+    least = LOST * np.percentile([after.power / before.power for _, before, after in found], 75)
+    kept = [each for each in found if each[2].power >= least * each[1].power]
     late = [after.rise - onset / speed - (before.rise - onset) for onset, before, after in kept]
     change = [after.power / before.power for _, before, after in kept]
     echo = [max(after.echo - before.echo, 0.0) for _, before, after in kept]
@@ -59,7 +59,7 @@ def measure_attacks(
         position=float(1000 * np.mean(late)),
         jitter=float(1000 * np.std(late)),
         level=float(np.mean(10 * np.log10(change))),
-        lost=lost,
+        lost=100 * (1 - len(kept) / len(found)),
         pre_echo=float(10 * np.log10(np.mean(echo) + QUIETEST)),
     )
 

@@ -144,7 +144,7 @@ FIGURES = [
         "Lateness",
         "ms",
         "By how much the sound is later than its speed says, where the spectra agree best, in steps "
-        "of 2 ms.",
+        "of 2 ms; below 0 it is early.",
         Best.ZERO,
         0,
         2.0,
@@ -162,7 +162,7 @@ FIGURES = [
         "position",
         "Position of attacks",
         "ms",
-        "By how much attacks are late in the mean.",
+        "By how much attacks are late in the mean; below 0 they are early.",
         Best.ZERO,
         1,
         0.5,

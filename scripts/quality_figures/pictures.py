@@ -1,6 +1,7 @@
 """Pictures: spectrograms on the original's time, and figures over speed."""
 
 import base64
+import html
 import io
 from collections.abc import Sequence
 from dataclasses import dataclass
@@ -8,11 +9,13 @@ from dataclasses import dataclass
 import matplotlib
 
 matplotlib.use("Agg")
+matplotlib.rcParams["svg.fonttype"] = "none"  # letters as letters, a quarter of the size
 
 import matplotlib.pyplot as plt  # noqa: E402 -- after the choice of what draws
 import numpy as np  # noqa: E402
 import scipy.fft  # noqa: E402
 from matplotlib.figure import Figure as Canvas  # noqa: E402
+from PIL import Image  # noqa: E402
 from scipy.signal import get_window  # noqa: E402
 
 from .clips import Clip  # noqa: E402
@@ -22,6 +25,7 @@ from .stretchers import Stretcher  # noqa: E402
 from .tables import Results  # noqa: E402
 
 RANGE_DB = 90
+COLOURS = 48  # of a spectrogram: steps of 2 dB
 WINDOW_SECONDS = 0.023
 COLUMNS = 700  # of a spectrogram: about the pixels of its width
 SHOWN_SECONDS = 5.0  # of the original
@@ -62,7 +66,7 @@ def draw_spectrograms(what: Spectrograms) -> str:
         axis.set_ylabel("kHz")
         axis.set_title(name, loc="left", fontsize=9)
     axes[-1].set_xlabel("time in the original, s")
-    return _image(canvas, "png")
+    return _png(canvas, f"Spectrograms of {clip.name} at speed {what.speed:g}")
 
 
 def draw_figure(results: Results, figure: Figure, clip: str | None) -> str:
@@ -83,7 +87,7 @@ def draw_figure(results: Results, figure: Figure, clip: str | None) -> str:
             label=name,
         )
     _label(axis, figure, sorted({speed for series in all_series.values() for speed in series}))
-    return _image(canvas, "svg")
+    return _svg(canvas, f"{figure.title} over speed")
 
 
 def _label(axis: plt.Axes, figure: Figure, speeds: list[float]) -> None:
@@ -107,10 +111,22 @@ def _levels(sound: Sound, rate: int, speed: float) -> np.ndarray:
     return 20 * np.log10(np.abs(scipy.fft.rfft(windows, axis=1)).T + 1e-9)
 
 
-def _image(canvas: Canvas, kind: str) -> str:
-    stream = io.BytesIO()
-    canvas.savefig(stream, format=kind, dpi=90)
+def _png(canvas: Canvas, alternative: str) -> str:
+    drawn, packed = io.BytesIO(), io.BytesIO()
+    canvas.savefig(drawn, format="png", dpi=90)
     plt.close(canvas)
-    mime = {"png": "image/png", "svg": "image/svg+xml"}[kind]
+    few_colours = Image.open(drawn).convert("RGB").quantize(COLOURS, dither=Image.Dither.NONE)
+    few_colours.save(packed, format="png", optimize=True)
+    return _image("image/png", packed, alternative)
+
+
+def _svg(canvas: Canvas, alternative: str) -> str:
+    drawn = io.BytesIO()
+    canvas.savefig(drawn, format="svg")
+    plt.close(canvas)
+    return _image("image/svg+xml", drawn, alternative)
+
+
+def _image(kind: str, stream: io.BytesIO, alternative: str) -> str:
     data = base64.b64encode(stream.getvalue()).decode()
-    return f'<img src="data:{mime};base64,{data}" alt="">'
+    return f'<img src="data:{kind};base64,{data}" alt="{html.escape(alternative)}">'
