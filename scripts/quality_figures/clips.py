@@ -36,7 +36,7 @@ class Clip:
     about: str
     rate: int
     sound: Sound
-    kinds: frozenset[str]  # groups of figures, see figures.py
+    kinds: frozenset[str]  # groups of figures, see taking.py
     bits: int = 16
     onsets: NDArray[np.float64] = field(default_factory=nothing)  # s
     tones: NDArray[np.float64] = field(default_factory=nothing)  # Hz

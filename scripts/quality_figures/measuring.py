@@ -8,9 +8,9 @@ import numpy as np
 
 from .clips import Clip
 from .courses import CHANGES, Course
-from .figures import take_all, take_dips
 from .spectra import Sound
 from .stretchers import Stretcher
+from .taking import take_all, take_dips
 
 SHORT_SECONDS, LONG_SECONDS = 5.0, 45.0  # of the sounds whose difference is the cost
 QUICK, REPEATS = 1.0, 3  # a run that takes less than so many s of CPU time is repeated

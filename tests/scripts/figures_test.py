@@ -167,6 +167,14 @@ class Attacks(unittest.TestCase):
         self.assertAlmostEqual(found.jitter, 2, delta=0.1)
         self.assertAlmostEqual(found.level, -6.02, delta=0.1)
 
+    def test_blurred_attack_sounds_where_it_reaches_half_its_amplitude(self):
+        stretched = np.zeros((12 * RATE, 1))
+        ramp = np.linspace(0, 1, round(0.024 * RATE))[:, None]
+        for time in self.onsets / self.speed:
+            start = round(time * RATE)
+            stretched[start : start + len(ramp)] = ramp
+        self.assertAlmostEqual(self.measure(stretched).position, 12, delta=1)
+
     def test_echo_before_the_attack(self):
         times = self.onsets / self.speed
         found = self.measure(self.clicks(times) + self.clicks(times - 0.02, level=0.1))
