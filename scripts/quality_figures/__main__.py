@@ -73,6 +73,8 @@ def choose_clips(options: argparse.Namespace) -> list[Clip]:
     except (ValueError, RuntimeError) as error:
         sys.exit(f"scripts/quality: {error}")
     clips = given + [BUILT_IN[name]() for name in names]
+    if not clips:
+        sys.exit("scripts/quality: no clip is meant")
     if not options.quick:
         return clips
     return [clip if "dips" in clip.kinds else clip.cut(QUICK_SECONDS) for clip in clips]
@@ -89,6 +91,8 @@ def choose_stretchers(options: argparse.Namespace) -> list[Stretcher]:
     here = present(stretchers)
     for missing in (each for each in stretchers if each not in here):
         print(f"not here, left out: {missing.name} ({missing.program})", file=sys.stderr)
+    if not here:
+        sys.exit("scripts/quality: no stretcher is here or meant")
     return here
 
 
