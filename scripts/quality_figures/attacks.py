@@ -16,7 +16,7 @@ ATTACK = 0.010  # s from the attack's rise: its level
 JUST_BEFORE = 0.003  # s before the rise that are the rise itself
 PRE_ECHO = 0.030  # s before that in which an echo is looked for
 QUIETEST = 1e-6  # power relative to the attack: -60 dB
-LOST = 1e-2  # of the gain of most attacks: one of less power was left out altogether
+LOST = 1e-2  # of the gain of the best kept attack: one of less power was left out altogether
 
 RISE_DB, QUIETEST_ATTACK_DB = 15.0, -30.0
 CLOSEST_ATTACKS = 0.150  # s; closer ones aren't told apart at high speeds
@@ -29,7 +29,7 @@ class Attacks:
     position: float  # ms, mean: above 0 is late
     jitter: float  # ms, standard deviation of the position
     level: float  # dB, mean change of the power of the attack's first 10 ms
-    lost: float  # per cent: attacks that are 20 dB softer than the others have become
+    lost: float  # per cent: attacks that became softer by 20 dB more than the best kept one
     pre_echo: float  # dB, power before the attack that the original hasn't, relative to the attack
 
 
@@ -50,7 +50,7 @@ def measure_attacks(
     ]
     if not found:
         return Attacks(np.nan, np.nan, np.nan, np.nan, np.nan)
-    least = LOST * np.percentile([after.power / before.power for _, before, after in found], 75)
+    least = LOST * max(after.power / before.power for _, before, after in found)
     kept = [each for each in found if each[2].power >= least * each[1].power]
     late = [after.rise - onset / speed - (before.rise - onset) for onset, before, after in kept]
     change = [after.power / before.power for _, before, after in kept]

@@ -185,6 +185,6 @@ def _run(command: Command) -> float:
         raise RuntimeError(f"{command[0]}: no end after {MOST_SECONDS} s") from error
     if done.returncode != 0:
         lines = done.stderr.strip().splitlines() or ["no reason given"]
-        raise RuntimeError(f"{command[0]}: {lines[-1]}")
+        raise RuntimeError(f"{command[0]}: {lines[0]}")
     after = resource.getrusage(resource.RUSAGE_CHILDREN)
     return after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
