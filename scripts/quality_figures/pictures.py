@@ -29,7 +29,7 @@ COLOURS = 48  # of a spectrogram: steps of 2 dB
 WINDOW_SECONDS = 0.023
 COLUMNS = 700  # of a spectrogram: about the pixels of its width
 SHOWN_SECONDS = 5.0  # of the original
-LINE_STYLES = {"Velora natural": ("C3", "-", 2.4), "Velora engine": ("C1", "-", 1.6)}
+LINE_STYLES = {"Velora natural": ("black", "-", 2.4), "Velora engine": ("grey", "-", 2.0)}
 
 
 @dataclass(frozen=True)
@@ -107,8 +107,9 @@ def _levels(sound: Sound, rate: int, speed: float) -> np.ndarray:
     length = int(2 ** round(np.log2(rate * WINDOW_SECONDS)))
     hop = max(1, int(SHOWN_SECONDS * rate / COLUMNS / speed))
     starts = np.arange(0, max(1, len(sound) - length), hop)
-    windows = sound.mean(1)[starts[:, None] + np.arange(length)] * get_window("hann", length)
-    return 20 * np.log10(np.abs(scipy.fft.rfft(windows, axis=1)).T + 1e-9)
+    windows = sound[starts[:, None] + np.arange(length)] * get_window("hann", length)[:, None]
+    power = (np.abs(scipy.fft.rfft(windows, axis=1)) ** 2).mean(2)
+    return 10 * np.log10(power.T + 1e-18)
 
 
 def _png(canvas: Canvas, alternative: str) -> str:
