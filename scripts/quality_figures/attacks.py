@@ -4,6 +4,7 @@ from dataclasses import dataclass
 
 import numpy as np
 from numpy.typing import NDArray
+from scipy.ndimage import maximum_filter1d
 from scipy.signal import fftconvolve
 
 from .spectra import Sound
@@ -12,13 +13,14 @@ SMOOTHING = (
     0.003  # s; half a period of a kick drum's lowest note is longer, so the first one counts
 )
 SEARCH = 0.050  # s in the stretched sound, before and after the time where an attack belongs
+KNOWN = 0.020  # s around an onset in the original, where it is known
 ATTACK = 0.010  # s from the attack's rise: its level
 JUST_BEFORE = 0.003  # s before the rise that are the rise itself
 PRE_ECHO = 0.030  # s before that in which an echo is looked for
 QUIETEST = 1e-6  # power relative to the attack: -60 dB
 LOST = 1e-2  # of the gain of the best kept attack: one of less power was left out altogether
 
-RISE_DB, QUIETEST_ATTACK_DB = 15.0, -30.0
+RISE_DB, QUIETEST_ATTACK_DB, ALONE_MS = 10.0, -30.0, 120
 CLOSEST_ATTACKS = 0.150  # s; closer ones aren't told apart at high speeds
 
 
@@ -45,7 +47,7 @@ def measure_attacks(
     found = [
         (onset, before, after)
         for onset, room in zip(onsets, rooms)
-        if (before := _attack_near(power_in, rate, onset, room * speed))
+        if (before := _attack_near(power_in, rate, onset, min(KNOWN, room * speed)))
         and (after := _attack_near(power_out, rate, onset / speed, room))
     ]
     if not found:
@@ -65,11 +67,14 @@ def measure_attacks(
 
 
 def find_onsets(sound: Sound, rate: int) -> NDArray[np.float64]:
-    """Times at which a sound rises out of what was before it by 15 dB, none soon after another."""
+    """Times at which a sound rises by 10 dB over all of the 120 ms before, however loud that was.
+
+    Attacks that follow each other sooner can't be told apart where they are played fast.
+    """
     level = 10 * np.log10(_power(sound, rate) + 1e-12)
     step = rate // 1000
     level = level[::step]  # one value a millisecond
-    before = np.convolve(level, np.ones(40) / 40)[: len(level)]
+    before = maximum_filter1d(level, ALONE_MS, origin=ALONE_MS // 2 - 1, mode="nearest")
     rise = level[10:] - before[:-10]
     candidates = np.flatnonzero((rise > RISE_DB) & (level[10:] > level.max() + QUIETEST_ATTACK_DB))
     onsets: list[float] = []
@@ -82,7 +87,7 @@ def find_onsets(sound: Sound, rate: int) -> NDArray[np.float64]:
 
 @dataclass(frozen=True)
 class _Attack:
-    rise: float  # s, where the power first reaches a quarter of its largest
+    rise: float  # s, where the power first rises through a quarter of its peak
     power: float  # mean of the attack
     echo: float  # mean power before it, relative to the attack's
 
@@ -105,7 +110,11 @@ def _attack_near(power: NDArray[np.float64], rate: int, time: float, room: float
     if first < 0 or last + attack_frames > len(power):
         return None
     near = power[first:last]
-    rise = first + int(np.argmax(near >= near.max() / 4))
+    loud = near >= near.max() / 4
+    rises = np.flatnonzero(loud[1:] & ~loud[:-1])
+    if len(rises) == 0:  # only the end of something louder
+        return None
+    rise = first + int(rises[0]) + 1
     end = rise - round(JUST_BEFORE * rate)
     attack = power[rise : rise + attack_frames].mean()
     if end - echo_frames < 0 or attack <= 0:
