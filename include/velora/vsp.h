@@ -130,6 +130,21 @@ public:
     static void Destroy(Velora_VSP_Interface* engine);
 };
 
+/// What an engine may do beyond its own sound, one bit each, for Velora_VSP_Conductor::SetSound.
+enum Velora_VSP_Sound_T : uint32_t {
+    Velora_VSP_Sound_Own = 0,
+    /// Phases are locked between the channels, not within each by itself: what is in the middle
+    /// stays there.
+    Velora_VSP_Sound_LockedChannels = 1,
+    /// Speeds up to 0.5 keep their treble and their level: no low-pass, no -13 dB, the whole high
+    /// band.
+    Velora_VSP_Sound_FullBand = 2,
+    /// As loud as the input at every speed.
+    Velora_VSP_Sound_EvenLevel = 4,
+    /// A hop of half as many frames, where there is one: better for speech and drums.
+    Velora_VSP_Sound_ShortHop = 8,
+};
+
 /// For players that lead several engines as one, such as velora::Stream: more than two channels, or
 /// speeds that follow a course. For engines made by Velora_VSP_Factory; on their thread.
 class VELORA_VSP_API Velora_VSP_Conductor {
@@ -140,6 +155,10 @@ public:
     /// What SetPar takes for 1.0 is 1.0 here. Never allocates, unless a SetPar has dropped the
     /// converter that is needed now.
     static void SetSpeedNow(Velora_VSP_Interface* engine, float speed);
+
+    /// Chooses what the engine does beyond its own sound, Velora_VSP_Sound_T values combined, from
+    /// the next Init on. After Create it does nothing beyond.
+    static void SetSound(Velora_VSP_Interface* engine, uint32_t sound);
 
     /// Caller frames of a hop, in the format that the last Init set.
     static int HopFrames(Velora_VSP_Interface* engine);

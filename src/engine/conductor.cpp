@@ -19,6 +19,11 @@ void Velora_VSP_Conductor::SetSpeedNow(Velora_VSP_Interface* engine, float speed
     engineOf(engine).setSpeedNow(speed);
 }
 
+void Velora_VSP_Conductor::SetSound(Velora_VSP_Interface* engine, uint32_t sound)
+{
+    engineOf(engine).setSound(sound);
+}
+
 int Velora_VSP_Conductor::HopFrames(Velora_VSP_Interface* engine)
 {
     return engineOf(engine).callerHopFrames();

@@ -47,6 +47,7 @@ const char* Velora_VSP::Get_Version()
 void Velora_VSP::Velora_VSP_Call_InitSetPar_Apply()
 {
     if (initPending) {
+        sound = soundRequested;
         Velora_VSP_Init_Apply(sampleRate);
         initPending = false;
     }

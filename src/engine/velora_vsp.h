@@ -43,6 +43,9 @@ public:
     /// The same without a transition (Velora_VSP_Conductor::SetSpeedNow).
     void setSpeedNow(float speed);
 
+    /// What goes beyond the engine's own sound from the next Init on, Velora_VSP_Sound_T values.
+    void setSound(uint32_t chosen) { soundRequested = chosen; }
+
     // For Velora_VSP_Conductor: one hop of the caller's frames, in steps.
     int callerHopFrames();
     void takeCallerHop(const void* in);
@@ -69,6 +72,7 @@ private:
     bool parPending = false;
     int32_t sampleRate = 0; // Hz
     float speedRequested = 1.0f;
+    uint32_t soundRequested = Velora_VSP_Sound_Own;
 
     // ---- Settings in force ----
     int32_t appliedSampleRate = 0; // caller's rate, Hz

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <iterator>
 
+#include <velora/vsp.h>
+
 #include "fft/spectra.h"
 #include "fixed/cache_line.h"
 #include "fixed/complex.h"
@@ -102,7 +104,10 @@ protected:
         carryCount = 0;
     }
 
+    bool does(Velora_VSP_Sound_T what) const { return (sound & what) != 0; }
+
     // ---- Settings ----
+    uint32_t sound = Velora_VSP_Sound_Own; // what goes beyond the engine's own sound
     int16_t hopIndex = 0;
     int16_t bandFactor = 1;                // 1, 2 or 4: decimation of the low band
     const int16_t* splitCoeffs = nullptr;  // Q14
