@@ -23,6 +23,7 @@ need_packages() {
 
 tool_packages=(g++ cmake ninja-build libsndfile1-dev libcli11-dev)
 build_packages=("${tool_packages[@]}" libgtest-dev nlohmann-json3-dev)
+figure_packages=(python3 python3-numpy python3-scipy python3-soundfile)
 benchmark_packages=(g++ cmake ninja-build libbenchmark-dev libsoundtouch-dev librubberband-dev libsonic-dev)
 
 # build_preset PRESET [TARGET [OPTION...]] configures a preset (once, with the options) and builds it or one target.
