@@ -23,6 +23,11 @@ void negate(int16_t* samples, int count)
         samples[n] = fx::sat16(-samples[n]);
 }
 
+void copy(Frame* out, const Frame* in, int frames)
+{
+    std::memcpy(out, in, size_t(frames) * sizeof *in);
+}
+
 } // namespace
 
 void Vocoder::configure(int index)
@@ -31,8 +36,8 @@ void Vocoder::configure(int index)
     bandFactor = int16_t(1 << index);
     splitCoeffs = bandFactor == 4 ? kSplitCoeffsB : kSplitCoeffsA;
     interpCoeffs = kInterpCoeffs;
-    // Segments that are faded are hops of input that don't follow on one another: they have nothing
-    // in common, so the squares of the weights add up to 1.
+    // Segments that are faded are stretches of input that don't follow on one another: they have
+    // nothing in common, so the squares of the weights add up to 1.
     const int frames = hopFrames();
     for (int n = 0; n < frames; ++n) {
         const double rise = (n + 0.5) / frames;
@@ -54,7 +59,7 @@ void Vocoder::separate(const Frame* in, int from, int to)
     const int frames = to - from;
     Frame* const low = lowBandFrame + from / bandFactor;
     if (bandFactor == 1) {
-        std::memcpy(low, in + from, size_t(frames) * sizeof *in);
+        copy(low, in + from, frames);
         return;
     }
     Frame* const high = hpRing.newest() + from;
@@ -69,19 +74,22 @@ void Vocoder::separate(const Frame* in, int from, int to)
 
 void Vocoder::Velora_VSP_Combine_HP(int frames)
 {
+    // Beside the bare engine's low band, which keeps to whole hops, so does the high band.
+    const int offset = does(Velora_VSP_Sound_LockedChannels) ? int(frameClock * float(frames)) : 0;
     hpSegRing.turn();
-    const size_t hopBytes = size_t(frames) * sizeof *hpOut;
     Frame* const segment = hpSegRing.newest();
-    std::memcpy(segment, hpRing[0], hopBytes);
-    std::memcpy(segment + frames, hpRing[1], hopBytes);
+    copy(segment, hpRing[0] + offset, frames - offset);
+    copy(segment + frames - offset, hpRing[1], frames);
+    copy(segment + 2 * frames - offset, hpRing[2], offset);
     hpStepRing.turn();
-    hpStepRing.newest()[0] = std::exchange(hopsSinceFrame, int8_t(0));
+    hpStepRing.newest()[0] = std::exchange(hopsSinceFrame, 0) * frames + offset - hpOffset;
+    hpOffset = offset;
     const Frame* const older = hpSegRing[0] + frames;
     const Frame* const newer = hpSegRing[1];
     if (!fadesEvenly())
         kernels.fadeHighBand(hpOut, older, newer, frames);
-    else if (hpStepRing[1][0] == 1)
-        std::memcpy(hpOut, newer, hopBytes); // both are the same hop of input
+    else if (hpStepRing[1][0] == frames)
+        copy(hpOut, newer, frames); // both are the same input
     else
         kernels.mixHighBand(hpOut, older, newer, hpFadeQ14[0], hpFadeQ14[1], frames);
 }
@@ -92,7 +100,7 @@ void Vocoder::Velora_VSP_LP_interpolate(Frame* dest, int lowFrames, int outFrame
     const int readFrames = std::max(lowFrames, 1);
     const int written = std::min(readFrames * bandFactor, outFrames);
     if (bandFactor == 1) {
-        std::memcpy(dest, lowBandFrame, size_t(written) * sizeof *dest);
+        copy(dest, lowBandFrame, written);
     } else {
         const auto interpolate = bandFactor == 2 ? kernels.interpolateBy2 : kernels.interpolateBy4;
         interpolate(dest, lowBandFrame, hpOut, interpState, interpCoeffs, readFrames, written);

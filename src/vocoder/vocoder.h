@@ -126,7 +126,7 @@ protected:
         outputLimit = kNoLimit;
         carryCount = 0;
         levelKeeper.reset();
-        clear(hopsSinceFrame, hpStepRing);
+        clear(hopsSinceFrame, hpOffset, hpStepRing);
     }
 
     bool does(Velora_VSP_Sound_T what) const { return (sound & what) != 0; }
@@ -153,8 +153,9 @@ protected:
     int32_t interpState[2][6] = {};        // history: [channel] delays, four times the value
     Ring<Frame[kMaxHop], 5> hpRing;        // history: high band of each input hop
     Ring<Frame[2 * kMaxHop], 4> hpSegRing; // history: two hops for each synthesis frame
-    Ring<int8_t[1], 4> hpStepRing;         // history: input hops from each segment's frame before
-    int8_t hopsSinceFrame = 0;             // history: input hops taken since the last frame
+    Ring<int32_t[1], 4> hpStepRing;        // history: input frames from each segment's one before
+    int32_t hpOffset = 0;                  // history: input frames of the newest segment behind a hop
+    int32_t hopsSinceFrame = 0;            // history: input hops taken since the last frame
     int32_t hpFadeQ14[2][kMaxHop] = {};    // settings: weights of the older and the newer segment
     alignas(kLine) Frame hpOut[kMaxHop];   // this synthesis frame: high band
     // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
