@@ -50,8 +50,21 @@ void Vocoder::configure(int index)
 
 void Vocoder::Velora_VSP_LPHP_separate(const Frame* in, int frames)
 {
-    hpRing.turn();
+    turnHighBand();
     separate(in, 0, frames);
+}
+
+void Vocoder::turnHighBand()
+{
+    if (does(Velora_VSP_Sound_LockedChannels))
+        copy(hpBefore, hpRing[0], kMaxHop);
+    hpRing.turn();
+}
+
+// Hops of high band by age: 0 is the oldest, 1 the oldest that the bare engine has.
+const Frame* Vocoder::highBandHop(int number) const
+{
+    return number == 0 ? hpBefore : hpRing[number - 1];
 }
 
 void Vocoder::separate(const Frame* in, int from, int to)
@@ -72,18 +85,41 @@ void Vocoder::separate(const Frame* in, int from, int to)
                 high[n][channel] = fx::low16(fx::mulShift16(high[n][channel] * 2, highBandGainQ15));
 }
 
+// Where the next segment starts, in frames from the oldest hop on. The bare engine keeps to
+// whole hops, as its low band does. Else the middle of the segment, a hop of output behind the
+// middle of the synthesis frame, is to sound the input that belongs there: to the frame at onsets;
+// otherwise it goes on where the one before ended, which is heard least, as long as it comes within
+// half a hop.
+int Vocoder::segmentStart(int frames) const
+{
+    if (!does(Velora_VSP_Sound_LockedChannels))
+        return frames;
+    const int last = (hpRing.size - 1) * frames;
+    const int wanted = std::min(int((frameClock + effectiveSpeed) * float(frames)), last);
+    constexpr float kNoneFollows = 2.0f;
+    if (restartsBands || effectiveSpeed >= kNoneFollows)
+        return wanted;
+    const int following = hpStart + (1 - hopsSinceFrame) * frames;
+    const int nearest = std::clamp(following, std::max(wanted - frames / 2, 0),
+                                   std::min(wanted + frames / 2, last));
+    // Where it can't, it comes as far off on the other side.
+    return nearest == following ? following : std::clamp(2 * wanted - nearest, 0, last);
+}
+
 void Vocoder::Velora_VSP_Combine_HP(int frames)
 {
-    // Beside the bare engine's low band, which keeps to whole hops, so does the high band.
-    const int offset = does(Velora_VSP_Sound_LockedChannels) ? int(frameClock * float(frames)) : 0;
+    const int start = segmentStart(frames);
+    const int row = start / frames;
+    const int offset = start % frames;
     hpSegRing.turn();
     Frame* const segment = hpSegRing.newest();
-    copy(segment, hpRing[0] + offset, frames - offset);
-    copy(segment + frames - offset, hpRing[1], frames);
-    copy(segment + 2 * frames - offset, hpRing[2], offset);
+    copy(segment, highBandHop(row) + offset, frames - offset);
+    copy(segment + frames - offset, highBandHop(row + 1), frames);
+    if (offset > 0)
+        copy(segment + 2 * frames - offset, highBandHop(row + 2), offset);
     hpStepRing.turn();
-    hpStepRing.newest()[0] = std::exchange(hopsSinceFrame, 0) * frames + offset - hpOffset;
-    hpOffset = offset;
+    hpStepRing.newest()[0] = std::exchange(hopsSinceFrame, 0) * frames + start - hpStart;
+    hpStart = start;
     const Frame* const older = hpSegRing[0] + frames;
     const Frame* const newer = hpSegRing[1];
     if (!fadesEvenly())

@@ -71,7 +71,7 @@ void Vocoder::takeStage(int stage, const Frame* in, int frames)
     switch (stage) {
     case 0:
         beginHop();
-        hpRing.turn();
+        turnHighBand();
         separate(in, 0, frames / 2);
         break;
     case 1:
@@ -122,6 +122,7 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
 {
     switch (stage) {
     case 0:
+        restartsBands = false;
         for (int c = 0; c < 2; ++c)
             synthesiseBands(c);
         if (does(Velora_VSP_Sound_LockedChannels))
@@ -236,6 +237,7 @@ void Vocoder::synthesiseBands(int channel)
             kernels.interpMagApplyPhase(X, M, older + first, newer + first, S, f_q15, n);
             break;
         case BandPath::reset: {
+            restartsBands = true;
             const int row = does(Velora_VSP_Sound_LockedChannels) ? nearestRow() : 0;
             const ComplexShort* const analysed = phasorRing[channel][row] + first;
             kernels.interpMagApplyPhase(X, M, older + first, newer + first, analysed, f_q15, n);

@@ -117,7 +117,7 @@ protected:
         hopPart = HopPart::none;
         startsInPhase = false;
         unheardHops = 0;
-        clear(splitState, interpState, hpRing, hpSegRing);
+        clear(splitState, interpState, hpRing, hpBefore, hpSegRing);
         clear(bandCog, bandFlagRing, transientThreshold, transientDecision, transientDecisionPrev);
         clear(bandStatus, bandRingIndex, bandHold);
         clear(interpMag);
@@ -126,7 +126,7 @@ protected:
         outputLimit = kNoLimit;
         carryCount = 0;
         levelKeeper.reset();
-        clear(hopsSinceFrame, hpOffset, hpStepRing);
+        clear(hopsSinceFrame, hpStart, hpStepRing);
     }
 
     bool does(Velora_VSP_Sound_T what) const { return (sound & what) != 0; }
@@ -152,9 +152,10 @@ protected:
     int32_t splitState[2][7] = {};         // history: [channel] delays, four times the value
     int32_t interpState[2][6] = {};        // history: [channel] delays, four times the value
     Ring<Frame[kMaxHop], 5> hpRing;        // history: high band of each input hop
+    alignas(kLine) Frame hpBefore[kMaxHop]; // history, with LockedChannels: that of the hop before
     Ring<Frame[2 * kMaxHop], 4> hpSegRing; // history: two hops for each synthesis frame
     Ring<int32_t[1], 4> hpStepRing;        // history: input frames from each segment's one before
-    int32_t hpOffset = 0;                  // history: input frames of the newest segment behind a hop
+    int32_t hpStart = 0;                   // history: where the newest of them starts
     int32_t hopsSinceFrame = 0;            // history: input hops taken since the last frame
     int32_t hpFadeQ14[2][kMaxHop] = {};    // settings: weights of the older and the newer segment
     alignas(kLine) Frame hpOut[kMaxHop];   // this synthesis frame: high band
@@ -174,6 +175,8 @@ protected:
                                        // turns, so it stays on one analysis frame
     int8_t bandHold[kBands] = {};      // history: synthesis frames left before the band freezes; 4:
                                        // the phase reset is due
+
+    bool restartsBands = false; // this synthesis frame: the running phases of some band restart
 
     // ---- Synthesis ----
     alignas(kLine) MagnitudeRow interpMag[2] = {}; // history: last interpolated magnitudes
@@ -208,6 +211,9 @@ private:
     void sumTurns();
     void turnBands(int channel);
     const ComplexShort* nextPhasors(int channel, PhasorRow& room) const;
+    void turnHighBand();
+    const Frame* highBandHop(int number) const;
+    int segmentStart(int frames) const;
     /// Whether fades of the high band keep its level and span a hop, however long it is.
     bool fadesEvenly() const
     {
