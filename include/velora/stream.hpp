@@ -80,6 +80,12 @@ enum class Material {
     speech = VELORA_MATERIAL_SPEECH ///< and drums: a shorter window
 };
 
+/// How much input the natural sound waits for at speeds other than 1.0.
+enum class Latency {
+    usual = VELORA_LATENCY_USUAL, ///< looks 50 ms ahead, for its level
+    least = VELORA_LATENCY_LEAST  ///< no more than the engine itself
+};
+
 /// Format of a stream whose samples are std::int32_t holding sign-extended 24-bit values,
 /// -8388608..8388607.
 struct Int24In32 {};
@@ -96,6 +102,7 @@ struct Options {
     std::int64_t changes = 64;
     Sound sound = Sound::natural;
     Material material = Material::music;
+    Latency latency = Latency::usual;
 };
 
 /// Where a stream was after the last call that moved it.
@@ -192,6 +199,7 @@ public:
         all.pitch = int(options.pitch);
         all.sound = int(options.sound);
         all.material = int(options.material);
+        all.latency = int(options.latency);
         all.slowest = options.slowest;
         all.fastest = options.fastest;
         all.longest_block = options.longestBlock;

@@ -90,6 +90,12 @@ enum velora_material {
     VELORA_MATERIAL_SPEECH = 1 /* and drums: a shorter window */
 };
 
+/* How much input the natural sound waits for at speeds other than 1.0. */
+enum velora_latency {
+    VELORA_LATENCY_USUAL = 0, /* looks 50 ms ahead, for its level */
+    VELORA_LATENCY_LEAST = 1  /* no more than the engine itself */
+};
+
 /* A static text that says what is wrong and what would be right; not to be freed. */
 VELORA_C_API const char* velora_error_text(int error);
 
@@ -110,12 +116,13 @@ typedef struct velora_options {
                             * 0: as longest_block, but 64 at the start */
     int sound;             /* a velora_sound */
     int material;          /* a velora_material */
+    int latency;           /* a velora_latency */
 } velora_options;
 
 #define VELORA_OPTIONS                                                                             \
     {                                                                                              \
         VELORA_PITCH_KEEP, VELORA_SLOWEST, VELORA_FASTEST, 4096, 64, VELORA_SOUND_NATURAL,         \
-            VELORA_MATERIAL_MUSIC                                                                  \
+            VELORA_MATERIAL_MUSIC, VELORA_LATENCY_USUAL                                            \
     }
 
 /* Makes a stream at speed 1.0. On an error *stream is set to null.

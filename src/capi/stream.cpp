@@ -126,6 +126,26 @@ std::uint32_t soundOf(const velora_options& options, int sampleRate)
            Velora_VSP_Sound_EvenLevel | (isShort ? Velora_VSP_Sound_ShortHop : 0u);
 }
 
+vsp::StreamSettings settingsOf(int sampleRate, int channels, int format,
+                               const velora_options& options)
+{
+    constexpr double kLookAhead = 0.05; // seconds
+    const bool looksAhead = options.latency == VELORA_LATENCY_USUAL;
+    vsp::StreamSettings settings{};
+    settings.sampleRate = sampleRate;
+    settings.channels = channels;
+    settings.depth = Velora_BitDepth_T(format);
+    settings.pitchDrops = options.pitch == VELORA_PITCH_DROP;
+    settings.sound = soundOf(options, sampleRate);
+    settings.ridesLevel = options.sound == VELORA_SOUND_NATURAL;
+    settings.lookAhead = looksAhead ? std::int64_t(kLookAhead * sampleRate) : 0;
+    settings.slowest = options.slowest;
+    settings.fastest = options.fastest;
+    settings.longestBlock = options.longest_block;
+    settings.changes = options.changes;
+    return settings;
+}
+
 int make(velora_stream** stream, const vsp::StreamSettings& settings)
 {
     return done([&] { *stream = new velora_stream(settings); });
@@ -188,13 +208,10 @@ int velora_stream_open(velora_stream** stream, int sample_rate, int channels, in
         return VELORA_ERROR_ARGUMENT;
     if (!isOneOf(options->pitch, VELORA_PITCH_KEEP, VELORA_PITCH_DROP) ||
         !isOneOf(options->sound, VELORA_SOUND_NATURAL, VELORA_SOUND_ENGINE) ||
-        !isOneOf(options->material, VELORA_MATERIAL_MUSIC, VELORA_MATERIAL_SPEECH))
+        !isOneOf(options->material, VELORA_MATERIAL_MUSIC, VELORA_MATERIAL_SPEECH) ||
+        !isOneOf(options->latency, VELORA_LATENCY_USUAL, VELORA_LATENCY_LEAST))
         return VELORA_ERROR_ARGUMENT;
-    return make(stream, vsp::StreamSettings{sample_rate, channels, Velora_BitDepth_T(format),
-                                            options->pitch == VELORA_PITCH_DROP,
-                                            soundOf(*options, sample_rate), options->slowest,
-                                            options->fastest, options->longest_block,
-                                            options->changes});
+    return make(stream, settingsOf(sample_rate, channels, format, *options));
 }
 
 int velora_stream_create(velora_stream** stream, int sample_rate, int channels, int format,

@@ -10,21 +10,25 @@
 
 namespace vsp {
 
-EngineBank::EngineBank(int channels, int rate, Velora_BitDepth_T bitDepth, std::uint32_t sound)
-    : sampleRate(rate), depth(bitDepth),
-      sharesTurns(channels > 2 && (sound & Velora_VSP_Sound_LockedChannels) != 0)
+EngineBank::EngineBank(const StreamSettings& settings, const LevelCurve* curve)
+    : sampleRate(settings.sampleRate), depth(settings.depth), level(curve),
+      sharesTurns(settings.channels > 2 &&
+                  (settings.sound & Velora_VSP_Sound_LockedChannels) != 0)
 {
-    for (int channel = 0; channel < channels; channel += 2) {
+    for (int channel = 0; channel < settings.channels; channel += 2) {
         owned.emplace_back(nullptr);
         owned.back().reset(Velora_VSP_Factory::Create());
         engines.push_back(owned.back().get());
-        Velora_VSP_Conductor::SetSound(engines.back(), sound);
+        Velora_VSP_Conductor::SetSound(engines.back(), settings.sound);
     }
     speeds.resize(engines.size());
+    limiters.resize(engines.size());
     for (int pair = 0; pair < pairs(); ++pair)
         startPair(pair, 1.0f);
     hop = Velora_VSP_Conductor::HopFrames(engines[0]);
     part.resize(std::size_t(hop * bytesPerFrame(depth)));
+    levelled.resize(std::size_t(2 * hop));
+    given.resize(std::size_t(2 * hop));
     warmUp();
 }
 
@@ -47,8 +51,9 @@ void EngineBank::warmUp()
 
 void EngineBank::startPair(int pair, float speed)
 {
-    engines[std::size_t(pair)]->Init(sampleRate, depth);
+    engines[std::size_t(pair)]->Init(sampleRate, level == nullptr ? depth : Velora_BitDepth_16);
     speeds[std::size_t(pair)] = 1.0f;
+    limiters[std::size_t(pair)] = {};
     engine(pair, speed);
 }
 
@@ -72,33 +77,53 @@ Velora_VSP_Interface* EngineBank::engine(int pair, float speed)
     return found;
 }
 
+// `frames` frames of a pair at `at` of `in`, as the engine takes them.
+const void* EngineBank::engineInput(int pair, const PairQueue& in, std::int64_t at,
+                                    std::int64_t frames)
+{
+    if (level == nullptr)
+        return in.at(pair, at);
+    level->scaleIn(reinterpret_cast<Frame*>(levelled.data()), in.at(pair, at), at, frames);
+    return levelled.data();
+}
+
 void EngineBank::takeHop(Stages stages, const PairQueue& in, std::int64_t at, float speed)
 {
+    const void* source = levelled.data();
     for (int n = stages.from; n < stages.to; ++n) {
         const int pair = n / kTakeStages;
-        Velora_VSP_Conductor::TakeStage(engine(pair, speed), n % kTakeStages, in.at(pair, at));
+        const int stage = n % kTakeStages;
+        if (stage == 0 || level == nullptr)
+            source = engineInput(pair, in, at, hop);
+        Velora_VSP_Conductor::TakeStage(engine(pair, speed), stage, source);
     }
     if (stages.to == kTakeStages * pairs())
         Velora_VSP_Conductor::ShareOnsets(engines.data(), pairs());
 }
 
-// Where a hop of the pair is to be written, which the queue has taken in already all but its first
-// `skip` frames.
-std::byte* EngineBank::roomFor(int pair, PairQueue& out, std::int64_t skip)
+// Where an engine is to write a hop, which the queue has taken in already all but its first `skip`
+// frames.
+std::byte* EngineBank::engineOutput(int pair, PairQueue& out, std::int64_t skip)
 {
+    if (level != nullptr)
+        return reinterpret_cast<std::byte*>(given.data());
     return skip == 0 ? out.at(pair, out.end() - hop) : part.data();
 }
 
 // That hop has been written.
-void EngineBank::keep(int pair, PairQueue& out, std::int64_t skip) const
+void EngineBank::keep(int pair, PairQueue& out, std::int64_t skip, Media media)
 {
+    if (level != nullptr)
+        level->scaleOut(skip == 0 ? out.at(pair, out.end() - hop) : part.data(),
+                        reinterpret_cast<const Frame*>(given.data()), hop, media.frame, media.speed,
+                        limiters[std::size_t(pair)]);
     const std::int64_t wanted = hop - skip;
     if (skip > 0)
         std::memcpy(out.at(pair, out.end() - wanted), part.data() + skip * bytesPerFrame(depth),
                     std::size_t(wanted * bytesPerFrame(depth)));
 }
 
-void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, float speed)
+void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media media, float speed)
 {
     constexpr int kLast = kGiveStages - 1; // it and the one before write
     for (int n = stages.from; n < stages.to; ++n) {
@@ -109,27 +134,28 @@ void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, float
             Velora_VSP_Conductor::ShareTurns(engines.data(), pairs());
         if (pair == 0 && stage == kLast - 1)
             out.append(hop - skip);
-        std::byte* const room = stage < kLast - 1 ? nullptr : roomFor(pair, out, skip);
+        std::byte* const room = stage < kLast - 1 ? nullptr : engineOutput(pair, out, skip);
         Velora_VSP_Conductor::GiveStage(engine(pair, speed), stage, room);
         if (stage == kLast)
-            keep(pair, out, skip);
+            keep(pair, out, skip, media);
     }
 }
 
-void EngineBank::convert(Stages stages, PairQueue& out, std::int64_t skip, const PairQueue& in,
-                         std::int64_t at, float speed)
+void EngineBank::convert(Stages stages, PairQueue& out, std::int64_t skip, Media media,
+                         const PairQueue& in, std::int64_t at, float speed)
 {
     const int frames = hop / kConvertStages; // of output
     const int count = frames / converterRatio(speed);
+    const std::ptrdiff_t frameBytes = level == nullptr ? bytesPerFrame(depth) : sizeof(Frame);
     if (stages.from == 0)
         out.append(hop - skip);
     for (int n = stages.from; n < stages.to; ++n) {
         const int pair = n / kConvertStages;
         const int stage = n % kConvertStages;
-        std::byte* const room = roomFor(pair, out, skip) + stage * frames * bytesPerFrame(depth);
-        engine(pair, speed)->Exe(room, in.at(pair, at + stage * count), count);
+        std::byte* const room = engineOutput(pair, out, skip) + stage * frames * frameBytes;
+        engine(pair, speed)->Exe(room, engineInput(pair, in, at + stage * count, count), count);
         if (stage == kConvertStages - 1)
-            keep(pair, out, skip);
+            keep(pair, out, skip, media);
     }
 }
 

@@ -8,7 +8,9 @@
 
 #include <velora/vsp.h>
 
+#include "stream/level.h"
 #include "stream/pair_queue.h"
+#include "stream/settings.h"
 #include "stream/voice.h"
 
 namespace vsp {
@@ -16,8 +18,8 @@ namespace vsp {
 /// One engine for each pair of channels, all in the same state but for the sound in them.
 class EngineBank {
 public:
-    /// @param sound  Velora_VSP_Sound_T values
-    EngineBank(int channels, int sampleRate, Velora_BitDepth_T bitDepth, std::uint32_t sound);
+    /// @param curve  if not null, rides the level of what goes in and comes out; outlives the bank
+    EngineBank(const StreamSettings& settings, const LevelCurve* curve);
 
     /// Caller frames that the engines take at a time.
     int hopFrames() const { return hop; }
@@ -27,17 +29,22 @@ public:
     struct Stages {
         int from, to; // to - 1 is the last
     };
+    /// What a hop of output sounds.
+    struct Media {
+        double frame; // input frame of the first one
+        double speed; // input frames that pass for each
+    };
 
     /// Brings the engines to where they have heard nothing but silence; the first hop of output comes
     /// after `hops` hops of input.
     void start(Stages stages, float speed, float hops);
     /// Analyses the hop at frame `at` of `in`, at `speed`.
     void takeHop(Stages stages, const PairQueue& in, std::int64_t at, float speed);
-    /// Synthesises the next hop of output at `speed`; all of it but the first `skip` frames is
-    /// appended to `out`.
-    void giveHop(Stages stages, PairQueue& out, std::int64_t skip, float speed);
-    /// Converts the frames at `at` of `in` that make one hop of output.
-    void convert(Stages stages, PairQueue& out, std::int64_t skip, const PairQueue& in,
+    /// Synthesises the next hop of output at `speed`, which sounds `media`; all of it but the first
+    /// `skip` frames is appended to `out`.
+    void giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media media, float speed);
+    /// Converts the frames at `at` of `in` that make one hop of output, which sounds `media`.
+    void convert(Stages stages, PairQueue& out, std::int64_t skip, Media media, const PairQueue& in,
                  std::int64_t at, float speed);
 
 private:
@@ -45,8 +52,9 @@ private:
     void warmUp();
     void startPair(int pair, float speed);
     Velora_VSP_Interface* engine(int pair, float speed);
-    std::byte* roomFor(int pair, PairQueue& out, std::int64_t skip);
-    void keep(int pair, PairQueue& out, std::int64_t skip) const;
+    const void* engineInput(int pair, const PairQueue& in, std::int64_t at, std::int64_t frames);
+    std::byte* engineOutput(int pair, PairQueue& out, std::int64_t skip);
+    void keep(int pair, PairQueue& out, std::int64_t skip, Media media);
 
     struct Destroy {
         void operator()(Velora_VSP_Interface* engine) const { Velora_VSP_Factory::Destroy(engine); }
@@ -54,12 +62,18 @@ private:
 
     int sampleRate;
     Velora_BitDepth_T depth;
+    const LevelCurve* level;
     bool sharesTurns; // between more than two channels
     int hop = 0;
     std::vector<float> speeds; // [pair]
     std::vector<std::unique_ptr<Velora_VSP_Interface, Destroy>> owned;
     std::vector<Velora_VSP_Interface*> engines;
     std::vector<std::byte> part; // a hop of which the beginning isn't wanted
+    // Under a level curve, what goes into an engine and comes out of it.
+    using Frame = std::int16_t[2];
+    std::vector<std::int16_t> levelled;
+    std::vector<std::int16_t> given;
+    std::vector<PeakLimiter> limiters; // [pair]
 };
 
 } // namespace vsp

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "convert/bridge.h"
 #include "fixed/floating_point.h"
@@ -112,6 +113,20 @@ LevelCurve::LevelCurve(int sampleRate, Velora_BitDepth_T bitDepth, std::int64_t 
       raised(std::size_t(std::max<std::int64_t>(ahead, 1)))
 {
     restart(0);
+}
+
+void LevelCurve::reserve(std::int64_t mostFrames)
+{
+    const auto size = std::size_t(mostFrames / blockFrames + 2);
+    if (size <= blocks.size())
+        return;
+    std::vector<Block> larger(size);
+    for (std::int64_t n = std::max<std::int64_t>(known - std::int64_t(blocks.size()), 0); n < known;
+         ++n)
+        larger[std::size_t(n) % size] = blocks[std::size_t(n) % blocks.size()];
+    if (known == 0)
+        larger[0] = blocks[0];
+    blocks = std::move(larger);
 }
 
 void LevelCurve::restart(std::int64_t frame)

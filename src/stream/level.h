@@ -37,8 +37,14 @@ public:
     LevelCurve(int sampleRate, Velora_BitDepth_T bitDepth, std::int64_t lookAheadFrames,
                std::int64_t mostFrames, const LevelKernels& table = bestLevelKernels());
 
-    /// Input frames that must have come in, beyond one, for its gain to be known.
+    /// Input frames that must have come in, beyond one, for its gain to be known; and beyond a whole
+    /// hop, for all of its gains.
     std::int64_t lookAhead() const { return (ahead + 1) * blockFrames; }
+    std::int64_t lookAheadOfHop() const { return ahead * blockFrames; }
+
+    /// Makes room for so many frames if there is less. Allocates then; may throw std::bad_alloc, and
+    /// then nothing has happened.
+    void reserve(std::int64_t mostFrames);
 
     /// Nothing has come in; input frame `frame` is the next. The gain starts where it is needed.
     void restart(std::int64_t frame);

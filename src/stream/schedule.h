@@ -191,7 +191,7 @@ private:
     }
     std::int64_t stepFor(const Voice& voice) const
     {
-        return voice.fed + voice.inputStep(rate) - input;
+        return voice.inputWanted(rate) - input;
     }
 
     /// Output up to which the voice that sounds is to be made for output up to `until`: to the end of
@@ -256,7 +256,7 @@ private:
     template <class Sound>
     std::int64_t step(Voice& voice, std::int64_t most, Sound&& sound, bool isNext)
     {
-        if (voice.fed + voice.inputStep(rate) > input)
+        if (voice.inputWanted(rate) > input)
             return 0;
         if (voice.nextStep() == Voice::Step::give && voice.done == 0)
             voice.follow(sound.times(), rate);

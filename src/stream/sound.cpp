@@ -3,6 +3,7 @@
 #include "stream/sound.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace vsp {
 
@@ -13,16 +14,42 @@ constexpr std::int64_t kOutputHops = 4;
 
 } // namespace
 
-Sound::Sound(int channels, int sampleRate, Velora_BitDepth_T bitDepth, std::uint32_t engineSound,
-             std::int64_t mostInput, std::size_t changes)
-    : map(changes),
-      input(channels, bitDepth, mostInput), banks{EngineBank(channels, sampleRate, bitDepth,
-                                                             engineSound),
-                                                  EngineBank(channels, sampleRate, bitDepth,
-                                                             engineSound)},
-      outputs{PairQueue(channels, bitDepth, kOutputHops * banks[0].hopFrames()),
-              PairQueue(channels, bitDepth, kOutputHops * banks[0].hopFrames())}
+Sound::Sound(const StreamSettings& settings, std::int64_t mostInput, std::size_t changes)
+    : map(changes), input(settings.channels, settings.depth, mostInput), depth(settings.depth),
+      level(settings.ridesLevel
+                ? std::optional<LevelCurve>(std::in_place, settings.sampleRate, settings.depth,
+                                            settings.lookAhead, mostInput)
+                : std::nullopt),
+      banks{EngineBank(settings, curve()), EngineBank(settings, curve())},
+      outputs{PairQueue(settings.channels, settings.depth, kOutputHops * hopFrames()),
+              PairQueue(settings.channels, settings.depth, kOutputHops * hopFrames())},
+      fadingOut(settings.channels, settings.depth, hopFrames())
 {
+}
+
+void Sound::restart()
+{
+    output().restart(0);
+    fadeStart = 0;
+    fadeEnd = 0;
+    fadedTo = 0;
+    if (!level)
+        return;
+    level->restart(input.begin());
+    level->append(input);
+}
+
+void Sound::takeInput()
+{
+    if (level)
+        level->append(input);
+}
+
+void Sound::reserveInput(std::int64_t count)
+{
+    input.reserve(count);
+    if (level)
+        level->reserve(input.end() - input.begin() + input.room());
 }
 
 void Sound::run(const Voice& voice, int stages, bool isNext)
@@ -37,13 +64,22 @@ void Sound::run(const Voice& voice, int stages, bool isNext)
         engines.takeHop(part, input, voice.fed, voice.engineSpeed);
         break;
     case Voice::Step::give:
-        engines.giveHop(part, queue(isNext), unwanted(voice, isNext), voice.engineSpeed);
-        break;
-    case Voice::Step::convert:
-        engines.convert(part, queue(isNext), unwanted(voice, isNext), input, voice.fed,
+        engines.giveHop(part, queue(isNext), unwanted(voice, isNext), mediaOf(voice),
                         voice.engineSpeed);
         break;
+    case Voice::Step::convert:
+        engines.convert(part, queue(isNext), unwanted(voice, isNext), mediaOf(voice), input,
+                        voice.fed, voice.engineSpeed);
+        break;
     }
+}
+
+// What its next hop of output sounds.
+EngineBank::Media Sound::mediaOf(const Voice& voice) const
+{
+    const double frame = map.mediaAt(double(voice.end));
+    const double last = map.mediaAt(double(voice.end + hopFrames()));
+    return {frame, (last - frame) / double(hopFrames())};
 }
 
 // Frames at the beginning of the voice's next hop of output that come before what is wanted: they
@@ -65,13 +101,36 @@ void Sound::fade(std::int64_t frame, std::int64_t frames)
 {
     PairQueue& old = queue(false);
     PairQueue& fresh = queue(true);
-    fresh.fadeFrom(old, frame, frames, frame, frames);
+    finishFade(fadeEnd);
+    weights = FadeWeights(old, fresh, depth, frame, frames);
+    fadeStart = frame;
+    fadedTo = frame;
+    fadeEnd = frame + frames;
+    fadingOut.restart(frame);
+    fadingOut.append(old, frame, frames);
     // What wasn't handed out yet comes before.
     old.truncate(frame);
     const std::int64_t made = fresh.end() - frame;
     old.append(fresh, frame, made);
     std::swap(old, fresh);
     sounding = 1 - sounding;
+}
+
+// Does the fade up to output frame `until`.
+void Sound::finishFade(std::int64_t until)
+{
+    const std::int64_t count = std::min(until, fadeEnd) - fadedTo;
+    if (count <= 0)
+        return;
+    vsp::fade(output(), fadingOut, depth, weights, fadedTo, count, fadeStart);
+    fadedTo += count;
+}
+
+void Sound::handOut(const Destination& out, std::int64_t frame, std::int64_t frames)
+{
+    finishFade(frame + frames);
+    output().copyTo(out, frame, frames);
+    output().dropBefore(frame + frames);
 }
 
 } // namespace vsp

@@ -37,11 +37,14 @@ std::int64_t withinReach(std::int64_t frame)
 
 std::int64_t hopOf(const StreamSettings& settings)
 {
-    return EngineBank(1, settings.sampleRate, Velora_BitDepth_16, settings.sound).hopFrames();
+    StreamSettings mono = settings;
+    mono.channels = 1;
+    return EngineBank(mono, nullptr).hopFrames();
 }
 
-Rate rateOf(const StreamSettings& settings, std::int64_t hop)
+Rate rateOf(const StreamSettings& settings, const Sound& sound)
 {
+    const std::int64_t hop = sound.hopFrames();
     const int shift = rateShiftOf(settings.sampleRate);
     const auto log2Factor = std::size_t(std::bit_width(std::uint64_t(hop >> shift) / kLowHop)) - 1;
     double delayIn = kSplitDelay[log2Factor];
@@ -58,25 +61,28 @@ Rate rateOf(const StreamSettings& settings, std::int64_t hop)
             settings.pitchDrops,
             settings.sound != Velora_VSP_Sound_Own,
             settings.fastest,
+            sound.lookAheadOfHop(),
+            sound.lookAhead(),
             (settings.channels + 1) / 2,
             settings.longestBlock > 0};
 }
 
-// Hops of input that wait for what comes after them, or that a voice may still want.
-std::int64_t waitingHops(double fastest)
+// Frames of input that wait for what comes after them, or that a voice may still want.
+std::int64_t waitingFrames(const StreamSettings& settings, std::int64_t hop)
 {
+    const double fastest = settings.fastest;
     const auto primed = std::int64_t(std::ceil(double(Schedule::kSpreadHops) * fastest));
-    return Voice::kMostLeadHops + Voice::mostLagHops(fastest) + primed + 4;
+    const std::int64_t hops = Voice::kMostLeadHops + Voice::mostLagHops(fastest) + primed + 4;
+    return hops * hop + settings.lookAhead;
 }
 
 } // namespace
 
 Stream::Stream(const StreamSettings& settings)
     : fixed(settings),
-      sound(fixed.channels, fixed.sampleRate, fixed.depth, fixed.sound,
-            waitingHops(fixed.fastest) * hopOf(fixed) + fixed.longestBlock,
+      sound(fixed, waitingFrames(fixed, hopOf(fixed)) + fixed.longestBlock,
             std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
-      schedule(rateOf(fixed, sound.hopFrames())),
+      schedule(rateOf(fixed, sound)),
       places(std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
       before(fixed.channels, fixed.depth, blendFrames()),
       silence(fixed.channels, fixed.depth, blendFrames())
@@ -165,9 +171,9 @@ void Stream::reset()
 // Output begins behind `preRoll` frames of input that stand in the queue already.
 void Stream::begin(std::int64_t mediaFrame, double atSpeed, std::int64_t preRoll)
 {
-    sound.output().restart(0);
     if (preRoll == 0)
         sound.input.restart(0);
+    sound.restart();
     sound.map.reset(double(preRoll), atSpeed);
     places.reset(preRoll, withinReach(mediaFrame));
     preRolled = preRoll;
@@ -289,13 +295,14 @@ std::int64_t Stream::finish(const Destination& out, std::int64_t room)
 std::int64_t Stream::roomForInput(std::int64_t wanted)
 {
     if (!isBounded())
-        sound.input.reserve(wanted);
+        sound.reserveInput(wanted);
     return std::min(wanted, sound.input.room());
 }
 
 void Stream::accept(std::int64_t frames)
 {
     blendIn(schedule.input);
+    sound.takeInput();
     schedule.input += frames;
 }
 
@@ -333,9 +340,8 @@ std::int64_t Stream::givePart(const Destination& out, std::int64_t most)
     const std::int64_t fadedIn = std::min(fadeInTo - schedule.taken, frames);
     if (fadedIn > 0)
         sound.output().fadeFrom(silence, schedule.taken, fadedIn, 0, fadeInTo);
-    sound.output().copyTo(out, schedule.taken, frames);
+    sound.handOut(out, schedule.taken, frames);
     schedule.taken += frames;
-    sound.output().dropBefore(schedule.taken);
     return frames;
 }
 
@@ -384,7 +390,7 @@ std::int64_t Stream::inputFramesFor(std::int64_t frames) const
 std::int64_t Stream::mostInputFrames(std::int64_t frames) const
 {
     const double steady = std::ceil(double(std::min(frames, kMostFrames)) * fixed.fastest);
-    return std::int64_t(steady) + waitingHops(fixed.fastest) * schedule.rate.hop;
+    return std::int64_t(steady) + waitingFrames(fixed, schedule.rate.hop);
 }
 
 std::int64_t Stream::latencyFrames() const

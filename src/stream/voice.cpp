@@ -180,6 +180,14 @@ std::int64_t Voice::inputStep(const Rate& rate) const
     }
 }
 
+std::int64_t Voice::inputWanted(const Rate& rate) const
+{
+    const std::int64_t step = inputStep(rate);
+    if (step == 0)
+        return 0;
+    return fed + step + (path == Path::converter ? rate.lookAheadOfPart : rate.lookAhead);
+}
+
 int Voice::stages(const Rate& rate) const
 {
     switch (nextStep()) {

@@ -27,6 +27,8 @@ struct Rate {
     bool pitchDrops;  // at the converter's speeds, as on a slowed tape
     bool isNatural;   // no low-pass at slow speeds, phases locked between channels
     double fastest;   // most that a speed can be
+    std::int64_t lookAhead;       // input frames that must have come in beyond a hop that is taken
+    std::int64_t lookAheadOfPart; // and beyond what the converter takes
     int pairs;        // of channels: each has an engine of its own
     bool isSmooth;    // work is spread over the frames that are handed out meanwhile
 };
@@ -71,8 +73,10 @@ struct Voice {
         convert, ///< takes in what makes one hop of output, and gives that
     };
     Step nextStep() const;
-    /// Frames that the next step needs from `fed` on; 0 if it takes in none.
+    /// Frames that the next step takes in from `fed` on, and the input frame up to which input must
+    /// have come in for that: 0 if it takes in none.
     std::int64_t inputStep(const Rate& rate) const;
+    std::int64_t inputWanted(const Rate& rate) const;
     /// Stages of the next step, of all pairs.
     int stages(const Rate& rate) const;
     /// Stages of all steps from one hop of output to the end of the next.
