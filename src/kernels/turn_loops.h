@@ -8,6 +8,7 @@
 #include "fixed/fixed.h"
 #include "kernels/sizes.h"
 #include "kernels/spectrum_loops.h"
+#include "kernels/turns.h"
 #include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {
@@ -68,20 +69,33 @@ VSP_INLINE void unitPhasor(V& outRe, V& outIm, V re, V im)
     outIm = roundQ14(mulShort(nearIm, gain));
 }
 
+/// Adds the bins `distance` below and above bin k under a complex weight, Q16.
 template <class V>
-void commonTurns(ComplexShort* turns, const ComplexInt* sum)
+VSP_INLINE void addNeighbours(V& re, V& im, const ComplexInt* sum, int k, int distance,
+                              int32_t weightRe, int32_t weightIm)
 {
-    forBins<V>(kLastBin, [=](int n, auto lanes) {
+    V belowRe, belowIm, aboveRe, aboveIm;
+    loadPairs(sum + k - distance, belowRe, belowIm);
+    loadPairs(sum + k + distance, aboveRe, aboveIm);
+    const V wRe = set1(weightRe, V{});
+    const V wIm = set1(weightIm, V{});
+    re = wrapAdd(re, wrapAdd(mulShift16(wrapAdd(aboveRe, belowRe), wRe),
+                             mulShift16(wrapSub(belowIm, aboveIm), wIm)));
+    im = wrapAdd(im, wrapAdd(mulShift16(wrapAdd(aboveIm, belowIm), wRe),
+                             mulShift16(wrapSub(aboveRe, belowRe), wIm)));
+}
+
+template <class V>
+void commonTurns(ComplexShort* turns, const ComplexInt* sum, const NeighbourWeights& weights)
+{
+    forBins<V>(kLastBin, [&](int n, auto lanes) {
         using W = decltype(lanes);
         const int k = n + 1;
-        W belowRe, belowIm, re, im, aboveRe, aboveIm;
-        loadPairs(sum + k - 1, belowRe, belowIm);
+        W re, im, turnRe, turnIm;
         loadPairs(sum + k, re, im);
-        loadPairs(sum + k + 1, aboveRe, aboveIm);
-        re = wrapAdd(re, wrapAdd(shiftRight<1>(belowRe), shiftRight<1>(aboveRe)));
-        im = wrapAdd(im, wrapAdd(shiftRight<1>(belowIm), shiftRight<1>(aboveIm)));
+        addNeighbours(re, im, sum, k, 1, weights.nextRe, weights.nextIm);
+        addNeighbours(re, im, sum, k, 2, weights.secondRe, weights.secondIm);
         const W silent = equal(max(wrapAbs(re), wrapAbs(im)), set1(0, W{}));
-        W turnRe, turnIm;
         unitPhasor(turnRe, turnIm, re, im);
         storeShortPairs(turns + k, select(silent, set1(kOneQ14, W{}), turnRe),
                         select(silent, set1(0, W{}), turnIm));

@@ -194,7 +194,7 @@ void Vocoder::lockPhases(int channel)
     int peaks = 0;
     if (does(Velora_VSP_Sound_LockedChannels)) {
         if (channel == 0)
-            kernels.commonTurns(turns, turnSum);
+            kernels.commonTurns(turns, turnSum(), neighbourWeights(effectiveSpeed));
         turnBands(channel);
         int listed = 0;
         if (gains)

@@ -20,6 +20,7 @@
 #include "kernels/band_split.h"
 #include "kernels/peaks.h"
 #include "kernels/sizes.h"
+#include "kernels/turns.h"
 
 namespace vsp {
 
@@ -171,9 +172,8 @@ protected:
     alignas(kLine) PhasorRow synthPhasor[2];       // history: running phases, Q14
     alignas(kLine) int16_t peakList[kMaxPeaks];    // this synthesis frame
     // With LockedChannels: what this frame's analysis phases are turned by.
-    alignas(kLine) SpectrumRow turnSum = {}; // all channels' weighted turns; 0 from bin 256 on, and
-                                             // in bands in an onset's countdown
-    alignas(kLine) PhasorRow turns;          // Q14
+    alignas(kLine) SpectrumRow turnSumRow = {}; // turnSum and room on both sides of it
+    alignas(kLine) PhasorRow turns;             // Q14
 
     // ---- What goes beyond the limit of a call ----
     int32_t outputLimit = kNoLimit; // next call: hops beyond it, carried ones included, are carried
@@ -182,6 +182,9 @@ protected:
     alignas(kLine) Frame carryBuf[kSlowestRatio * kPieceFrames];
 
 private:
+    static constexpr int kTurnMargin = kLine / int(sizeof(ComplexInt)); // bins
+    static_assert(kTurnMargin >= kTurnReach && kTurnMargin + kBins + kTurnReach <= kRowBins);
+
     void beginHop();
     void endHop();
     /// A part of Velora_VSP_LPHP_separate: frames from..to - 1, `from` a multiple of bandFactor.
@@ -195,6 +198,8 @@ private:
     // With LockedChannels: what follows reads the running phases before they advance.
     void sumTurns();
     void turnBands(int channel);
+    /// All channels' weighted turns [kBins]; 0 from bin 256 on, and in bands in an onset's countdown.
+    ComplexInt* turnSum() { return turnSumRow + kTurnMargin; }
     void countDownBands();
 };
 
