@@ -186,6 +186,11 @@ public:
     /// To be called when all of `engines` have processed the same hop: the onset that any of them
     /// found in it counts for all. Onsets then fall on the same frames in all of them.
     static void ShareOnsets(Velora_VSP_Interface* const* engines, int count);
+
+    /// To be called when all of `engines` have gone through stage 0 of the same GiveHop, at most 16
+    /// of them, all with Velora_VSP_Sound_LockedChannels: phases are then locked between the channels
+    /// of all, not only between the two of each.
+    static void ShareTurns(Velora_VSP_Interface* const* engines, int count);
 };
 
 #endif

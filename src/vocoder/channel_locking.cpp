@@ -41,16 +41,17 @@ void Vocoder::sumTurns()
                       ComplexInt{0, 0});
 }
 
-void Vocoder::shareTurns(Vocoder* const* engines, int count)
+void Vocoder::addTurnsTo(TurnSums& total)
 {
-    SpectrumRow total = {};
-    for (int n = 0; n < count; ++n)
-        for (int i = 0; i < kRowBins; ++i) {
-            const ComplexInt one = engines[n]->turnSumRow[i];
-            total[i] = {fx::wrapAdd(total[i].re, one.re), fx::wrapAdd(total[i].im, one.im)};
-        }
-    for (int n = 0; n < count; ++n)
-        std::copy(std::begin(total), std::end(total), engines[n]->turnSumRow);
+    for (int bin = 0; bin < kLastBin; ++bin) {
+        const ComplexInt own = turnSum()[bin];
+        total[bin] = {fx::wrapAdd(total[bin].re, own.re), fx::wrapAdd(total[bin].im, own.im)};
+    }
+}
+
+void Vocoder::takeTurns(const TurnSums& total)
+{
+    std::copy(std::begin(total), std::end(total), turnSum());
 }
 
 void Vocoder::turnBands(int channel)
@@ -69,6 +70,21 @@ void Vocoder::turnBands(int channel)
                            interpMag[channel] + first, phasorRing[channel][nearest] + first,
                            phasorRing[channel][nearest + 1] + first, bins);
     }
+}
+
+void Vocoder::compareChannels(const Frame* in, int frames)
+{
+    int difference = 0;
+    for (int n = 0; n < frames; ++n)
+        difference |= in[n][0] ^ in[n][1];
+    alikeHops = difference == 0 ? std::min(alikeHops + 1, kAlikeHops) : 0;
+}
+
+void Vocoder::makeChannelsAlike(Frame* out, int frames) const
+{
+    if (alikeHops == kAlikeHops)
+        for (int n = 0; n < frames; ++n)
+            out[n][1] = out[n][0];
 }
 
 } // namespace vsp

@@ -55,9 +55,11 @@ public:
     static constexpr int kTakeStages = 5; // 0 to 4
     static constexpr int kGiveStages = 5;
 
-    /// Between stages 0 and 1 of giveStage, for engines that all are at the same frame: the turn of
-    /// each bin becomes that of all of them, which keeps more than two channels in step.
-    static void shareTurns(Vocoder* const* engines, int count);
+    // Between stages 0 and 1 of giveStage: what keeps the channels of several engines in step, which
+    // all are at the same frame. Each takes the sum of what all of them add.
+    using TurnSums = ComplexInt[kLastBin];
+    void addTurnsTo(TurnSums& total);
+    void takeTurns(const TurnSums& total);
 
     /// After reset, for a stream that has been playing: the first frame takes its phases from the
     /// input.
@@ -118,6 +120,7 @@ protected:
         clear(bandCog, bandFlagRing, transientThreshold, transientDecision, transientDecisionPrev);
         clear(bandStatus, bandRingIndex, bandHold);
         clear(interpMag);
+        alikeHops = kAlikeHops;
         for (auto& phasors : synthPhasor)
             std::fill(std::begin(phasors), std::end(phasors), kPhaseZero);
         outputLimit = kNoLimit;
@@ -174,6 +177,7 @@ protected:
     // With LockedChannels: what this frame's analysis phases are turned by.
     alignas(kLine) SpectrumRow turnSumRow = {}; // turnSum and room on both sides of it
     alignas(kLine) PhasorRow turns;             // Q14
+    int alikeHops = kAlikeHops; // history, with LockedChannels: hops whose channels were the same
 
     // ---- What goes beyond the limit of a call ----
     int32_t outputLimit = kNoLimit; // next call: hops beyond it, carried ones included, are carried
@@ -182,10 +186,13 @@ protected:
     alignas(kLine) Frame carryBuf[kSlowestRatio * kPieceFrames];
 
 private:
+    /// When so many hops had the same sound left and right, nothing else is heard any more: a frame of
+    /// four and three of look-ahead are analysed, and four frames, up to eight hops apart, overlap.
+    static constexpr int kAlikeHops = 4 + 3 + 4 * 8;
     static constexpr int kTurnMargin = kLine / int(sizeof(ComplexInt)); // bins
     static_assert(kTurnMargin >= kTurnReach && kTurnMargin + kBins + kTurnReach <= kRowBins);
 
-    void beginHop();
+    void beginHop(const Frame* in, int frames);
     void endHop();
     /// A part of Velora_VSP_LPHP_separate: frames from..to - 1, `from` a multiple of bandFactor.
     void separate(const Frame* in, int from, int to);
@@ -198,6 +205,10 @@ private:
     // With LockedChannels: what follows reads the running phases before they advance.
     void sumTurns();
     void turnBands(int channel);
+    // Left and right go through one complex transform and differ by a step or two behind it even
+    // where they were the same.
+    void compareChannels(const Frame* in, int frames);
+    void makeChannelsAlike(Frame* out, int frames) const;
     /// All channels' weighted turns [kBins]; 0 from bin 256 on, and in bands in an onset's countdown.
     ComplexInt* turnSum() { return turnSumRow + kTurnMargin; }
     void countDownBands();
