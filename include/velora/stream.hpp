@@ -67,6 +67,19 @@ enum class Pitch {
     drop = VELORA_PITCH_DROP  ///< as on a slowed tape: the sample-rate converter, not the vocoder
 };
 
+/// What is heard at speeds other than 1.0.
+enum class Sound {
+    natural = VELORA_SOUND_NATURAL, ///< in the middle what is in the middle, as loud, bright and
+                                    ///< clean as the input
+    engine = VELORA_SOUND_ENGINE    ///< the bare engine, to the bit: up to 0.5 dark and quiet
+};
+
+/// What the natural sound is tuned for. At 16000, 22050 and 24000 Hz it makes no difference.
+enum class Material {
+    music = VELORA_MATERIAL_MUSIC,
+    speech = VELORA_MATERIAL_SPEECH ///< and drums: a shorter window
+};
+
 /// Format of a stream whose samples are std::int32_t holding sign-extended 24-bit values,
 /// -8388608..8388607.
 struct Int24In32 {};
@@ -81,6 +94,8 @@ struct Options {
     std::int64_t longestBlock = 4096;
     /// Speeds that are planned, and jumps that are not heard yet, 1 to 2^20.
     std::int64_t changes = 64;
+    Sound sound = Sound::natural;
+    Material material = Material::music;
 };
 
 /// Where a stream was after the last call that moved it.
@@ -154,10 +169,13 @@ public:
     ///                    hops apart.
     /// @param pitch       what speeds 0.5, 0.25 and 0.125 do to it
     /// @throws std::invalid_argument for a rate or channels out of range; std::bad_alloc
-    Stream(int sampleRate, int channels, Pitch pitch = Pitch::keep)
+    Stream(int sampleRate, int channels, Pitch pitch = Pitch::keep, Sound sound = Sound::natural,
+           Material material = Material::music)
     {
         velora_options any = VELORA_OPTIONS;
         any.pitch = int(pitch);
+        any.sound = int(sound);
+        any.material = int(material);
         any.longest_block = 0;
         any.changes = 0;
         open(sampleRate, channels, any);
@@ -172,6 +190,8 @@ public:
         require(options.changes > 0, "changes", std::to_string(options.changes), "1 to 2^20");
         velora_options all = VELORA_OPTIONS;
         all.pitch = int(options.pitch);
+        all.sound = int(options.sound);
+        all.material = int(options.material);
         all.slowest = options.slowest;
         all.fastest = options.fastest;
         all.longest_block = options.longestBlock;
@@ -191,7 +211,8 @@ public:
     /// process between them the last one counts. After flush it still changes the speed of the rest.
     /// @param withinFrames  where it takes a fade, that comes so many frames of output from now, and
     ///                      the work for it is spread over the calls up to there (over at most 8
-    ///                      hops). With 0 it is done in the call that comes next: that of some 20
+    ///                      hops); what was set or planned before comes first if it comes until
+    ///                      then. With 0 it is done in the call that comes next: that of some ten
     ///                      hops of output.
     void setSpeed(double speed, std::int64_t withinFrames = 0)
     {
@@ -353,7 +374,7 @@ public:
         velora_stream_seek(self.get(), mediaFrame);
     }
     /// The same, with what lies before that place: `frames` frames, interleaved, of which the last
-    /// 21 hops at most are used. Output then begins as if it had been playing before.
+    /// 6 hops at most are used. Output then begins as if it had been playing before.
     void seek(std::int64_t mediaFrame, const Sample* before, std::size_t frames)
     {
         velora_stream_seek_with(self.get(), mediaFrame, before, signedOf(frames));

@@ -47,7 +47,8 @@ public:
     ///
     /// At 16000, 22050 and 24000 Hz every speed that goes through the vocoder (all but 1.0, 0.5,
     /// 0.25 and 0.125) returns the low band, below about 0.22 of the rate, with its polarity turned
-    /// over; a fade from or to 1.0 therefore dips where the two cancel.
+    /// over, unless the engine is told to go beyond its own sound (Velora_VSP_Sound_T); a fade from
+    /// or to 1.0 therefore dips where the two cancel.
     virtual void Init(int sampleRate, Velora_BitDepth_T bitDepth) = 0;
 
     /// Sets the playback speed: 1.0 is normal, 0.5 half, 2.0 double. Range 0.125 to 8.0.
@@ -139,7 +140,8 @@ enum Velora_VSP_Sound_T : uint32_t {
     /// Speeds up to 0.5 keep their treble and their level: no low-pass, no -13 dB, the whole high
     /// band.
     Velora_VSP_Sound_FullBand = 2,
-    /// As loud as the input at every speed.
+    /// As loud as the input at every speed: what the synthesis loses is measured as the stream goes
+    /// and made good, slowly, by -0.9 to 4 dB; fades of the high band keep its level, too.
     Velora_VSP_Sound_EvenLevel = 4,
     /// A hop of half as many frames, where there is one: better for speech and drums.
     Velora_VSP_Sound_ShortHop = 8,
@@ -187,9 +189,8 @@ public:
     /// found in it counts for all. Onsets then fall on the same frames in all of them.
     static void ShareOnsets(Velora_VSP_Interface* const* engines, int count);
 
-    /// To be called when all of `engines` have gone through stage 0 of the same GiveHop, at most 16
-    /// of them, all with Velora_VSP_Sound_LockedChannels: phases are then locked between the channels
-    /// of all, not only between the two of each.
+    /// To be called when all of `engines`, at most 16 and with LockedChannels, have done the first
+    /// stage of the same GiveHop: phases are then locked between the channels of all of them.
     static void ShareTurns(Velora_VSP_Interface* const* engines, int count);
 };
 

@@ -55,7 +55,7 @@ typedef struct velora_stream velora_stream;
 
 enum velora_error {
     VELORA_OK = 0,
-    VELORA_ERROR_ARGUMENT = -1, /* a null pointer, a negative count, an unknown pitch */
+    VELORA_ERROR_ARGUMENT = -1, /* a null pointer, a negative count, an unknown pitch, sound, ... */
     VELORA_ERROR_RATE = -2,
     VELORA_ERROR_CHANNELS = -3,
     VELORA_ERROR_FORMAT = -4,
@@ -78,6 +78,18 @@ enum velora_pitch {
     VELORA_PITCH_DROP = 1  /* as on a slowed tape */
 };
 
+/* What is heard at speeds other than 1.0. */
+enum velora_sound {
+    VELORA_SOUND_NATURAL = 0, /* in the middle what is in the middle, as loud, bright and clean as
+                               * the input */
+    VELORA_SOUND_ENGINE = 1   /* the bare engine, to the bit: up to 0.5 dark and quiet */
+};
+/* What the natural sound is tuned for. At 16000, 22050 and 24000 Hz it makes no difference. */
+enum velora_material {
+    VELORA_MATERIAL_MUSIC = 0,
+    VELORA_MATERIAL_SPEECH = 1 /* and drums: a shorter window */
+};
+
 /* A static text that says what is wrong and what would be right; not to be freed. */
 VELORA_C_API const char* velora_error_text(int error);
 
@@ -96,11 +108,14 @@ typedef struct velora_options {
                             * memory is taken when more waits than ever before. */
     int64_t changes;       /* speeds that are planned, and jumps that are not heard yet: 1 to 2^20;
                             * 0: as longest_block, but 64 at the start */
+    int sound;             /* a velora_sound */
+    int material;          /* a velora_material */
 } velora_options;
 
 #define VELORA_OPTIONS                                                                             \
     {                                                                                              \
-        VELORA_PITCH_KEEP, VELORA_SLOWEST, VELORA_FASTEST, 4096, 64                                \
+        VELORA_PITCH_KEEP, VELORA_SLOWEST, VELORA_FASTEST, 4096, 64, VELORA_SOUND_NATURAL,         \
+            VELORA_MATERIAL_MUSIC                                                                  \
     }
 
 /* Makes a stream at speed 1.0. On an error *stream is set to null.
@@ -108,7 +123,8 @@ typedef struct velora_options {
  * VELORA_ERROR_ARGUMENT, or VELORA_ERROR_SPEED. */
 VELORA_C_API int velora_stream_open(velora_stream** stream, int sample_rate, int channels,
                                     int format, const velora_options* options);
-/* The same for every speed, any block and any number of changes: longest_block and changes are 0. */
+/* The same for every speed, any block and any number of changes, with the natural sound for music:
+ * longest_block and changes are 0. */
 VELORA_C_API int velora_stream_create(velora_stream** stream, int sample_rate, int channels,
                                       int format, int pitch);
 /* Null does nothing. */
@@ -124,7 +140,8 @@ VELORA_C_API int velora_stream_channels(const velora_stream* stream);
  * speeds that need no fade, some two hops later. Ends what was planned. */
 VELORA_C_API int velora_stream_set_speed(velora_stream* stream, double speed);
 /* The same, but where it takes a fade, that comes `within_frames` frames of output from now. The
- * work for it is then spread over the calls up to there, at most eight hops. */
+ * work for it is then spread over the calls up to there, at most eight hops. What was set or
+ * planned before still comes first if it comes until then. */
 VELORA_C_API int velora_stream_set_speed_within(velora_stream* stream, double speed,
                                                 int64_t within_frames);
 /* Plans a change of speed from a media frame on, to the frame of output, in any order: it holds up
@@ -185,7 +202,7 @@ VELORA_C_API int velora_stream_reset(velora_stream* stream);
  * the next one that comes out is output frame 0 and sounds it. The first few milliseconds are faded
  * in, unless media_frame is 0. What was planned is dropped. */
 VELORA_C_API int velora_stream_seek(velora_stream* stream, int64_t media_frame);
-/* The same, with what lies before that place: `frames` frames, of which the last 21 hops at most
+/* The same, with what lies before that place: `frames` frames, of which the last 6 hops at most
  * are used. Output then begins as if it had been playing before. */
 VELORA_C_API int velora_stream_seek_with(velora_stream* stream, int64_t media_frame,
                                          const void* before, int64_t frames); /* interleaved */

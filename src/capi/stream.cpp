@@ -107,6 +107,23 @@ bool hasDepth(const velora_stream* stream, Velora_BitDepth_T depth)
     return stream != nullptr && stream->stream.settings().depth == depth;
 }
 
+bool isOneOf(int value, int one, int other)
+{
+    return value == one || value == other;
+}
+
+// Velora_VSP_Sound_T values.
+std::uint32_t soundOf(const velora_options& options, int sampleRate)
+{
+    if (options.sound == VELORA_SOUND_ENGINE)
+        return Velora_VSP_Sound_Own;
+    // Where the engine's window would last 46 to 64 ms.
+    const bool isLong = sampleRate == 16000 || sampleRate == 22050 || sampleRate == 24000;
+    const bool isShort = isLong || options.material == VELORA_MATERIAL_SPEECH;
+    return Velora_VSP_Sound_LockedChannels | Velora_VSP_Sound_FullBand |
+           Velora_VSP_Sound_EvenLevel | (isShort ? Velora_VSP_Sound_ShortHop : 0u);
+}
+
 int make(velora_stream** stream, const vsp::StreamSettings& settings)
 {
     return done([&] { *stream = new velora_stream(settings); });
@@ -167,12 +184,15 @@ int velora_stream_open(velora_stream** stream, int sample_rate, int channels, in
     if (options->longest_block < 0 || options->longest_block > kLongestBlock ||
         options->changes < 0 || options->changes > kMostChanges)
         return VELORA_ERROR_ARGUMENT;
-    if (options->pitch != VELORA_PITCH_KEEP && options->pitch != VELORA_PITCH_DROP)
+    if (!isOneOf(options->pitch, VELORA_PITCH_KEEP, VELORA_PITCH_DROP) ||
+        !isOneOf(options->sound, VELORA_SOUND_NATURAL, VELORA_SOUND_ENGINE) ||
+        !isOneOf(options->material, VELORA_MATERIAL_MUSIC, VELORA_MATERIAL_SPEECH))
         return VELORA_ERROR_ARGUMENT;
-    return make(stream,
-                vsp::StreamSettings{sample_rate, channels, Velora_BitDepth_T(format),
-                                    options->pitch == VELORA_PITCH_DROP, options->slowest,
-                                    options->fastest, options->longest_block, options->changes});
+    return make(stream, vsp::StreamSettings{sample_rate, channels, Velora_BitDepth_T(format),
+                                            options->pitch == VELORA_PITCH_DROP,
+                                            soundOf(*options, sample_rate), options->slowest,
+                                            options->fastest, options->longest_block,
+                                            options->changes});
 }
 
 int velora_stream_create(velora_stream** stream, int sample_rate, int channels, int format,

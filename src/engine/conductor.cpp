@@ -64,11 +64,10 @@ void Velora_VSP_Conductor::ShareOnsets(Velora_VSP_Interface* const* engines, int
 
 void Velora_VSP_Conductor::ShareTurns(Velora_VSP_Interface* const* engines, int count)
 {
-    vsp::Vocoder::TurnSums total = {};
+    vsp::ComplexInt total[vsp::kBins] = {};
     std::for_each(engines, engines + count, [&](Velora_VSP_Interface* engine) {
         engineOf(engine).addTurnsTo(total);
     });
-    std::for_each(engines, engines + count, [&](Velora_VSP_Interface* engine) {
-        engineOf(engine).takeTurns(total);
-    });
+    std::for_each(engines, engines + count,
+                  [&](Velora_VSP_Interface* engine) { engineOf(engine).takeTurns(total); });
 }

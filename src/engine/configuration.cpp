@@ -3,6 +3,8 @@
 // High rates are halved once or twice; at the working rate, hop and low-band decimation are chosen
 // so that every vocoder step sees the same number of low-band frames.
 
+#include <algorithm>
+
 #include <velora/fft.h>
 
 #include "convert/bridge.h"
@@ -36,7 +38,8 @@ void Velora_VSP::Velora_VSP_Init_Apply(int rate)
     DownSmpl2_Init();
     appliedSampleRate = rate;
     rateShift = rateShiftOf(rate);
-    configure(hopIndexFor(rate));
+    const int usual = hopIndexFor(rate);
+    configure(does(Velora_VSP_Sound_ShortHop) ? std::max(usual - 1, 0) : usual);
     Scheduler::reset();
     Velora_VSP_FFT_Init(kFftLog2N);
 }

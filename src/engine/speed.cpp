@@ -15,6 +15,17 @@ constexpr int32_t kFadeInFrames = 6144;  // away from 1.0: 4096 of priming, then
 
 } // namespace
 
+bool Velora_VSP::isFiltered(float speed) const
+{
+    return isSlow(speed) && !does(Velora_VSP_Sound_FullBand);
+}
+
+void Velora_VSP::setHighBand(float speed)
+{
+    highBandGainQ15 =
+        does(Velora_VSP_Sound_FullBand) ? kFullHighBandQ15 : highBandGainQ15For(speed);
+}
+
 void Velora_VSP::Velora_VSP_SetPar_Apply(float requested)
 {
     const float speed = speedInRange(requested);
@@ -28,11 +39,11 @@ void Velora_VSP::Velora_VSP_SetPar_Apply(float requested)
             effectiveSpeed = speed;
         }
         speedApplied = speed;
-        highBandGainQ15 = highBandGainQ15For(speed);
+        setHighBand(speed);
     }
 
     // Applying a slow speed once more restarts its helpers.
-    bqActive = isSlow(speed);
+    bqActive = isFiltered(speed);
     if (bqActive)
         startFilters(appliedSampleRate);
     selectConverter(speed);
@@ -51,8 +62,8 @@ void Velora_VSP::setSpeedNow(float requested)
     transitionCount = 0;
     effectiveSpeed = speed;
     speedApplied = speed;
-    highBandGainQ15 = highBandGainQ15For(speed);
-    bqActive = isSlow(speed);
+    setHighBand(speed);
+    bqActive = isFiltered(speed);
     if (bqActive && !filtersGoOn)
         startFilters(appliedSampleRate);
     if (!converterGoesOn)

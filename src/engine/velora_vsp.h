@@ -65,6 +65,10 @@ private:
 
     /// Whether the caller's frames are the engine's own.
     bool isWorkingForm() const { return rateShift == 0 && bitDepth == Velora_BitDepth_16; }
+    /// Whether a speed passes the low-passes of slow speeds.
+    bool isFiltered(float speed) const;
+    /// The gain of the high band at a speed.
+    void setHighBand(float speed);
     int processPiece(void* out, const void* in, int frames);
     int runScheduler(vsp::Output& output, const vsp::Frame* in, int frames);
 

@@ -17,4 +17,9 @@ inline constexpr SplitCoeffs kSplitCoeffsB = {21285, -11995, 7396, 23691, -15204
 /// Coefficients of the interpolator, Q14: set A is the first four, set B all six.
 inline constexpr int16_t kInterpCoeffs[6] = {-13656, -1551, -21811, -6316, -2582, -10074};
 
+/// Frames that low frequencies take through the split and through the interpolator, by log2 of the
+/// decimation (measured; up to a fifth of the low band).
+inline constexpr double kSplitDelay[3] = {0.0, 1.8, 4.1};
+inline constexpr double kInterpDelay[3] = {0.0, 2.0, 5.0};
+
 } // namespace vsp

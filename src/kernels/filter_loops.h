@@ -178,4 +178,38 @@ void fadeHighBand(Frame* out, const Frame* older, const Frame* newer, int frames
     }
 }
 
+template <class V>
+void mixHighBand(Frame* out, const Frame* older, const Frame* newer, const int32_t* fall_q14,
+                 const int32_t* rise_q14, int frames)
+{
+    const int16_t* const b = samples(older);
+    const int16_t* const a = samples(newer);
+    const auto sample = [=](int n, auto lanes) {
+        using W = decltype(lanes);
+        const W old = mulShort(loadShorts(b + n, W{}), loadTwice(fall_q14 + n / 2, W{}));
+        const W fresh = mulShort(loadShorts(a + n, W{}), loadTwice(rise_q14 + n / 2, W{}));
+        return shiftRight<14>(wrapAdd(wrapAdd(old, fresh), set1(1 << 13, W{})));
+    };
+    int n = 0;
+    for (; V::lanes > 1 && n + 2 * V::lanes <= 2 * frames; n += 2 * V::lanes)
+        storeSaturated(samples(out) + n, sample(n, V{}), sample(n + V::lanes, V{}));
+    for (; n < 2 * frames; ++n)
+        samples(out)[n] = fx::sat16(sample(n, I32x1{}).v[0]);
+}
+
+template <class V>
+int64_t energy(const int16_t* in, int samples)
+{
+    auto sum = productSum(V{});
+    int n = 0;
+    for (; n + V::lanes <= samples; n += V::lanes) {
+        const V x = loadShorts(in + n, V{});
+        addProducts(sum, x, x);
+    }
+    int64_t rest = 0;
+    for (; n < samples; ++n)
+        rest += int32_t(in[n]) * in[n];
+    return total(sum) + rest;
+}
+
 } // namespace vsp::VSP_KERNEL_SET

@@ -21,6 +21,9 @@ inline constexpr HalfBandCoeffs kSectionB = {19760, 4998};
 /// First-order all-pass section in front of B.
 inline constexpr int32_t kFirstOrderQ14 = 763;
 
+/// Frames at the higher rate that low frequencies take down, and the same up again (measured).
+inline constexpr double kHalfBandDelay = 2.45;
+
 /// Delays of the three all-pass sections of a stage, each four times the section's value.
 struct HalfBandState {
     int32_t apA1 = 0, apA2 = 0; // section A

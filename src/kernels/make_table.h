@@ -43,6 +43,8 @@ constexpr KernelTable makeTable(const char* name)
     table.interpolateBy2 = interpolateBy2<V4>;
     table.interpolateBy4 = interpolateBy4<V4>;
     table.fadeHighBand = fadeHighBand<V>;
+    table.mixHighBand = mixHighBand<V>;
+    table.energy = energy<V>;
     table.halveRate = halveRate<V4>;
     table.doubleRate = doubleRate<V4>;
     table.toQ4 = toQ4<V>;

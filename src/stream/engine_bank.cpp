@@ -10,13 +10,15 @@
 
 namespace vsp {
 
-EngineBank::EngineBank(int channels, int rate, Velora_BitDepth_T bitDepth)
-    : sampleRate(rate), depth(bitDepth)
+EngineBank::EngineBank(int channels, int rate, Velora_BitDepth_T bitDepth, std::uint32_t sound)
+    : sampleRate(rate), depth(bitDepth),
+      sharesTurns(channels > 2 && (sound & Velora_VSP_Sound_LockedChannels) != 0)
 {
     for (int channel = 0; channel < channels; channel += 2) {
         owned.emplace_back(nullptr);
         owned.back().reset(Velora_VSP_Factory::Create());
         engines.push_back(owned.back().get());
+        Velora_VSP_Conductor::SetSound(engines.back(), sound);
     }
     speeds.resize(engines.size());
     for (int pair = 0; pair < pairs(); ++pair)
@@ -52,9 +54,11 @@ void EngineBank::startPair(int pair, float speed)
 
 void EngineBank::start(Stages stages, float speed, float hops)
 {
-    for (int pair = stages.from; pair < stages.to; ++pair) {
-        startPair(pair, speed);
-        if (hops > 1.0f)
+    for (int n = stages.from; n < stages.to; ++n) {
+        const int pair = n / kStartStages;
+        if (n % kStartStages == 0) // takes as long as all of them
+            startPair(pair, speed);
+        else if (hops > 1.0f)
             Velora_VSP_Conductor::Prime(engines[std::size_t(pair)], hops);
     }
 }
@@ -98,9 +102,12 @@ void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, float
 {
     constexpr int kLast = kGiveStages - 1; // it and the one before write
     for (int n = stages.from; n < stages.to; ++n) {
-        const int pair = n / kGiveStages;
-        const int stage = n % kGiveStages;
-        if (n == kLast - 1)
+        // The first stage of all pairs comes before the others.
+        const int pair = n < pairs() ? n : (n - pairs()) / kLast;
+        const int stage = n < pairs() ? 0 : 1 + (n - pairs()) % kLast;
+        if (sharesTurns && n == pairs())
+            Velora_VSP_Conductor::ShareTurns(engines.data(), pairs());
+        if (pair == 0 && stage == kLast - 1)
             out.append(hop - skip);
         std::byte* const room = stage < kLast - 1 ? nullptr : roomFor(pair, out, skip);
         Velora_VSP_Conductor::GiveStage(engine(pair, speed), stage, room);

@@ -16,7 +16,8 @@ namespace vsp {
 /// One engine for each pair of channels, all in the same state but for the sound in them.
 class EngineBank {
 public:
-    EngineBank(int channels, int sampleRate, Velora_BitDepth_T bitDepth);
+    /// @param sound  Velora_VSP_Sound_T values
+    EngineBank(int channels, int sampleRate, Velora_BitDepth_T bitDepth, std::uint32_t sound);
 
     /// Caller frames that the engines take at a time.
     int hopFrames() const { return hop; }
@@ -53,6 +54,7 @@ private:
 
     int sampleRate;
     Velora_BitDepth_T depth;
+    bool sharesTurns; // between more than two channels
     int hop = 0;
     std::vector<float> speeds; // [pair]
     std::vector<std::unique_ptr<Velora_VSP_Interface, Destroy>> owned;

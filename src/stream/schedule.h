@@ -49,7 +49,10 @@ public:
     }
 
     /// Output frames that can be handed out, counted from the start of the stream.
-    std::int64_t ready() const { return join == Join::none ? made() : std::min(made(), held()); }
+    std::int64_t ready() const
+    {
+        return join == Join::none ? made() : std::min(servedBy(made()), held());
+    }
 
     // At speed 1.0 input may pass at once: `frames` frames, at most dryFrames(), from dryFrame() on.
     bool isDry() const { return now.isDry() && join == Join::none && now.end == taken; }
@@ -69,7 +72,7 @@ public:
         const std::int64_t target = targetOfNow(until);
         const std::int64_t needed =
             made() < std::min(target, now.end) ? stepFor(now) : missingFor(now, target);
-        return wantsPriming(until) ? std::min(needed, missingForNext(until)) : needed;
+        return wantsPriming(until) ? std::min(needed, missingForNext()) : needed;
     }
 
     /// The first input frame that may still be wanted.
@@ -81,14 +84,17 @@ public:
         return join == Join::none ? first : std::min(first, next.fed);
     }
 
-    /// Output frame from which `voice` sounds if it is wanted now, `within` frames from now at the
-    /// latest where that takes a fade.
+    /// Output frame from which `voice` sounds if it is wanted now, or where that takes a fade,
+    /// `within` frames from now. What is on its way comes first if it comes until then, unless
+    /// `within` is 0.
     std::int64_t changeFrame(const Voice& voice, std::int64_t within = 0) const
     {
+        const std::int64_t latest = taken + within;
+        if (within > 0 && joinFrame() <= latest)
+            return std::max(latest, next.turnsInto(voice) ? next.turnFrame(rate) : joinOutput + 1);
         if (now.turnsInto(voice))
             return std::max(taken, now.turnFrame(rate));
-        // A change that is on its way already is no reason to wait longer.
-        return std::min(taken + within, joinFrame());
+        return std::min(latest, joinFrame());
     }
 
     /// Whether the time map may still change at output frame `output`, to `voice`.
@@ -111,7 +117,8 @@ public:
         // What the next voice has given already may follow the map as it was.
         const bool isTooLate =
             join == Join::running &&
-            (index >= times.end() || times[index].output < double(next.turnFrame(rate)));
+            (index >= times.end() || (times[index].output < double(next.turnFrame(rate)) &&
+                                      next.turnsInto(Voice::at(times[index].speed, rate))));
         const std::size_t first = join == Join::none ? index : std::min(index, next.segment);
         if (index <= next.segment || isTooLate)
             join = Join::none;
@@ -126,9 +133,8 @@ public:
     {
         while (join != Join::none) {
             prime(until, sound);
-            const std::int64_t faded = joinOutput + fade();
             advance(now, targetOfNow(until), sound, false);
-            if (until <= joinOutput || now.end < faded || next.end < faded)
+            if (until <= joinOutput || now.end < joinOutput + fade() || !isPrimed())
                 return;
             sound.fade(joinOutput, fade());
             now = next;
@@ -147,28 +153,32 @@ private:
     /// Output that may be handed out with the next voice as far as it is.
     std::int64_t held() const
     {
-        if (primed >= primeStages)
+        if (next.isDry() || isPrimed())
             return joinOutput;
-        return primeFrom + (joinOutput - primeFrom) * primed / primeStages;
+        const std::int64_t frames = joinOutput - primeFrom;
+        return primeFrom + std::min(frames, frames * primed / primeStages);
     }
-    bool wantsPriming(std::int64_t until) const
-    {
-        return join == Join::running && (until > joinOutput || held() < until);
-    }
-    /// Stages of priming after which that is at least `until`.
+    /// Stages of priming after which that is at least `until`, unless it is done earlier.
     std::int64_t stagesToHold(std::int64_t until) const
     {
         if (until > joinOutput)
-            return primeStages;
+            return kForever;
         const std::int64_t frames = joinOutput - primeFrom;
         return frames == 0 ? 0 : ((until - primeFrom) * primeStages + frames - 1) / frames;
     }
-
-    std::int64_t missingForNext(std::int64_t until) const
+    /// Whether the next voice has given what the fade takes and can go on smoothly.
+    bool isPrimed() const
     {
-        const std::int64_t faded = joinOutput + fade();
-        return next.end < faded || primed >= stagesToHold(until) ? missingFor(next, faded)
-                                                                 : stepFor(next);
+        return next.end >= joinOutput + fade() && made(next) >= joinOutput;
+    }
+    bool wantsPriming(std::int64_t until) const
+    {
+        return join == Join::running && !isPrimed() && primed < stagesToHold(until);
+    }
+
+    std::int64_t missingForNext() const
+    {
+        return next.isDry() ? missingFor(next, joinOutput + fade()) : stepFor(next);
     }
     std::int64_t missingFor(const Voice& voice, std::int64_t until) const
     {
@@ -181,15 +191,31 @@ private:
         return voice.fed + voice.inputStep(rate) - input;
     }
 
-    /// Output up to which the voice that sounds is to be made, so that it is there to the end of the
-    /// fade when that begins.
+    /// Output up to which the voice that sounds is to be made for output up to `until`: to the end of
+    /// the fade once the next voice is there, too; where work is spread, little by little before.
     std::int64_t targetOfNow(std::int64_t until) const
     {
-        if (join == Join::none || until <= primeFrom)
+        if (join == Join::none)
+            return until;
+        if (!rate.isSmooth)
+            return until <= joinOutput ? until : joinOutput + (isPrimed() ? fade() : 0);
+        if (until <= primeFrom)
             return until;
         if (until >= joinOutput)
             return joinOutput + fade();
-        return until + fade() * (until - primeFrom) / (joinOutput - primeFrom);
+        const std::int64_t frames = joinOutput - primeFrom;
+        const std::int64_t share = (until - primeFrom) * (frames + fade());
+        return primeFrom + (share + frames - 1) / frames;
+    }
+    /// The other way round: the latest output for which it is enough that `end` frames are made.
+    std::int64_t servedBy(std::int64_t end) const
+    {
+        if (!rate.isSmooth || end <= primeFrom)
+            return end;
+        if (end >= joinOutput + fade())
+            return joinOutput;
+        const std::int64_t frames = joinOutput - primeFrom;
+        return primeFrom + (end - primeFrom) * frames / (frames + fade());
     }
 
     /// Advances the next voice as far as output up to `until` asks for.
@@ -202,23 +228,24 @@ private:
             sound.join(joinOutput);
             join = Join::running;
         }
-        const std::int64_t faded = joinOutput + fade();
         if (next.isDry()) {
             if (until > joinOutput)
-                advance(next, faded, sound, true);
-            primed = primeStages;
+                advance(next, joinOutput + fade(), sound, true);
             return;
         }
-        const std::int64_t goal = stagesToHold(until);
-        while (primed < goal || (until > joinOutput && next.end < faded)) {
-            const std::int64_t done = step(next, goal - primed, sound, true);
+        while (wantsPriming(until)) {
+            const std::int64_t done = step(next, stagesToPrime(until), sound, true);
             if (done == 0)
                 return;
             primed += done;
-            // A change of the plan may have made it less work.
-            if (next.end >= faded + rate.hop)
-                primed = primeStages;
         }
+    }
+    std::int64_t stagesToPrime(std::int64_t until) const
+    {
+        const std::int64_t left = stagesToHold(until) - primed;
+        return next.end < joinOutput + fade()
+                   ? left
+                   : std::min(left, stagesToMake(next, joinOutput) - next.ahead);
     }
 
     /// Up to `most` stages, but at least one, of the voice's next step. Returns how many: 0 if there
@@ -240,20 +267,26 @@ private:
         return count;
     }
 
-    /// Output that may be handed out with the work for the hop that comes after those that are made as
-    /// far as it is: no more of the last one than there is done of the work.
+    /// Output of a voice that may be handed out with the work for the hop that comes after those that
+    /// are made as far as it is: no more of the last one than there is done of the work.
+    std::int64_t made(const Voice& voice) const
+    {
+        if (!rate.isSmooth || voice.isDry())
+            return voice.end;
+        const std::int64_t total = voice.stagesToGive(rate);
+        const std::int64_t share = ((voice.ahead + 1) * rate.hop + total - 1) / total;
+        return std::min(voice.end, voice.end - rate.hop + share);
+    }
+    /// Of the voice that sounds. There is no work for a hop that the next voice makes.
     std::int64_t made() const
     {
-        if (!rate.isSmooth || now.isDry())
-            return now.end;
-        const std::int64_t total = now.stagesToGive(rate);
-        const std::int64_t share = ((now.ahead + 1) * rate.hop + total - 1) / total;
-        return std::min(now.end, now.end - rate.hop + share);
+        const bool isLast = join != Join::none && now.end >= joinOutput + fade();
+        return isLast ? now.end : made(now);
     }
-    /// Stages of that work after which that is at least `until`, which is at most now.end.
-    std::int64_t stagesToMake(std::int64_t until) const
+    /// Stages of that work after which that is at least `until`, which is at most voice.end.
+    std::int64_t stagesToMake(const Voice& voice, std::int64_t until) const
     {
-        return (until - (now.end - rate.hop) - 1) * now.stagesToGive(rate) / rate.hop;
+        return (until - (voice.end - rate.hop) - 1) * voice.stagesToGive(rate) / rate.hop;
     }
 
     template <class Sound>
@@ -279,7 +312,7 @@ private:
     void workAhead(std::int64_t until, Sound&& sound)
     {
         while (made() < until)
-            if (step(now, stagesToMake(until) - now.ahead, sound, false) == 0)
+            if (step(now, stagesToMake(now, until) - now.ahead, sound, false) == 0)
                 return;
     }
 
@@ -306,22 +339,20 @@ private:
         now.segment = std::min(now.segment, std::max<std::size_t>(index, 1) - 1);
         primeFrom = std::max(earliest, joinOutput - kSpreadHops * rate.hop);
         primed = 0;
-        primeStages = next.isDry() ? 0 : stagesToPrime(next, times);
+        primeStages = next.isDry() ? 0 : allStagesToPrime(times);
     }
 
-    /// Stages that bring a voice to the end of the fade, and far enough ahead of its beginning.
-    std::int64_t stagesToPrime(Voice voice, const TimeMap& times) const
+    std::int64_t allStagesToPrime(const TimeMap& times) const
     {
         std::int64_t stages = 0;
+        Voice voice = next;
         while (voice.end < joinOutput + fade()) {
             if (voice.nextStep() == Voice::Step::give)
                 voice.follow(times, rate);
             stages += voice.stages(rate);
             voice.move(rate);
         }
-        const std::int64_t begun = joinOutput - (voice.end - rate.hop);
-        return rate.isSmooth && begun > 0 ? stages + begun * voice.stagesToGive(rate) / rate.hop
-                                          : stages;
+        return made(voice) < joinOutput ? stages + stagesToMake(voice, joinOutput) : stages;
     }
 
     Voice now;

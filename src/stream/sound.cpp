@@ -13,11 +13,13 @@ constexpr std::int64_t kOutputHops = 4;
 
 } // namespace
 
-Sound::Sound(int channels, int sampleRate, Velora_BitDepth_T bitDepth, std::int64_t mostInput,
-             std::size_t changes)
+Sound::Sound(int channels, int sampleRate, Velora_BitDepth_T bitDepth, std::uint32_t engineSound,
+             std::int64_t mostInput, std::size_t changes)
     : map(changes),
-      input(channels, bitDepth, mostInput), banks{EngineBank(channels, sampleRate, bitDepth),
-                                                  EngineBank(channels, sampleRate, bitDepth)},
+      input(channels, bitDepth, mostInput), banks{EngineBank(channels, sampleRate, bitDepth,
+                                                             engineSound),
+                                                  EngineBank(channels, sampleRate, bitDepth,
+                                                             engineSound)},
       outputs{PairQueue(channels, bitDepth, kOutputHops * banks[0].hopFrames()),
               PairQueue(channels, bitDepth, kOutputHops * banks[0].hopFrames())}
 {

@@ -18,8 +18,9 @@ namespace vsp {
 class Sound {
 public:
     /// @param mostInput  frames of input that may wait at a time
-    Sound(int channels, int sampleRate, Velora_BitDepth_T bitDepth, std::int64_t mostInput,
-          std::size_t changes);
+    /// @param engineSound  Velora_VSP_Sound_T values
+    Sound(int channels, int sampleRate, Velora_BitDepth_T bitDepth, std::uint32_t engineSound,
+          std::int64_t mostInput, std::size_t changes);
 
     std::int64_t hopFrames() const { return banks[0].hopFrames(); }
 

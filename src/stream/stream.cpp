@@ -3,9 +3,13 @@
 #include "stream/stream.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 #include "convert/bridge.h"
+#include "kernels/band_split.h"
+#include "kernels/half_band.h"
+#include "kernels/sizes.h"
 
 namespace vsp {
 
@@ -31,9 +35,31 @@ std::int64_t withinReach(std::int64_t frame)
     return std::clamp(frame, -kFarthest, kFarthest);
 }
 
-std::int64_t hopOf(int sampleRate)
+std::int64_t hopOf(const StreamSettings& settings)
 {
-    return EngineBank(1, sampleRate, Velora_BitDepth_16).hopFrames();
+    return EngineBank(1, settings.sampleRate, Velora_BitDepth_16, settings.sound).hopFrames();
+}
+
+Rate rateOf(const StreamSettings& settings, std::int64_t hop)
+{
+    const int shift = rateShiftOf(settings.sampleRate);
+    const auto log2Factor = std::size_t(std::bit_width(std::uint64_t(hop >> shift) / kLowHop)) - 1;
+    double delayIn = kSplitDelay[log2Factor];
+    double delayOut = kInterpDelay[log2Factor];
+    for (int stage = 0; stage < shift; ++stage) {
+        delayIn = 2.0 * delayIn + kHalfBandDelay;
+        delayOut = 2.0 * delayOut + kHalfBandDelay;
+    }
+    return {settings.sampleRate,
+            shift,
+            hop,
+            delayIn,
+            delayOut,
+            settings.pitchDrops,
+            (settings.sound & Velora_VSP_Sound_FullBand) == 0,
+            settings.fastest,
+            (settings.channels + 1) / 2,
+            settings.longestBlock > 0};
 }
 
 // Hops of input that wait for what comes after them, or that a voice may still want.
@@ -47,12 +73,10 @@ std::int64_t waitingHops(double fastest)
 
 Stream::Stream(const StreamSettings& settings)
     : fixed(settings),
-      sound(fixed.channels, fixed.sampleRate, fixed.depth,
-            waitingHops(fixed.fastest) * hopOf(fixed.sampleRate) + fixed.longestBlock,
+      sound(fixed.channels, fixed.sampleRate, fixed.depth, fixed.sound,
+            waitingHops(fixed.fastest) * hopOf(fixed) + fixed.longestBlock,
             std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
-      schedule(Rate{fixed.sampleRate, rateShiftOf(fixed.sampleRate), sound.hopFrames(),
-                    fixed.pitchDrops, fixed.fastest, (fixed.channels + 1) / 2,
-                    fixed.longestBlock > 0}),
+      schedule(rateOf(fixed, sound.hopFrames())),
       places(std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
       before(fixed.channels, fixed.depth, blendFrames()),
       silence(fixed.channels, fixed.depth, blendFrames())
@@ -86,7 +110,8 @@ void Stream::setSpeed(double wanted, std::int64_t withinFrames)
     if (voice.speed == speed() && map().last().output <= double(output))
         return;
     makeRoomForChange(); // if there is none, turnAtOutput makes do
-    sound.map.cut(schedule.joinFrame());
+    if (withinFrames <= 0)
+        sound.map.cut(schedule.joinFrame());
     schedule.replan(sound.map.turnAtOutput(output, voice.speed), sound);
     setFrame = output;
     publish();

@@ -21,6 +21,7 @@ struct StreamSettings {
     int channels;   // 1 to 32
     Velora_BitDepth_T depth;
     bool pitchDrops; // at the converter's speeds
+    uint32_t sound;  // of the engines, Velora_VSP_Sound_T values
     double slowest;  // 0.125 to 1
     double fastest;  // 1 to 8
     std::int64_t

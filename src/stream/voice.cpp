@@ -76,6 +76,7 @@ double tangent(double x)
 Voice Voice::at(double speed, const Rate& rate)
 {
     Voice voice;
+    voice.lowPasses = rate.lowPasses;
     voice.speed = speed;
     voice.engineSpeed = float(speed);
     if (converterRatio(voice.engineSpeed) != 0 && rate.pitchDrops)
@@ -124,15 +125,16 @@ void Voice::placeConverter(std::int64_t output, double media, const Rate& rate)
 void Voice::placeAmidst(std::int64_t output, double media, const Rate& rate)
 {
     phaseDelay = kPhaseDelayHops;
-    const double hops = media / double(rate.hop);
+    const double heard = media + rate.delayIn; // the engine hears `media` at this input frame
+    const double hops = heard / double(rate.hop);
     double position = 0.0; // of the first synthesis frame
     if (isFiltered()) {
         position = hops + kAnalysisDelayHops - (kSettlingHops - synthesisDelayHops()) * speed;
-        end = output - std::llround(kSettlingHops * double(rate.hop) + filterDelay(rate));
+        end = output - std::llround(kSettlingHops * double(rate.hop) + delayOut(rate));
     } else {
         position = std::floor(hops) - 1.0 + kAnalysisDelayHops;
-        end = output - kSynthesisDelayHops * rate.hop -
-              std::llround(media - (position - kAnalysisDelayHops) * double(rate.hop));
+        const double beyond = heard - (position - kAnalysisDelayHops) * double(rate.hop);
+        end = output - kSynthesisDelayHops * rate.hop - std::llround(beyond + delayOut(rate));
         inPhaseTo = output;
     }
     const std::int64_t taken = std::int64_t(std::floor(position)) + 1;
@@ -186,7 +188,7 @@ std::int64_t Voice::stagesToGive(const Rate& rate) const
 
 void Voice::follow(const TimeMap& times, const Rate& rate)
 {
-    if (end + (1 + kSynthesisDelayHops) * rate.hop <= inPhaseTo) {
+    if (double(end + (1 + kSynthesisDelayHops) * rate.hop) + delayOut(rate) <= double(inPhaseTo)) {
         engineSpeed = vocoderSpeed(1.0f);
         return;
     }
@@ -240,13 +242,13 @@ std::int64_t Voice::mostLagHops(double speed)
 
 bool Voice::isFiltered() const
 {
-    return isSlow(path == Path::vocoder ? vocoderSpeed(float(speed)) : float(speed));
+    return lowPasses && isSlow(path == Path::vocoder ? vocoderSpeed(float(speed)) : float(speed));
 }
 
 // The closest speed that sounds through the same filters.
 float Voice::nearSpeed(double wanted) const
 {
-    const float slowest = isFiltered() ? kSlowestSpeed : 0.5f;
+    const float slowest = isFiltered() || !lowPasses ? kSlowestSpeed : 0.5f;
     const float fastest = isFiltered() ? std::nextafter(0.5f, 0.0f) : kFastestSpeed;
     return vocoderSpeed(std::clamp(float(wanted), slowest, fastest));
 }
@@ -259,7 +261,7 @@ double Voice::synthesisDelayHops() const
 // Output frame at which the centre of the synthesis frame sounds that is first heard at `output`.
 double Voice::centre(std::int64_t output, const Rate& rate) const
 {
-    return double(output) + synthesisDelayHops() * double(rate.hop) + filterDelay(rate);
+    return double(output) + synthesisDelayHops() * double(rate.hop) + delayOut(rate);
 }
 
 // Segment of the time map that the synthesis frame at `output` is to follow: the voice goes on in
@@ -279,20 +281,26 @@ std::size_t Voice::segmentAt(const TimeMap& times, std::int64_t output, const Ra
 double Voice::positionAt(const TimeMap& times, std::int64_t output, const Rate& rate) const
 {
     const TimeMap::Segment& s = times[segmentAt(times, output, rate)];
-    return s.mediaAt(centre(output, rate)) / double(rate.hop) + kAnalysisDelayHops;
+    const double media = s.mediaAt(centre(output, rate));
+    return (media + rate.delayIn) / double(rate.hop) + kAnalysisDelayHops;
 }
 
 // From an input frame's way in to its way out, in output frames.
 double Voice::delay(const Rate& rate) const
 {
-    const double frames =
-        path == Path::converter
-            ? double(Velora_SRC384_DelayFrames << rate.shift) / speed
-            : (kAnalysisDelayHops / speed + synthesisDelayHops()) * double(rate.hop);
-    return frames + filterDelay(rate);
+    if (path == Path::converter)
+        return double(Velora_SRC384_DelayFrames << rate.shift) / speed + lowPassDelay(rate);
+    return (kAnalysisDelayHops * double(rate.hop) + rate.delayIn) / speed +
+           synthesisDelayHops() * double(rate.hop) + delayOut(rate);
 }
 
-double Voice::filterDelay(const Rate& rate) const
+// From the synthesis on.
+double Voice::delayOut(const Rate& rate) const
+{
+    return rate.delayOut + lowPassDelay(rate);
+}
+
+double Voice::lowPassDelay(const Rate& rate) const
 {
     if (!isFiltered())
         return 0.0;

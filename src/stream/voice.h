@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #include <velora/vsp.h>
 
@@ -11,7 +12,7 @@
 namespace vsp {
 
 // Stages of the steps of one pair of channels, all of about equal work.
-inline constexpr int kStartStages = 1;
+inline constexpr int kStartStages = 2;
 inline constexpr int kTakeStages = Velora_VSP_Conductor::kTakeStages;
 inline constexpr int kGiveStages = Velora_VSP_Conductor::kGiveStages;
 inline constexpr int kConvertStages = 4;
@@ -21,7 +22,10 @@ struct Rate {
     int sampleRate;   // caller's, Hz
     int shift;        // log2 of the caller's rate over the engine's working rate
     std::int64_t hop; // caller frames that the engine takes at a time
+    double delayIn;   // caller frames that low frequencies take through the engine's filters ahead
+    double delayOut;  // of the analysis, and through those behind the synthesis
     bool pitchDrops;  // at the converter's speeds, as on a slowed tape
+    bool lowPasses;   // slow speeds sound through a low-pass
     double fastest;   // most that a speed can be
     int pairs;        // of channels: each has an engine of its own
     bool isSmooth;    // work is spread over the frames that are handed out meanwhile
@@ -33,6 +37,7 @@ enum class Path { dry, vocoder, converter };
 /// input yields.
 struct Voice {
     Path path = Path::dry;
+    bool lowPasses = false;   // slow speeds sound through a low-pass
     double speed = 1.0;       // as asked for
     float engineSpeed = 1.0f; // as the engine is told
     float clock = 1.0f;       // the engine's own: synthesis position in hops, single precision
@@ -40,10 +45,11 @@ struct Voice {
     std::int64_t end = 0;     // output frame that it gives next
     std::size_t segment = 0;  // of the time map, which it follows
     double phaseDelay = 0.0;  // hops of output that it sounds later than its frames say
-    std::int64_t inPhaseTo = 0; // output frame up to which it sounds as the input does, at 1.0
-    bool isNew = true;          // its engines are to be started first
-    int done = 0;               // stages of the step that comes next, of all pairs
-    std::int64_t ahead = 0;     // stages since it gave a hop of output
+    // Output frame up to which it sounds as the input does, at 1.0.
+    std::int64_t inPhaseTo = std::numeric_limits<std::int64_t>::min();
+    bool isNew = true;      // its engines are to be started first
+    int done = 0;           // stages of the step that comes next, of all pairs
+    std::int64_t ahead = 0; // stages since it gave a hop of output
 
     static Voice at(double speed, const Rate& rate);
 
@@ -97,7 +103,8 @@ private:
     std::size_t segmentAt(const TimeMap& times, std::int64_t output, const Rate& rate) const;
     double positionAt(const TimeMap& times, std::int64_t output, const Rate& rate) const;
     double delay(const Rate& rate) const;
-    double filterDelay(const Rate& rate) const;
+    double delayOut(const Rate& rate) const;
+    double lowPassDelay(const Rate& rate) const;
 };
 
 } // namespace vsp

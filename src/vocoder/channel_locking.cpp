@@ -41,17 +41,17 @@ void Vocoder::sumTurns()
                       ComplexInt{0, 0});
 }
 
-void Vocoder::addTurnsTo(TurnSums& total)
+void Vocoder::addTurnsTo(ComplexInt* total) const
 {
-    for (int bin = 0; bin < kLastBin; ++bin) {
-        const ComplexInt own = turnSum()[bin];
-        total[bin] = {fx::wrapAdd(total[bin].re, own.re), fx::wrapAdd(total[bin].im, own.im)};
-    }
+    const ComplexInt* const own = turnSumRow + kTurnMargin;
+    for (int bin = 0; bin < kLastBin; ++bin)
+        total[bin] = {fx::wrapAdd(total[bin].re, own[bin].re),
+                      fx::wrapAdd(total[bin].im, own[bin].im)};
 }
 
-void Vocoder::takeTurns(const TurnSums& total)
+void Vocoder::takeTurns(const ComplexInt* total)
 {
-    std::copy(std::begin(total), std::end(total), turnSum());
+    std::copy(total, total + kLastBin, turnSum());
 }
 
 void Vocoder::turnBands(int channel)

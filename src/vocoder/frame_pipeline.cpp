@@ -78,6 +78,8 @@ void Vocoder::takeStage(int stage, const Frame* in, int frames)
         separate(in, frames / 2, frames);
         break;
     case kFirstAfterSeparation:
+        if (does(Velora_VSP_Sound_EvenLevel))
+            levelKeeper.tookHop(kernels.energy(*lowBandFrame, 2 * kLowHop));
         transformHop(lowBandFrame);
         break;
     case 3:
@@ -96,6 +98,7 @@ void Vocoder::beginHop(const Frame* in, int frames)
     endHop();
     hopPart = HopPart::analysed;
     frameClock -= 1.0f;
+    ++hopsSinceFrame;
     if (does(Velora_VSP_Sound_LockedChannels))
         compareChannels(in, frames);
 }
@@ -132,11 +135,17 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
         break;
     case 2:
         lockPhases(1);
+        if (does(Velora_VSP_Sound_EvenLevel))
+            for (auto& channel : spectrum)
+                kernels.scaleSpectrum(channel, levelKeeper.gain_q14());
         for (int c = 0; c < 2; ++c)
             overlapAdd(c, spectrum[c]);
         break;
     case 3:
         Velora_VSP_IFFT_PartSp(lowBandFrame, synthSum[0], synthSum[1]);
+        if (does(Velora_VSP_Sound_EvenLevel))
+            levelKeeper.gaveHop(kernels.energy(*lowBandFrame, 2 * kLowHop), frameClock,
+                                effectiveSpeed);
         break;
     default:
         Velora_VSP_Combine_HP(frames);

@@ -21,6 +21,7 @@
 #include "kernels/peaks.h"
 #include "kernels/sizes.h"
 #include "kernels/turns.h"
+#include "vocoder/level_keeper.h"
 
 namespace vsp {
 
@@ -55,11 +56,12 @@ public:
     static constexpr int kTakeStages = 5; // 0 to 4
     static constexpr int kGiveStages = 5;
 
-    // Between stages 0 and 1 of giveStage: what keeps the channels of several engines in step, which
-    // all are at the same frame. Each takes the sum of what all of them add.
-    using TurnSums = ComplexInt[kLastBin];
-    void addTurnsTo(TurnSums& total);
-    void takeTurns(const TurnSums& total);
+    // With LockedChannels, between stages 0 and 1 of giveStage, for engines that all are at the same
+    // frame: the turn of each bin becomes that of all of them, so more than two channels keep in step.
+    /// @param total  [kBins]; this engine's weighted turns are added
+    void addTurnsTo(ComplexInt* total) const;
+    /// @param total  [kBins], those of all engines
+    void takeTurns(const ComplexInt* total);
 
     /// After reset, for a stream that has been playing: the first frame takes its phases from the
     /// input.
@@ -125,6 +127,8 @@ protected:
             std::fill(std::begin(phasors), std::end(phasors), kPhaseZero);
         outputLimit = kNoLimit;
         carryCount = 0;
+        levelKeeper.reset();
+        clear(hopsSinceFrame, hpStepRing);
     }
 
     bool does(Velora_VSP_Sound_T what) const { return (sound & what) != 0; }
@@ -151,6 +155,9 @@ protected:
     int32_t interpState[2][6] = {};        // history: [channel] delays, four times the value
     Ring<Frame[kMaxHop], 5> hpRing;        // history: high band of each input hop
     Ring<Frame[2 * kMaxHop], 4> hpSegRing; // history: two hops for each synthesis frame
+    Ring<int8_t[1], 4> hpStepRing;         // history: input hops from each segment's frame before
+    int8_t hopsSinceFrame = 0;             // history: input hops taken since the last frame
+    int32_t hpFadeQ14[2][kMaxHop] = {};    // settings: weights of the older and the newer segment
     alignas(kLine) Frame hpOut[kMaxHop];   // this synthesis frame: high band
     // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
     alignas(kLine) Frame lowBandFrame[kLowHop] = {};
@@ -178,6 +185,8 @@ protected:
     alignas(kLine) SpectrumRow turnSumRow = {}; // turnSum and room on both sides of it
     alignas(kLine) PhasorRow turns;             // Q14
     int alikeHops = kAlikeHops; // history, with LockedChannels: hops whose channels were the same
+
+    LevelKeeper levelKeeper; // history, with EvenLevel: level of the low band
 
     // ---- What goes beyond the limit of a call ----
     int32_t outputLimit = kNoLimit; // next call: hops beyond it, carried ones included, are carried
@@ -211,6 +220,11 @@ private:
     void makeChannelsAlike(Frame* out, int frames) const;
     /// All channels' weighted turns [kBins]; 0 from bin 256 on, and in bands in an onset's countdown.
     ComplexInt* turnSum() { return turnSumRow + kTurnMargin; }
+    /// Whether fades of the high band keep its level and span a hop, however long it is.
+    bool fadesEvenly() const
+    {
+        return does(Velora_VSP_Sound_EvenLevel) || does(Velora_VSP_Sound_ShortHop);
+    }
     void countDownBands();
 };
 

@@ -61,6 +61,68 @@ TEST(Conductor, ASpeedPutInForceDropsOneThatWaits)
     EXPECT_EQ(play(*probe.engine, in), in);
 }
 
+TEST(Conductor, HopsInStagesAreHopsInOne)
+{
+    const Frames in = signals::noise(24 * kHop, 9000, 3);
+    for (const Velora_BitDepth_T depth : {Velora_BitDepth_16, Velora_BitDepth_Float})
+        for (const int rate : {8000, 22050, 44100, 96000}) {
+            std::array<EngineProbe, 2> probes;
+            for (EngineProbe& probe : probes) {
+                probe.engine->Init(rate, depth);
+                Velora_VSP_Conductor::SetSpeedNow(probe.engine.get(), 0.7f);
+            }
+            Velora_VSP_Interface* const whole = probes[0].engine.get();
+            Velora_VSP_Interface* const staged = probes[1].engine.get();
+            const auto* hop = reinterpret_cast<const char*>(raw(in));
+            std::array<std::array<char, 8 * 2048>, 2> out{}; // a hop at the highest rate
+            for (int n = 0; n < 12; ++n) {
+                Velora_VSP_Conductor::TakeHop(whole, hop);
+                for (int stage = 0; stage < Velora_VSP_Conductor::kTakeStages; ++stage)
+                    Velora_VSP_Conductor::TakeStage(staged, stage, hop);
+                while (Velora_VSP_Conductor::GiveHop(whole, out[0].data()) > 0) {
+                    for (int stage = 0; stage < Velora_VSP_Conductor::kGiveStages; ++stage)
+                        Velora_VSP_Conductor::GiveStage(staged, stage, out[1].data());
+                    ASSERT_EQ(out[0], out[1]) << rate << " Hz, hop " << n;
+                }
+                hop += 1024;
+            }
+            // Where none is due, the stages do nothing to the engine.
+            for (int stage = 0; stage < Velora_VSP_Conductor::kGiveStages; ++stage)
+                Velora_VSP_Conductor::GiveStage(staged, stage, out[1].data());
+            EXPECT_EQ(Velora_VSP_Conductor::GiveHop(staged, out[1].data()), 0);
+        }
+}
+
+// What the engine gives at 1.0 is then the input, but for rounding, from its first whole hop on.
+TEST(Conductor, APrimedEngineStartsInPhase)
+{
+    constexpr int kPrimed = 7;
+    constexpr size_t kDelay = 9; // frames that its filters take
+    const Frames in = signals::tone(40 * kHop, 997.0, 44100.0, 9000.0);
+    EngineProbe probe;
+    Velora_VSP_Interface* const engine = probe.engine.get();
+    Velora_VSP_Conductor::SetSpeedNow(engine, std::nextafter(1.0f, 2.0f));
+    Velora_VSP_Conductor::Prime(engine, kPrimed);
+    Frames out(kHop);
+    int given = 0;
+    for (int taken = 1; taken <= 20; ++taken) {
+        Velora_VSP_Conductor::TakeHop(engine, raw(in, size_t(taken - 1) * kHop));
+        const bool isDue = Velora_VSP_Conductor::GiveHop(engine, raw(out)) > 0;
+        EXPECT_EQ(isDue, taken >= kPrimed);
+        given += isDue ? 1 : 0;
+        if (given <= 4) // overlap-add and high band fill up
+            continue;
+        const size_t from = size_t(taken - kPrimed) * kHop - kDelay;
+        double error = 0.0;
+        double power = 0.0;
+        for (size_t n = 0; n < kHop; ++n) {
+            error += std::pow(out[n][0] - in[from + n][0], 2);
+            power += std::pow(in[from + n][0], 2);
+        }
+        EXPECT_LT(error, 0.01 * power) << "hop " << taken;
+    }
+}
+
 TEST(Conductor, SlowSpeedsGlideThroughTheFilters)
 {
     const Frames in = signals::tone(40 * kHop, 300.0, 44100.0, 9000.0);

@@ -191,6 +191,22 @@ const Case kCases[] = {
      [](const KernelTable& k, Bench& b) {
          k.fadeHighBand(b.frames(512), b.frames(512), b.frames(512), 1 + b.pick(512));
      }},
+    {"mixHighBand",
+     [](const KernelTable& k, Bench& b) {
+         // Weights from 0 to 2^14.
+         int32_t* const weights = b.values<int32_t>(1024, 15);
+         for (int n = 0; n < 1024; ++n)
+             weights[n] = (weights[n] + 16384) / 2;
+         k.mixHighBand(b.frames(512), b.frames(512), b.frames(512), weights, weights + 512,
+                       1 + b.pick(512));
+     }},
+    {"energy",
+     [](const KernelTable& k, Bench& b) {
+         const int16_t* const in = b.values<int16_t>(256, 16);
+         const int64_t sum = k.energy(in, b.pick(257));
+         b.keep(int(sum));
+         b.keep(int(sum >> 32));
+     }},
     {"halveRate",
      [](const KernelTable& k, Bench& b) {
          DecimatorState state[2];
