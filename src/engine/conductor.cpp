@@ -65,9 +65,8 @@ void Velora_VSP_Conductor::ShareOnsets(Velora_VSP_Interface* const* engines, int
 void Velora_VSP_Conductor::ShareTurns(Velora_VSP_Interface* const* engines, int count)
 {
     vsp::ComplexInt total[vsp::kBins] = {};
-    std::for_each(engines, engines + count, [&](Velora_VSP_Interface* engine) {
-        engineOf(engine).addTurnsTo(total);
-    });
+    std::for_each(engines, engines + count,
+                  [&](Velora_VSP_Interface* engine) { engineOf(engine).addTurnsTo(total); });
     std::for_each(engines, engines + count,
                   [&](Velora_VSP_Interface* engine) { engineOf(engine).takeTurns(total); });
 }

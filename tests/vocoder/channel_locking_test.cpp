@@ -123,7 +123,8 @@ TEST(ChannelLocking, TonesKeepTheirPhaseBetweenTheChannels)
             for (size_t from = 20 * kHop; from + 4096 <= out.size(); from += 2048) {
                 std::complex<double> bin[2] = {};
                 for (size_t n = 0; n < 4096; ++n) {
-                    const double window = 0.5 - 0.5 * std::cos(2.0 * signals::kPi * double(n) / 4096.0);
+                    const double window =
+                        0.5 - 0.5 * std::cos(2.0 * signals::kPi * double(n) / 4096.0);
                     const auto turn =
                         std::polar(window, -2.0 * signals::kPi * kHertz[i] * double(n) / kRate);
                     bin[0] += turn * double(out[from + n][0]);
