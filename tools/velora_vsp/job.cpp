@@ -77,7 +77,9 @@ void convert(SoundReader& reader, SoundWriter& writer, const Options& options)
         copySamples(reader, writer, !options.quiet);
     else
         play(reader, writer, options.speed,
-             options.keepPitch ? velora::Pitch::keep : velora::Pitch::drop, !options.quiet);
+             {options.keepPitch ? velora::Pitch::keep : velora::Pitch::drop, options.sound,
+              options.material},
+             !options.quiet);
     writer.close();
 }
 

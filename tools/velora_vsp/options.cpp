@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include <charconv>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <system_error>
@@ -36,10 +37,12 @@ constexpr char kFooter[] =
     "the input below speed 1, in the output above it.\n"
     "\n"
     "Pitch: exactly 0.5, 0.25 and 0.125 lower it by one, two or three octaves, as on a slowed\n"
-    "tape, unless --keep-pitch is given. Speeds up to 0.5 sound darker and quieter on purpose:\n"
-    "they pass a low-pass at 2 kHz (1 kHz above 48000 Hz, 500 Hz above 96000 Hz) and a gain of\n"
-    "-13 dB. With --keep-pitch, 0.5 counts as just above that limit, so it passes neither.\n"
-    "At speed 1 the samples come out as they went in.\n"
+    "tape, unless --keep-pitch is given. At speed 1 the samples come out as they went in.\n"
+    "\n"
+    "Sound: what comes out is as loud and as bright as what went in, and what is in the middle\n"
+    "stays there. --material speech takes a shorter window, which also suits drums. --sound engine\n"
+    "gives the bare engine: up to 0.5 it passes a low-pass at 2 kHz (1 kHz above 48000 Hz, 500 Hz\n"
+    "above 96000 Hz) and a gain of -13 dB; with --keep-pitch, 0.5 counts as just above that limit.\n"
     "\n"
     "Input: 1 to 32 channels, 8000 to 192000 Hz, any kind of file that libsndfile reads; WAV\n"
     "with integer or float samples from a pipe, named or not. --raw says what - is if not WAV,\n"
@@ -93,6 +96,24 @@ std::string checkRaw(const std::string& text)
            std::to_string(AnyStream::kMostChannels) + ", the format is one of " + names;
 }
 
+/// Turns one of a few names into what it stands for.
+template <class Value>
+CLI::Validator nameOf(const std::map<std::string, Value>& values)
+{
+    const auto find = [values](std::string& text) -> std::string {
+        const auto found = values.find(text);
+        if (found != values.end()) {
+            text = std::to_string(int(found->second));
+            return {};
+        }
+        std::string names;
+        for (const auto& [name, value] : values)
+            names += (names.empty() ? "" : " or ") + name;
+        return "'" + text + "' is not known: give " + names;
+    };
+    return {find, "", ""};
+}
+
 std::string engineVersion()
 {
     const std::unique_ptr<Velora_VSP_Interface, void (*)(Velora_VSP_Interface*)> engine(
@@ -129,6 +150,14 @@ Options readOptions(int argc, const char* const* argv)
     app.add_flag("--ramp", isRamp, "Glide from each speed of the map to the next");
     app.add_flag("-k,--keep-pitch", options.keepPitch,
                  "Keep the pitch at speeds 0.5, 0.25 and 0.125 too");
+    app.add_option("--sound", options.sound, "natural (the default) or engine")
+        ->type_name("HOW")
+        ->transform(nameOf<velora::Sound>(
+            {{"natural", velora::Sound::natural}, {"engine", velora::Sound::engine}}));
+    app.add_option("--material", options.material, "music (the default) or speech")
+        ->type_name("WHAT")
+        ->transform(nameOf<velora::Material>(
+            {{"music", velora::Material::music}, {"speech", velora::Material::speech}}));
     const auto* rawOption =
         app.add_option("--raw", raw, "RATE:CHANNELS:FORMAT of - if that isn't WAV")
             ->type_name("R:C:F")

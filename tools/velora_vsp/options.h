@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include <velora/stream.hpp>
+
 #include "sound_pipe.h"
 #include "speed_map.h"
 
@@ -15,6 +17,8 @@ struct Options {
     SpeedMap speed{1.0};
     std::string speedMapName; // empty if there is one speed throughout
     bool keepPitch = false;   // at the speeds 0.5, 0.25 and 0.125
+    velora::Sound sound = velora::Sound::natural;
+    velora::Material material = velora::Material::music;
     std::optional<RawFormat> raw;
     bool overwrite = false;
     bool json = false;

@@ -14,10 +14,11 @@ constexpr int kBlockFrames = 8192;
 
 template <class Format>
 void playAs(SoundReader& reader, SoundWriter& writer, Samples samples, const SpeedMap& map,
-            velora::Pitch pitch, bool showProgress)
+            const Manner& manner, bool showProgress)
 {
     using Sample = typename velora::Stream<Format>::Sample;
-    velora::Stream<Format> stream(reader.info().samplerate, reader.info().channels, pitch);
+    velora::Stream<Format> stream(reader.info().samplerate, reader.info().channels, manner.pitch,
+                                  manner.sound, manner.material);
     for (const SpeedMap::Step& step : map.steps(stream.sampleRate()))
         stream.setSpeedAt(step.frame, step.speed);
     const size_t width = size_t(stream.channels());
@@ -53,11 +54,11 @@ void forEachBlock(SoundReader& reader, Samples samples, bool showProgress, const
     }
 }
 
-void play(SoundReader& reader, SoundWriter& writer, const SpeedMap& speed, velora::Pitch pitch,
+void play(SoundReader& reader, SoundWriter& writer, const SpeedMap& speed, const Manner& manner,
           bool showProgress)
 {
     const auto as = [&](auto format, Samples samples) {
-        playAs<decltype(format)>(reader, writer, samples, speed, pitch, showProgress);
+        playAs<decltype(format)>(reader, writer, samples, speed, manner, showProgress);
     };
     switch (samplesFor(reader.info().format)) {
     case Samples::int16:

@@ -15,6 +15,13 @@ using TakeBlock = std::function<void(const void* frames, int count)>;
 /// Reads all there is, showing progress if `showProgress`, and passes it on.
 void forEachBlock(SoundReader& reader, Samples samples, bool showProgress, const TakeBlock& take);
 
+/// How it is to sound.
+struct Manner {
+    velora::Pitch pitch;
+    velora::Sound sound;
+    velora::Material material;
+};
+
 /// Plays all of the input. Throws what reader and writer do.
-void play(SoundReader& reader, SoundWriter& writer, const SpeedMap& speed, velora::Pitch pitch,
+void play(SoundReader& reader, SoundWriter& writer, const SpeedMap& speed, const Manner& manner,
           bool showProgress);
