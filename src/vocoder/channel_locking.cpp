@@ -17,13 +17,13 @@
 namespace vsp {
 
 // Where a hop of output takes less than a hop of input, the running phases expect sound to be nearer
-// to the frame's beginning than it is, and what isn't a partial would come early: by up to 10 ms at
-// 0.3. The neighbours' turns lean the other way, which moves the sound inside of a partial's bins
-// and leaves its pitch alone. 0.6 was found with recordings; sound is then as late as at speeds
-// above 1.0, within 2 ms or so.
+// to the frame's beginning than it is, and what isn't a partial would come early: by some
+// milliseconds at 0.3. The neighbours' turns lean the other way, which moves the sound inside of a
+// partial's bins and leaves its pitch alone. 0.4 lies between what the envelopes and what the spectra
+// of recordings ask for.
 NeighbourWeights neighbourWeights(float speed)
 {
-    const double t = 0.6 * std::max(1.0 - double(speed), 0.0); // tangent of half the angle
+    const double t = 0.4 * std::max(1.0 - double(speed), 0.0); // tangent of half the angle
     const double re = (1.0 - t * t) / (1.0 + t * t);
     const double im = 2.0 * t / (1.0 + t * t);
     return {int32_t(re * 32768.0), int32_t(im * 32768.0), int32_t((re * re - im * im) * 8192.0),

@@ -211,7 +211,7 @@ TEST(ChannelLocking, SeveralEnginesKeepWhatTheyHaveInCommon)
     }
 }
 
-// Noise that swells and fades twice a second: how late it swells, in frames of the input.
+// Noise that swells and fades twice a second: how late it swells, in radians.
 double swellDelay(float speed, uint32_t sound)
 {
     const auto swellPhase = [](const Frames& frames, double hertz) {
@@ -229,17 +229,18 @@ double swellDelay(float speed, uint32_t sound)
     Frames out = play(in, speed, sound);
     const double period = kRate / (2.0 * double(speed));
     out.resize(size_t(period * std::floor(double(out.size()) / period))); // whole swells
-    return std::remainder(swellPhase(in, 2.0) - swellPhase(out, 2.0 * double(speed)),
-                          2.0 * signals::kPi) *
-           kRate / (4.0 * signals::kPi);
+    return swellPhase(in, 2.0) - swellPhase(out, 2.0 * double(speed));
 }
 
 TEST(ChannelLocking, SoundIsAsLateAsWithoutIt)
 {
-    for (const float speed : {0.6f, 0.75f, 1.5f}) {
-        const double difference = swellDelay(speed, Velora_VSP_Sound_LockedChannels) -
-                                  swellDelay(speed, Velora_VSP_Sound_Own);
-        EXPECT_NEAR(std::remainder(difference, kRate / 2.0), 0.0, 0.003 * kRate) << speed;
+    for (const float speed : {0.3f, 0.4f, 0.75f, 1.5f}) {
+        const double radians = std::remainder(
+            swellDelay(speed, Velora_VSP_Sound_FullBand | Velora_VSP_Sound_LockedChannels) -
+                swellDelay(speed, Velora_VSP_Sound_FullBand),
+            2.0 * signals::kPi);
+        const double seconds = radians / (4.0 * signals::kPi * double(speed)); // of output
+        EXPECT_NEAR(seconds, 0.0, 0.003) << speed;
     }
 }
 
