@@ -6,6 +6,7 @@ option(VELORA_PORTABLE_ONLY "Build no kernels but the portable ones" OFF)
 # Sums in the recursive filters are ordered so that the value that comes last is added last; GCC would order them anew.
 set(VELORA_KEEP_SUMS $<$<CXX_COMPILER_ID:GNU>:-fno-tree-reassoc>)
 set(VELORA_KERNEL_SOURCES)
+set(VELORA_LEVEL_KERNEL_SOURCES) # those that the Stream has in its own library
 set(VELORA_KERNEL_DEFINITIONS)
 check_cxx_source_compiles("
 #if !defined(__x86_64__) && !defined(__i386__)
@@ -33,15 +34,17 @@ unset(CMAKE_REQUIRED_FLAGS)
 
 if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_X86)
     list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_sse41.cpp kernels/kernels_avx2.cpp)
+    list(APPEND VELORA_LEVEL_KERNEL_SOURCES kernels/level_sse41.cpp kernels/level_avx2.cpp)
     list(APPEND VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_X86)
-    set_source_files_properties(kernels/kernels_sse41.cpp PROPERTIES
+    set_source_files_properties(kernels/kernels_sse41.cpp kernels/level_sse41.cpp PROPERTIES
         COMPILE_OPTIONS "-msse4.1;${VELORA_KEEP_SUMS}")
-    set_source_files_properties(kernels/kernels_avx2.cpp PROPERTIES
+    set_source_files_properties(kernels/kernels_avx2.cpp kernels/level_avx2.cpp PROPERTIES
         COMPILE_OPTIONS "-mavx2;${VELORA_KEEP_SUMS}")
 endif()
 if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_NEON)
     list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_neon.cpp)
+    list(APPEND VELORA_LEVEL_KERNEL_SOURCES kernels/level_neon.cpp)
     list(APPEND VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_NEON)
-    set_source_files_properties(kernels/kernels_neon.cpp PROPERTIES
+    set_source_files_properties(kernels/kernels_neon.cpp kernels/level_neon.cpp PROPERTIES
         COMPILE_OPTIONS "${VELORA_NEON_OPTIONS}")
 endif()

@@ -212,18 +212,21 @@ public:
     /// @param withinFrames  where it takes a fade, that comes so many frames of output from now, and
     ///                      the work for it is spread over the calls up to there (over at most 8
     ///                      hops); what was set or planned before comes first if it comes until
-    ///                      then. With 0 it is done in the call that comes next: that of some ten
+    ///                      then. With 0 or less it is done in the call that comes next: that of some ten
     ///                      hops of output.
     void setSpeed(double speed, std::int64_t withinFrames = 0)
     {
-        check(velora_stream_set_speed_within(self.get(), speed, withinFrames), speed);
+        const std::int64_t within = positive(withinFrames);
+        check(velora_stream_set_speed_within(self.get(), speed, within), speed);
     }
 
     /// Plans a change of speed from media frame `mediaFrame` on, exact to the frame of output, in
     /// any order: it holds up to the next planned one. A plan for a frame that has one replaces
-    /// that. A ramp is many small steps. A plan that comes too late takes effect as soon as setSpeed
-    /// would; it is never late as long as `mediaFrame` is five hops ahead of the input. The work for
-    /// a fade is spread over the eight hops of output before it.
+    /// that; one that would not sound for a single frame of output is left out. A ramp is many small
+    /// steps. A plan that comes too late takes effect as soon as setSpeed would; it is never late as
+    /// long as `mediaFrame` is five hops ahead of the input. The work for a fade is spread over the
+    /// eight hops of output before it. Plans are for the media that goes in now: seek forgets all of
+    /// them, jump those for frames that it leaves out.
     /// @returns the first output frame at which the speed holds, as things stand; -1, with nothing
     ///          planned, if as many changes are in force as Options say
     std::int64_t setSpeedAt(std::int64_t mediaFrame, double speed)
@@ -234,7 +237,7 @@ public:
         return check(output, speed);
     }
 
-    /// Forgets what is planned.
+    /// Forgets what is planned. A speed that was set stays.
     void clearPlans() { velora_stream_clear_plans(self.get()); }
 
     /// The speed last set or planned.
@@ -245,8 +248,9 @@ public:
         return velora_stream_speed_at(self.get(), outputFrame);
     }
 
-    /// From any thread: the next call that processes sets this speed. Of several the last one
-    /// counts.
+    /// From any thread: the next call that processes sets this speed, as setSpeed would. Of several
+    /// the last one counts. Queries don't know of it before that call (which may be for 0 frames);
+    /// seek leaves it as it is, reset forgets it.
     void requestSpeed(double speed)
     {
         check(velora_stream_request_speed(self.get(), speed), speed);
@@ -279,12 +283,22 @@ public:
     /// that `in` doesn't hold whole is left out.
     std::size_t process(const Sample* in, std::size_t frames, std::vector<Sample>& out)
     {
-        const std::size_t before = out.size();
-        const std::size_t room = maxOutputFrames(frames);
-        out.resize(before + room * width());
-        const std::size_t given = process(in, frames, out.data() + before, room);
-        out.resize(before + given * width());
-        return given;
+        std::size_t total = 0;
+        bool goesOn = true; // a speed that is requested meanwhile may take more room
+        for (std::size_t done = 0; goesOn;) {
+            const std::int64_t at = inputFrames();
+            const std::size_t room = maxOutputFrames(frames - done);
+            const std::size_t before = out.size();
+            out.resize(before + room * width());
+            const std::size_t given =
+                process(in + done * width(), frames - done, out.data() + before, room);
+            out.resize(before + given * width());
+            total += given;
+            const auto taken = std::size_t(inputFrames() - at);
+            done += taken;
+            goesOn = done < frames && taken > 0;
+        }
+        return total;
     }
     std::size_t process(const std::vector<Sample>& in, std::vector<Sample>& out)
     {
@@ -336,17 +350,21 @@ public:
     /// Fills `out` with `frames` frames, interleaved, for which it calls
     /// `std::size_t read(Sample* buffer, std::size_t n)` as often as it takes, n at most 1024: read
     /// writes up to n frames and returns how many. Where it gives less than n, the stream ends, as
-    /// by flush. Returns the frames given: fewer than `frames` only at the end. What read throws
-    /// comes through: nothing of that piece is taken, and what `out` holds of this call is lost.
+    /// by flush; a negative number is taken for 0, a larger one for n. Returns the frames given:
+    /// fewer than `frames` only at the end. What read throws comes through: nothing of that piece is
+    /// taken, and what `out` holds of this call is lost. `read` must not move the stream itself: to
+    /// loop or to go on with another piece, give it what inputFramesFor asks for by process, with
+    /// jump between two calls.
     template <class Read>
     std::size_t pull(Sample* out, std::size_t frames, Read&& read)
     {
         std::size_t given = 0;
         for (bool atEnd = out == nullptr; given < frames && !atEnd;) {
             process(pulled.data(), 0, out, 0); // a speed that was requested counts from here on
-            const std::size_t wanted = least(inputFramesFor(frames - given), kPullFrames);
+            const std::size_t part = least(frames - given, kAskedFrames);
+            const std::size_t wanted = least(inputFramesFor(part), kPullFrames);
             const std::size_t got =
-                wanted == 0 ? 0 : least(std::size_t(read(pulled.data(), wanted)), wanted);
+                wanted == 0 ? 0 : least(framesOf(read(pulled.data(), wanted)), wanted);
             const std::size_t more =
                 process(pulled.data(), got, out + given * width(), frames - given);
             given += more;
@@ -365,10 +383,10 @@ public:
         velora_stream_reset(self.get());
     }
 
-    /// Starts anew from another place, at the speed that sounds; what was planned is dropped. The
-    /// next frame that goes in is media frame `mediaFrame`, which may be negative, the next one that
-    /// comes out is output frame 0 and sounds it. The first few milliseconds are faded in, unless
-    /// mediaFrame is 0.
+    /// Starts anew from another place, at the speed that sounds; what was planned is dropped, and a
+    /// speed that was set but isn't heard yet. The next frame that goes in is media frame
+    /// `mediaFrame`, which may be negative, the next one that comes out is output frame 0 and sounds
+    /// it. The first few milliseconds are faded in, unless mediaFrame is 0.
     void seek(std::int64_t mediaFrame)
     {
         velora_stream_seek(self.get(), mediaFrame);
@@ -383,7 +401,8 @@ public:
     /// The next frame that goes in is media frame `mediaFrame`; all that went in before still comes
     /// out, and output frames go on: for loops, for silence that is left out, for the next piece.
     /// The two are blended over a few milliseconds. Media frames in other calls are those of the
-    /// stretch that goes in from here on. After flush it does nothing.
+    /// stretch that goes in from here on. What was planned for frames behind the last one that went
+    /// in is forgotten. After flush it does nothing.
     /// @returns false, with nothing done, if as many jumps are in force as Options say
     bool jump(std::int64_t mediaFrame)
     {
@@ -468,6 +487,8 @@ public:
 
 private:
     static constexpr std::size_t kPullFrames = 1024;
+    // Output that is asked for at a time, for which so much may be read: the question takes time.
+    static constexpr std::size_t kAskedFrames = 8 * kPullFrames;
 
     struct Destroy {
         void operator()(velora_stream* stream) const { velora_stream_destroy(stream); }
@@ -553,6 +574,15 @@ private:
     static std::int64_t signedOf(std::size_t frames)
     {
         return std::int64_t(least(frames, std::size_t(-1) >> 1));
+    }
+    // What a reader returns: many give a negative number for an error.
+    template <class Count>
+    static std::size_t framesOf(Count read)
+    {
+        if constexpr (std::is_signed_v<Count>)
+            return std::size_t(read < 0 ? 0 : read);
+        else
+            return std::size_t(read);
     }
     static std::size_t least(std::size_t a, std::size_t b)
     {

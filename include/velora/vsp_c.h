@@ -145,19 +145,23 @@ VELORA_C_API int velora_stream_set_speed(velora_stream* stream, double speed);
 VELORA_C_API int velora_stream_set_speed_within(velora_stream* stream, double speed,
                                                 int64_t within_frames);
 /* Plans a change of speed from a media frame on, to the frame of output, in any order: it holds up
- * to the next planned one. A plan for a frame that has one replaces that. A plan that comes too
- * late takes effect as soon as velora_stream_set_speed would; it is never late as long as
- * `media_frame` is five hops ahead of the input. Returns the first output frame at which the speed
- * holds, as things stand; or VELORA_ERROR_CHANGES. */
+ * to the next planned one. A plan for a frame that has one replaces that; one that would not sound
+ * for a single frame of output is left out. A plan that comes too late takes effect as soon as
+ * velora_stream_set_speed would; it is never late as long as `media_frame` is five hops ahead of
+ * the input. Plans are for the media that goes in now: seek forgets all of them, jump those for
+ * frames that it leaves out. Returns the first output frame at which the speed holds, as things
+ * stand; or VELORA_ERROR_CHANGES. */
 VELORA_C_API int64_t velora_stream_set_speed_at(velora_stream* stream, int64_t media_frame,
                                                 double speed);
-/* Forgets what is planned. */
+/* Forgets what is planned. A speed that was set stays. */
 VELORA_C_API int velora_stream_clear_plans(velora_stream* stream);
 /* The speed last set or planned; 0 for a null handle. */
 VELORA_C_API double velora_stream_speed(const velora_stream* stream);
 /* The speed of an output frame, planned ones included; 0 for a null handle. */
 VELORA_C_API double velora_stream_speed_at(const velora_stream* stream, int64_t output_frame);
-/* From any thread: the next call that processes sets this speed. Of several the last one counts. */
+/* From any thread: the next call that processes sets this speed, as velora_stream_set_speed would.
+ * Of several the last one counts. Queries don't know of it before that call (which may be for 0
+ * frames); seek leaves it as it is, reset forgets it. */
 VELORA_C_API int velora_stream_request_speed(velora_stream* stream, double speed);
 
 /* ---- Processing ---- */
@@ -189,8 +193,10 @@ VELORA_C_API int64_t velora_stream_flush_planar(velora_stream* stream, void* con
 typedef int64_t (*velora_read)(void* user, void* buffer, int64_t frames);
 /* Fills `out` with `frames` frames, for which it reads as much as they need, in pieces of at most
  * 1024 frames. Where `read` gives less than it was asked for, the stream ends, as by flush; a
- * negative number is taken for 0, a larger one for what was asked for. Returns the frames written:
- * fewer than `frames` only at the end. */
+ * negative number is taken for 0, a larger one for what was asked for. `read` must not call for the
+ * stream itself: to loop or to go on with another piece, give it what
+ * velora_stream_input_frames_for asks for by velora_stream_process, with velora_stream_jump between
+ * two calls. Returns the frames written: fewer than `frames` only at the end. */
 VELORA_C_API int64_t velora_stream_pull(velora_stream* stream, void* out, int64_t frames,
                                         velora_read read, void* user);
 
@@ -200,7 +206,8 @@ VELORA_C_API int64_t velora_stream_pull(velora_stream* stream, void* out, int64_
 VELORA_C_API int velora_stream_reset(velora_stream* stream);
 /* Starts anew at the speed that sounds: the next frame that goes in is media frame `media_frame`,
  * the next one that comes out is output frame 0 and sounds it. The first few milliseconds are faded
- * in, unless media_frame is 0. What was planned is dropped. */
+ * in, unless media_frame is 0. What was planned is dropped, and a speed that was set but isn't heard
+ * yet. */
 VELORA_C_API int velora_stream_seek(velora_stream* stream, int64_t media_frame);
 /* The same, with what lies before that place: `frames` frames, of which the last 6 hops at most
  * are used. Output then begins as if it had been playing before. */
@@ -209,7 +216,8 @@ VELORA_C_API int velora_stream_seek_with(velora_stream* stream, int64_t media_fr
 /* The next frame that goes in is media frame `media_frame`; all that went in before still comes
  * out, and output frames go on: for loops, for silence that is left out, for the next piece. The
  * two are blended over a few milliseconds. Media frames in other calls are those of the stretch
- * that goes in from here on. After flush it does nothing. */
+ * that goes in from here on. What was planned for frames behind the last one that went in is
+ * forgotten. After flush it does nothing. */
 VELORA_C_API int velora_stream_jump(velora_stream* stream, int64_t media_frame);
 
 /* ---- Queries. All allow for what is inside and for a speed just set. ---- */
@@ -247,7 +255,8 @@ typedef struct velora_clock {
 VELORA_C_API int velora_stream_clock(const velora_stream* stream, velora_clock* clock);
 
 /* ---- Planar processing, typed: one pointer for each channel. For a stream of another format they
- *      return VELORA_ERROR_FORMAT. ---- */
+ *      return VELORA_ERROR_FORMAT. After velora_stream_flush(stream, NULL, 0) they give the rest.
+ *      ---- */
 VELORA_C_API int64_t velora_stream_process_int16(velora_stream* stream, int16_t* const* in,
                                                  int64_t frames, int16_t* const* out, int64_t room);
 VELORA_C_API int64_t velora_stream_process_int32(velora_stream* stream, int32_t* const* in,

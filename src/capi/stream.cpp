@@ -21,6 +21,8 @@ struct velora_stream {
     }
 
     static constexpr std::int64_t kPullFrames = 1024;
+    // Output that is asked for at a time, for which so much may be read: the question takes time.
+    static constexpr std::int64_t kAskedFrames = 8 * kPullFrames;
 
     vsp::Stream stream;
     std::vector<std::byte> pulled; // what was read last
@@ -330,16 +332,19 @@ int64_t velora_stream_pull(velora_stream* stream, void* out, int64_t frames, vel
         return VELORA_ERROR_ARGUMENT;
     return guarded([&] {
         vsp::Stream& s = stream->stream;
+        const Source source{stream->pulled.data(), nullptr, 0};
         std::int64_t given = 0;
         for (bool atEnd = false; given < frames && !atEnd;) {
+            // A speed that was requested counts from here on.
+            s.process(source, 0, Destination{out, nullptr, 0}, 0);
+            const std::int64_t part = std::min(frames - given, velora_stream::kAskedFrames);
             const std::int64_t wanted =
-                std::min(s.inputFramesFor(frames - given), velora_stream::kPullFrames);
+                std::min(s.inputFramesFor(part), velora_stream::kPullFrames);
             const std::int64_t got =
                 wanted == 0 ? 0
                             : std::clamp<std::int64_t>(read(user, stream->pulled.data(), wanted), 0,
                                                        wanted);
-            given += s.process(Source{stream->pulled.data(), nullptr, 0}, got,
-                               Destination{out, nullptr, given}, frames - given);
+            given += s.process(source, got, Destination{out, nullptr, given}, frames - given);
             atEnd = got < wanted || s.hasEnded();
             if (atEnd)
                 given += s.flush(Destination{out, nullptr, given}, frames - given);

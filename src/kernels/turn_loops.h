@@ -8,7 +8,6 @@
 #include "fixed/fixed.h"
 #include "kernels/sizes.h"
 #include "kernels/spectrum_loops.h"
-#include "kernels/turns.h"
 #include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {
@@ -69,32 +68,27 @@ VSP_INLINE void unitPhasor(V& outRe, V& outIm, V re, V im)
     outIm = roundQ14(mulShort(nearIm, gain));
 }
 
-/// Adds the bins `distance` below and above bin k under a complex weight, Q16.
-template <class V>
-VSP_INLINE void addNeighbours(V& re, V& im, const ComplexInt* sum, int k, int distance,
-                              int32_t weightRe, int32_t weightIm)
+/// Adds the bins `distance` below and above bin k, shifted down.
+template <int distance, int shift, class V>
+VSP_INLINE void addNeighbours(V& re, V& im, const ComplexInt* sum, int k)
 {
     V belowRe, belowIm, aboveRe, aboveIm;
     loadPairs(sum + k - distance, belowRe, belowIm);
     loadPairs(sum + k + distance, aboveRe, aboveIm);
-    const V wRe = set1(weightRe, V{});
-    const V wIm = set1(weightIm, V{});
-    re = wrapAdd(re, wrapAdd(mulShift16(wrapAdd(aboveRe, belowRe), wRe),
-                             mulShift16(wrapSub(belowIm, aboveIm), wIm)));
-    im = wrapAdd(im, wrapAdd(mulShift16(wrapAdd(aboveIm, belowIm), wRe),
-                             mulShift16(wrapSub(aboveRe, belowRe), wIm)));
+    re = wrapAdd(re, shiftRight<shift>(wrapAdd(belowRe, aboveRe)));
+    im = wrapAdd(im, shiftRight<shift>(wrapAdd(belowIm, aboveIm)));
 }
 
 template <class V>
-void commonTurns(ComplexShort* turns, const ComplexInt* sum, const NeighbourWeights& weights)
+void commonTurns(ComplexShort* turns, const ComplexInt* sum)
 {
-    forBins<V>(kLastBin, [&](int n, auto lanes) {
+    forBins<V>(kLastBin, [=](int n, auto lanes) {
         using W = decltype(lanes);
         const int k = n + 1;
         W re, im, turnRe, turnIm;
         loadPairs(sum + k, re, im);
-        addNeighbours(re, im, sum, k, 1, weights.nextRe, weights.nextIm);
-        addNeighbours(re, im, sum, k, 2, weights.secondRe, weights.secondIm);
+        addNeighbours<1, 1>(re, im, sum, k);
+        addNeighbours<2, 3>(re, im, sum, k);
         const W silent = equal(max(wrapAbs(re), wrapAbs(im)), set1(0, W{}));
         unitPhasor(turnRe, turnIm, re, im);
         storeShortPairs(turns + k, select(silent, set1(kOneQ14, W{}), turnRe),

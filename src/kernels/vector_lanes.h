@@ -23,6 +23,8 @@ struct Register {
     typedef int32_t Signed __attribute__((vector_size(bytes)));
     typedef uint32_t Unsigned __attribute__((vector_size(bytes)));
     typedef int32_t InMemory __attribute__((vector_size(bytes), aligned(4), may_alias));
+    typedef float Float __attribute__((vector_size(bytes)));
+    typedef float FloatInMemory __attribute__((vector_size(bytes), aligned(4), may_alias));
 };
 
 /// f of all lanes at once, as signed values or as unsigned ones, which wrap. Arrays of lanes have

@@ -21,7 +21,7 @@ public:
     {
         const std::uint64_t number = newest.load(std::memory_order_relaxed) + 1;
         Entry& entry = entries[number % kEntries];
-        entry.number.store(0, std::memory_order_relaxed); // being written
+        entry.number.store(kBeingWritten, std::memory_order_relaxed);
         std::atomic_thread_fence(std::memory_order_release);
         entry.mediaFrame.store(clock.mediaFrame, std::memory_order_relaxed);
         entry.outputFrame.store(clock.outputFrame, std::memory_order_relaxed);
@@ -48,6 +48,7 @@ public:
 
 private:
     static constexpr std::uint64_t kEntries = 4;
+    static constexpr std::uint64_t kBeingWritten = ~std::uint64_t(0); // no entry's number
 
     struct Entry {
         std::atomic<std::uint64_t> number{0};

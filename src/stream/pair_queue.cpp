@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
+#include <new>
 #include <type_traits>
 
 #include "convert/bridge.h"
@@ -68,12 +70,20 @@ void fade(Sample* to, const Sample* from, std::int64_t frames, std::int64_t done
         }
 }
 
+// On a 32-bit machine there may be no number for so many.
+std::size_t bytesFor(std::int64_t frames, std::int64_t frameBytes)
+{
+    if (frames > std::numeric_limits<std::ptrdiff_t>::max() / frameBytes)
+        throw std::bad_alloc();
+    return std::size_t(frames * frameBytes);
+}
+
 } // namespace
 
 PairQueue::PairQueue(int channelCount, Velora_BitDepth_T bitDepth, std::int64_t mostFrames)
     : channels(channelCount), pairs((channelCount + 1) / 2), depth(bitDepth),
       frameBytes(bytesPerFrame(bitDepth)), most(mostFrames), capacity(2 * mostFrames),
-      data(std::size_t(pairs * capacity * frameBytes))
+      data(bytesFor(pairs * capacity, frameBytes))
 {
 }
 
@@ -90,7 +100,7 @@ void PairQueue::reserve(std::int64_t count)
     if (frames + count <= most)
         return;
     const std::int64_t newMost = 2 * (frames + count);
-    std::vector<std::byte> grown(std::size_t(2 * newMost * pairs * frameBytes));
+    std::vector<std::byte> grown(bytesFor(2 * newMost * pairs, frameBytes));
     moveToFront(grown, 2 * newMost);
     data.swap(grown);
     most = newMost;

@@ -27,6 +27,7 @@ public:
     /// Room for `most` frames.
     PairQueue(int channels, Velora_BitDepth_T bitDepth, std::int64_t most);
 
+    int pairCount() const { return pairs; }
     std::int64_t begin() const { return first; }
     std::int64_t end() const { return first + frames; }
     std::int64_t room() const { return most - frames; }

@@ -139,7 +139,8 @@ public:
             sound.fade(joinOutput, fade());
             now = next;
             join = Join::none;
-            planFrom(now.segment + 1, joinOutput, sound);
+            // Its first frame has no way back.
+            planFrom(now.segment + 1, joinOutput + 1, sound);
         }
         advance(now, until, sound, false);
     }
@@ -149,6 +150,8 @@ private:
 
     /// Where the speed is another one from the first frame on, there is nothing to fade from.
     std::int64_t fade() const { return joinOutput == 0 ? 0 : rate.hop / 2; }
+    /// Output frame up to which the next voice is made before it takes over: it must be heard then.
+    std::int64_t faded() const { return joinOutput + std::max<std::int64_t>(fade(), 1); }
 
     /// Output that may be handed out with the next voice as far as it is.
     std::int64_t held() const
@@ -169,7 +172,7 @@ private:
     /// Whether the next voice has given what the fade takes and can go on smoothly.
     bool isPrimed() const
     {
-        return next.end >= joinOutput + fade() && made(next) >= joinOutput;
+        return next.end >= faded() && made(next) > joinOutput;
     }
     bool wantsPriming(std::int64_t until) const
     {
@@ -178,7 +181,7 @@ private:
 
     std::int64_t missingForNext() const
     {
-        return next.isDry() ? missingFor(next, joinOutput + fade()) : stepFor(next);
+        return next.isDry() ? missingFor(next, faded()) : stepFor(next);
     }
     std::int64_t missingFor(const Voice& voice, std::int64_t until) const
     {
@@ -230,7 +233,7 @@ private:
         }
         if (next.isDry()) {
             if (until > joinOutput)
-                advance(next, joinOutput + fade(), sound, true);
+                advance(next, faded(), sound, true);
             return;
         }
         while (wantsPriming(until)) {
@@ -243,9 +246,9 @@ private:
     std::int64_t stagesToPrime(std::int64_t until) const
     {
         const std::int64_t left = stagesToHold(until) - primed;
-        return next.end < joinOutput + fade()
+        return next.end < faded()
                    ? left
-                   : std::min(left, stagesToMake(next, joinOutput) - next.ahead);
+                   : std::min(left, stagesToMake(next, joinOutput + 1) - next.ahead);
     }
 
     /// Up to `most` stages, but at least one, of the voice's next step. Returns how many: 0 if there
@@ -337,7 +340,8 @@ private:
         next.segment = index;
         next.place(joinOutput, s.mediaAt(double(joinOutput)), rate);
         now.segment = std::min(now.segment, std::max<std::size_t>(index, 1) - 1);
-        primeFrom = std::max(earliest, joinOutput - kSpreadHops * rate.hop);
+        primeFrom =
+            std::min(joinOutput, std::max(earliest, joinOutput - kSpreadHops * rate.hop));
         primed = 0;
         primeStages = next.isDry() ? 0 : allStagesToPrime(times);
     }
@@ -346,13 +350,13 @@ private:
     {
         std::int64_t stages = 0;
         Voice voice = next;
-        while (voice.end < joinOutput + fade()) {
+        while (voice.end < faded()) {
             if (voice.nextStep() == Voice::Step::give)
                 voice.follow(times, rate);
             stages += voice.stages(rate);
             voice.move(rate);
         }
-        return made(voice) < joinOutput ? stages + stagesToMake(voice, joinOutput) : stages;
+        return made(voice) > joinOutput ? stages : stages + stagesToMake(voice, joinOutput + 1);
     }
 
     Voice now;

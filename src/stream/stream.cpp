@@ -56,7 +56,7 @@ Rate rateOf(const StreamSettings& settings, std::int64_t hop)
             delayIn,
             delayOut,
             settings.pitchDrops,
-            (settings.sound & Velora_VSP_Sound_FullBand) == 0,
+            settings.sound != Velora_VSP_Sound_Own,
             settings.fastest,
             (settings.channels + 1) / 2,
             settings.longestBlock > 0};
@@ -95,7 +95,7 @@ std::int64_t Stream::blendFrames() const
 
 bool Stream::makeRoomForChange()
 {
-    if (sound.map.makeRoom(double(schedule.taken)))
+    if (sound.map.makeRoom(schedule.taken - 1))
         return true;
     if (isBounded())
         return false;
@@ -110,31 +110,39 @@ void Stream::setSpeed(double wanted, std::int64_t withinFrames)
     if (voice.speed == speed() && map().last().output <= double(output))
         return;
     makeRoomForChange(); // if there is none, turnAtOutput makes do
-    if (withinFrames <= 0)
-        sound.map.cut(schedule.joinFrame());
-    schedule.replan(sound.map.turnAtOutput(output, voice.speed), sound);
+    const std::size_t cut =
+        withinFrames > 0 ? map().end() : sound.map.cut(schedule.joinFrame());
+    schedule.replan(std::min(cut, sound.map.turnAtOutput(output, voice.speed)), sound);
     setFrame = output;
     publish();
 }
 
 std::int64_t Stream::setSpeedAt(std::int64_t mediaFrame, double wanted)
 {
-    if (!makeRoomForChange())
-        return -1;
     const Voice voice = voiceAt(wanted);
-    double input = double(places.inputAt(withinReach(mediaFrame)));
-    if (!schedule.mayTurn(voice, map().outputAt(input)))
-        input = map().mediaAt(double(schedule.changeFrame(voice)));
-    const std::size_t index = sound.map.turnAtMedia(input, voice.speed);
+    const double input = double(places.inputAt(withinReach(mediaFrame)));
+    const bool isInTime = schedule.mayTurn(voice, map().outputAt(input));
+    const std::int64_t soonest = schedule.changeFrame(voice);
+    if (!map().turnsAt(isInTime ? map().outputAt(input) : double(soonest)) && !makeRoomForChange())
+        return -1;
+    const std::size_t index = isInTime ? sound.map.turnAtMedia(input, voice.speed)
+                                       : sound.map.turnFrom(soonest, voice.speed);
     schedule.replan(index, sound);
     publish();
     return std::int64_t(std::ceil(map()[index].output));
 }
 
+// From an output frame on, but for a speed that was set.
+void Stream::forgetPlans(std::int64_t from)
+{
+    const std::size_t end = map().end();
+    if (const std::size_t cut = sound.map.cut(std::max(from, setFrame + 1)); cut < end)
+        schedule.replan(cut, sound);
+}
+
 void Stream::clearPlans()
 {
-    sound.map.cut(std::max(schedule.openFrame(), setFrame + 1));
-    schedule.replan(map().end(), sound);
+    forgetPlans(std::min(schedule.openFrame(), schedule.joinFrame()));
     publish();
 }
 
@@ -149,6 +157,7 @@ void Stream::takeRequest()
 void Stream::reset()
 {
     begin(0, 1.0, 0);
+    requested.store(0.0, std::memory_order_relaxed);
     ++seeks;
     publish();
 }
@@ -202,6 +211,8 @@ bool Stream::jump(std::int64_t mediaFrame)
         places.reserveOne();
     if (!places.add(input, withinReach(mediaFrame), toFrame(map().mediaAt(double(schedule.taken)))))
         return false;
+    const auto end = std::int64_t(std::ceil(map().outputAt(double(input))));
+    forgetPlans(std::max(end, schedule.openFrame()) + 1);
     const std::int64_t frames = std::min(blendFrames(), input - sound.input.begin());
     if (frames > 0) {
         before.restart(input);
@@ -378,7 +389,9 @@ std::int64_t Stream::mostInputFrames(std::int64_t frames) const
 
 std::int64_t Stream::latencyFrames() const
 {
-    return (ended ? inputAtEnd : schedule.input) - toFrame(map().mediaAt(double(schedule.taken)));
+    const std::int64_t end = ended ? inputAtEnd : schedule.input;
+    // The last frame of all may sound a place behind the end, to which its length is rounded.
+    return std::max<std::int64_t>(end - toFrame(map().mediaAt(double(schedule.taken))), 0);
 }
 
 std::int64_t Stream::changeFrame(double wanted, std::int64_t withinFrames) const

@@ -52,6 +52,7 @@ public:
     // ---- Places ----
     void reset();
     void seek(std::int64_t mediaFrame, const Source& preRoll, std::int64_t frames);
+    /// What is planned for frames that don't go in any more is forgotten.
     /// @returns false if there is no room for another jump
     bool jump(std::int64_t mediaFrame);
 
@@ -78,6 +79,7 @@ private:
     const TimeMap& map() const { return sound.map; }
     Voice voiceAt(double speed) const { return Voice::at(speed, schedule.rate); }
     bool makeRoomForChange();
+    void forgetPlans(std::int64_t from);
     void takeRequest();
     /// Whether it makes do with the memory that it took at its start.
     bool isBounded() const { return fixed.longestBlock > 0; }

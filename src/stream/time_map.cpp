@@ -4,6 +4,7 @@
 #include "fixed/floating_point.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 
 namespace vsp {
@@ -36,12 +37,12 @@ void TimeMap::reset(double media, double speed)
     forgotten = 0;
 }
 
-bool TimeMap::makeRoom(double past)
+bool TimeMap::makeRoom(std::int64_t past)
 {
     if (segments.size() < room)
         return true;
-    const auto needed =
-        lastReached(segments, [=](const Segment& segment) { return segment.output <= past; });
+    const auto needed = lastReached(
+        segments, [=](const Segment& segment) { return segment.output <= double(past); });
     const auto behind = std::size_t(needed - segments.begin());
     // Half of what can go stays: somebody may still ask for it.
     const std::size_t goes = (behind + 1) / 2;
@@ -56,10 +57,16 @@ void TimeMap::grow()
     room *= 2;
 }
 
-void TimeMap::cut(std::int64_t output)
+std::size_t TimeMap::cut(std::int64_t output)
 {
-    while (segments.size() > 1 && segments.back().output > double(output - 1))
-        segments.pop_back();
+    const double media = mediaAt(double(output));
+    bool isUnderWay = false;
+    for (; segments.size() > 1 && segments.back().output > double(output - 1); segments.pop_back())
+        isUnderWay = isUnderWay || segments.back().output <= double(output);
+    const std::size_t changed = end();
+    if (isUnderWay)
+        segments.push_back(Segment{double(output), media, segments.back().speed});
+    return changed;
 }
 
 std::size_t TimeMap::turnAtOutput(std::int64_t output, double speed)
@@ -77,20 +84,40 @@ std::size_t TimeMap::turnAtOutput(std::int64_t output, double speed)
 
 std::size_t TimeMap::turnAtMedia(double media, double speed)
 {
-    const auto before =
-        lastReached(segments, [=](const Segment& segment) { return segment.media <= media; });
-    const Segment turned{before->output + (media - before->media) / before->speed, media, speed};
+    return insert(Segment{outputAt(media), media, speed});
+}
+
+std::size_t TimeMap::turnFrom(std::int64_t output, double speed)
+{
+    return insert(Segment{double(output), mediaAt(double(output)), speed});
+}
+
+std::size_t TimeMap::insert(const Segment& turned)
+{
+    const auto before = lastReached(
+        segments, [&](const Segment& segment) { return segment.output <= turned.output; });
     auto at = before;
-    if (before->media >= media)
+    if (before->output >= turned.output)
         *before = turned;
     else
         at = segments.insert(before + 1, turned);
-    const auto index = at - segments.begin();
     for (auto next = at + 1; next != segments.end(); ++next) {
         const Segment& last = *(next - 1);
         next->output = last.output + (next->media - last.media) / last.speed;
     }
-    return forgotten + std::size_t(index);
+    // What is left out leaves a step in the map, but between two frames.
+    const auto isHeard = [](const Segment& segment, const Segment& next) {
+        return std::ceil(segment.output) < std::ceil(next.output);
+    };
+    auto index = std::size_t(at - segments.begin());
+    if (index > 1 && !isHeard(segments[index - 1], segments[index]))
+        segments.erase(segments.begin() + std::ptrdiff_t(--index));
+    for (std::size_t n = std::max<std::size_t>(index, 1); n + 1 < segments.size();)
+        if (isHeard(segments[n], segments[n + 1]))
+            ++n;
+        else
+            segments.erase(segments.begin() + std::ptrdiff_t(n));
+    return forgotten + index;
 }
 
 double TimeMap::outputAt(double media) const

@@ -30,20 +30,27 @@ public:
     /// One speed, at which output frame 0 sounds media frame `media`.
     void reset(double media, double speed);
 
-    /// Makes room for one more change, at most by forgetting what lies before output frame `past`.
+    /// Makes room for one more change, at most by forgetting what lies before output frame `past`,
+    /// which was handed out.
     /// @returns false if all that is left lies behind it
-    bool makeRoom(double past);
+    bool makeRoom(std::int64_t past);
     /// Doubles the room. Allocates; may throw std::bad_alloc, and then nothing has happened.
     void grow();
 
-    /// Forgets the changes from output frame `output` on.
-    void cut(std::int64_t output);
+    /// Forgets the changes from output frame `output` on. What that frame sounds stays.
+    /// @returns the number of the first segment that isn't what it was
+    std::size_t cut(std::int64_t output);
     /// From `output` on `speed` holds, and none of the changes that were planned from there on.
     /// @returns the number of the segment that begins there
     std::size_t turnAtOutput(std::int64_t output, double speed);
     /// The same from a media frame on up to the next one that has a change of its own; changes
-    /// behind it come at the same media frames as before. A change at the same frame is replaced.
+    /// behind it come at the same media frames as before. A change at the same frame is replaced,
+    /// one that no whole frame of output would sound is left out.
     std::size_t turnAtMedia(double media, double speed);
+    /// The same from an output frame on.
+    std::size_t turnFrom(std::int64_t output, double speed);
+    /// Whether there is a change right at `output`, so that another one needs no more room.
+    bool turnsAt(double output) const { return byOutput(output).output == output; }
 
     double mediaAt(double output) const { return byOutput(output).mediaAt(output); }
     double speedAt(double output) const { return byOutput(output).speed; }
@@ -60,6 +67,7 @@ public:
     const Segment& last() const { return segments.back(); }
 
 private:
+    std::size_t insert(const Segment& turned);
     const Segment& byOutput(double output) const;
 
     std::vector<Segment> segments; // by output and by media time; never empty

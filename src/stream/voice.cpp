@@ -19,24 +19,40 @@ namespace {
 constexpr int kAnalysisDelayHops = 4;
 constexpr int kSynthesisDelayHops = 2;
 
-// Up to the next synthesis frame phases turn as they did between the two analysis frames around the
-// clock's position. What sounds then is half a hop of output late, where the position may fall
-// anywhere between these two.
-constexpr double kPhaseDelayHops = 0.5;
+// Analysis frames that the engine has beyond the two around a synthesis frame.
+constexpr int kFramesAhead = 2;
 
-// The same where a voice of this speed starts on an analysis frame: its positions then have only so
-// many places between two of these, and the mean of them isn't the middle.
-double phaseDelayHops(float engineSpeed)
+// From one synthesis frame to the next phases turn as they did from one analysis frame to the next
+// one. What sounds then is late by the way from the middle of these two to the middle of those, in
+// hops of output. The bare engine takes the two around the synthesis frame, at `position` behind the
+// first of them, the natural sound those of which the middle lies nearest.
+double phaseDelayAt(double position, double speed, bool isNatural)
 {
-    constexpr int kFrames = 1000; // the speeds that people set come round within
+    const double middle = position + 0.5 * speed;
+    const double first = isNatural ? std::min(std::floor(middle), double(kFramesAhead)) : 0.0;
+    return (middle - (first + 0.5)) / speed;
+}
+
+// Where the positions come round within `kFrames` frames from 0 on, the mean of that.
+double phaseDelayFromStart(float engineSpeed, bool isNatural)
+{
+    constexpr int kFrames = 1000; // the speeds that people set do
     double sum = 0.0;
     float clock = 0.0f; // as the engine's, which is taken down by a hop at a time
     for (int frame = 0; frame < kFrames; ++frame) {
-        sum += double(clock);
+        sum += phaseDelayAt(double(clock), double(engineSpeed), isNatural);
         for (clock += engineSpeed; clock >= 1.0f;)
             clock -= 1.0f;
     }
-    return kPhaseDelayHops + (sum / kFrames - 0.5) / double(engineSpeed);
+    return sum / kFrames;
+}
+
+// Where they may fall anywhere.
+double usualPhaseDelay(double speed, bool isNatural)
+{
+    if (!isNatural)
+        return 0.5;
+    return speed > 2.0 * kFramesAhead ? 0.5 - kFramesAhead / speed : 0.0;
 }
 
 // Output hops that the sound may be away from the time map: far more than rounding makes.
@@ -76,7 +92,7 @@ double tangent(double x)
 Voice Voice::at(double speed, const Rate& rate)
 {
     Voice voice;
-    voice.lowPasses = rate.lowPasses;
+    voice.isNatural = rate.isNatural;
     voice.speed = speed;
     voice.engineSpeed = float(speed);
     if (converterRatio(voice.engineSpeed) != 0 && rate.pitchDrops)
@@ -105,7 +121,7 @@ void Voice::place(std::int64_t output, double media, const Rate& rate)
     } else if (path == Path::converter) {
         placeConverter(output, media, rate);
     } else if (media == 0.0) {
-        phaseDelay = phaseDelayHops(engineSpeed);
+        phaseDelay = phaseDelayFromStart(engineSpeed, isNatural);
         fed = 0;
         end = output - std::llround(delay(rate));
     } else {
@@ -124,7 +140,7 @@ void Voice::placeConverter(std::int64_t output, double media, const Rate& rate)
 // frames up to there lie on analysis frames. Through the low-pass it can't.
 void Voice::placeAmidst(std::int64_t output, double media, const Rate& rate)
 {
-    phaseDelay = kPhaseDelayHops;
+    phaseDelay = usualPhaseDelay(speed, isNatural);
     const double heard = media + rate.delayIn; // the engine hears `media` at this input frame
     const double hops = heard / double(rate.hop);
     double position = 0.0; // of the first synthesis frame
@@ -196,7 +212,7 @@ void Voice::follow(const TimeMap& times, const Rate& rate)
     const double position = double(fed) / double(rate.hop) - 1.0 + double(clock);
     segment = segmentAt(times, end, rate);
     if (speed != times[segment].speed)
-        phaseDelay = kPhaseDelayHops;
+        phaseDelay = usualPhaseDelay(times[segment].speed, isNatural);
     speed = times[segment].speed;
     const double aim = positionAt(times, end + rate.hop, rate);
     const double drift = aim - (position + speed);
@@ -242,13 +258,13 @@ std::int64_t Voice::mostLagHops(double speed)
 
 bool Voice::isFiltered() const
 {
-    return lowPasses && isSlow(path == Path::vocoder ? vocoderSpeed(float(speed)) : float(speed));
+    return !isNatural && isSlow(path == Path::vocoder ? vocoderSpeed(float(speed)) : float(speed));
 }
 
 // The closest speed that sounds through the same filters.
 float Voice::nearSpeed(double wanted) const
 {
-    const float slowest = isFiltered() || !lowPasses ? kSlowestSpeed : 0.5f;
+    const float slowest = isFiltered() || isNatural ? kSlowestSpeed : 0.5f;
     const float fastest = isFiltered() ? std::nextafter(0.5f, 0.0f) : kFastestSpeed;
     return vocoderSpeed(std::clamp(float(wanted), slowest, fastest));
 }

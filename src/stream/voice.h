@@ -25,7 +25,7 @@ struct Rate {
     double delayIn;   // caller frames that low frequencies take through the engine's filters ahead
     double delayOut;  // of the analysis, and through those behind the synthesis
     bool pitchDrops;  // at the converter's speeds, as on a slowed tape
-    bool lowPasses;   // slow speeds sound through a low-pass
+    bool isNatural;   // no low-pass at slow speeds, phases locked between channels
     double fastest;   // most that a speed can be
     int pairs;        // of channels: each has an engine of its own
     bool isSmooth;    // work is spread over the frames that are handed out meanwhile
@@ -37,7 +37,7 @@ enum class Path { dry, vocoder, converter };
 /// input yields.
 struct Voice {
     Path path = Path::dry;
-    bool lowPasses = false;   // slow speeds sound through a low-pass
+    bool isNatural = false;   // see Rate
     double speed = 1.0;       // as asked for
     float engineSpeed = 1.0f; // as the engine is told
     float clock = 1.0f;       // the engine's own: synthesis position in hops, single precision

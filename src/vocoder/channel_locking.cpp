@@ -5,9 +5,9 @@
 // is heard. A partial, which covers several bins, so stays one sound, without a search for peaks.
 
 #include <algorithm>
-#include <cstdint>
 #include <iterator>
 
+#include "fixed/cache_line.h"
 #include "fixed/fixed.h"
 #include "fixed/floating_point.h"
 #include "kernels/sizes.h"
@@ -16,25 +16,22 @@
 
 namespace vsp {
 
-// Where a hop of output takes less than a hop of input, the running phases expect sound to be nearer
-// to the frame's beginning than it is, and what isn't a partial would come early: by some
-// milliseconds at 0.3. The neighbours' turns lean the other way, which moves the sound inside of a
-// partial's bins and leaves its pitch alone. 0.4 lies between what the envelopes and what the spectra
-// of recordings ask for.
-NeighbourWeights neighbourWeights(float speed)
+int Vocoder::firstRowOfStep() const
 {
-    const double t = 0.4 * std::max(1.0 - double(speed), 0.0); // tangent of half the angle
-    const double re = (1.0 - t * t) / (1.0 + t * t);
-    const double im = 2.0 * t / (1.0 + t * t);
-    return {int32_t(re * 32768.0), int32_t(im * 32768.0), int32_t((re * re - im * im) * 8192.0),
-            int32_t(2.0 * re * im * 8192.0)};
+    return std::min(int(frameClock + 0.5f * effectiveSpeed), phasorRing[0].size - 2);
+}
+
+// Below 1.0 the phases of this frame and of the next are those of two rows as they were analysed.
+int Vocoder::phaseRow() const
+{
+    return effectiveSpeed < 1.0f ? firstRowOfStep() : nearestRow();
 }
 
 void Vocoder::sumTurns()
 {
-    const int nearest = nearestRow();
+    const int row = phaseRow();
     kernels.sumTurns(turnSum(), {interpMag[0], interpMag[1]}, {synthPhasor[0], synthPhasor[1]},
-                     {phasorRing[0][nearest], phasorRing[1][nearest]});
+                     {phasorRing[0][row], phasorRing[1][row]});
     for (int band = 0; band < kBands; ++band)
         if (bandStatus[band] != kIdle)
             std::fill(turnSum() + bandTable[0][band], turnSum() + bandTable[1][band] + 1,
@@ -54,9 +51,28 @@ void Vocoder::takeTurns(const ComplexInt* total)
     std::copy(total, total + kLastBin, turnSum());
 }
 
+// The analysis phasors that the next synthesis frame would have if frequencies stayed: those that
+// this frame is given, moved on as they move between the two rows whose middle lies nearest to
+// the middle of this frame and the next.
+const ComplexShort* Vocoder::nextPhasors(int channel, PhasorRow& room) const
+{
+    const auto& rows = phasorRing[channel];
+    const int row = phaseRow();
+    const int from = firstRowOfStep();
+    if (from == row)
+        return rows[row + 1];
+    alignas(kLine) PhasorRow step;
+    kernels.phasorStep(step, rows[from], rows[from + 1]);
+    std::copy(rows[row], rows[row] + kBins, room);
+    kernels.phasorAdvance(room, step);
+    return room;
+}
+
 void Vocoder::turnBands(int channel)
 {
-    const int nearest = nearestRow();
+    const int row = phaseRow();
+    alignas(kLine) PhasorRow extrapolated;
+    const ComplexShort* const next = nextPhasors(channel, extrapolated);
     for (int band = 0; band < kBands;) {
         if (bandStatus[band] != kIdle) {
             ++band;
@@ -67,8 +83,8 @@ void Vocoder::turnBands(int channel)
             ++band;
         const int bins = bandTable[1][band - 1] + 1 - first;
         kernels.applyTurns(spectrum[channel] + first, synthPhasor[channel] + first, turns + first,
-                           interpMag[channel] + first, phasorRing[channel][nearest] + first,
-                           phasorRing[channel][nearest + 1] + first, bins);
+                           interpMag[channel] + first, phasorRing[channel][row] + first,
+                           next + first, bins);
     }
 }
 

@@ -137,7 +137,7 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
         lockPhases(1);
         if (does(Velora_VSP_Sound_EvenLevel))
             for (auto& channel : spectrum)
-                kernels.scaleSpectrum(channel, levelKeeper.gain_q14());
+                kernels.scaleSpectrum(channel, levelKeeper.gainQ14());
         for (int c = 0; c < 2; ++c)
             overlapAdd(c, spectrum[c]);
         break;
@@ -207,7 +207,7 @@ void Vocoder::lockPhases(int channel)
     int peaks = 0;
     if (does(Velora_VSP_Sound_LockedChannels)) {
         if (channel == 0)
-            kernels.commonTurns(turns, turnSum(), neighbourWeights(effectiveSpeed));
+            kernels.commonTurns(turns, turnSum());
         turnBands(channel);
         int listed = 0;
         if (gains)
@@ -240,7 +240,8 @@ void Vocoder::synthesiseBands(int channel)
             kernels.interpMagApplyPhase(X, M, older + first, newer + first, S, f_q15, n);
             break;
         case BandPath::reset: {
-            const ComplexShort* const analysed = phasorRing[channel][0] + first;
+            const int row = does(Velora_VSP_Sound_LockedChannels) ? nearestRow() : 0;
+            const ComplexShort* const analysed = phasorRing[channel][row] + first;
             kernels.interpMagApplyPhase(X, M, older + first, newer + first, analysed, f_q15, n);
             std::copy(analysed, analysed + n, S);
             break;

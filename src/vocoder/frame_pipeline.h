@@ -3,8 +3,6 @@
 
 #include <cstdint>
 
-#include "kernels/turns.h"
-
 namespace vsp {
 
 /// A band's countdown around an onset, in hops. When it starts, the frame with the onset is row 2
@@ -40,9 +38,5 @@ BandPath bandPath(int status, int hold);
 /// Gain that makes up for the energy that dense spectra lose at high speeds: 1 + w sin((speed - 1)
 /// pi/2), w growing from 0 at 5 peaks to 0.4 at 15. Below 1 between the speeds 3 and 5 and above 7.
 float peakDensityGain(int peaks, float speed);
-
-/// What the neighbours of a bin have to say about its turn when channels are locked to each other:
-/// half as much as itself those beside it, an eighth the next ones.
-NeighbourWeights neighbourWeights(float speed);
 
 } // namespace vsp

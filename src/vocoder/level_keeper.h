@@ -26,7 +26,7 @@ public:
     /// @param speed     hops of analysis that pass for one of synthesis
     void gaveHop(int64_t energy, double position, double speed);
     /// For the next synthesis frame, Q14: 0.9 to 1.6.
-    int32_t gain_q14() const { return int32_t(gain * 16384.0); }
+    int32_t gainQ14() const { return int32_t(gain * 16384.0); }
 
 private:
     static constexpr int kHistoryHops = 32;

@@ -214,6 +214,11 @@ private:
     // With LockedChannels: what follows reads the running phases before they advance.
     void sumTurns();
     void turnBands(int channel);
+    int
+    firstRowOfStep() const; // the first of two rows whose middle is nearest to that of this frame
+                            // and the next
+    int phaseRow() const;   // the row whose phases this frame is given
+    const ComplexShort* nextPhasors(int channel, PhasorRow& room) const;
     // Left and right go through one complex transform and differ by a step or two behind it even
     // where they were the same.
     void compareChannels(const Frame* in, int frames);

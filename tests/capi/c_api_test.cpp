@@ -10,6 +10,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "support/signals.h"
 #include "support/temporary_directory.h"
@@ -152,6 +153,20 @@ TEST(CInterface, AnswersEveryMistakeWithACodeAndEveryCodeWithAText)
     for (int code = VELORA_OK; code >= VELORA_ERROR_CHANGES - 1; --code)
         texts.insert(velora_error_text(code));
     EXPECT_EQ(texts.size(), 9u) << "each its own, an unknown one too";
+}
+
+// Rounded up, the last frame lies behind the end: that is no negative latency, which would be an
+// error.
+TEST(CInterface, LatencyAtTheEndIsNoError)
+{
+    for (const int frames : {4, 12, 1204}) {
+        const Handle c = create(44100, 1, VELORA_INT16);
+        std::vector<int16_t> samples(2000);
+        velora_stream_set_speed(c.get(), 8.0);
+        velora_stream_process(c.get(), samples.data(), frames, samples.data(), 0);
+        velora_stream_flush(c.get(), samples.data(), 2000);
+        EXPECT_EQ(velora_stream_latency_frames(c.get()), 0);
+    }
 }
 
 TEST(CInterface, ExportsItsOwnNamesOnly)

@@ -167,8 +167,7 @@ const Case kCases[] = {
          ComplexShort* const turns = phasors();
          auto* const sum = reinterpret_cast<ComplexInt*>(
              b.values<int32_t>(2 * (kBins + 2 * kTurnReach), 1 + b.pick(29)));
-         const auto weight = [&](int bits) { return b.values<int32_t>(1, bits)[0]; };
-         k.commonTurns(turns, sum + kTurnReach, {weight(16), weight(16), weight(14), weight(14)});
+         k.commonTurns(turns, sum + kTurnReach);
          k.applyTurns(b.bins(1), phasors(), turns, M, phasors(), phasors(), 1 + b.pick(kLastBin));
      }},
     {"split",

@@ -20,6 +20,7 @@
 
 #include <velora/bq.h>
 #include <velora/fft.h>
+#include <velora/stream.hpp>
 #include <velora/vsp.h>
 
 #include "support/owners.h"
@@ -260,6 +261,32 @@ TEST(Edges, TheLargestBlockPassesWhole)
     Caller caller;
     EXPECT_EQ(caller.engine->Exe(out.data(), in.data(), INT_MAX), INT_MAX);
     EXPECT_EQ(std::memcmp(out.data(), in.data(), Repeating::kPeriod), 0);
+}
+
+// More than the queries count frame by frame.
+TEST(Edges, AStreamTakesBlocksBeyond2To28Frames)
+{
+    if (sizeof(void*) < 8)
+        GTEST_SKIP() << "no room for such a block";
+    const size_t frames = (size_t(1) << 28) + 100001;
+    const size_t bytes = frames * 2 + Repeating::kPeriod - frames * 2 % Repeating::kPeriod;
+    const Repeating in(bytes);
+    const Repeating out(bytes);
+    if (!in.isComplete() || !out.isComplete())
+        GTEST_SKIP() << "this system refuses to map such a block";
+    std::memcpy(in.data(), kNoise.data(), kNoise.size());
+    const auto* const from = reinterpret_cast<const int16_t*>(in.data());
+    auto* const to = reinterpret_cast<int16_t*>(out.data());
+    velora::Stream<int16_t> stream(44100, 1, velora::Options{});
+    EXPECT_GE(stream.maxOutputFrames(frames), frames);
+    EXPECT_GE(stream.inputFramesFor(frames), size_t(1) << 28);
+    EXPECT_EQ(stream.process(from, frames, to, frames), frames);
+    EXPECT_EQ(std::memcmp(out.data(), in.data(), kNoise.size()), 0);
+    EXPECT_EQ(stream.clock().mediaFrame, int64_t(frames));
+    // What comes behind them is counted as exactly as ever.
+    stream.setSpeed(2.0);
+    const size_t wanted = stream.inputFramesFor(5000);
+    EXPECT_EQ(stream.process(from, wanted, to, 5000), 5000u);
 }
 
 TEST(Edges, InitBetweenPredictionAndProcessingStartsAnew)

@@ -89,7 +89,9 @@ TEST(Player, AReaderThatThrowsOrLiesHarmsNothing)
         std::out_of_range);
     EXPECT_EQ(stream.inputFrames(), 0);
     EXPECT_EQ(stream.pull(out.data(), 5000, [](float*, std::size_t n) { return 3 * n; }), 5000u);
-    EXPECT_LT(stream.pull(out.data(), 5000, [](float*, std::size_t) { return 0; }), 5000u);
+    const std::int64_t before = stream.inputFrames();
+    EXPECT_LT(stream.pull(out.data(), 5000, [](float*, std::size_t) { return -1; }), 5000u);
+    EXPECT_EQ(stream.inputFrames(), before) << "an error of the reader's is no sound";
 }
 
 // Whatever the speed, no step is larger than the tone's own, and the map goes on.
@@ -173,6 +175,89 @@ TEST(Player, PlansComeInAnyOrder)
     EXPECT_TRUE(out == in);
 }
 
+// Where a plan comes too late, and when setSpeed would be heard: that is the same frame.
+TEST(Player, LatePlansAreHeardAsSoonAsASpeedThatIsSet)
+{
+    std::minstd_rand random(4);
+    const auto speed = [&] { return 0.2 + double(random() % 2000) / 700.0; };
+    const std::vector<float> in = tone(2000);
+    std::vector<float> out(500);
+    for (int course = 0; course < 30; ++course) {
+        Stream<float> stream(kRate, 1, Options{});
+        for (int n = 0; n < 10; ++n) {
+            stream.setSpeed(speed());
+            stream.process(in.data(), 2000, out.data(), 1 + random() % 500);
+            stream.process(in.data(), 2000, out.data(), 1 + random() % 500);
+            const double late = speed();
+            const std::int64_t soonest = stream.changeFrame(late);
+            const std::int64_t media = stream.mediaFrameOf(stream.outputFrames());
+            for (const std::int64_t past : {std::int64_t(0), media - 1})
+                EXPECT_EQ(stream.setSpeedAt(past, late), soonest);
+            EXPECT_EQ(stream.speedAt(soonest), late);
+        }
+    }
+}
+
+// A speed is made, but before a frame of it is handed out another one takes its place, and that one
+// is taken back in turn: the sound keeps to the time map.
+TEST(Player, SpeedsThatAreNotHeardLeaveNoTrace)
+{
+    const std::vector<float> in(8 * 8000, 0.25f);
+    std::vector<float> out(8 * 8000);
+    for (std::size_t frames = 600; frames < 2200; frames += 40) {
+        Stream<float> stream(16000, 8, Options{});
+        const auto play = [&](std::size_t count) {
+            stream.process(in.data(), count, out.data(), 8000);
+        };
+        play(238);
+        stream.setSpeed(0.456);
+        play(frames);
+        stream.setSpeed(0.78);
+        play(320);
+        stream.setSpeed(0.43);
+        play(100);
+        stream.setSpeed(5.0);
+        play(8000);
+        EXPECT_LE(stream.mediaFrameOf(stream.outputFrames()), stream.inputFrames()) << frames;
+        EXPECT_LE(stream.inputFramesFor(64), stream.mostInputFrames(64)) << frames;
+    }
+}
+
+// A change that begins between two frames is dropped with the second one not handed out yet.
+TEST(Player, WhatTheNextFrameSoundsStaysWhateverIsDropped)
+{
+    const std::vector<float> in = tone(30000);
+    for (const std::int64_t at : {9990, 9991, 9992, 9993, 9994, 9995, 9996}) {
+        Stream<float> stream(kRate, 1, Options{});
+        stream.setSpeed(7.0);
+        const std::int64_t turn = stream.setSpeedAt(at, 0.2);
+        std::vector<float> out(std::size_t(turn), 0.0f);
+        ASSERT_EQ(stream.process(in.data(), in.size(), out.data(), out.size()), out.size());
+        const std::int64_t media = stream.mediaFrameOf(turn);
+        stream.setSpeed(0.3);
+        EXPECT_EQ(stream.mediaFrameOf(turn), media) << at;
+        stream.clearPlans();
+        EXPECT_EQ(stream.mediaFrameOf(turn), media) << at;
+    }
+}
+
+TEST(Player, AJumpForgetsPlansForWhatItLeavesOut)
+{
+    Stream<float> stream(kRate, 1, Options{});
+    std::vector<float> out;
+    stream.setSpeed(0.8);
+    stream.process(tone(20000), out);
+    stream.setSpeedAt(30000, 2.0);
+    EXPECT_TRUE(stream.jump(5000));
+    EXPECT_EQ(stream.speed(), 0.8);
+    EXPECT_GE(stream.setSpeedAt(9000, 1.5), 0); // of the stretch that goes in now
+    EXPECT_EQ(stream.speedAt(stream.outputFrameOf(8900)), 0.8);
+    EXPECT_EQ(stream.speedAt(stream.outputFrameOf(9010)), 1.5);
+    stream.setSpeed(1.2);
+    EXPECT_TRUE(stream.jump(0)); // a speed that was set is no plan
+    EXPECT_EQ(stream.speed(), 1.2);
+}
+
 TEST(Player, RefusesChangesBeyondWhatItWasMadeFor)
 {
     Options few;
@@ -182,6 +267,7 @@ TEST(Player, RefusesChangesBeyondWhatItWasMadeFor)
         EXPECT_GE(stream.setSpeedAt(10000 * n, 0.5 + n), 0);
     EXPECT_EQ(stream.setSpeedAt(50000, 2.0), -1);
     EXPECT_EQ(stream.speed(), 3.5);
+    EXPECT_GE(stream.setSpeedAt(20000, 1.9), 0) << "one for another";
     stream.setSpeed(1.2); // needs none of that room
     EXPECT_GE(stream.setSpeedAt(50000, 2.0), 0);
     few.fastest = 2.0;
@@ -258,6 +344,10 @@ TEST(Player, GoesOnThroughRequestsAndForgetsOnlyPlans)
     stream.clearPlans();
     EXPECT_EQ(stream.speed(), 2.0);
     EXPECT_EQ(stream.pull(nullptr, 64, reader), 0u);
+    stream.requestSpeed(2.5);
+    stream.reset();
+    stream.pull(out.data(), 64, reader);
+    EXPECT_EQ(stream.speed(), 1.0) << "as new";
 }
 
 // Input that has no room waits as far as it was said that it may, and is not lost.
@@ -283,6 +373,20 @@ TEST(Player, TakesNoMoreThanItHasRoomFor)
     free.process(in, expected);
     free.flush(expected);
     EXPECT_TRUE(out == expected);
+}
+
+// A request makes for more output than the stream has just said.
+TEST(Player, ARequestLosesNothingOfWhatFillsAVector)
+{
+    Options small;
+    small.longestBlock = 1;
+    Stream<float> stream(kRate, 1, small);
+    stream.setSpeed(8.0);
+    std::vector<float> out;
+    stream.process(tone(1000), out);
+    stream.requestSpeed(0.125);
+    stream.process(tone(100000), out);
+    EXPECT_EQ(stream.inputFrames(), 101000);
 }
 
 TEST(Player, AMovedFromStreamGivesNothing)

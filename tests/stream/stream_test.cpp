@@ -190,8 +190,16 @@ TEST(Stream, OutputDoesNotDependOnBlocksAndTheQueriesAreExact)
         // What is set is heard behind what was handed out; what is planned, where it was planned.
         const bool isPlanned = seed % 3 == 0;
 
-        Stream<std::int16_t> whole(rate, 3, pitch);
-        Stream<std::int16_t> cut(rate, 3, pitch);
+        // With all memory taken at the start the work is spread, and frames come bit by bit.
+        velora::Options bounded;
+        bounded.pitch = pitch;
+        bounded.longestBlock = bounded.changes = std::int64_t(frames);
+        const auto make = [&] {
+            return seed % 4 < 2 ? Stream<std::int16_t>(rate, 3, bounded)
+                                : Stream<std::int16_t>(rate, 3, pitch);
+        };
+        auto whole = make();
+        auto cut = make();
         if (isPlanned) {
             for (auto* const stream : {&whole, &cut})
                 for (const auto& [at, speed] : changes)

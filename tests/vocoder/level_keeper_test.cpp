@@ -13,7 +13,7 @@ using vsp::LevelKeeper;
 
 double gainOf(const LevelKeeper& keeper)
 {
-    return keeper.gain_q14() / 16384.0;
+    return keeper.gainQ14() / 16384.0;
 }
 
 // Hops of output at `speed` whose energy is `kept` of the input's, the gain put to it.

@@ -1,0 +1,301 @@
+// The gain over a stream's input: octaves in fixed point, and doubles of which every operation is
+// rounded by itself, so it is the same on every machine.
+
+#include "stream/level.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "convert/bridge.h"
+#include "fixed/floating_point.h"
+#include "fixed/sample_rates.h"
+
+namespace vsp {
+
+namespace {
+
+// Octaves are in Q16.
+constexpr std::int32_t kOctaveUnits = 1 << 16;
+constexpr double kOctave = kOctaveUnits;
+
+// Of a double.
+constexpr std::uint64_t kMantissa = (std::uint64_t(1) << 52) - 1;
+constexpr std::uint64_t kBitsOfOne = std::uint64_t(1023) << 52;
+
+// Peaks are brought to here, of full scale: stretching makes new ones, up to twice as high.
+constexpr double kWorkingPeak = 0.5;
+
+// Most gain, octaves: what lies below the last bit of the format needs no more.
+constexpr int kMostGain16 = 8;
+constexpr int kMostGainFine = 14;
+
+// Octaves a second by which the gain rises: 15 dB.
+constexpr double kRise = 2.5;
+
+// Share by which the limiter's gain comes back, a stretch: 5 ms at 48 kHz. A slower one would take
+// more than 1 dB from loud masters.
+constexpr double kLimiterRise = 1.0 / 4.0;
+
+// What the limiter keeps to, 16-bit units. Peaks of the last 0.3 dB are cut: that is less to be heard
+// than the level that they would cost.
+constexpr double kLimit = 34000.0;
+
+// Frames of output over which the inverse gain runs evenly.
+constexpr std::int64_t kStretch = 64;
+
+// Peaks are found in blocks of 2.7 to 5.4 ms, of which hops are made up.
+std::int64_t blockFramesFor(int sampleRate)
+{
+    std::int64_t frames = 128;
+    while (frames > 32 && frames * 187 > sampleRate)
+        frames /= 2;
+    return frames << rateShiftOf(sampleRate);
+}
+
+// log2(x) of a positive, normal x, Q16, within 0.1 of the last place, and up to one lower.
+std::int32_t octavesOf(double x)
+{
+    std::uint64_t bits;
+    std::memcpy(&bits, &x, sizeof bits);
+    const int exponent = int(bits >> 52) - 1023;
+    bits = (bits & kMantissa) | kBitsOfOne;
+    double mantissa; // 1 to 2
+    std::memcpy(&mantissa, &bits, sizeof mantissa);
+    const double z = (mantissa - 1.5) / (mantissa + 1.5);
+    const double z2 = z * z;
+    // 2 atanh(z) = ln(mantissa / 1.5)
+    const double series = z * (1.0 + z2 * (1.0 / 3.0 + z2 * (1.0 / 5.0 + z2 * (1.0 / 7.0))));
+    constexpr double kTwoPerLn2 = 2.8853900817779268;
+    constexpr double kLog2Of3Halves = 0.5849625007211562;
+    return std::int32_t((kLog2Of3Halves + kTwoPerLn2 * series) * kOctave) + exponent * kOctaveUnits;
+}
+
+// 2^(octaves / 2^16), within 2 in 10^8.
+double powerOfTwo(std::int32_t octaves)
+{
+    const std::int32_t whole = octaves >> 16;
+    const double y = (double(octaves - whole * kOctaveUnits) / kOctave - 0.5) * 0.6931471805599453;
+    const double y2 = y * y;
+    // exp(y) times the root of 2
+    const double even = 1.0 + y2 * (1.0 / 2.0 + y2 * (1.0 / 24.0 + y2 * (1.0 / 720.0)));
+    const double odd = y * (1.0 + y2 * (1.0 / 6.0 + y2 * (1.0 / 120.0 + y2 * (1.0 / 5040.0))));
+    const std::uint64_t bits = std::uint64_t(1023 + whole) << 52;
+    double scale;
+    std::memcpy(&scale, &bits, sizeof scale);
+    return (even + odd) * (1.4142135623730951 * scale);
+}
+
+float unitOf(Velora_BitDepth_T depth)
+{
+    switch (depth) {
+    case Velora_BitDepth_24:
+        return 1.0f / 256.0f;
+    case Velora_BitDepth_32:
+        return 1.0f / 65536.0f;
+    case Velora_BitDepth_Float:
+        return 32768.0f;
+    case Velora_BitDepth_16:
+        break;
+    }
+    return 1.0f;
+}
+
+} // namespace
+
+LevelCurve::LevelCurve(int sampleRate, Velora_BitDepth_T bitDepth, std::int64_t lookAheadFrames,
+                       std::int64_t mostFrames, const LevelKernels& table)
+    : kernels(table), depth(bitDepth), blockFrames(blockFramesFor(sampleRate)),
+      ahead(std::max<std::int64_t>(lookAheadFrames / blockFrames - 1, 0)),
+      mostGain((depth == Velora_BitDepth_16 ? kMostGain16 : kMostGainFine) * kOctaveUnits),
+      rise(std::int32_t(kRise * kOctave * double(blockFrames) / sampleRate)),
+      blocks(std::size_t(mostFrames / blockFrames + 2)), bears(std::size_t(ahead + 1)),
+      raised(std::size_t(std::max<std::int64_t>(ahead, 1)))
+{
+    restart(0);
+}
+
+void LevelCurve::restart(std::int64_t frame)
+{
+    first = frame;
+    frames = 0;
+    known = 0;
+    whole = 0;
+    peak = 0.0f;
+    blocks[0] = {{0, 1.0f}, {0, 1.0f}};
+}
+
+std::int64_t LevelCurve::settled() const
+{
+    return first + known * blockFrames;
+}
+
+void LevelCurve::append(const PairQueue& input)
+{
+    while (end() < input.end()) {
+        const std::int64_t left = blockFrames - frames % blockFrames;
+        const std::int64_t count = std::min(left, input.end() - end());
+        takePeaks(input, count);
+        frames += count;
+        if (count == left)
+            endBlock();
+    }
+}
+
+void LevelCurve::takePeaks(const PairQueue& input, std::int64_t count)
+{
+    const int samples = int(2 * count);
+    for (int pair = 0; pair < input.pairCount(); ++pair) {
+        const std::byte* const in = input.at(pair, end());
+        float found = 0.0f;
+        if (depth == Velora_BitDepth_Float)
+            found = kernels.peakFloat(reinterpret_cast<const float*>(in), samples);
+        else if (depth == Velora_BitDepth_16)
+            found = float(kernels.peak16(reinterpret_cast<const std::int16_t*>(in), samples));
+        else
+            found = float(kernels.peak32(reinterpret_cast<const std::int32_t*>(in), samples));
+        peak = std::max(peak, found * (unitOf(depth) / 32768.0f));
+    }
+}
+
+// The block that came in last is whole: what gain it bears, and that of the one a look-ahead before.
+void LevelCurve::endBlock()
+{
+    // A peak below the least one would ask for more than the most gain.
+    constexpr float kLeastPeak = 1.0f / 65536.0f;
+    const double level = double(std::clamp(peak, kLeastPeak, kMostPeak));
+    peak = 0.0f;
+    bears[std::size_t(whole % (ahead + 1))] = std::min(octavesOf(kWorkingPeak / level), mostGain);
+    ++whole;
+    if (whole > ahead)
+        settleBlock();
+}
+
+void LevelCurve::settleBlock()
+{
+    const std::int32_t lowest = lowestAhead();
+    const auto averaged = std::int64_t(raised.size());
+    if (known == 0) {
+        std::fill(raised.begin(), raised.end(), lowest);
+        sum = averaged * lowest;
+    }
+    const std::int32_t before = raised[std::size_t((known + averaged - 1) % averaged)];
+    std::int32_t& place = raised[std::size_t(known % averaged)];
+    const std::int32_t now = std::min(lowest, before + rise);
+    sum += now - place;
+    place = now;
+
+    // Each of those that are averaged is no more than this block and the next one bear. Without a
+    // look-ahead there is but one, and the gain falls in a step.
+    const auto octaves = std::int32_t(sum / averaged);
+    const End end{octaves, float(powerOfTwo(octaves))};
+    const bool goesOn =
+        known > 0 && block(known - 1).last.octaves <= bears[std::size_t(known % (ahead + 1))];
+    const Block settled{goesOn ? block(known - 1).last : end, end};
+    blocks[std::size_t(known % std::int64_t(blocks.size()))] = settled;
+    ++known;
+}
+
+// What the block that is to be settled, and those up to a look-ahead behind it, bear.
+std::int32_t LevelCurve::lowestAhead()
+{
+    const std::int32_t newest = bears[std::size_t((whole - 1) % (ahead + 1))];
+    if (known == 0 || lowestBlock < known) {
+        lowestBlock = known;
+        for (std::int64_t n = known; n < whole; ++n)
+            if (bears[std::size_t(n % (ahead + 1))] <=
+                bears[std::size_t(lowestBlock % (ahead + 1))])
+                lowestBlock = n;
+    } else if (newest <= bears[std::size_t(lowestBlock % (ahead + 1))]) {
+        lowestBlock = whole - 1;
+    }
+    return bears[std::size_t(lowestBlock % (ahead + 1))];
+}
+
+// The closest block that is known and not forgotten.
+const LevelCurve::Block& LevelCurve::block(std::int64_t number) const
+{
+    const auto size = std::int64_t(blocks.size());
+    const std::int64_t newest = std::max<std::int64_t>(known - 1, 0);
+    const std::int64_t oldest = std::max<std::int64_t>(known - size, 0);
+    return blocks[std::size_t(std::clamp(number, oldest, newest) % size)];
+}
+
+double LevelCurve::inverseAt(double frame) const
+{
+    const double position =
+        std::clamp((frame - double(first)) / double(blockFrames), 0.0, double(known));
+    const auto number = std::min(std::int64_t(position), std::max<std::int64_t>(known - 1, 0));
+    const Block& at = block(number);
+    const double begin = double(at.first.gain);
+    return 1.0 / (begin + (double(at.last.gain) - begin) * (position - double(number)));
+}
+
+void LevelCurve::scaleIn(std::int16_t (*out)[2], const std::byte* in, std::int64_t frame,
+                         std::int64_t count) const
+{
+    const float unit = unitOf(depth);
+    while (count > 0) {
+        const std::int64_t into = (frame - first) % blockFrames;
+        const Block& at = block((frame - first) / blockFrames);
+        const std::int64_t part = std::min(count, blockFrames - into);
+        const float step = (at.last.gain - at.first.gain) / float(blockFrames);
+        const Ramp gain{(at.first.gain + step * float(into)) * unit, step * unit};
+        if (depth == Velora_BitDepth_Float)
+            kernels.inFloat(*out, reinterpret_cast<const float*>(in), gain, int(part));
+        else if (depth == Velora_BitDepth_16)
+            kernels.in16(*out, reinterpret_cast<const std::int16_t*>(in), gain, int(part));
+        else
+            kernels.in32(*out, reinterpret_cast<const std::int32_t*>(in), gain, int(part));
+        out += part;
+        in += part * bytesPerFrame(depth);
+        frame += part;
+        count -= part;
+    }
+}
+
+void LevelCurve::scaleOut(std::byte* out, const std::int16_t (*in)[2], std::int64_t count,
+                          double from, double speed, PeakLimiter& limiter) const
+{
+    const double unit = 1.0 / double(unitOf(depth));
+    double begin = inverseAt(from);
+    double most = limitAt(in, std::min(count, kStretch), begin);
+    for (std::int64_t done = 0; done < count; done += kStretch) {
+        const std::int64_t part = std::min(count - done, kStretch);
+        const double end = inverseAt(from + double(done + part) * speed);
+        const double nextMost =
+            limitAt(in + done + part, std::min(count - done - part, kStretch), end);
+        const double limit = limiter.gain;
+        limiter.gain = std::min({limit + (1.0 - limit) * kLimiterRise, most, nextMost});
+        const double head = begin * limit * unit;
+        const double tail = end * limiter.gain * unit;
+        write(out, in + done, {float(head), float((tail - head) / double(part))}, part);
+        out += part * bytesPerFrame(depth);
+        begin = end;
+        most = nextMost;
+    }
+}
+
+// The most gain, up to 1, that brings no frame of a stretch beyond full scale.
+double LevelCurve::limitAt(const std::int16_t (*in)[2], std::int64_t count, double inverse) const
+{
+    if (depth == Velora_BitDepth_Float || count <= 0)
+        return 1.0;
+    const double highest = double(kernels.peak16(*in, int(2 * count)) + 1) * inverse;
+    return highest > kLimit ? kLimit / highest : 1.0;
+}
+
+void LevelCurve::write(std::byte* out, const std::int16_t (*in)[2], Ramp gain,
+                       std::int64_t count) const
+{
+    const int stretch = int(count);
+    if (depth == Velora_BitDepth_Float)
+        kernels.outFloat(reinterpret_cast<float*>(out), *in, gain, stretch);
+    else if (depth == Velora_BitDepth_16)
+        kernels.out16(reinterpret_cast<std::int16_t*>(out), *in, gain, stretch);
+    else if (depth == Velora_BitDepth_24)
+        kernels.out24(reinterpret_cast<std::int32_t*>(out), *in, gain, stretch);
+    else
+        kernels.out32(reinterpret_cast<std::int32_t*>(out), *in, gain, stretch);
+}
+
+} // namespace vsp
