@@ -188,8 +188,9 @@ public:
     /// To be called when all of `engines` have processed the same hop: the onset that any of them
     /// found in it counts for all. Onsets then fall on the same frames in all of them.
     static void ShareOnsets(Velora_VSP_Interface* const* engines, int count);
-    /// To be called when all of `engines`, with LockedChannels, have done the first stage of the same
-    /// GiveHop: phases are then locked between the channels of all of them.
+
+    /// To be called when all of `engines`, at most 16 and with LockedChannels, have done the first
+    /// stage of the same GiveHop: phases are then locked between the channels of all of them.
     static void ShareTurns(Velora_VSP_Interface* const* engines, int count);
 };
 

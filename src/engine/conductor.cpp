@@ -1,5 +1,5 @@
 // What players need that lead several engines as one: speeds that change without a transition, and
-// onsets that fall on the same frames in all engines.
+// onsets and phases that are the same in all engines.
 
 #include <algorithm>
 
@@ -65,9 +65,8 @@ void Velora_VSP_Conductor::ShareOnsets(Velora_VSP_Interface* const* engines, int
 void Velora_VSP_Conductor::ShareTurns(Velora_VSP_Interface* const* engines, int count)
 {
     vsp::ComplexInt total[vsp::kBins] = {};
-    std::for_each(engines, engines + count, [&](Velora_VSP_Interface* engine) {
-        engineOf(engine).addTurnsTo(total);
-    });
+    std::for_each(engines, engines + count,
+                  [&](Velora_VSP_Interface* engine) { engineOf(engine).addTurnsTo(total); });
     std::for_each(engines, engines + count,
                   [&](Velora_VSP_Interface* engine) { engineOf(engine).takeTurns(total); });
 }

@@ -94,11 +94,12 @@ struct KernelTable {
     /// @param A    [channel] analysis phasors
     void (*sumTurns)(ComplexInt* sum, const int32_t* const (&M)[2],
                      const ComplexShort* const (&S)[2], const ComplexShort* const (&A)[2]);
-    /// The direction of each bin of `sum`, its neighbours counted in at half their weight; phase 0
-    /// where there is nothing. Bin 0 keeps its phase, so that a constant stays one, and so does bin 1
-    /// below it, which then belongs to the constant.
+    /// The direction of each bin of `sum` and of its neighbours together, those beside it at half
+    /// their weight, the next ones at an eighth; phase 0 where
+    /// there is nothing. Bin 0 keeps its phase, so that a constant stays one, and so does bin 1 below
+    /// it, which then belongs to the constant.
     /// @param turns  Q14, length 1.0 within 0.4 %
-    /// @param sum    [kBins + 1], each component below 2^29
+    /// @param sum    bins -kTurnReach to kLastBin + kTurnReach, moduli below 2^29
     void (*commonTurns)(ComplexShort* turns, const ComplexInt* sum);
     /// X = M turn A, the spectrum of this frame; S = turn next, the running phasors for the one
     /// that follows. All arrays [n].

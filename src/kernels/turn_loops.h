@@ -68,20 +68,28 @@ VSP_INLINE void unitPhasor(V& outRe, V& outIm, V re, V im)
     outIm = roundQ14(mulShort(nearIm, gain));
 }
 
+/// Adds the bins `distance` below and above bin k, shifted down.
+template <int distance, int shift, class V>
+VSP_INLINE void addNeighbours(V& re, V& im, const ComplexInt* sum, int k)
+{
+    V belowRe, belowIm, aboveRe, aboveIm;
+    loadPairs(sum + k - distance, belowRe, belowIm);
+    loadPairs(sum + k + distance, aboveRe, aboveIm);
+    re = wrapAdd(re, shiftRight<shift>(wrapAdd(belowRe, aboveRe)));
+    im = wrapAdd(im, shiftRight<shift>(wrapAdd(belowIm, aboveIm)));
+}
+
 template <class V>
 void commonTurns(ComplexShort* turns, const ComplexInt* sum)
 {
     forBins<V>(kLastBin, [=](int n, auto lanes) {
         using W = decltype(lanes);
         const int k = n + 1;
-        W belowRe, belowIm, re, im, aboveRe, aboveIm;
-        loadPairs(sum + k - 1, belowRe, belowIm);
+        W re, im, turnRe, turnIm;
         loadPairs(sum + k, re, im);
-        loadPairs(sum + k + 1, aboveRe, aboveIm);
-        re = wrapAdd(re, wrapAdd(shiftRight<1>(belowRe), shiftRight<1>(aboveRe)));
-        im = wrapAdd(im, wrapAdd(shiftRight<1>(belowIm), shiftRight<1>(aboveIm)));
+        addNeighbours<1, 1>(re, im, sum, k);
+        addNeighbours<2, 3>(re, im, sum, k);
         const W silent = equal(max(wrapAbs(re), wrapAbs(im)), set1(0, W{}));
-        W turnRe, turnIm;
         unitPhasor(turnRe, turnIm, re, im);
         storeShortPairs(turns + k, select(silent, set1(kOneQ14, W{}), turnRe),
                         select(silent, set1(0, W{}), turnIm));

@@ -19,17 +19,20 @@ namespace {
 constexpr int kAnalysisDelayHops = 4;
 constexpr int kSynthesisDelayHops = 2;
 
-// Analysis frames that the engine has beyond the two around a synthesis frame.
-constexpr int kFramesAhead = 2;
+// Up to this speed the natural sound knows how phases turn in the middle of two synthesis frames.
+constexpr double kFastestInTime = 2.0;
 
 // From one synthesis frame to the next phases turn as they did from one analysis frame to the next
 // one. What sounds then is late by the way from the middle of these two to the middle of those, in
 // hops of output. The bare engine takes the two around the synthesis frame, at `position` behind the
-// first of them, the natural sound those of which the middle lies nearest.
+// first of them. The natural sound takes those of which the middle lies nearest; above that speed
+// the nearest analysis frame and the next.
 double phaseDelayAt(double position, double speed, bool isNatural)
 {
     const double middle = position + 0.5 * speed;
-    const double first = isNatural ? std::min(std::floor(middle), double(kFramesAhead)) : 0.0;
+    double first = 0.0;
+    if (isNatural)
+        first = std::floor(speed > kFastestInTime ? position + 0.5 : middle);
     return (middle - (first + 0.5)) / speed;
 }
 
@@ -52,7 +55,7 @@ double usualPhaseDelay(double speed, bool isNatural)
 {
     if (!isNatural)
         return 0.5;
-    return speed > 2.0 * kFramesAhead ? 0.5 - kFramesAhead / speed : 0.0;
+    return speed > kFastestInTime ? 0.5 - 0.5 / speed : 0.0;
 }
 
 // Output hops that the sound may be away from the time map: far more than rounding makes.

@@ -16,49 +16,63 @@
 
 namespace vsp {
 
+// Far from this frame's own rows frequencies are those of another sound.
+int Vocoder::firstRowOfStep() const
+{
+    constexpr float kFastest = 2.0f;
+    return effectiveSpeed > kFastest ? nearestRow() : int(frameClock + 0.5f * effectiveSpeed);
+}
+
+// Below 1.0 the phases of this frame and of the next are those of two rows as they were analysed.
+int Vocoder::phaseRow() const
+{
+    return effectiveSpeed < 1.0f ? firstRowOfStep() : nearestRow();
+}
+
 void Vocoder::sumTurns()
 {
-    const int nearest = nearestRow();
-    kernels.sumTurns(turnSum, {interpMag[0], interpMag[1]}, {synthPhasor[0], synthPhasor[1]},
-                     {phasorRing[0][nearest], phasorRing[1][nearest]});
+    const int row = phaseRow();
+    kernels.sumTurns(turnSum(), {interpMag[0], interpMag[1]}, {synthPhasor[0], synthPhasor[1]},
+                     {phasorRing[0][row], phasorRing[1][row]});
     for (int band = 0; band < kBands; ++band)
         if (bandStatus[band] != kIdle)
-            std::fill(turnSum + bandTable[0][band], turnSum + bandTable[1][band] + 1,
+            std::fill(turnSum() + bandTable[0][band], turnSum() + bandTable[1][band] + 1,
                       ComplexInt{0, 0});
 }
 
 void Vocoder::addTurnsTo(ComplexInt* total) const
 {
+    const ComplexInt* const own = turnSumRow + kTurnMargin;
     for (int bin = 0; bin < kLastBin; ++bin)
-        total[bin] = {fx::wrapAdd(total[bin].re, turnSum[bin].re),
-                      fx::wrapAdd(total[bin].im, turnSum[bin].im)};
+        total[bin] = {fx::wrapAdd(total[bin].re, own[bin].re),
+                      fx::wrapAdd(total[bin].im, own[bin].im)};
 }
 
 void Vocoder::takeTurns(const ComplexInt* total)
 {
-    std::copy(total, total + kLastBin, turnSum);
+    std::copy(total, total + kLastBin, turnSum());
 }
 
-// The analysis phasors that the next synthesis frame would have if frequencies stayed: those of the
-// row nearest to this frame, moved on as they move between the two rows whose middle lies nearest to
+// The analysis phasors that the next synthesis frame would have if frequencies stayed: those that
+// this frame is given, moved on as they move between the two rows whose middle lies nearest to
 // the middle of this frame and the next.
 const ComplexShort* Vocoder::nextPhasors(int channel, PhasorRow& room) const
 {
     const auto& rows = phasorRing[channel];
-    const int nearest = nearestRow();
-    const int from = std::min(int(frameClock + 0.5f * effectiveSpeed), rows.size - 2);
-    if (from == nearest)
-        return rows[nearest + 1];
+    const int row = phaseRow();
+    const int from = firstRowOfStep();
+    if (from == row)
+        return rows[row + 1];
     alignas(kLine) PhasorRow step;
     kernels.phasorStep(step, rows[from], rows[from + 1]);
-    std::copy(rows[nearest], rows[nearest] + kBins, room);
+    std::copy(rows[row], rows[row] + kBins, room);
     kernels.phasorAdvance(room, step);
     return room;
 }
 
 void Vocoder::turnBands(int channel)
 {
-    const int nearest = nearestRow();
+    const int row = phaseRow();
     alignas(kLine) PhasorRow extrapolated;
     const ComplexShort* const next = nextPhasors(channel, extrapolated);
     for (int band = 0; band < kBands;) {
@@ -71,9 +85,24 @@ void Vocoder::turnBands(int channel)
             ++band;
         const int bins = bandTable[1][band - 1] + 1 - first;
         kernels.applyTurns(spectrum[channel] + first, synthPhasor[channel] + first, turns + first,
-                           interpMag[channel] + first, phasorRing[channel][nearest] + first,
+                           interpMag[channel] + first, phasorRing[channel][row] + first,
                            next + first, bins);
     }
+}
+
+void Vocoder::compareChannels(const Frame* in, int frames)
+{
+    int difference = 0;
+    for (int n = 0; n < frames; ++n)
+        difference |= in[n][0] ^ in[n][1];
+    alikeHops = difference == 0 ? std::min(alikeHops + 1, kAlikeHops) : 0;
+}
+
+void Vocoder::makeChannelsAlike(Frame* out, int frames) const
+{
+    if (alikeHops == kAlikeHops)
+        for (int n = 0; n < frames; ++n)
+            out[n][1] = out[n][0];
 }
 
 } // namespace vsp

@@ -60,7 +60,7 @@ int Vocoder::Velora_VSP_frame(Frame* out, const Frame* in, int frames, int writt
 
 void Vocoder::takeHop(const Frame* in, int frames)
 {
-    beginHop();
+    beginHop(in, frames);
     Velora_VSP_LPHP_separate(in, frames);
     for (int stage = kFirstAfterSeparation; stage < kTakeStages; ++stage)
         takeStage(stage, in, frames);
@@ -70,7 +70,7 @@ void Vocoder::takeStage(int stage, const Frame* in, int frames)
 {
     switch (stage) {
     case 0:
-        beginHop();
+        beginHop(in, frames);
         turnHighBand();
         separate(in, 0, frames / 2);
         break;
@@ -93,12 +93,14 @@ void Vocoder::takeStage(int stage, const Frame* in, int frames)
     }
 }
 
-void Vocoder::beginHop()
+void Vocoder::beginHop(const Frame* in, int frames)
 {
     endHop();
     hopPart = HopPart::analysed;
     frameClock -= 1.0f;
     ++hopsSinceFrame;
+    if (does(Velora_VSP_Sound_LockedChannels))
+        compareChannels(in, frames);
 }
 
 void Vocoder::findOnset()
@@ -149,6 +151,8 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
     default:
         Velora_VSP_Combine_HP(frames);
         Velora_VSP_LP_interpolate(out, frames >> hopIndex, frames);
+        if (does(Velora_VSP_Sound_LockedChannels))
+            makeChannelsAlike(out, frames);
         for (int8_t& hold : bandHold)
             hold = hold > 0 ? int8_t(hold - 1) : int8_t(0);
         frameClock += effectiveSpeed;
@@ -204,7 +208,7 @@ void Vocoder::lockPhases(int channel)
     int peaks = 0;
     if (does(Velora_VSP_Sound_LockedChannels)) {
         if (channel == 0)
-            kernels.commonTurns(turns, turnSum);
+            kernels.commonTurns(turns, turnSum());
         turnBands(channel);
         int listed = 0;
         if (gains)

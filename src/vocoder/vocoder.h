@@ -20,6 +20,7 @@
 #include "kernels/band_split.h"
 #include "kernels/peaks.h"
 #include "kernels/sizes.h"
+#include "kernels/turns.h"
 #include "vocoder/level_keeper.h"
 
 namespace vsp {
@@ -121,6 +122,7 @@ protected:
         clear(bandCog, bandFlagRing, transientThreshold, transientDecision, transientDecisionPrev);
         clear(bandStatus, bandRingIndex, bandHold);
         clear(interpMag);
+        alikeHops = kAlikeHops;
         for (auto& phasors : synthPhasor)
             std::fill(std::begin(phasors), std::end(phasors), kPhaseZero);
         outputLimit = kNoLimit;
@@ -184,9 +186,9 @@ protected:
     alignas(kLine) PhasorRow synthPhasor[2];       // history: running phases, Q14
     alignas(kLine) int16_t peakList[kMaxPeaks];    // this synthesis frame
     // With LockedChannels: what this frame's analysis phases are turned by.
-    alignas(kLine) SpectrumRow turnSum = {}; // all channels' weighted turns; 0 from bin 256 on, and
-                                             // in bands in an onset's countdown
-    alignas(kLine) PhasorRow turns;          // Q14
+    alignas(kLine) SpectrumRow turnSumRow = {}; // turnSum and room on both sides of it
+    alignas(kLine) PhasorRow turns;             // Q14
+    int alikeHops = kAlikeHops; // history, with LockedChannels: hops whose channels were the same
 
     LevelKeeper levelKeeper; // history, with EvenLevel: level of the low band
 
@@ -197,7 +199,13 @@ protected:
     alignas(kLine) Frame carryBuf[kSlowestRatio * kPieceFrames];
 
 private:
-    void beginHop();
+    /// When so many hops had the same sound left and right, nothing else is heard any more: a frame of
+    /// four and three of look-ahead are analysed, and four frames, up to eight hops apart, overlap.
+    static constexpr int kAlikeHops = 4 + 3 + 4 * 8;
+    static constexpr int kTurnMargin = kLine / int(sizeof(ComplexInt)); // bins
+    static_assert(kTurnMargin >= kTurnReach && kTurnMargin + kBins + kTurnReach <= kRowBins);
+
+    void beginHop(const Frame* in, int frames);
     void endHop();
     /// A part of Velora_VSP_LPHP_separate: frames from..to - 1, `from` a multiple of bandFactor.
     void separate(const Frame* in, int from, int to);
@@ -210,7 +218,17 @@ private:
     // With LockedChannels: what follows reads the running phases before they advance.
     void sumTurns();
     void turnBands(int channel);
+    // The first of the two rows whose middle is nearest to the middle of this frame and the next: up
+    // to a speed of 2.
+    int firstRowOfStep() const;
+    int phaseRow() const; // the row whose phases this frame is given
     const ComplexShort* nextPhasors(int channel, PhasorRow& room) const;
+    // Left and right go through one complex transform and differ by a step or two behind it even
+    // where they were the same.
+    void compareChannels(const Frame* in, int frames);
+    void makeChannelsAlike(Frame* out, int frames) const;
+    /// All channels' weighted turns [kBins]; 0 from bin 256 on, and in bands in an onset's countdown.
+    ComplexInt* turnSum() { return turnSumRow + kTurnMargin; }
     void turnHighBand();
     const Frame* highBandHop(int number) const;
     int segmentStart(int frames) const;

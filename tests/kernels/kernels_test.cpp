@@ -11,6 +11,7 @@
 #include "kernels/kernel_table.h"
 #include "kernels/peaks.h"
 #include "kernels/sizes.h"
+#include "kernels/turns.h"
 
 #include <gtest/gtest.h>
 
@@ -161,13 +162,12 @@ const Case kCases[] = {
              return reinterpret_cast<ComplexShort*>(b.values<int16_t>(2 * kBins, 15));
          };
          const int32_t* const M = b.values<int32_t>(kBins, 25);
-         ComplexInt* const sum = b.bins(1);
-         k.sumTurns(sum, {M, b.values<int32_t>(kBins, 2 + b.pick(24))}, {phasors(), phasors()},
-                    {phasors(), phasors()});
+         k.sumTurns(b.bins(1), {M, b.values<int32_t>(kBins, 2 + b.pick(24))},
+                    {phasors(), phasors()}, {phasors(), phasors()});
          ComplexShort* const turns = phasors();
-         k.commonTurns(turns, sum);
-         k.commonTurns(turns, reinterpret_cast<ComplexInt*>(
-                                  b.values<int32_t>(2 * kBins + 2, 1 + b.pick(30))));
+         auto* const sum = reinterpret_cast<ComplexInt*>(
+             b.values<int32_t>(2 * (kBins + 2 * kTurnReach), 1 + b.pick(29)));
+         k.commonTurns(turns, sum + kTurnReach);
          k.applyTurns(b.bins(1), phasors(), turns, M, phasors(), phasors(), 1 + b.pick(kLastBin));
      }},
     {"split",
