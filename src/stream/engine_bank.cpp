@@ -12,8 +12,7 @@ namespace vsp {
 
 EngineBank::EngineBank(const StreamSettings& settings, const LevelCurve* curve)
     : sampleRate(settings.sampleRate), depth(settings.depth), level(curve),
-      sharesTurns(settings.channels > 2 &&
-                  (settings.sound & Velora_VSP_Sound_LockedChannels) != 0)
+      sharesTurns(settings.channels > 2 && (settings.sound & Velora_VSP_Sound_LockedChannels) != 0)
 {
     for (int channel = 0; channel < settings.channels; channel += 2) {
         owned.emplace_back(nullptr);

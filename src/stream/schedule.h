@@ -170,10 +170,7 @@ private:
         return frames == 0 ? 0 : ((until - primeFrom) * primeStages + frames - 1) / frames;
     }
     /// Whether the next voice has given what the fade takes and can go on smoothly.
-    bool isPrimed() const
-    {
-        return next.end >= faded() && made(next) > joinOutput;
-    }
+    bool isPrimed() const { return next.end >= faded() && made(next) > joinOutput; }
     bool wantsPriming(std::int64_t until) const
     {
         return join == Join::running && !isPrimed() && primed < stagesToHold(until);
@@ -189,10 +186,7 @@ private:
             return kForever;
         return voice.isDry() ? voice.fed - input + until - voice.end : stepFor(voice);
     }
-    std::int64_t stepFor(const Voice& voice) const
-    {
-        return voice.inputWanted(rate) - input;
-    }
+    std::int64_t stepFor(const Voice& voice) const { return voice.inputWanted(rate) - input; }
 
     /// Output up to which the voice that sounds is to be made for output up to `until`: to the end of
     /// the fade once the next voice is there, too; where work is spread, little by little before.
@@ -246,9 +240,8 @@ private:
     std::int64_t stagesToPrime(std::int64_t until) const
     {
         const std::int64_t left = stagesToHold(until) - primed;
-        return next.end < faded()
-                   ? left
-                   : std::min(left, stagesToMake(next, joinOutput + 1) - next.ahead);
+        return next.end < faded() ? left
+                                  : std::min(left, stagesToMake(next, joinOutput + 1) - next.ahead);
     }
 
     /// Up to `most` stages, but at least one, of the voice's next step. Returns how many: 0 if there
@@ -340,8 +333,7 @@ private:
         next.segment = index;
         next.place(joinOutput, s.mediaAt(double(joinOutput)), rate);
         now.segment = std::min(now.segment, std::max<std::size_t>(index, 1) - 1);
-        primeFrom =
-            std::min(joinOutput, std::max(earliest, joinOutput - kSpreadHops * rate.hop));
+        primeFrom = std::min(joinOutput, std::max(earliest, joinOutput - kSpreadHops * rate.hop));
         primed = 0;
         primeStages = next.isDry() ? 0 : allStagesToPrime(times);
     }

@@ -79,9 +79,8 @@ std::int64_t waitingFrames(const StreamSettings& settings, std::int64_t hop)
 } // namespace
 
 Stream::Stream(const StreamSettings& settings)
-    : fixed(settings),
-      sound(fixed, waitingFrames(fixed, hopOf(fixed)) + fixed.longestBlock,
-            std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
+    : fixed(settings), sound(fixed, waitingFrames(fixed, hopOf(fixed)) + fixed.longestBlock,
+                             std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
       schedule(rateOf(fixed, sound)),
       places(std::size_t(fixed.changes > 0 ? fixed.changes : kUsualChanges)),
       before(fixed.channels, fixed.depth, blendFrames()),
@@ -116,8 +115,7 @@ void Stream::setSpeed(double wanted, std::int64_t withinFrames)
     if (voice.speed == speed() && map().last().output <= double(output))
         return;
     makeRoomForChange(); // if there is none, turnAtOutput makes do
-    const std::size_t cut =
-        withinFrames > 0 ? map().end() : sound.map.cut(schedule.joinFrame());
+    const std::size_t cut = withinFrames > 0 ? map().end() : sound.map.cut(schedule.joinFrame());
     schedule.replan(std::min(cut, sound.map.turnAtOutput(output, voice.speed)), sound);
     setFrame = output;
     publish();

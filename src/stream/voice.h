@@ -29,8 +29,8 @@ struct Rate {
     double fastest;   // most that a speed can be
     std::int64_t lookAhead;       // input frames that must have come in beyond a hop that is taken
     std::int64_t lookAheadOfPart; // and beyond what the converter takes
-    int pairs;        // of channels: each has an engine of its own
-    bool isSmooth;    // work is spread over the frames that are handed out meanwhile
+    int pairs;                    // of channels: each has an engine of its own
+    bool isSmooth;                // work is spread over the frames that are handed out meanwhile
 };
 
 enum class Path { dry, vocoder, converter };

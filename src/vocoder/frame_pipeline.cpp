@@ -165,6 +165,7 @@ void Vocoder::prime(float hops)
     frameClock = hops > 1.0f ? std::min(hops, kMost) : 1.0f;
     startsInPhase = true;
     unheardHops = 3;
+    levelKeeper.startInPhase();
 }
 
 void Vocoder::endHop()

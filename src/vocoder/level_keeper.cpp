@@ -16,8 +16,8 @@ namespace {
 constexpr double kAnalysisDelayHops = 5.0; // to the end of the hop that was taken last
 constexpr double kSynthesisLeadHops = 1.5;
 
-// Share of a new hop in the averages: 64 hops are 0.4 to 0.75 s.
-constexpr double kShare = 1.0 / 64.0;
+// Hops that are averaged: 0.4 to 0.75 s; fewer at the start.
+constexpr int kAveraged = 64;
 
 // Dense music loses about as much as this.
 constexpr double kUsualGain = 1.12;
@@ -36,6 +36,7 @@ void LevelKeeper::reset()
     taken.fill(0.0);
     wanted = 0.0;
     given = 0.0;
+    averaged = 0;
     gain = kUsualGain;
 }
 
@@ -51,9 +52,10 @@ void LevelKeeper::gaveHop(int64_t energy, double position, double speed)
     const double expected = energyBetween(centre - 0.5 * speed, centre + 0.5 * speed) / speed;
     if (expected < kQuiet)
         return;
-    wanted += (expected - wanted) * kShare;
-    given += (double(energy) / (gain * gain) - given) * kShare;
-    const double aim = std::sqrt(wanted / std::max(given, kQuiet * kShare));
+    averaged = std::min(averaged + 1, kAveraged);
+    wanted += (expected - wanted) / averaged;
+    given += (double(energy) / (gain * gain) - given) / averaged;
+    const double aim = std::sqrt(wanted / std::max(given, kQuiet / averaged));
     const double step = std::clamp(aim - gain, -kMostStep, kMostStep);
     gain = std::clamp(gain + step, kLeastGain, kMostGain);
 }

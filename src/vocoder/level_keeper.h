@@ -16,6 +16,8 @@ class LevelKeeper {
 public:
     /// Forgets all energies; the gain is that of usual material.
     void reset();
+    /// The same for frames that start in phase with the input, which lose nothing.
+    void startInPhase() { gain = 1.0; }
     /// A hop of low band went into the analysis.
     /// @param energy  sum of its squared samples, both channels
     void tookHop(int64_t energy);
@@ -36,6 +38,7 @@ private:
     Ring<double[1], kHistoryHops> taken; // history: energy of each hop that was analysed
     double wanted = 0.0;                 // history: average energy that a hop of output should have
     double given = 0.0;                  // history: average energy that it had before the gain
+    int averaged = 0;                    // history: hops that these hold, up to a limit
     double gain = 1.0;
 };
 

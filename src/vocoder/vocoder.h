@@ -151,16 +151,16 @@ protected:
                             // which everything would look like an onset
 
     // ---- Band split ----
-    int32_t splitState[2][7] = {};         // history: [channel] delays, four times the value
-    int32_t interpState[2][6] = {};        // history: [channel] delays, four times the value
-    Ring<Frame[kMaxHop], 5> hpRing;        // history: high band of each input hop
+    int32_t splitState[2][7] = {};          // history: [channel] delays, four times the value
+    int32_t interpState[2][6] = {};         // history: [channel] delays, four times the value
+    Ring<Frame[kMaxHop], 5> hpRing;         // history: high band of each input hop
     alignas(kLine) Frame hpBefore[kMaxHop]; // history, with LockedChannels: that of the hop before
-    Ring<Frame[2 * kMaxHop], 4> hpSegRing; // history: two hops for each synthesis frame
-    Ring<int32_t[1], 4> hpStepRing;        // history: input frames from each segment's one before
-    int32_t hpStart = 0;                   // history: where the newest of them starts
-    int32_t hopsSinceFrame = 0;            // history: input hops taken since the last frame
-    int32_t hpFadeQ14[2][kMaxHop] = {};    // settings: weights of the older and the newer segment
-    alignas(kLine) Frame hpOut[kMaxHop];   // this synthesis frame: high band
+    Ring<Frame[2 * kMaxHop], 4> hpSegRing;  // history: two hops for each synthesis frame
+    Ring<int32_t[1], 4> hpStepRing;         // history: input frames from each segment's one before
+    int32_t hpStart = 0;                    // history: where the newest of them starts
+    int32_t hopsSinceFrame = 0;             // history: input hops taken since the last frame
+    int32_t hpFadeQ14[2][kMaxHop] = {};     // settings: weights of the older and the newer segment
+    alignas(kLine) Frame hpOut[kMaxHop];    // this synthesis frame: high band
     // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
     alignas(kLine) Frame lowBandFrame[kLowHop] = {};
 

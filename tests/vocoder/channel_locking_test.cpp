@@ -212,39 +212,6 @@ TEST(ChannelLocking, SeveralEnginesKeepWhatTheyHaveInCommon)
     }
 }
 
-// Noise that swells and fades twice a second: how late it swells, in radians.
-double swellDelay(float speed, uint32_t sound)
-{
-    const auto swellPhase = [](const Frames& frames, double hertz) {
-        std::complex<double> sum = 0.0;
-        for (size_t n = 0; n < frames.size(); ++n)
-            sum += std::polar(double(frames[n][0]) * double(frames[n][0]),
-                              -2.0 * signals::kPi * hertz * double(n) / kRate);
-        return std::arg(sum);
-    };
-    Frames in = mix(softNoise(14), 15);
-    for (size_t n = 0; n < in.size(); ++n) {
-        const double swell = 0.6 - 0.4 * std::cos(4.0 * signals::kPi * double(n) / kRate);
-        in[n] = {int16_t(swell * in[n][0]), int16_t(swell * in[n][1])};
-    }
-    Frames out = play(in, speed, sound);
-    const double period = kRate / (2.0 * double(speed));
-    out.resize(size_t(period * std::floor(double(out.size()) / period))); // whole swells
-    return swellPhase(in, 2.0) - swellPhase(out, 2.0 * double(speed));
-}
-
-TEST(ChannelLocking, SoundIsAsLateAsWithoutIt)
-{
-    for (const float speed : {0.3f, 0.4f, 0.75f, 1.5f}) {
-        const double radians = std::remainder(
-            swellDelay(speed, Velora_VSP_Sound_FullBand | Velora_VSP_Sound_LockedChannels) -
-                swellDelay(speed, Velora_VSP_Sound_FullBand),
-            2.0 * signals::kPi);
-        const double seconds = radians / (4.0 * signals::kPi * double(speed)); // of output
-        EXPECT_NEAR(seconds, 0.0, 0.003) << speed;
-    }
-}
-
 // ---- The kernels against doubles ----
 
 std::complex<double> of(ComplexShort p)
