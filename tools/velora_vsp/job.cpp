@@ -3,84 +3,194 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <system_error>
-#include <tuple>
-#include <utility>
 #include <vector>
 
-#include <velora/stream.hpp>
-
+#include "bytes.h"
 #include "error.h"
 #include "interruption.h"
+#include "media_input.h"
+#include "media_output.h"
+#include "output_choice.h"
 #include "output_file.h"
-#include "output_format.h"
-#include "play.h"
-#include "samples.h"
-#include "sound_file.h"
-#include "sound_pipe.h"
-#include "standard_stream.h"
+#include "progress.h"
+#include "tracks.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-using AnyStream = velora::Stream<>; // limits are the same for every format
 
 fs::path inputPath(const Options& options)
 {
     return options.input == kPipe ? "/dev/stdin" : options.input;
 }
 
-bool isCopy(const Options& options)
+void say(const Options& options, const std::string& text)
 {
-    return options.speed.isConstant() && options.speed.holds(1.0);
+    if (!options.quiet)
+        std::fprintf(stderr, "velora-vsp: %s\n", text.c_str());
 }
 
-std::unique_ptr<SoundReader> openInput(const Options& options)
+// Whether files like the output hold sound, and at most a cover.
+bool isSoundOnly(const AVOutputFormat& container, const Options& options)
 {
-    std::unique_ptr<SoundReader> reader;
+    constexpr std::string_view kExtensions[] = {
+        ".m4a", ".m4b", ".ogg", ".oga", ".opus", ".spx", ".mka", ".wma"};
+    const std::string extension = fs::path(options.output).extension().string();
+    return options.audioOnly || container.video_codec == AV_CODEC_ID_NONE ||
+           container.video_codec == AV_CODEC_ID_PNG ||
+           std::find(std::begin(kExtensions), std::end(kExtensions), extension) != std::end(kExtensions);
+}
+
+/// All streams of an input on their way into an output.
+class Transfer {
+public:
+    Transfer(MediaInput& source, MediaOutput& target, const Options& given)
+        : input(source), output(target), options(given)
+    {
+        const AVFormatContext& format = input.format();
+        best = av_find_best_stream(&input.format(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+        for (unsigned n = 0; n < format.nb_streams; ++n)
+            tracks.push_back(makeTrack(*format.streams[n]));
+        if (std::all_of(tracks.begin(), tracks.end(), [](const auto& track) { return !track; }))
+            throw FileError(input.name(), "has no sound");
+        if (sound == nullptr)
+            say(options, input.name() + " has no sound");
+    }
+
+    void run();
+    void sumUp(Summary& summary) const;
+
+private:
+    std::unique_ptr<Track> makeTrack(const AVStream& stream);
+    std::unique_ptr<Track> makeSound(const AVStream& stream);
+    bool hasRoomFor(const AVStream& stream) const;
+    void judge() const;
+
+    MediaInput& input;
+    MediaOutput& output;
+    const Options& options;
+    int best; // the index of the sound that a player would choose
+    std::vector<std::unique_ptr<Track>> tracks; // by index; null for what is left out
+    const SoundTrack* sound = nullptr; // the first
+};
+
+std::unique_ptr<Track> Transfer::makeTrack(const AVStream& stream)
+{
+    if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO)
+        return makeSound(stream);
+    if (hasRoomFor(stream))
+        return std::make_unique<CopiedTrack>(input, stream, output, options.speed);
+    if (stream.codecpar->codec_type != AVMEDIA_TYPE_DATA)
+        say(options, "left out: " + std::string(isPicture(stream) ? "cover" : av_get_media_type_string(stream.codecpar->codec_type)) + " (" + codecName(stream) + ")");
+    return nullptr;
+}
+
+std::unique_ptr<Track> Transfer::makeSound(const AVStream& stream)
+{
+    if (stream.index != best && isSoundOnly(output.container(), options)) {
+        say(options, "left out: another sound track");
+        return nullptr;
+    }
+    auto track = std::make_unique<SoundTrack>(input, stream, output, options);
+    const int rate = track->encoding().format.rate;
+    if (rate != track->in().rate())
+        say(options, std::string(track->encoding().encoder->name) + " takes no " +
+                         std::to_string(track->in().rate()) + " Hz: converted to " +
+                         std::to_string(rate) + " Hz");
+    if (sound == nullptr)
+        sound = track.get();
+    return track;
+}
+
+bool Transfer::hasRoomFor(const AVStream& stream) const
+{
+    const AVOutputFormat& container = output.container();
+    const AVMediaType type = stream.codecpar->codec_type;
+    if (isPicture(stream))
+        return takesPictures(container);
+    if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_SUBTITLE && type != AVMEDIA_TYPE_ATTACHMENT)
+        return false;
+    return !isSoundOnly(container, options) && holds(container, stream.codecpar->codec_id);
+}
+
+void Transfer::run()
+{
+    output.describeLike(input, options.speed);
+    AvOptions muxing;
+    setMuxing(muxing, options, input.duration());
+    output.begin(muxing);
+    Progress progress(options.quiet ? 0 : int64_t(1000.0 * input.duration()));
+    AvPtr<AVPacket> packet(av_packet_alloc());
+    while (input.read(*packet)) {
+        const auto index = size_t(packet->stream_index);
+        if (index < tracks.size() && tracks[index])
+            tracks[index]->take(*packet);
+        progress.show(int64_t(1000.0 * input.position()));
+        throwIfInterrupted();
+    }
+    for (const auto& track : tracks)
+        if (track)
+            track->finish();
+    judge();
+    output.end();
+}
+
+// What was read may be less than what there was.
+void Transfer::judge() const
+{
+    std::string problem = input.whatIsMissing();
+    if (problem.empty() && sound != nullptr && sound->in().damaged() > 0)
+        problem = "is damaged: " + std::to_string(sound->in().damaged()) + " packets of sound could not be decoded";
+    if (sound != nullptr && sound->in().position() == 0 && !problem.empty())
+        throw FileError(input.name(), problem + ", and no sound comes before");
+    if (!problem.empty() && options.strict)
+        throw FileError(input.name(), problem);
+    if (!problem.empty())
+        say(options, input.name() + ": " + problem + "; all that is there was used");
+    if (sound != nullptr && sound->in().hasChanged())
+        say(options, input.name() + ": rate or channels change on the way: converted to those at the start");
+}
+
+void Transfer::sumUp(Summary& summary) const
+{
+    if (sound == nullptr)
+        return;
+    summary.samples = sound->in().samples();
+    summary.rate = sound->in().rate();
+    summary.channels = sound->in().channels();
+    summary.framesIn = sound->in().position();
+    summary.framesOut = sound->out().position();
+    summary.encoding = describe(sound->encoding());
+}
+
+// In frames, not rounded.
+double idealLength(const Options& options, int64_t frames, int rate)
+{
+    return options.speed.isConstant() ? double(frames) / options.speed.speedAt(0.0)
+                                      : options.speed.outputAt(double(frames) / rate) * rate;
+}
+
+// Where encoding again would only change the samples.
+bool isBytewiseCopy(const MediaInput& input, const AVOutputFormat& container, const Options& options)
+{
+    const AVFormatContext& format = input.format();
     std::error_code none;
-    const bool isNamedPipe = options.input != kPipe && fs::is_fifo(options.input, none);
-    if (isNamedPipe)
-        takeInputFrom(options.input); // libsndfile would wait for it through any interruption
-    if (options.input == kPipe || isNamedPipe)
-        reader = std::make_unique<PipeReader>(options.raw);
-    else
-        reader = std::make_unique<FileReader>(options.input);
-    const SF_INFO& info = reader->info();
-    const fs::path name = options.input == kPipe ? kStandardInput : options.input;
-    if (info.channels < 1 || info.channels > AnyStream::kMostChannels)
-        throw FileError(name, "has " + std::to_string(info.channels) + " channels: 1 to " +
-                                  std::to_string(AnyStream::kMostChannels) + " are possible");
-    if (info.samplerate < AnyStream::kLowestRate || info.samplerate > AnyStream::kHighestRate)
-        throw FileError(name, "has a sample rate of " + std::to_string(info.samplerate) +
-                                  " Hz: " + std::to_string(AnyStream::kLowestRate) + " to " +
-                                  std::to_string(AnyStream::kHighestRate) + " Hz are possible");
-    return reader;
-}
-
-// At speed 1.0 nothing passes the engine, which is 16 bits wide inside.
-void copySamples(SoundReader& reader, SoundWriter& writer, bool showProgress)
-{
-    const Samples samples = samplesFor(reader.info().format);
-    forEachBlock(reader, samples, showProgress,
-                 [&](const void* frames, int count) { writer.write(samples, frames, count); });
-}
-
-void convert(SoundReader& reader, SoundWriter& writer, const Options& options)
-{
-    if (isCopy(options))
-        copySamples(reader, writer, !options.quiet);
-    else
-        play(reader, writer, options.speed,
-             {options.keepPitch ? velora::Pitch::keep : velora::Pitch::drop, options.sound,
-              options.material},
-             !options.quiet);
-    writer.close();
+    return isCopy(options) && options.codec.empty() && options.bitRate == 0 && !options.audioOnly && !options.raw &&
+           fs::is_regular_file(options.input, none) && options.output != kPipe &&
+           isSameKind(container, *format.iformat) && format.nb_streams > 0 &&
+           std::all_of(format.streams, format.streams + format.nb_streams, [&](const AVStream* stream) {
+               const AVCodecParameters& codec = *stream->codecpar;
+               return (codec.codec_type != AVMEDIA_TYPE_AUDIO || isLossy(codec.codec_id)) &&
+                      (isPicture(*stream) || holds(container, codec.codec_id));
+           });
 }
 
 void copyBytes(const Options& options, const fs::path& to)
@@ -97,45 +207,31 @@ void copyBytes(const Options& options, const fs::path& to)
         throw FileError(options.output, "can't be written: is the disk full?");
 }
 
-// In frames, not rounded.
-double idealLength(const Options& options, int64_t frames, int rate)
-{
-    return options.speed.isConstant() ? double(frames) / options.speed.speedAt(0.0)
-                                      : options.speed.outputAt(double(frames) / rate) * rate;
-}
-
-// Gives the numbers of frames in and out.
-std::pair<int64_t, int64_t> toPipe(SoundReader& reader, const Options& options)
+void refuseOwnInput(const Options& options)
 {
     std::error_code none;
     if (fs::is_regular_file("/dev/stdout", none) &&
         fs::equivalent(inputPath(options), "/dev/stdout", none))
-        throw FileError(kStandardOutput, "is the input file itself");
-    PipeWriter writer(reader, options.raw);
-    convert(reader, writer, options);
-    return {reader.position(), writer.position()};
+        throw FileError("standard output", "is the input file itself");
 }
 
-std::pair<int64_t, int64_t> toFile(SoundReader& reader, const Options& options)
+void transfer(MediaInput& input, const AVOutputFormat& container, Bytes& bytes, const Options& options, Summary& summary)
 {
-    SF_INFO info = reader.info();
-    info.format = chooseOutputFormat(options.output, reader.info());
-    const int64_t expected = std::max<int64_t>(reader.length(), 0);
-    checkOutputSize(options.output, info,
-                    std::llround(idealLength(options, expected, info.samplerate)));
-    OutputFile output(options.output, inputPath(options), options.overwrite);
+    MediaOutput output(container, bytes);
+    Transfer all(input, output, options);
+    all.run();
+    all.sumUp(summary);
+}
 
-    std::pair<int64_t, int64_t> counts{expected, expected};
-    if (isCopy(options) && info.format == reader.info().format && isLossy(info.format)) {
-        copyBytes(options, output.temporary()); // encoding again would change the samples
-    } else {
-        FileWriter writer(options.output, output.temporary(), info);
-        writer.describeLike(reader);
-        convert(reader, writer, options);
-        counts = {reader.position(), writer.position()};
-    }
-    output.keep();
-    return counts;
+void toFile(MediaInput& input, const AVOutputFormat& container, const Options& options, Summary& summary)
+{
+    OutputFile file(options.output, inputPath(options), options.overwrite);
+    Bytes bytes = Bytes::output(file.temporary(), options.output);
+    transfer(input, container, bytes, options, summary);
+    if (isBytewiseCopy(input, container, options))
+        copyBytes(options, file.temporary());
+    bytes.sync();
+    file.keep();
 }
 
 } // namespace
@@ -144,13 +240,16 @@ Summary changeSpeed(const Options& options)
 {
     using Clock = std::chrono::steady_clock;
     const auto start = Clock::now();
-    const auto reader = openInput(options);
+    const AVOutputFormat& container = chooseContainer(options);
+    MediaInput input(options.input, options.input == kPipe ? options.raw : std::nullopt);
     Summary summary;
-    summary.samples = samplesFor(reader->info().format);
-    summary.rate = reader->info().samplerate;
-    summary.channels = reader->info().channels;
-    std::tie(summary.framesIn, summary.framesOut) =
-        options.output == kPipe ? toPipe(*reader, options) : toFile(*reader, options);
+    if (options.output == kPipe) {
+        refuseOwnInput(options);
+        Bytes bytes = Bytes::output(kPipe, {});
+        transfer(input, container, bytes, options, summary);
+    } else {
+        toFile(input, container, options, summary);
+    }
     summary.framesIdeal = idealLength(options, summary.framesIn, summary.rate);
     summary.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     return summary;

@@ -4,10 +4,10 @@
 #include <exception>
 #include <string>
 
+#include "bytes.h"
 #include "interruption.h"
 #include "job.h"
 #include "options.h"
-#include "standard_stream.h"
 #include "summary.h"
 
 namespace {

@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <map>
 #include <memory>
@@ -77,10 +78,12 @@ std::optional<RawFormat> parseRaw(const std::string& text)
     std::getline(fields, format);
     const auto hertz = parseInteger(rate, AnyStream::kLowestRate, AnyStream::kHighestRate);
     const auto count = parseInteger(channels, 1, AnyStream::kMostChannels);
-    const PcmFormat* const pcm = findPcm(format);
-    if (!hertz || !count || pcm == nullptr)
+    const auto* const encoding =
+        std::find_if(std::begin(kRawEncodings), std::end(kRawEncodings),
+                     [&](const RawEncoding& known) { return known.name == format; });
+    if (!hertz || !count || encoding == std::end(kRawEncodings))
         return std::nullopt;
-    return RawFormat{*hertz, *count, pcm};
+    return RawFormat{*hertz, *count, encoding};
 }
 
 std::string checkRaw(const std::string& text)
@@ -88,12 +91,27 @@ std::string checkRaw(const std::string& text)
     if (parseRaw(text))
         return {};
     std::string names;
-    for (const PcmFormat& format : pcmFormats())
-        names += (names.empty() ? "" : ", ") + std::string(format.name);
+    for (const RawEncoding& encoding : kRawEncodings)
+        names += (names.empty() ? "" : ", ") + std::string(encoding.name);
     return "'" + text + "' is not RATE:CHANNELS:FORMAT, such as 48000:2:s16: the rate is " +
            std::to_string(AnyStream::kLowestRate) + " to " +
            std::to_string(AnyStream::kHighestRate) + " Hz, channels are 1 to " +
            std::to_string(AnyStream::kMostChannels) + ", the format is one of " + names;
+}
+
+// Bits per second: 192000, 192k.
+std::optional<int64_t> parseBitRate(const std::string& text)
+{
+    const bool isInThousands = text.ends_with('k');
+    const auto number =
+        parseInteger(text.substr(0, text.size() - (isInThousands ? 1 : 0)), 1, 10'000'000);
+    return number ? std::optional(*number * int64_t(isInThousands ? 1000 : 1)) : std::nullopt;
+}
+
+std::string checkBitRate(const std::string& text)
+{
+    return parseBitRate(text) ? std::string()
+                              : "'" + text + "' is not a bit rate: give one such as 192k";
 }
 
 /// Turns one of a few names into what it stands for.
@@ -128,6 +146,7 @@ Options readOptions(int argc, const char* const* argv)
     Options options;
     std::string speed;
     std::string raw;
+    std::string bitRate;
     bool isRamp = false;
 
     CLI::App app(kDescription, "velora-vsp");
@@ -162,6 +181,15 @@ Options readOptions(int argc, const char* const* argv)
         app.add_option("--raw", raw, "RATE:CHANNELS:FORMAT of - if that isn't WAV")
             ->type_name("R:C:F")
             ->check(checkRaw, "", "raw");
+    app.add_option("--format", options.format, "Kind of file to write: wav, flac, mp3, ogg, matroska ...")
+        ->type_name("KIND");
+    app.add_option("--codec", options.codec, "How to encode sound: flac, libmp3lame, aac ...")
+        ->type_name("NAME");
+    app.add_option("--bitrate", bitRate, "Bits per second for sound, such as 192k")
+        ->type_name("BITS")
+        ->check(checkBitRate, "", "bitrate");
+    app.add_flag("--audio-only", options.audioOnly, "Leave the picture out");
+    app.add_flag("--strict", options.strict, "Fail if IN is cut short or damaged");
     app.add_flag("-f,--force", options.overwrite, "Overwrite OUT if it exists");
     app.add_flag("--json", options.json, "Sum up in JSON (on standard error if OUT is -)");
     app.add_flag("-q,--quiet", options.quiet, "Say nothing but errors");
@@ -188,6 +216,7 @@ Options readOptions(int argc, const char* const* argv)
     }
     options.speed =
         mapOption->empty() ? SpeedMap(*parseSpeed(speed)) : SpeedMap(options.speedMapName, isRamp);
+    options.bitRate = parseBitRate(bitRate).value_or(0);
     options.raw = raw.empty() ? std::nullopt : parseRaw(raw);
     return options;
 }

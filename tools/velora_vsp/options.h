@@ -1,15 +1,15 @@
 // The command line: what the user asks for, checked before any sound is touched.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
 #include <velora/stream.hpp>
 
-#include "sound_pipe.h"
+#include "bytes.h"
+#include "raw_format.h"
 #include "speed_map.h"
-
-constexpr char kPipe[] = "-"; // as a file name: standard input or output
 
 struct Options {
     std::string input;
@@ -20,6 +20,11 @@ struct Options {
     velora::Sound sound = velora::Sound::natural;
     velora::Material material = velora::Material::music;
     std::optional<RawFormat> raw;
+    std::string format;    // of the output; empty: what its name says
+    std::string codec;     // of its sound; empty: what is usual
+    int64_t bitRate = 0;   // of its sound in bits per second; 0: as the input's, or what is usual
+    bool audioOnly = false;
+    bool strict = false; // what is missing or damaged is an error
     bool overwrite = false;
     bool json = false;
     bool quiet = false;

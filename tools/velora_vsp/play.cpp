@@ -1,73 +1,77 @@
 #include "play.h"
 
-#include <cstddef>
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
-#include <vector>
-
-#include "interruption.h"
-#include "output_format.h"
-#include "progress.h"
 
 namespace {
 
-constexpr int kBlockFrames = 8192;
+constexpr size_t kFlushFrames = 8192;
 
+// A vector of samples for the Stream, bytes for all others.
 template <class Format>
-void playAs(SoundReader& reader, SoundWriter& writer, Samples samples, const SpeedMap& map,
-            const Manner& manner, bool showProgress)
-{
+class StreamPlayer : public Player {
     using Sample = typename velora::Stream<Format>::Sample;
-    velora::Stream<Format> stream(reader.info().samplerate, reader.info().channels, manner.pitch,
-                                  manner.sound, manner.material);
-    for (const SpeedMap::Step& step : map.steps(stream.sampleRate()))
-        stream.setSpeedAt(step.frame, step.speed);
-    const size_t width = size_t(stream.channels());
-    std::vector<Sample> out;
 
-    forEachBlock(reader, samples, showProgress, [&](const void* frames, int count) {
-        const auto* in = static_cast<const Sample*>(frames);
-        out.clear();
-        stream.process(in, size_t(count), out);
-        writer.write(samples, out.data(), int(out.size() / width));
-    });
-
-    out.resize(kBlockFrames * width);
-    for (int given = kBlockFrames; given == kBlockFrames;) {
-        given = int(stream.flush(out.data(), kBlockFrames));
-        writer.write(samples, out.data(), given);
-        throwIfInterrupted();
+public:
+    StreamPlayer(int rate, int channels, const SpeedMap& speed, double start, const Manner& manner)
+        : stream(rate, channels, manner.pitch, manner.sound, manner.material)
+    {
+        const auto offset = std::llround(start * rate);
+        for (const SpeedMap::Step& step : speed.steps(rate))
+            stream.setSpeedAt(std::max<int64_t>(step.frame - offset, 0), step.speed);
     }
-}
+
+    void play(const Block& in, Block& out) override
+    {
+        const size_t frames = in.size() / frameBytes();
+        out.resize(stream.maxOutputFrames(frames) * frameBytes());
+        const size_t given = stream.process(reinterpret_cast<const Sample*>(in.data()), frames,
+                                            samplesOf(out), out.size() / frameBytes());
+        out.resize(given * frameBytes());
+    }
+
+    bool flush(Block& out) override
+    {
+        out.resize(kFlushFrames * frameBytes());
+        out.resize(size_t(stream.flush(samplesOf(out), kFlushFrames)) * frameBytes());
+        return !out.empty();
+    }
+
+private:
+    size_t frameBytes() const { return size_t(stream.channels()) * sizeof(Sample); }
+    static Sample* samplesOf(Block& block) { return reinterpret_cast<Sample*>(block.data()); }
+
+    velora::Stream<Format> stream;
+};
+
+class Copier : public Player {
+public:
+    void play(const Block& in, Block& out) override { out = in; }
+    bool flush(Block&) override { return false; }
+};
 
 } // namespace
 
-void forEachBlock(SoundReader& reader, Samples samples, bool showProgress, const TakeBlock& take)
+std::unique_ptr<Player> makePlayer(Samples samples, int rate, int channels, const SpeedMap& speed,
+                                   double start, const Manner& manner)
 {
-    Progress progress(showProgress ? reader.length() : 0);
-    std::vector<std::byte> block(kBlockFrames * size_t(reader.info().channels) *
-                                 sampleBytes(samples));
-    for (int count = kBlockFrames; count == kBlockFrames;) {
-        count = reader.read(samples, block.data(), kBlockFrames);
-        take(block.data(), count);
-        progress.show(reader.position());
-        throwIfInterrupted();
+    const auto make = [&](auto format) -> std::unique_ptr<Player> {
+        return std::make_unique<StreamPlayer<decltype(format)>>(rate, channels, speed, start, manner);
+    };
+    switch (samples) {
+    case Samples::int16:
+        return make(int16_t());
+    case Samples::int24:
+        return make(velora::Int24In32());
+    case Samples::int32:
+        return make(int32_t());
+    default:
+        return make(float());
     }
 }
 
-void play(SoundReader& reader, SoundWriter& writer, const SpeedMap& speed, const Manner& manner,
-          bool showProgress)
+std::unique_ptr<Player> makeCopier()
 {
-    const auto as = [&](auto format, Samples samples) {
-        playAs<decltype(format)>(reader, writer, samples, speed, manner, showProgress);
-    };
-    switch (samplesFor(reader.info().format)) {
-    case Samples::int16:
-        return as(int16_t(), Samples::int16);
-    case Samples::int24:
-        return as(velora::Int24In32(), Samples::int24);
-    case Samples::int32:
-        return as(int32_t(), Samples::int32);
-    default:
-        return as(float(), Samples::float32);
-    }
+    return std::make_unique<Copier>();
 }

@@ -1,19 +1,12 @@
 // Sends sound through a velora::Stream along a course of speeds.
 #pragma once
 
-#include <functional>
+#include <memory>
 
 #include <velora/stream.hpp>
 
 #include "samples.h"
-#include "sound_stream.h"
 #include "speed_map.h"
-
-/// Called with every block of input; may throw.
-using TakeBlock = std::function<void(const void* frames, int count)>;
-
-/// Reads all there is, showing progress if `showProgress`, and passes it on.
-void forEachBlock(SoundReader& reader, Samples samples, bool showProgress, const TakeBlock& take);
 
 /// How it is to sound.
 struct Manner {
@@ -22,6 +15,19 @@ struct Manner {
     velora::Material material;
 };
 
-/// Plays all of the input. Throws what reader and writer do.
-void play(SoundReader& reader, SoundWriter& writer, const SpeedMap& speed, const Manner& manner,
-          bool showProgress);
+/// One sound track on its way from one speed to another.
+class Player {
+public:
+    virtual ~Player() = default;
+    /// Plays a block of samples; `out` then holds what has come out.
+    virtual void play(const Block& in, Block& out) = 0;
+    /// Gives the next part of the rest; false if there is none.
+    virtual bool flush(Block& out) = 0;
+};
+
+/// @param start  seconds of the map's time at which the track begins
+std::unique_ptr<Player> makePlayer(Samples samples, int rate, int channels, const SpeedMap& speed,
+                                   double start, const Manner& manner);
+
+/// At speed 1.0 nothing passes the engine, which is 16 bits wide inside.
+std::unique_ptr<Player> makeCopier();

@@ -1,5 +1,6 @@
 #include "summary.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdarg>
 #include <cstddef>
@@ -20,7 +21,7 @@ namespace {
 // Seconds of sound written in a second.
 double realTimeFactor(const Summary& summary)
 {
-    return double(summary.framesOut) / summary.rate / summary.seconds;
+    return double(summary.framesOut) / std::max(summary.rate, 1) / summary.seconds;
 }
 
 const char* nameOf(Samples samples)
@@ -85,13 +86,15 @@ std::string quoted(const std::string& text)
 
 std::string closingLine(const Summary& summary)
 {
+    if (summary.rate == 0)
+        return "no sound: only times were changed";
     // To hundredths, and 0 without a sign.
     const double difference =
         std::round(100.0 * (double(summary.framesOut) - summary.framesIdeal)) / 100.0 + 0.0;
-    return format("%lld frames in, %lld out, ideal %.2f, difference %+.2f, %.1f × real time",
+    return format("%lld frames in, %lld out, ideal %.2f, difference %+.2f, %.1f × real time, %s",
                   static_cast<long long>(summary.framesIn),
                   static_cast<long long>(summary.framesOut), summary.framesIdeal, difference,
-                  realTimeFactor(summary));
+                  realTimeFactor(summary), summary.encoding.c_str());
 }
 
 std::string json(const Summary& summary, const Options& options)

@@ -15,6 +15,7 @@ struct Summary {
     int64_t framesOut = 0;
     double framesIdeal = 0.0; // the exact integral of 1 / speed over the input
     double seconds = 0.0;     // that it took
+    std::string encoding;     // of what was written
 };
 
 std::string closingLine(const Summary& summary);

@@ -1,0 +1,205 @@
+#include "bytes.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "error.h"
+#include "interruption.h"
+
+namespace {
+
+constexpr int kBufferBytes = 65536;
+
+// What a signal has cut short is done again, unless the signal was meant to stop us.
+template <class Call>
+auto untilDone(Call call)
+{
+    for (;;) {
+        throwIfInterrupted();
+        const auto result = call();
+        if (result >= 0 || errno != EINTR)
+            return result;
+    }
+}
+
+[[noreturn]] void fail(const std::string& name, const char* problem)
+{
+    throw FileError(name, problem + std::generic_category().message(errno));
+}
+
+int openFile(const std::filesystem::path& path, const std::string& name, int flags)
+{
+    const int file = untilDone([&] { return open(path.c_str(), flags | O_CLOEXEC); });
+    if (file < 0)
+        fail(name, "can't be opened: ");
+    return file;
+}
+
+int standardInput()
+{
+    if (isatty(STDIN_FILENO) != 0)
+        throw FileError("standard input", "is a terminal: pipe sound into it, or name a file");
+    return STDIN_FILENO;
+}
+
+int standardOutput()
+{
+    if (isatty(STDOUT_FILENO) != 0)
+        throw FileError("standard output", "is a terminal, which can't show sound: pipe it into a "
+                                           "player, or name a file");
+    return STDOUT_FILENO;
+}
+
+} // namespace
+
+Bytes Bytes::input(const std::string& path)
+{
+    if (path == kPipe)
+        return {"standard input", standardInput(), false};
+    return {path, openFile(path, path, O_RDONLY), false};
+}
+
+Bytes Bytes::output(const std::filesystem::path& path, const std::string& name)
+{
+    if (path == kPipe)
+        return {"standard output", standardOutput(), true};
+    return {name, openFile(path, name, O_RDWR), true};
+}
+
+Bytes::Bytes(std::string name, int descriptor, bool isOutput)
+    : shownName(std::move(name)), file(descriptor)
+{
+    struct stat status {};
+    if (fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+        (!isOutput || (fcntl(file, F_GETFL) & O_APPEND) == 0))
+        origin = lseek(file, 0, SEEK_CUR);
+    if (!isOutput)
+        readStart();
+
+    const auto readSome = [](void* self, uint8_t* to, int bytes) {
+        auto* const from = static_cast<Bytes*>(self);
+        return int(from->guarded([&] { return from->read(to, size_t(bytes)); }));
+    };
+    const auto writeAll = [](void* self, uint8_t* from, int bytes) {
+        auto* const to = static_cast<Bytes*>(self);
+        return int(to->guarded([&] {
+            to->write(from, size_t(bytes));
+            return bytes;
+        }));
+    };
+    const auto move = [](void* self, int64_t offset, int whence) {
+        return static_cast<Bytes*>(self)->seek(offset, whence);
+    };
+    auto* const buffer = static_cast<uint8_t*>(av_malloc(kBufferBytes));
+    io.reset(avio_alloc_context(buffer, kBufferBytes, isOutput, this, readSome, writeAll,
+                                origin >= 0 ? +move : nullptr));
+    if (io == nullptr)
+        throw std::bad_alloc();
+}
+
+Bytes::~Bytes()
+{
+    if (file > STDERR_FILENO)
+        close(file);
+}
+
+void Bytes::rethrow()
+{
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+void Bytes::sync()
+{
+    if (fsync(file) != 0 && errno != EINVAL && errno != EROFS)
+        fail(shownName, "can't be written: ");
+}
+
+template <class Call>
+int64_t Bytes::guarded(Call call) noexcept
+{
+    try {
+        return failure ? AVERROR_EXIT : int64_t(call());
+    } catch (...) {
+        failure = std::current_exception();
+        return AVERROR_EXIT;
+    }
+}
+
+void Bytes::readStart()
+{
+    startBytes.resize(4096);
+    size_t done = 0;
+    while (done < startBytes.size()) {
+        const ssize_t count = untilDone([&] {
+            return ::read(file, startBytes.data() + done, startBytes.size() - done);
+        });
+        if (count < 0)
+            fail(shownName, "can't be read: ");
+        if (count == 0)
+            break;
+        done += size_t(count);
+    }
+    startBytes.resize(done);
+    if (origin >= 0)
+        lseek(file, origin, SEEK_SET);
+}
+
+int64_t Bytes::read(uint8_t* to, size_t bytes)
+{
+    if (origin < 0 && startBytesRead < startBytes.size()) {
+        const size_t count = std::min(bytes, startBytes.size() - startBytesRead);
+        std::memcpy(to, startBytes.data() + startBytesRead, count);
+        startBytesRead += count;
+        return int64_t(count);
+    }
+    const ssize_t count = untilDone([&] { return ::read(file, to, bytes); });
+    if (count < 0)
+        fail(shownName, "can't be read: ");
+    return count == 0 ? AVERROR_EOF : count;
+}
+
+void Bytes::write(const uint8_t* from, size_t bytes)
+{
+    for (size_t done = 0; done < bytes;) {
+        const ssize_t count =
+            untilDone([&] { return ::write(file, from + done, bytes - done); });
+        if (count < 0 && errno == EPIPE)
+            throw ReaderGone();
+        if (count < 0)
+            fail(shownName, "can't be written: ");
+        done += size_t(count);
+    }
+}
+
+int64_t Bytes::seek(int64_t offset, int whence)
+{
+    if ((whence & AVSEEK_SIZE) != 0) {
+        struct stat status {};
+        return fstat(file, &status) == 0 ? status.st_size - origin : AVERROR(errno);
+    }
+    whence &= ~AVSEEK_FORCE;
+    const int64_t position = lseek(file, whence == SEEK_SET ? origin + offset : offset, whence);
+    return position < 0 ? AVERROR(errno) : position - origin;
+}
+
+void writeOutput(const void* from, size_t bytes)
+{
+    for (size_t done = 0; done < bytes;) {
+        const ssize_t count = untilDone([&] {
+            return ::write(STDOUT_FILENO, static_cast<const char*>(from) + done, bytes - done);
+        });
+        if (count < 0 && errno == EPIPE)
+            throw ReaderGone();
+        if (count < 0)
+            fail("standard output", "can't be written: ");
+        done += size_t(count);
+    }
+}

@@ -1,0 +1,61 @@
+// The bytes of files and pipes, as FFmpeg's libraries take and give them, which open nothing
+// themselves. Waiting ends at an interruption.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "av.h"
+
+constexpr char kPipe[] = "-"; // as a file name: standard input or output
+
+/// Thrown when nobody reads the output any more.
+struct ReaderGone {};
+
+class Bytes {
+public:
+    /// Opens a file, a named pipe, or standard input. Throws FileError, or Interrupted.
+    static Bytes input(const std::string& path);
+    /// Opens an empty file that messages call `name`, or standard output. Throws FileError.
+    static Bytes output(const std::filesystem::path& path, const std::string& name);
+    ~Bytes();
+    Bytes(const Bytes&) = delete;
+    Bytes& operator=(const Bytes&) = delete;
+
+    AVIOContext* context() const { return io.get(); }
+    /// As messages call it.
+    const std::string& name() const { return shownName; }
+    /// Up to 4096 bytes that an input starts with. They will be read all the same.
+    const std::vector<uint8_t>& start() const { return startBytes; }
+
+    /// To be called after each call that may have read or written: throws FileError, ReaderGone or
+    /// Interrupted where one stopped it, as C passes no exceptions on.
+    void rethrow();
+    /// Makes sure that a file has reached the disk. Throws FileError.
+    void sync();
+
+private:
+    Bytes(std::string name, int descriptor, bool isOutput);
+
+    template <class Call>
+    int64_t guarded(Call call) noexcept;
+    void readStart();
+    int64_t read(uint8_t* to, size_t bytes);
+    void write(const uint8_t* from, size_t bytes);
+    int64_t seek(int64_t offset, int whence);
+
+    std::string shownName;
+    int file;
+    int64_t origin = -1; // where in a file the first byte stands; -1 if it can't be gone back in
+    std::vector<uint8_t> startBytes;
+    size_t startBytesRead = 0; // in a pipe
+    std::exception_ptr failure;
+    AvPtr<AVIOContext> io;
+};
+
+/// Writes to standard output.
+void writeOutput(const void* from, size_t bytes);

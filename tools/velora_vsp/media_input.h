@@ -1,0 +1,57 @@
+// A media file or pipe that is read packet by packet, whatever its kind.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "av.h"
+#include "bytes.h"
+#include "raw_format.h"
+
+class MediaInput {
+public:
+    /// Finds out what the input is, unless told. Throws FileError, or Interrupted.
+    MediaInput(const std::string& path, const std::optional<RawFormat>& raw);
+
+    AVFormatContext& format() const { return *context; }
+    const std::string& name() const { return bytes.name(); }
+
+    /// Reads the next packet; false at the end. Throws FileError, or Interrupted.
+    bool read(AVPacket& packet);
+
+    /// Seconds from the start of the file's clock at which the first of its streams begins.
+    double startTime() const;
+    /// Seconds of media that have been read.
+    double position() const { return end - startTime(); }
+    /// Seconds of media that there are, or seem to be; 0 if nothing tells.
+    double duration() const;
+    /// Where the input ends before all that its header announces; empty if it doesn't.
+    std::string whatIsMissing() const;
+
+private:
+    void open(const std::optional<RawFormat>& raw);
+    const AVInputFormat* findFormat();
+    [[noreturn]] void failUnreadable(int error);
+
+    Bytes bytes;
+    struct Close {
+        void operator()(AVFormatContext* input) const { avformat_close_input(&input); }
+    };
+    std::unique_ptr<AVFormatContext, Close> context;
+    double end = 0.0; // of what was read, in seconds of the file's clock
+    std::string problem;
+};
+
+/// Whether this is a cover rather than a film.
+inline bool isPicture(const AVStream& stream)
+{
+    return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+}
+
+/// The name of a stream's codec, as people write it.
+inline std::string codecName(const AVStream& stream)
+{
+    return avcodec_get_name(stream.codecpar->codec_id);
+}

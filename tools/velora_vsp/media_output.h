@@ -1,0 +1,42 @@
+// A media file or pipe that is written packet by packet.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "av.h"
+#include "bytes.h"
+#include "media_input.h"
+#include "speed_map.h"
+
+/// Adds tags, but those that hold only for the speed that they were written at.
+void copyTags(AVDictionary** to, const AVDictionary* from);
+
+class MediaOutput {
+public:
+    /// Writes to `bytes`, which outlive this. Throws FileError.
+    MediaOutput(const AVOutputFormat& container, Bytes& bytes);
+
+    const AVOutputFormat& container() const { return *context->oformat; }
+    const std::string& name() const { return bytes.name(); }
+    AVStream& addStream();
+
+    /// Takes over the input's tags, and its chapters at the times that they have along `speed`.
+    void describeLike(const MediaInput& input, const SpeedMap& speed);
+    /// To be called once all streams are added. Throws FileError, ReaderGone or Interrupted, as the
+    /// next ones do.
+    void begin(AvOptions& options);
+    /// Takes the packet's content.
+    void write(AVPacket& packet);
+    void end();
+
+private:
+    void addChapter(int number, double start, double end, const AVDictionary* tags);
+    void check(int result);
+
+    Bytes& bytes;
+    struct Free {
+        void operator()(AVFormatContext* output) const { avformat_free_context(output); }
+    };
+    std::unique_ptr<AVFormatContext, Free> context;
+};

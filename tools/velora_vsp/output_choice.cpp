@@ -1,0 +1,268 @@
+#include "output_choice.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <initializer_list>
+#include <string_view>
+#include <vector>
+
+#include "error.h"
+
+namespace {
+
+bool isOneOf(std::string_view name, std::initializer_list<std::string_view> names)
+{
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+bool isPcm(AVCodecID codec)
+{
+    return codec >= AV_CODEC_ID_FIRST_AUDIO && codec < AV_CODEC_ID_ADPCM_IMA_QT;
+}
+
+std::string extensionOf(const std::string& output)
+{
+    std::string extension = std::filesystem::path(output).extension().string();
+    extension.erase(0, 1);
+    for (char& letter : extension)
+        letter = char(std::tolower(static_cast<unsigned char>(letter)));
+    return extension;
+}
+
+// By an extension, or by the name that FFmpeg's libraries have for it.
+const AVOutputFormat* findContainer(const std::string& name)
+{
+    if (name == "rf64")
+        return av_guess_format("wav", nullptr, nullptr);
+    if (name == "snd")
+        return av_guess_format("au", nullptr, nullptr);
+    const AVOutputFormat* const found = av_guess_format(nullptr, ("." + name).c_str(), nullptr);
+    return found != nullptr ? found : av_guess_format(name.c_str(), nullptr, nullptr);
+}
+
+// What the libraries can't be asked about a container.
+const std::vector<AVCodecID>* knownCodecs(const AVOutputFormat& container)
+{
+    static const std::vector<AVCodecID> kOgg = {
+        AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC, AV_CODEC_ID_SPEEX,
+        AV_CODEC_ID_THEORA, AV_CODEC_ID_VP8};
+    static const std::vector<AVCodecID> kTransportStream = {
+        AV_CODEC_ID_AAC,  AV_CODEC_ID_AC3,  AV_CODEC_ID_EAC3,       AV_CODEC_ID_MP2,
+        AV_CODEC_ID_MP3,  AV_CODEC_ID_OPUS, AV_CODEC_ID_DTS,        AV_CODEC_ID_H264,
+        AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG4, AV_CODEC_ID_MPEG2VIDEO, AV_CODEC_ID_DVB_SUBTITLE};
+    if (isOgg(container))
+        return &kOgg;
+    return std::string_view(container.name) == "mpegts" ? &kTransportStream : nullptr;
+}
+
+// The codec that keeps samples as they are, in either byte order, or the next that holds them.
+AVCodecID choosePcm(const AVOutputFormat& container, int bits)
+{
+    struct Pcm {
+        int bits;
+        AVCodecID codecs[2];
+    };
+    static constexpr Pcm kPcm[] = {{8, {AV_CODEC_ID_PCM_U8, AV_CODEC_ID_PCM_S8}},
+                                   {16, {AV_CODEC_ID_PCM_S16LE, AV_CODEC_ID_PCM_S16BE}},
+                                   {24, {AV_CODEC_ID_PCM_S24LE, AV_CODEC_ID_PCM_S24BE}},
+                                   {32, {AV_CODEC_ID_PCM_S32LE, AV_CODEC_ID_PCM_S32BE}},
+                                   {33, {AV_CODEC_ID_PCM_F32LE, AV_CODEC_ID_PCM_F32BE}},
+                                   {64, {AV_CODEC_ID_PCM_F64LE, AV_CODEC_ID_PCM_F64BE}}};
+    AVCodecID best = AV_CODEC_ID_NONE;
+    for (const Pcm& pcm : kPcm)
+        for (const AVCodecID codec : pcm.codecs)
+            if (holds(container, codec)) {
+                best = codec;
+                if (pcm.bits >= bits)
+                    return best;
+                break;
+            }
+    return best;
+}
+
+AVCodecID chooseCodec(const AVOutputFormat& container, const AVInputFormat& from,
+                      AVCodecID codec, int bits)
+{
+    const bool takesAnySound = !isPcm(container.audio_codec);
+    const bool canKeep = holds(container, codec) && avcodec_find_encoder(codec) != nullptr;
+    if (canKeep && (takesAnySound || isPcm(codec) || isSameKind(container, from)))
+        return codec;
+    const AVCodecID pcm = choosePcm(container, bits);
+    return !takesAnySound && pcm != AV_CODEC_ID_NONE ? pcm : container.audio_codec;
+}
+
+const AVCodec* findEncoder(const AVOutputFormat& container, const Options& options)
+{
+    const AVCodec* encoder = avcodec_find_encoder_by_name(options.codec.c_str());
+    if (encoder == nullptr)
+        if (const AVCodecDescriptor* codec = avcodec_descriptor_get_by_name(options.codec.c_str()))
+            encoder = avcodec_find_encoder(codec->id);
+    if (encoder == nullptr || encoder->type != AVMEDIA_TYPE_AUDIO)
+        throw FileError(options.output, "can't be written with --codec " + options.codec +
+                                            ": there is no such encoder here for sound");
+    if (!holds(container, encoder->id))
+        throw FileError(options.output, "this kind of file can't hold " + options.codec);
+    return encoder;
+}
+
+// The narrowest that holds `bits`, else the widest.
+AVSampleFormat chooseSampleFormat(const AVCodec& encoder, int bits)
+{
+    AVSampleFormat best = encoder.sample_fmts[0];
+    for (const AVSampleFormat* format = encoder.sample_fmts; *format != AV_SAMPLE_FMT_NONE; ++format) {
+        const int width = resolutionBits(*format);
+        const int bestWidth = resolutionBits(best);
+        if (bestWidth < bits ? width > bestWidth : width >= bits && width < bestWidth)
+            best = *format;
+    }
+    return best;
+}
+
+// The next higher one that the encoder takes, else its highest.
+int chooseRate(const AVCodec& encoder, int rate)
+{
+    if (encoder.supported_samplerates == nullptr)
+        return rate;
+    int above = 0;
+    int highest = 0;
+    for (const int* known = encoder.supported_samplerates; *known != 0; ++known) {
+        highest = std::max(highest, *known);
+        if (*known >= rate && (above == 0 || *known < above))
+            above = *known;
+    }
+    return above != 0 ? above : highest;
+}
+
+bool takes(const AVCodec& encoder, const AVChannelLayout& layout)
+{
+    if (encoder.ch_layouts == nullptr)
+        return true;
+    for (const AVChannelLayout* known = encoder.ch_layouts; known->nb_channels != 0; ++known)
+        if (av_channel_layout_compare(known, &layout) == 0)
+            return true;
+    return false;
+}
+
+AVChannelLayout chooseLayout(const AVCodec& encoder, const AVChannelLayout& layout,
+                             const Options& options)
+{
+    AVChannelLayout usual{};
+    av_channel_layout_default(&usual, layout.nb_channels);
+    if (layout.order == AV_CHANNEL_ORDER_NATIVE && takes(encoder, layout))
+        return layout;
+    if (takes(encoder, usual))
+        return encoder.ch_layouts == nullptr ? layout : usual;
+    throw FileError(options.output, "this kind of file can't hold " +
+                                        std::to_string(layout.nb_channels) +
+                                        " channel(s): give another extension, such as .wav");
+}
+
+int64_t chooseBitRate(const AVStream& stream,
+                      const Encoding& encoding, const Options& options)
+{
+    constexpr int64_t kUsual = 96000; // for each channel
+    constexpr int64_t kMost = 256000;
+    if (!isLossy(encoding.encoder->id))
+        return 0;
+    const int channels = encoding.format.channels();
+    const AVCodecID from = stream.codecpar->codec_id;
+    const int64_t given = options.bitRate > 0 ? options.bitRate
+                          : isLossy(from) && !isPcm(from) ? stream.codecpar->bit_rate
+                                                          : 0;
+    return std::min(given > 0 ? given : kUsual * channels, kMost * channels);
+}
+
+} // namespace
+
+const AVOutputFormat& chooseContainer(const Options& options)
+{
+    const bool isPipe = options.output == kPipe;
+    const std::string name = !options.format.empty() ? options.format
+                             : !isPipe               ? extensionOf(options.output)
+                             : options.raw           ? options.raw->encoding->format
+                                                     : "wav";
+    const AVOutputFormat* const container = name.empty() ? nullptr : findContainer(name);
+    if (container == nullptr || container->audio_codec == AV_CODEC_ID_NONE ||
+        (container->flags & AVFMT_NOFILE) != 0)
+        throw FileError(isPipe ? "standard output" : options.output,
+                        options.format.empty()
+                            ? "the extension doesn't name a kind of media file: give one such as "
+                              ".wav, .flac, .mp3, .ogg, .opus, .m4a, .mp4, .mkv, .webm, .aiff"
+                            : "'" + options.format + "' doesn't name a kind of media file");
+    return *container;
+}
+
+bool holds(const AVOutputFormat& container, AVCodecID codec)
+{
+    if (const auto* known = knownCodecs(container))
+        return std::find(known->begin(), known->end(), codec) != known->end();
+    return avformat_query_codec(&container, codec, FF_COMPLIANCE_NORMAL) == 1;
+}
+
+bool isOgg(const AVOutputFormat& container)
+{
+    return isOneOf(container.name, {"ogg", "oga", "ogv", "spx", "opus"});
+}
+
+bool takesPictures(const AVOutputFormat& container)
+{
+    return isOneOf(container.name, {"mp3", "flac", "ipod", "mp4", "mov", "aiff"});
+}
+
+void setMuxing(AvOptions& muxing, const Options& options, double duration)
+{
+    constexpr double kLong = 600.0; // seconds from which on 32 bits may not count the bytes of a WAV file
+    const bool isPipe = options.output == kPipe;
+    if (extensionOf(options.output) == "rf64")
+        muxing.set("rf64", "always");
+    else if (!isPipe && (duration <= 0.0 || duration > kLong))
+        muxing.set("rf64", "auto");
+    muxing.set("write_id3v2", "1");        // AIFF
+    muxing.set("movie_timescale", "90000"); // MP4: where tracks start, to the frame
+}
+
+bool isSameKind(const AVOutputFormat& container, const AVInputFormat& from)
+{
+    const std::string_view kind = isOgg(container)                      ? "ogg"
+                                  : isOneOf(container.name, {"ipod"}) ? "mp4"
+                                  : isOneOf(container.name, {"adts"}) ? "aac"
+                                                                        : container.name;
+    return av_match_name(std::string(kind).c_str(), from.name) != 0;
+}
+
+bool isLossy(AVCodecID codec)
+{
+    if (isPcm(codec))
+        return codec == AV_CODEC_ID_PCM_ALAW || codec == AV_CODEC_ID_PCM_MULAW;
+    const AVCodecDescriptor* const known = avcodec_descriptor_get(codec);
+    return known == nullptr || (known->props & AV_CODEC_PROP_LOSSLESS) == 0 ||
+           (known->props & AV_CODEC_PROP_LOSSY) != 0;
+}
+
+Encoding chooseEncoding(const AVOutputFormat& container, const AVInputFormat& from,
+                        const AVStream& stream, const SoundDecoder& sound, const Options& options)
+{
+    Encoding encoding;
+    encoding.encoder = !options.codec.empty()
+                           ? findEncoder(container, options)
+                           : avcodec_find_encoder(chooseCodec(
+                                 container, from, stream.codecpar->codec_id, sound.bits()));
+    if (encoding.encoder == nullptr || encoding.encoder->sample_fmts == nullptr)
+        throw FileError(options.output, "there is no encoder here for this kind of file: give "
+                                        "another extension, such as .wav");
+    encoding.format.format = chooseSampleFormat(*encoding.encoder, sound.bits());
+    encoding.format.rate = chooseRate(*encoding.encoder, sound.rate());
+    encoding.format.layout = chooseLayout(*encoding.encoder, sound.layout(), options);
+    const bool isInteger = resolutionBits(encoding.format.format) == 32;
+    encoding.bits = isInteger ? std::min(sound.bits(), 24) : 0;
+    encoding.bitRate = chooseBitRate(stream, encoding, options);
+    return encoding;
+}
+
+std::string describe(const Encoding& encoding)
+{
+    const std::string name = avcodec_get_name(encoding.encoder->id);
+    return encoding.bitRate > 0 ? name + " at " + std::to_string(encoding.bitRate / 1000) + " kb/s"
+                                : name;
+}

@@ -1,0 +1,138 @@
+#include "sound_decoder.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <velora/stream.hpp>
+
+#include "error.h"
+
+namespace {
+
+using AnyStream = velora::Stream<>; // limits are the same for every format
+
+void refuseOutOfRange(const std::string& name, const AVCodecParameters& sound)
+{
+    const int channels = sound.ch_layout.nb_channels;
+    if (channels < 1 || channels > AnyStream::kMostChannels)
+        throw FileError(name, "has " + std::to_string(channels) + " channels: 1 to " +
+                                  std::to_string(AnyStream::kMostChannels) + " are possible");
+    if (sound.sample_rate < AnyStream::kLowestRate || sound.sample_rate > AnyStream::kHighestRate)
+        throw FileError(name, "has a sample rate of " + std::to_string(sound.sample_rate) +
+                                  " Hz: " + std::to_string(AnyStream::kLowestRate) + " to " +
+                                  std::to_string(AnyStream::kHighestRate) + " Hz are possible");
+}
+
+// Decoders give 17 to 24 bits in 32, and tell how many there are.
+int bitsOf(const AVCodecContext& codec)
+{
+    const int bits = resolutionBits(codec.sample_fmt);
+    return bits == 32 && codec.bits_per_raw_sample > 0 ? std::min(codec.bits_per_raw_sample, bits)
+                                                       : bits;
+}
+
+} // namespace
+
+SoundDecoder::SoundDecoder(const MediaInput& input, const AVStream& track, const DecodeManner& how)
+    : name(input.name()), stream(track), manner(how)
+{
+    const AVCodec* const decoder = avcodec_find_decoder(track.codecpar->codec_id);
+    codec.reset(avcodec_alloc_context3(decoder));
+    if (decoder == nullptr || codec == nullptr ||
+        avcodec_parameters_to_context(codec.get(), track.codecpar) < 0)
+        throw FileError(name, "holds sound of a kind that can't be decoded here: " + codecName(track));
+    refuseOutOfRange(name, *track.codecpar);
+    codec->pkt_timebase = track.time_base;
+    const int result = avcodec_open2(codec.get(), decoder, nullptr);
+    if (result < 0)
+        throw FileError(name, "can't be decoded: " + avReason(result));
+    if (codec->sample_fmt == AV_SAMPLE_FMT_NONE)
+        codec->sample_fmt = AVSampleFormat(track.codecpar->format);
+    resolution = manner.isLow24 ? 24 : bitsOf(*codec);
+    kind = samplesFor(resolution);
+    if (manner.forEngine && kind == Samples::float64)
+        kind = Samples::float32;
+    target = {avFormat(kind), track.codecpar->sample_rate, plainLayout(track.codecpar->ch_layout)};
+}
+
+void SoundDecoder::decode(const AVPacket* packet, Block& out)
+{
+    const int result = avcodec_send_packet(codec.get(), packet);
+    if (result < 0 && result != AVERROR_EOF)
+        ++damagedPackets;
+    for (;;) {
+        const int received = avcodec_receive_frame(codec.get(), frame.get());
+        if (received == AVERROR(EAGAIN) || received == AVERROR_EOF)
+            break;
+        if (received < 0)
+            ++damagedPackets;
+        else
+            take(out);
+    }
+    if (packet == nullptr && resampler != nullptr)
+        convert(nullptr, 0, out);
+}
+
+void SoundDecoder::take(Block& out)
+{
+    trimLast();
+    const SoundFormat now{AVSampleFormat(frame->format), frame->sample_rate,
+                          plainLayout(frame->ch_layout)};
+    if (resampler == nullptr || !(now == source)) {
+        if (resampler != nullptr) {
+            convert(nullptr, 0, out);
+            changes = true;
+        }
+        resampler = makeResampler(now, target);
+        source = now;
+    }
+    fillGap(out);
+    convert(frame->extended_data, frame->nb_samples, out);
+}
+
+// MP4 tells by its duration how much of the last packet is sound.
+void SoundDecoder::trimLast()
+{
+    const bool isToTheFrame = stream.time_base.num == 1 && frame->sample_rate > 0 &&
+                              stream.time_base.den % frame->sample_rate == 0;
+    if (!isToTheFrame || frame->pkt_duration <= 0)
+        return;
+    const int64_t real =
+        av_rescale_q(frame->pkt_duration, stream.time_base, {1, frame->sample_rate});
+    frame->nb_samples = int(std::min<int64_t>(frame->nb_samples, real));
+}
+
+// Between what has come and what comes next nothing sounds, and pictures go on.
+void SoundDecoder::fillGap(Block& out)
+{
+    constexpr double kSmallest = 0.05; // seconds: less is what careless writers of times do
+    constexpr double kLargest = 600.0; // more is a mistake
+    if (frame->pts == AV_NOPTS_VALUE)
+        return;
+    const double time = double(frame->pts) * av_q2d(stream.time_base);
+    if (frames == 0)
+        start = time;
+    const double gap = time - start - double(frames) / target.rate;
+    if (!manner.fillsGaps || gap < kSmallest || gap > kLargest)
+        return;
+    const int64_t silent = std::llround(gap * target.rate);
+    out.resize(out.size() + size_t(silent * channels()) * sampleBytes(kind));
+    frames += silent;
+}
+
+void SoundDecoder::convert(const uint8_t* const* data, int count, Block& out)
+{
+    const int room = swr_get_out_samples(resampler.get(), count);
+    const size_t width = size_t(channels()) * sampleBytes(kind);
+    const size_t before = out.size();
+    out.resize(before + size_t(std::max(room, 0)) * width);
+    auto* to = reinterpret_cast<uint8_t*>(out.data() + before);
+    const int got = swr_convert(resampler.get(), &to, room, const_cast<const uint8_t**>(data), count);
+    out.resize(before + size_t(std::max(got, 0)) * width);
+    frames += std::max(got, 0);
+    if (kind != Samples::int24)
+        return;
+    auto* const first = reinterpret_cast<int32_t*>(out.data() + before);
+    for (auto* sample = first; sample < first + std::max(got, 0) * channels(); ++sample)
+        *sample = int32_t(uint32_t(*sample) << (manner.isLow24 ? kInt24Shift : 0)) >> kInt24Shift;
+}

@@ -1,0 +1,67 @@
+// The ways of a stream from input to output: sound through the engine, all else with new times.
+#pragma once
+
+#include <memory>
+
+#include "media_input.h"
+#include "media_output.h"
+#include "options.h"
+#include "play.h"
+#include "sound_decoder.h"
+#include "sound_encoder.h"
+
+class Track {
+public:
+    virtual ~Track() = default;
+    /// Both throw FileError, ReaderGone or Interrupted.
+    virtual void take(AVPacket& packet) = 0;
+    virtual void finish() {}
+};
+
+class SoundTrack : public Track {
+public:
+    SoundTrack(const MediaInput& input, const AVStream& stream, MediaOutput& output,
+               const Options& options);
+
+    const SoundDecoder& in() const { return decoder; }
+    const SoundEncoder& out() const { return *encoder; }
+    const Encoding& encoding() const { return chosen; }
+
+    void take(AVPacket& packet) override;
+    void finish() override;
+
+private:
+    void pass(const AVPacket* packet);
+    void begin();
+
+    const MediaInput& input;
+    const Options& options;
+    SoundDecoder decoder;
+    Encoding chosen;
+    std::unique_ptr<SoundEncoder> encoder;
+    std::unique_ptr<Player> player; // once it is known when the sound begins
+    Block decoded;
+    Block played;
+};
+
+/// Picture, subtitles and the like: as they are, at other times.
+class CopiedTrack : public Track {
+public:
+    CopiedTrack(const MediaInput& input, const AVStream& stream, MediaOutput& output,
+                const SpeedMap& speed);
+
+    void take(AVPacket& packet) override;
+
+private:
+    int64_t outputTime(int64_t time) const;
+
+    const MediaInput& input;
+    const AVStream& from;
+    MediaOutput& output;
+    AVStream& to;
+    const SpeedMap& speed;
+    int64_t lastDecoding = INT64_MIN;
+};
+
+/// Whether one speed holds throughout, and it is 1.
+bool isCopy(const Options& options);
