@@ -1,7 +1,8 @@
 #include "media_input.h"
 
 #include <algorithm>
-#include <array>
+#include <cstdio>
+#include <iterator>
 #include <string_view>
 
 #include "error.h"
@@ -39,6 +40,9 @@ MediaInput::MediaInput(const std::string& path, const std::optional<RawFormat>& 
     bytes.rethrow();
     if (result < 0)
         failUnreadable(result);
+    if (context->nb_streams == 0)
+        throw FileError(name(), "has no sound");
+    announced = announcedDuration();
 }
 
 void MediaInput::open(const std::optional<RawFormat>& raw)
@@ -56,7 +60,7 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
         kind = av_find_input_format(raw->encoding->format);
         options.set("sample_rate", std::to_string(raw->rate));
         options.set("ch_layout", std::to_string(raw->channels) + "C");
-    } else if (isWavOfUnknownLength(bytes.start())) {
+    } else if (announcedWavBytes(bytes.start()) == kOpenEnd) {
         opened->pb->seekable = 0; // the same through a pipe as by name
         options.set("ignore_length", "1");
     }
@@ -113,13 +117,29 @@ double MediaInput::duration() const
     return isKnown ? double(context->duration) / AV_TIME_BASE : 0.0;
 }
 
+// Only what a header counts, not what is guessed from the size of a file.
+double MediaInput::announcedDuration() const
+{
+    const AVCodecParameters& first = *context->streams[0]->codecpar;
+    const int64_t wavBytes = announcedWavBytes(bytes.start());
+    if (wavBytes >= 0 && isCountedInFrames())
+        return double(wavBytes) / (first.block_align * double(first.sample_rate));
+    return context->duration_estimation_method == AVFMT_DURATION_FROM_STREAM ? duration() : 0.0;
+}
+
+bool MediaInput::isCountedInFrames() const
+{
+    const AVCodecParameters& first = *context->streams[0]->codecpar;
+    return context->nb_streams == 1 && av_get_exact_bits_per_sample(first.codec_id) > 0 &&
+           first.block_align > 0 && first.sample_rate > 0;
+}
+
 std::string MediaInput::whatIsMissing() const
 {
-    constexpr double kSlack = 0.25; // seconds by which a header may be wrong
+    const double slack = isCountedInFrames() ? 0.00002 : 0.25; // seconds
     if (!problem.empty())
         return "can't be read beyond " + clock(position()) + ": " + problem;
-    const bool isAnnounced = context->duration_estimation_method == AVFMT_DURATION_FROM_STREAM;
-    if (isAnnounced && position() < duration() - kSlack)
-        return "is incomplete: it ends after " + clock(position()) + " of " + clock(duration());
+    if (position() < announced - slack)
+        return "is incomplete: it ends after " + clock(position()) + " of " + clock(announced);
     return {};
 }

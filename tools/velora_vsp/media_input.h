@@ -33,6 +33,8 @@ public:
 private:
     void open(const std::optional<RawFormat>& raw);
     const AVInputFormat* findFormat();
+    double announcedDuration() const;
+    bool isCountedInFrames() const;
     [[noreturn]] void failUnreadable(int error);
 
     Bytes bytes;
@@ -40,6 +42,7 @@ private:
         void operator()(AVFormatContext* input) const { avformat_close_input(&input); }
     };
     std::unique_ptr<AVFormatContext, Close> context;
+    double announced = 0.0; // seconds of media that the header promises; 0 if it doesn't
     double end = 0.0; // of what was read, in seconds of the file's clock
     std::string problem;
 };

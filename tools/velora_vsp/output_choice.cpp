@@ -152,7 +152,7 @@ AVChannelLayout chooseLayout(const AVCodec& encoder, const AVChannelLayout& layo
     if (layout.order == AV_CHANNEL_ORDER_NATIVE && takes(encoder, layout))
         return layout;
     if (takes(encoder, usual))
-        return encoder.ch_layouts == nullptr ? layout : usual;
+        return isPcm(encoder.id) ? layout : usual;
     throw FileError(options.output, "this kind of file can't hold " +
                                         std::to_string(layout.nb_channels) +
                                         " channel(s): give another extension, such as .wav");
@@ -237,12 +237,30 @@ bool isLossy(AVCodecID codec)
         return codec == AV_CODEC_ID_PCM_ALAW || codec == AV_CODEC_ID_PCM_MULAW;
     const AVCodecDescriptor* const known = avcodec_descriptor_get(codec);
     return known == nullptr || (known->props & AV_CODEC_PROP_LOSSLESS) == 0 ||
-           (known->props & AV_CODEC_PROP_LOSSY) != 0;
+           codec == AV_CODEC_ID_DTS; // which may be either
 }
+
+namespace {
+
+void refuseOtherRaw(const SoundDecoder& sound, const Options& options)
+{
+    if (options.output != kPipe || !options.raw ||
+        (options.raw->rate == sound.rate() && options.raw->channels == sound.channels()))
+        return;
+    throw FileError("standard output", "--raw wants " + std::to_string(options.raw->rate) +
+                                           " Hz and " + std::to_string(options.raw->channels) +
+                                           " channel(s), but the input has " +
+                                           std::to_string(sound.rate()) + " Hz and " +
+                                           std::to_string(sound.channels()) +
+                                           ": neither is converted");
+}
+
+} // namespace
 
 Encoding chooseEncoding(const AVOutputFormat& container, const AVInputFormat& from,
                         const AVStream& stream, const SoundDecoder& sound, const Options& options)
 {
+    refuseOtherRaw(sound, options);
     Encoding encoding;
     encoding.encoder = !options.codec.empty()
                            ? findEncoder(container, options)

@@ -26,13 +26,13 @@ bool isBoundless(uint64_t bytes)
 
 } // namespace
 
-bool isWavOfUnknownLength(const std::vector<uint8_t>& start)
+int64_t announcedWavBytes(const std::vector<uint8_t>& start)
 {
     if (start.size() < 12 || word(start.data() + 8) != "WAVE")
-        return false;
+        return kNoWav;
     const bool isLong = word(start.data()) == "RF64" || word(start.data()) == "BW64";
     if (!isLong && word(start.data()) != "RIFF")
-        return false;
+        return kNoWav;
     const uint64_t riffBytes = littleEndian(start.data() + 4, 4);
     uint64_t longBytes = 0; // where 32 bits are too few
     for (size_t at = 12; at + 8 <= start.size();) {
@@ -41,14 +41,15 @@ bool isWavOfUnknownLength(const std::vector<uint8_t>& start)
         if (word(chunk) == "ds64" && at + 24 <= start.size())
             longBytes = littleEndian(chunk + 16, 8);
         if (word(chunk) == "data") {
+            if (isLong && bytes >= 0xFFFFF000)
+                return longBytes == 0 || longBytes > uint64_t(INT64_MAX) ? kOpenEnd
+                                                                         : int64_t(longBytes);
             // No bytes is what an empty file has, too, if nothing lies beyond its announced end.
             const bool isEmpty = riffBytes >= at && !isBoundless(riffBytes) &&
                                  start.size() <= riffBytes + 9;
-            if (isLong && bytes >= 0xFFFFF000)
-                return longBytes == 0 || longBytes > uint64_t(INT64_MAX);
-            return isBoundless(bytes) || (bytes == 0 && !isEmpty);
+            return isBoundless(bytes) || (bytes == 0 && !isEmpty) ? kOpenEnd : int64_t(bytes);
         }
         at += 8 + size_t(bytes + bytes % 2);
     }
-    return false;
+    return kNoWav;
 }

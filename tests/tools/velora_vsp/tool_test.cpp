@@ -176,15 +176,13 @@ TEST_F(ToolTest, ContainerComesFromTheNameAndEncodingLosesLeast)
     constexpr int kWav = SF_FORMAT_WAV;
     const Case cases[] = {
         {kWav | SF_FORMAT_PCM_16, "out.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
-        {kWav | SF_FORMAT_PCM_U8, "out.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_S8},
+        {kWav | SF_FORMAT_PCM_U8, "out.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
         {kWav | SF_FORMAT_ULAW, "out.FLAC", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
         {kWav | SF_FORMAT_FLOAT, "out.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
         {kWav | SF_FORMAT_FLOAT, "out.aif", SF_FORMAT_AIFF | SF_FORMAT_FLOAT},
-        {kWav | SF_FORMAT_DOUBLE, "out.sf", SF_FORMAT_IRCAM | SF_FORMAT_FLOAT},
-        {kWav | SF_FORMAT_PCM_24, "out.mat", SF_FORMAT_MAT5 | SF_FORMAT_PCM_32},
         {kWav | SF_FORMAT_PCM_24, "out.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
         {kWav | SF_FORMAT_IMA_ADPCM, "out.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16},
-        {SF_FORMAT_WAVEX | SF_FORMAT_PCM_24, "out.wav", SF_FORMAT_WAVEX | SF_FORMAT_PCM_24},
+        {SF_FORMAT_WAVEX | SF_FORMAT_PCM_24, "out.wav", kWav | SF_FORMAT_PCM_24},
         {SF_FORMAT_FLAC | SF_FORMAT_PCM_24, "out.wav", kWav | SF_FORMAT_PCM_24},
         {SF_FORMAT_OGG | SF_FORMAT_VORBIS, "out.wav", kWav | SF_FORMAT_FLOAT},
     };
@@ -194,7 +192,7 @@ TEST_F(ToolTest, ContainerComesFromTheNameAndEncodingLosesLeast)
         write("in", in);
         runQuietly("in " + std::string(test.name) + " -f -s 1.5");
         const Sound out = read(test.name);
-        EXPECT_EQ(out.format & ~SF_FORMAT_ENDMASK, test.to)
+        EXPECT_EQ(out.format, test.to)
             << std::hex << test.from << " as " << test.name << " became " << out.format;
     }
 }
@@ -245,13 +243,7 @@ TEST_F(ToolTest, WhatCannotBeDoneIsNamedAndLeavesEverythingAsItWas)
     write("six.wav", tone(440.0, 100, 44100, 6));
     write("low.wav", tone(440.0, 100, 7999));
     write("high.wav", tone(440.0, 100, 192001));
-    Sound flac = tone(440.0, 30000);
-    flac.format = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
-    write("cut.flac", flac);
-    write("cut.wav", tone(440.0, 30000));
     write("stub.wav", tone(440.0, 30000));
-    for (const char* name : {"cut.flac", "cut.wav"})
-        fs::resize_file(at(name), fs::file_size(at(name)) / 2);
     fs::resize_file(at("stub.wav"), 20);
     std::ofstream(at("empty.wav")).close();
     std::ofstream(at("text.wav")) << "This is no sound.";
@@ -266,8 +258,6 @@ TEST_F(ToolTest, WhatCannotBeDoneIsNamedAndLeavesEverythingAsItWas)
         {"many.wav out.wav", {"many.wav", "33 channels", "1 to 32"}},
         {"low.wav out.wav", {"low.wav", "7999", "8000 to 192000"}},
         {"high.wav out.wav", {"high.wav", "192001", "8000 to 192000"}},
-        {"cut.wav out.wav", {"cut.wav", "incomplete"}},
-        {"cut.flac out.wav", {"cut.flac"}},
         {"stub.wav out.wav", {"stub.wav"}},
         {"empty.wav out.wav", {"empty.wav", "empty"}},
         {"text.wav out.wav", {"text.wav", "no kind of sound file", "--raw"}},
@@ -282,7 +272,6 @@ TEST_F(ToolTest, WhatCannotBeDoneIsNamedAndLeavesEverythingAsItWas)
         {"in.wav nowhere/out.wav", {"nowhere/out.wav", "No such file"}},
         {"in.wav out.xyz", {"out.xyz", ".wav", ".flac", ".ogg"}},
         {"in.wav out", {"out", ".wav"}},
-        {"in.wav out.opus", {"out.opus", "44100", "48000"}}, // no such rate in this codec
     };
     for (const auto& [arguments, words] : cases)
         for (const char* speed : {" -s 2", " -s 1"}) {
@@ -295,6 +284,29 @@ TEST_F(ToolTest, WhatCannotBeDoneIsNamedAndLeavesEverythingAsItWas)
         }
     EXPECT_EQ(contents(at("in.wav")), in);
     EXPECT_EQ(contents(at("old.wav")), old);
+}
+
+TEST_F(ToolTest, WhatIsCutIsPlayedAsFarAsItGoes)
+{
+    Sound flac = tone(440.0, 30000);
+    flac.format = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
+    write("cut.flac", flac);
+    write("cut.wav", tone(440.0, 30000));
+    for (const char* name : {"cut.flac", "cut.wav"}) {
+        fs::resize_file(at(name), fs::file_size(at(name)) / 2);
+        const std::string arguments = std::string(name) + " out.wav -s 0.8";
+        const Result strict = tool(arguments + " --strict");
+        EXPECT_EQ(strict.exitCode, 1);
+        EXPECT_FALSE(fs::exists(at("out.wav")));
+        const Result result = tool(arguments + " -f");
+        EXPECT_EQ(result.exitCode, 0);
+        for (const Result& each : {strict, result})
+            EXPECT_NE(each.text.find(std::string(name) + ": is incomplete: it ends after 0:00:00."),
+                      std::string::npos)
+                << each.text;
+        EXPECT_NEAR(double(read("out.wav").frames()), 15000.0 / 0.8, 6000.0);
+        fs::remove(at("out.wav"));
+    }
 }
 
 TEST_F(ToolTest, ForceReplacesWhatALinkPointsTo)
