@@ -18,6 +18,21 @@ int refuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary
     return AVERROR(EPERM);
 }
 
+// FFmpeg takes the samples of a big-endian WAV file for little-endian ones.
+void turnBytesOfRifx(AVCodecParameters& codec)
+{
+    constexpr AVCodecID kPairs[][2] = {{AV_CODEC_ID_PCM_S16LE, AV_CODEC_ID_PCM_S16BE},
+                                       {AV_CODEC_ID_PCM_S24LE, AV_CODEC_ID_PCM_S24BE},
+                                       {AV_CODEC_ID_PCM_S32LE, AV_CODEC_ID_PCM_S32BE},
+                                       {AV_CODEC_ID_PCM_F32LE, AV_CODEC_ID_PCM_F32BE},
+                                       {AV_CODEC_ID_PCM_F64LE, AV_CODEC_ID_PCM_F64BE}};
+    for (const auto& [little, big] : kPairs)
+        if (codec.codec_id == little) {
+            codec.codec_id = big;
+            return;
+        }
+}
+
 std::string clock(double seconds)
 {
     char text[64];
@@ -79,6 +94,11 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
     if (result < 0)
         failUnreadable(result);
     context.reset(opened);
+    const std::vector<uint8_t>& start = bytes.start();
+    constexpr std::string_view kBigEndian = "RIFX";
+    if (start.size() > kBigEndian.size() && context->nb_streams > 0 &&
+        std::equal(kBigEndian.begin(), kBigEndian.end(), start.begin()))
+        turnBytesOfRifx(*context->streams[0]->codecpar);
 }
 
 void MediaInput::failUnreadable(int error)

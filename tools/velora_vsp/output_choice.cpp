@@ -197,7 +197,9 @@ bool holds(const AVOutputFormat& container, AVCodecID codec)
 {
     if (const auto* known = knownCodecs(container))
         return std::find(known->begin(), known->end(), codec) != known->end();
-    return avformat_query_codec(&container, codec, FF_COMPLIANCE_NORMAL) == 1;
+    const bool isUnreadable = // by all but FFmpeg
+        codec == AV_CODEC_ID_ALAC && std::string_view(container.name) == "caf";
+    return !isUnreadable && avformat_query_codec(&container, codec, FF_COMPLIANCE_NORMAL) == 1;
 }
 
 bool isOgg(const AVOutputFormat& container)

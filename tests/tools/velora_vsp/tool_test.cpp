@@ -149,7 +149,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SF_FORMAT_WAV | SF_FORMAT_FLOAT, SF_FORMAT_WAV | SF_FORMAT_DOUBLE,
                     SF_FORMAT_WAV | SF_FORMAT_ULAW, SF_FORMAT_WAV | SF_FORMAT_IMA_ADPCM,
                     int(SF_ENDIAN_BIG) | SF_FORMAT_WAV | SF_FORMAT_PCM_24,
-                    SF_FORMAT_AIFF | SF_FORMAT_PCM_S8, SF_FORMAT_CAF | SF_FORMAT_ALAC_24,
+                    SF_FORMAT_AIFF | SF_FORMAT_PCM_S8, SF_FORMAT_CAF | SF_FORMAT_PCM_24,
                     SF_FORMAT_FLAC | SF_FORMAT_PCM_24, SF_FORMAT_OGG | SF_FORMAT_VORBIS));
 
 TEST_F(ToolTest, MonoIsTheLeftChannelOfTheSameInStereo)
@@ -181,6 +181,7 @@ TEST_F(ToolTest, ContainerComesFromTheNameAndEncodingLosesLeast)
         {kWav | SF_FORMAT_FLOAT, "out.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
         {kWav | SF_FORMAT_FLOAT, "out.aif", SF_FORMAT_AIFF | SF_FORMAT_FLOAT},
         {kWav | SF_FORMAT_PCM_24, "out.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+        {SF_FORMAT_CAF | SF_FORMAT_ALAC_24, "out.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_24},
         {kWav | SF_FORMAT_IMA_ADPCM, "out.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16},
         {SF_FORMAT_WAVEX | SF_FORMAT_PCM_24, "out.wav", kWav | SF_FORMAT_PCM_24},
         {SF_FORMAT_FLAC | SF_FORMAT_PCM_24, "out.wav", kWav | SF_FORMAT_PCM_24},
