@@ -21,8 +21,9 @@ need_packages() {
     DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
 
-tool_packages=(g++ cmake ninja-build libsndfile1-dev libcli11-dev)
-build_packages=("${tool_packages[@]}" libgtest-dev nlohmann-json3-dev)
+ffmpeg_packages=(libavformat-dev libavcodec-dev libavutil-dev libswresample-dev)
+tool_packages=(g++ cmake ninja-build pkg-config libcli11-dev "${ffmpeg_packages[@]}")
+build_packages=("${tool_packages[@]}" libgtest-dev nlohmann-json3-dev libsndfile1-dev ffmpeg)
 figure_packages=(python3 python3-numpy python3-scipy python3-soundfile)
 benchmark_packages=(g++ cmake ninja-build libbenchmark-dev libsoundtouch-dev librubberband-dev libsonic-dev)
 

@@ -109,6 +109,14 @@ void MediaInput::failUnreadable(int error)
                                 : "can't be read: " + avReason(error));
 }
 
+bool MediaInput::hasFilm() const
+{
+    return std::any_of(
+        context->streams, context->streams + context->nb_streams, [](const AVStream* stream) {
+            return stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !isPicture(*stream);
+        });
+}
+
 bool MediaInput::read(AVPacket& packet)
 {
     av_packet_unref(&packet);

@@ -18,6 +18,9 @@ public:
     AVFormatContext& format() const { return *context; }
     const std::string& name() const { return bytes.name(); }
 
+    /// Whether there is a picture that moves.
+    bool hasFilm() const;
+
     /// Reads the next packet; false at the end. Throws FileError, or Interrupted.
     bool read(AVPacket& packet);
 

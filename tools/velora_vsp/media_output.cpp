@@ -63,8 +63,10 @@ void MediaOutput::describeLike(const MediaInput& input, const SpeedMap& speed)
     if (sound >= 0 && from.metadata == nullptr) // Ogg has the tags of a file in its stream
         copyTags(&context->metadata, from.streams[sound]->metadata);
 
+    // Chapters of sound are counted from the first sample, whatever a decoder throws away.
+    const double origin = input.hasFilm() ? input.startTime() : 0.0;
     const auto outputTime = [&](int64_t time, AVRational base) {
-        return std::max(speed.outputAt(double(time) * av_q2d(base) - input.startTime()), 0.0);
+        return std::max(speed.outputAt(double(time) * av_q2d(base) - origin), 0.0);
     };
     for (unsigned n = 0; n < from.nb_chapters; ++n) {
         const AVChapter& chapter = *from.chapters[n];

@@ -19,15 +19,18 @@ using AnyStream = velora::Stream<>; // limits are the same for every format
 constexpr int kWrongCommandLine = 2;
 
 constexpr char kDescription[] =
-    "Plays sound faster or slower without changing its pitch, and writes the result.\n"
-    "The extension of OUT chooses the kind of file; sample format, rate and channels stay.";
+    "Plays sound and films faster or slower without changing the pitch, and writes the result.\n"
+    "The extension of OUT chooses the kind of file; codec, sample format, rate and channels stay\n"
+    "where it has room for them.";
 
 constexpr char kFooter[] =
     "Examples:\n"
     "  velora-vsp talk.wav brisk.flac --speed 1.5       one and a half times as fast\n"
     "  velora-vsp song.flac practice.wav -s 0.75        three quarters of the speed\n"
     "  velora-vsp riff.wav slow.wav -s 0.5 -k           half speed at the same pitch\n"
+    "  velora-vsp lecture.mp4 brisk.mp4 -s 1.5          picture, subtitles and chapters in step\n"
     "  velora-vsp song.wav - -s 0.8 | aplay             into a player\n"
+    "  velora-vsp - - --format mp3 -s 2 <a.mp3 >b.mp3   other kinds of file through pipes\n"
     "  velora-vsp - - -s 2 --raw 48000:2:s16 <a >b      samples without a header\n"
     "  velora-vsp song.wav out.wav --speed-map FILE     with lines such as these in FILE:\n"
     "                                                     0:00  1.0\n"
@@ -45,10 +48,16 @@ constexpr char kFooter[] =
     "gives the bare engine: up to 0.5 it passes a low-pass at 2 kHz (1 kHz above 48000 Hz, 500 Hz\n"
     "above 96000 Hz) and a gain of -13 dB; with --keep-pitch, 0.5 counts as just above that limit.\n"
     "\n"
-    "Input: 1 to 32 channels, 8000 to 192000 Hz, any kind of file that libsndfile reads; WAV\n"
-    "with integer or float samples from a pipe, named or not. --raw says what - is if not WAV,\n"
-    "in or out: u8, s16, s24 (3 bytes), s24in32 (the low 3 of 4), s32, f32 or f64, interleaved\n"
-    "and little-endian.";
+    "Input: any file that FFmpeg's libraries read, by name or through a pipe, with 1 to 32 channels\n"
+    "at 8000 to 192000 Hz. --raw says what - is if it has no header, in or out: u8, s16, s24 (3\n"
+    "bytes), s24in32 (the low 3 of 4), s32, f32 or f64, interleaved and little-endian. A file that\n"
+    "is cut short is played as far as it goes, with a warning.\n"
+    "\n"
+    "Output: picture, subtitles and covers are copied, with new times, where the kind of file has\n"
+    "room for them; what is left out is said. Into - goes WAV unless --format says otherwise.\n"
+    "\n"
+    "Exit codes: 0 done, 1 failed, 2 wrong command line, 130 interrupted (143 terminated), 141 the\n"
+    "reader of - has gone.";
 
 std::string checkSpeed(const std::string& text)
 {
@@ -153,7 +162,7 @@ Options readOptions(int argc, const char* const* argv)
     app.footer(kFooter);
     app.get_formatter()->label("REQUIRED", "");
     app.get_formatter()->column_width(27);
-    app.add_option("IN", options.input, "The sound file to play; - is standard input")
+    app.add_option("IN", options.input, "The file to play; - is standard input")
         ->required()
         ->type_name("");
     app.add_option("OUT", options.output, "The file to write; - is standard output")
@@ -178,7 +187,7 @@ Options readOptions(int argc, const char* const* argv)
         ->transform(nameOf<velora::Material>(
             {{"music", velora::Material::music}, {"speech", velora::Material::speech}}));
     const auto* rawOption =
-        app.add_option("--raw", raw, "RATE:CHANNELS:FORMAT of - if that isn't WAV")
+        app.add_option("--raw", raw, "RATE:CHANNELS:FORMAT of - if it has no header")
             ->type_name("R:C:F")
             ->check(checkRaw, "", "raw");
     app.add_option("--format", options.format, "Kind of file to write: wav, flac, mp3, ogg, matroska ...")

@@ -51,6 +51,9 @@ const std::vector<AVCodecID>* knownCodecs(const AVOutputFormat& container)
         AV_CODEC_ID_AAC,  AV_CODEC_ID_AC3,  AV_CODEC_ID_EAC3,       AV_CODEC_ID_MP2,
         AV_CODEC_ID_MP3,  AV_CODEC_ID_OPUS, AV_CODEC_ID_DTS,        AV_CODEC_ID_H264,
         AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG4, AV_CODEC_ID_MPEG2VIDEO, AV_CODEC_ID_DVB_SUBTITLE};
+    static const std::vector<AVCodecID> kOpus = {AV_CODEC_ID_OPUS};
+    if (std::string_view(container.name) == "opus")
+        return &kOpus;
     if (isOgg(container))
         return &kOgg;
     return std::string_view(container.name) == "mpegts" ? &kTransportStream : nullptr;
@@ -84,12 +87,13 @@ AVCodecID choosePcm(const AVOutputFormat& container, int bits)
 AVCodecID chooseCodec(const AVOutputFormat& container, const AVInputFormat& from,
                       AVCodecID codec, int bits)
 {
-    const bool takesAnySound = !isPcm(container.audio_codec);
+    const bool isForPcm = isPcm(container.audio_codec);
+    const bool isUsual = isForPcm ? isPcm(codec) : !isOgg(container) || isLossy(codec);
     const bool canKeep = holds(container, codec) && avcodec_find_encoder(codec) != nullptr;
-    if (canKeep && (takesAnySound || isPcm(codec) || isSameKind(container, from)))
+    if (canKeep && (isUsual || isSameKind(container, from)))
         return codec;
     const AVCodecID pcm = choosePcm(container, bits);
-    return !takesAnySound && pcm != AV_CODEC_ID_NONE ? pcm : container.audio_codec;
+    return isForPcm && pcm != AV_CODEC_ID_NONE ? pcm : container.audio_codec;
 }
 
 const AVCodec* findEncoder(const AVOutputFormat& container, const Options& options)
@@ -158,18 +162,23 @@ AVChannelLayout chooseLayout(const AVCodec& encoder, const AVChannelLayout& layo
                                         " channel(s): give another extension, such as .wav");
 }
 
-int64_t chooseBitRate(const AVStream& stream,
-                      const Encoding& encoding, const Options& options)
+// Of lossy sound; 0 if there is none.
+int64_t bitRateOf(const AVStream& stream, const AVFormatContext& input)
+{
+    const AVCodecParameters& codec = *stream.codecpar;
+    if (!isLossy(codec.codec_id) || isPcm(codec.codec_id))
+        return 0;
+    return codec.bit_rate > 0 || input.nb_streams > 1 ? codec.bit_rate : input.bit_rate;
+}
+
+int64_t chooseBitRate(int64_t ofInput, const Encoding& encoding, const Options& options)
 {
     constexpr int64_t kUsual = 96000; // for each channel
     constexpr int64_t kMost = 256000;
     if (!isLossy(encoding.encoder->id))
         return 0;
     const int channels = encoding.format.channels();
-    const AVCodecID from = stream.codecpar->codec_id;
-    const int64_t given = options.bitRate > 0 ? options.bitRate
-                          : isLossy(from) && !isPcm(from) ? stream.codecpar->bit_rate
-                                                          : 0;
+    const int64_t given = options.bitRate > 0 ? options.bitRate : ofInput;
     return std::min(given > 0 ? given : kUsual * channels, kMost * channels);
 }
 
@@ -259,9 +268,10 @@ void refuseOtherRaw(const SoundDecoder& sound, const Options& options)
 
 } // namespace
 
-Encoding chooseEncoding(const AVOutputFormat& container, const AVInputFormat& from,
+Encoding chooseEncoding(const AVOutputFormat& container, const AVFormatContext& input,
                         const AVStream& stream, const SoundDecoder& sound, const Options& options)
 {
+    const AVInputFormat& from = *input.iformat;
     refuseOtherRaw(sound, options);
     Encoding encoding;
     encoding.encoder = !options.codec.empty()
@@ -276,7 +286,7 @@ Encoding chooseEncoding(const AVOutputFormat& container, const AVInputFormat& fr
     encoding.format.layout = chooseLayout(*encoding.encoder, sound.layout(), options);
     const bool isInteger = resolutionBits(encoding.format.format) == 32;
     encoding.bits = isInteger ? std::min(sound.bits(), 24) : 0;
-    encoding.bitRate = chooseBitRate(stream, encoding, options);
+    encoding.bitRate = chooseBitRate(bitRateOf(stream, input), encoding, options);
     return encoding;
 }
 

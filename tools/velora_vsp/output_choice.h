@@ -40,7 +40,7 @@ struct Encoding {
 };
 
 /// Throws FileError if the container can't hold the channels, or --codec doesn't fit.
-Encoding chooseEncoding(const AVOutputFormat& container, const AVInputFormat& from,
+Encoding chooseEncoding(const AVOutputFormat& container, const AVFormatContext& input,
                         const AVStream& stream, const SoundDecoder& sound, const Options& options);
 
 /// For people.

@@ -7,13 +7,6 @@
 
 namespace {
 
-bool isFilm(const AVFormatContext& format)
-{
-    return std::any_of(format.streams, format.streams + format.nb_streams, [](const AVStream* stream) {
-        return stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !isPicture(*stream);
-    });
-}
-
 bool isLow24(const Options& options, const char* end)
 {
     return options.raw && options.raw->encoding->isLow24 && end == std::string(kPipe);
@@ -39,8 +32,8 @@ SoundTrack::SoundTrack(const MediaInput& from, const AVStream& stream, MediaOutp
                        const Options& given)
     : input(from), options(given),
       decoder(from, stream,
-              {!isCopy(given), isLow24(given, given.input.c_str()), isFilm(from.format())}),
-      chosen(chooseEncoding(output.container(), *from.format().iformat, stream, decoder, given))
+              {!isCopy(given), isLow24(given, given.input.c_str()), from.hasFilm()}),
+      chosen(chooseEncoding(output.container(), from.format(), stream, decoder, given))
 {
     const SoundFormat format{avFormat(decoder.samples()), decoder.rate(), decoder.layout()};
     encoder = std::make_unique<SoundEncoder>(output, chosen, decoder.samples(), format,
@@ -68,7 +61,7 @@ void SoundTrack::pass(const AVPacket* packet)
 // Sound that comes by itself begins at once, beside others where it began.
 void SoundTrack::begin()
 {
-    const bool isAlone = input.format().nb_streams == 1 || !isFilm(input.format());
+    const bool isAlone = !input.hasFilm();
     const double start = isAlone ? 0.0 : std::max(decoder.startTime() - input.startTime(), 0.0);
     encoder->startAt(options.speed.outputAt(start));
     player = isCopy(options)
