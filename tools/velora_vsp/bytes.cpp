@@ -138,9 +138,8 @@ void Bytes::readStart()
     startBytes.resize(4096);
     size_t done = 0;
     while (done < startBytes.size()) {
-        const ssize_t count = untilDone([&] {
-            return ::read(file, startBytes.data() + done, startBytes.size() - done);
-        });
+        const ssize_t count = untilDone(
+            [&] { return ::read(file, startBytes.data() + done, startBytes.size() - done); });
         if (count < 0)
             fail(shownName, "can't be read: ");
         if (count == 0)
@@ -169,8 +168,7 @@ int64_t Bytes::read(uint8_t* to, size_t bytes)
 void Bytes::write(const uint8_t* from, size_t bytes)
 {
     for (size_t done = 0; done < bytes;) {
-        const ssize_t count =
-            untilDone([&] { return ::write(file, from + done, bytes - done); });
+        const ssize_t count = untilDone([&] { return ::write(file, from + done, bytes - done); });
         if (count < 0 && errno == EPIPE)
             throw ReaderGone();
         if (count < 0)

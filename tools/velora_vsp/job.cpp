@@ -41,12 +41,13 @@ void say(const Options& options, const std::string& text)
 // Whether files like the output hold sound, and at most a cover.
 bool isSoundOnly(const AVOutputFormat& container, const Options& options)
 {
-    constexpr std::string_view kExtensions[] = {
-        ".m4a", ".m4b", ".ogg", ".oga", ".opus", ".spx", ".mka", ".wma"};
+    constexpr std::string_view kExtensions[] = {".m4a",  ".m4b", ".ogg", ".oga",
+                                                ".opus", ".spx", ".mka", ".wma"};
     const std::string extension = fs::path(options.output).extension().string();
     return options.audioOnly || container.video_codec == AV_CODEC_ID_NONE ||
            container.video_codec == AV_CODEC_ID_PNG ||
-           std::find(std::begin(kExtensions), std::end(kExtensions), extension) != std::end(kExtensions);
+           std::find(std::begin(kExtensions), std::end(kExtensions), extension) !=
+               std::end(kExtensions);
 }
 
 /// All streams of an input on their way into an output.
@@ -77,9 +78,9 @@ private:
     MediaInput& input;
     MediaOutput& output;
     const Options& options;
-    int best; // the index of the sound that a player would choose
+    int best;                                   // the index of the sound that a player would choose
     std::vector<std::unique_ptr<Track>> tracks; // by index; null for what is left out
-    const SoundTrack* sound = nullptr; // the first
+    const SoundTrack* sound = nullptr;          // the first
 };
 
 std::unique_ptr<Track> Transfer::makeTrack(const AVStream& stream)
@@ -89,7 +90,11 @@ std::unique_ptr<Track> Transfer::makeTrack(const AVStream& stream)
     if (hasRoomFor(stream))
         return std::make_unique<CopiedTrack>(input, stream, output, options.speed);
     if (stream.codecpar->codec_type != AVMEDIA_TYPE_DATA)
-        say(options, "left out: " + std::string(isPicture(stream) ? "cover" : av_get_media_type_string(stream.codecpar->codec_type)) + " (" + codecName(stream) + ")");
+        say(options, "left out: " +
+                         std::string(isPicture(stream)
+                                         ? "cover"
+                                         : av_get_media_type_string(stream.codecpar->codec_type)) +
+                         " (" + codecName(stream) + ")");
     return nullptr;
 }
 
@@ -116,7 +121,8 @@ bool Transfer::hasRoomFor(const AVStream& stream) const
     const AVMediaType type = stream.codecpar->codec_type;
     if (isPicture(stream))
         return takesPictures(container);
-    if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_SUBTITLE && type != AVMEDIA_TYPE_ATTACHMENT)
+    if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_SUBTITLE &&
+        type != AVMEDIA_TYPE_ATTACHMENT)
         return false;
     return !isSoundOnly(container, options) && holds(container, stream.codecpar->codec_id);
 }
@@ -148,15 +154,20 @@ void Transfer::judge() const
 {
     std::string problem = input.whatIsMissing();
     if (problem.empty() && sound != nullptr && sound->in().damaged() > 0)
-        problem = "is damaged: " + std::to_string(sound->in().damaged()) + " packets of sound could not be decoded";
+        problem = "is damaged: sound that can't be decoded (packets: " +
+                  std::to_string(sound->in().damaged()) + ") was left out";
     if (sound != nullptr && sound->in().position() == 0 && !problem.empty())
         throw FileError(input.name(), problem + ", and no sound comes before");
+    if (sound != nullptr && sound->out().position() == 0 && !canBeEmpty(output.container()))
+        throw FileError(output.name(), "this kind of file can't be empty, but the input has no "
+                                       "frames: give another extension, such as .wav");
     if (!problem.empty() && options.strict)
         throw FileError(input.name(), problem);
     if (!problem.empty())
         say(options, input.name() + ": " + problem + "; all that is there was used");
     if (sound != nullptr && sound->in().hasChanged())
-        say(options, input.name() + ": rate or channels change on the way: converted to those at the start");
+        say(options,
+            input.name() + ": rate or channels change on the way: converted to those at the start");
 }
 
 void Transfer::sumUp(Summary& summary) const
@@ -179,18 +190,20 @@ double idealLength(const Options& options, int64_t frames, int rate)
 }
 
 // Where encoding again would only change the samples.
-bool isBytewiseCopy(const MediaInput& input, const AVOutputFormat& container, const Options& options)
+bool isBytewiseCopy(const MediaInput& input, const AVOutputFormat& container,
+                    const Options& options)
 {
     const AVFormatContext& format = input.format();
     std::error_code none;
-    return isCopy(options) && options.codec.empty() && options.bitRate == 0 && !options.audioOnly && !options.raw &&
-           fs::is_regular_file(options.input, none) && options.output != kPipe &&
+    return isCopy(options) && options.codec.empty() && options.bitRate == 0 && !options.audioOnly &&
+           !options.raw && fs::is_regular_file(options.input, none) && options.output != kPipe &&
            isSameKind(container, *format.iformat) && format.nb_streams > 0 &&
-           std::all_of(format.streams, format.streams + format.nb_streams, [&](const AVStream* stream) {
-               const AVCodecParameters& codec = *stream->codecpar;
-               return (codec.codec_type != AVMEDIA_TYPE_AUDIO || isLossy(codec.codec_id)) &&
-                      (isPicture(*stream) || holds(container, codec.codec_id));
-           });
+           std::all_of(
+               format.streams, format.streams + format.nb_streams, [&](const AVStream* stream) {
+                   const AVCodecParameters& codec = *stream->codecpar;
+                   return (codec.codec_type != AVMEDIA_TYPE_AUDIO || isLossy(codec.codec_id)) &&
+                          (isPicture(*stream) || holds(container, codec.codec_id));
+               });
 }
 
 void copyBytes(const Options& options, const fs::path& to)
@@ -215,7 +228,8 @@ void refuseOwnInput(const Options& options)
         throw FileError("standard output", "is the input file itself");
 }
 
-void transfer(MediaInput& input, const AVOutputFormat& container, Bytes& bytes, const Options& options, Summary& summary)
+void transfer(MediaInput& input, const AVOutputFormat& container, Bytes& bytes,
+              const Options& options, Summary& summary)
 {
     MediaOutput output(container, bytes);
     Transfer all(input, output, options);
@@ -223,7 +237,8 @@ void transfer(MediaInput& input, const AVOutputFormat& container, Bytes& bytes, 
     all.sumUp(summary);
 }
 
-void toFile(MediaInput& input, const AVOutputFormat& container, const Options& options, Summary& summary)
+void toFile(MediaInput& input, const AVOutputFormat& container, const Options& options,
+            Summary& summary)
 {
     OutputFile file(options.output, inputPath(options), options.overwrite);
     Bytes bytes = Bytes::output(file.temporary(), options.output);

@@ -11,7 +11,8 @@
 namespace {
 
 // Playlists and the like: what they hold lies in other files, which no input may open.
-constexpr std::string_view kPointers[] = {"concat", "hls", "dash", "imf", "sdp", "rtsp", "webm_dash_manifest"};
+constexpr std::string_view kPointers[] = {
+    "concat", "hls", "dash", "imf", "sdp", "rtsp", "webm_dash_manifest"};
 
 int refuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
 {
@@ -82,9 +83,11 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
     int result = 0;
     if (kind == nullptr)
         result = av_probe_input_buffer2(opened->pb, &kind, "", nullptr, 0, 0);
-    if (result >= 0 && std::find(std::begin(kPointers), std::end(kPointers), kind->name) != std::end(kPointers)) {
+    if (result >= 0 &&
+        std::find(std::begin(kPointers), std::end(kPointers), kind->name) != std::end(kPointers)) {
         avformat_free_context(opened);
-        throw FileError(name(), "only names other files (" + std::string(kind->name) + "): give these");
+        throw FileError(name(),
+                        "only names other files (" + std::string(kind->name) + "): give these");
     }
     if (result >= 0)
         result = avformat_open_input(&opened, "", kind, options.get()); // frees it if it fails

@@ -46,7 +46,7 @@ private:
     };
     std::unique_ptr<AVFormatContext, Close> context;
     double announced = 0.0; // seconds of media that the header promises; 0 if it doesn't
-    double end = 0.0; // of what was read, in seconds of the file's clock
+    double end = 0.0;       // of what was read, in seconds of the file's clock
     std::string problem;
 };
 

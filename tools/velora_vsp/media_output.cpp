@@ -18,9 +18,9 @@ int refuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary
 // What would be wrong at another speed.
 bool tellsOfTheOldLength(std::string_view key)
 {
-    constexpr std::string_view kKeys[] = {"DURATION", "NUMBER_OF_FRAMES", "NUMBER_OF_BYTES", "BPS",
-                                          "iTunSMPB", "TLEN", "encoder", "major_brand",
-                                          "minor_version", "compatible_brands"};
+    constexpr std::string_view kKeys[] = {
+        "DURATION", "NUMBER_OF_FRAMES", "NUMBER_OF_BYTES", "BPS",           "iTunSMPB",
+        "TLEN",     "encoder",          "major_brand",     "minor_version", "compatible_brands"};
     return key.starts_with("_STATISTICS") ||
            std::any_of(std::begin(kKeys), std::end(kKeys),
                        [=](std::string_view known) { return key.starts_with(known); });

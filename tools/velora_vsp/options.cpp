@@ -44,19 +44,24 @@ constexpr char kFooter[] =
     "tape, unless --keep-pitch is given. At speed 1 the samples come out as they went in.\n"
     "\n"
     "Sound: what comes out is as loud and as bright as what went in, and what is in the middle\n"
-    "stays there. --material speech takes a shorter window, which also suits drums. --sound engine\n"
+    "stays there. --material speech takes a shorter window, which also suits drums. --sound "
+    "engine\n"
     "gives the bare engine: up to 0.5 it passes a low-pass at 2 kHz (1 kHz above 48000 Hz, 500 Hz\n"
-    "above 96000 Hz) and a gain of -13 dB; with --keep-pitch, 0.5 counts as just above that limit.\n"
+    "above 96000 Hz) and a gain of -13 dB; with --keep-pitch, 0.5 counts as just above that "
+    "limit.\n"
     "\n"
-    "Input: any file that FFmpeg's libraries read, by name or through a pipe, with 1 to 32 channels\n"
+    "Input: any file that FFmpeg's libraries read, by name or through a pipe, with 1 to 32 "
+    "channels\n"
     "at 8000 to 192000 Hz. --raw says what - is if it has no header, in or out: u8, s16, s24 (3\n"
-    "bytes), s24in32 (the low 3 of 4), s32, f32 or f64, interleaved and little-endian. A file that\n"
+    "bytes), s24in32 (the low 3 of 4), s32, f32 or f64, interleaved and little-endian. A file "
+    "that\n"
     "is cut short is played as far as it goes, with a warning.\n"
     "\n"
     "Output: picture, subtitles and covers are copied, with new times, where the kind of file has\n"
     "room for them; what is left out is said. Into - goes WAV unless --format says otherwise.\n"
     "\n"
-    "Exit codes: 0 done, 1 failed, 2 wrong command line, 130 interrupted (143 terminated), 141 the\n"
+    "Exit codes: 0 done, 1 failed, 2 wrong command line, 130 interrupted (143 terminated), 141 "
+    "the\n"
     "reader of - has gone.";
 
 std::string checkSpeed(const std::string& text)
@@ -190,7 +195,8 @@ Options readOptions(int argc, const char* const* argv)
         app.add_option("--raw", raw, "RATE:CHANNELS:FORMAT of - if it has no header")
             ->type_name("R:C:F")
             ->check(checkRaw, "", "raw");
-    app.add_option("--format", options.format, "Kind of file to write: wav, flac, mp3, ogg, matroska ...")
+    app.add_option("--format", options.format,
+                   "Kind of file to write: wav, flac, mp3, ogg, matroska ...")
         ->type_name("KIND");
     app.add_option("--codec", options.codec, "How to encode sound: flac, libmp3lame, aac ...")
         ->type_name("NAME");

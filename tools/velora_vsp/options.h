@@ -20,9 +20,9 @@ struct Options {
     velora::Sound sound = velora::Sound::natural;
     velora::Material material = velora::Material::music;
     std::optional<RawFormat> raw;
-    std::string format;    // of the output; empty: what its name says
-    std::string codec;     // of its sound; empty: what is usual
-    int64_t bitRate = 0;   // of its sound in bits per second; 0: as the input's, or what is usual
+    std::string format;  // of the output; empty: what its name says
+    std::string codec;   // of its sound; empty: what is usual
+    int64_t bitRate = 0; // of its sound in bits per second; 0: as the input's, or what is usual
     bool audioOnly = false;
     bool strict = false; // what is missing or damaged is an error
     bool overwrite = false;

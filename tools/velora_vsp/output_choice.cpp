@@ -44,12 +44,12 @@ const AVOutputFormat* findContainer(const std::string& name)
 // What the libraries can't be asked about a container.
 const std::vector<AVCodecID>* knownCodecs(const AVOutputFormat& container)
 {
-    static const std::vector<AVCodecID> kOgg = {
-        AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC, AV_CODEC_ID_SPEEX,
-        AV_CODEC_ID_THEORA, AV_CODEC_ID_VP8};
+    static const std::vector<AVCodecID> kOgg = {AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS,
+                                                AV_CODEC_ID_FLAC,   AV_CODEC_ID_SPEEX,
+                                                AV_CODEC_ID_THEORA, AV_CODEC_ID_VP8};
     static const std::vector<AVCodecID> kTransportStream = {
-        AV_CODEC_ID_AAC,  AV_CODEC_ID_AC3,  AV_CODEC_ID_EAC3,       AV_CODEC_ID_MP2,
-        AV_CODEC_ID_MP3,  AV_CODEC_ID_OPUS, AV_CODEC_ID_DTS,        AV_CODEC_ID_H264,
+        AV_CODEC_ID_AAC,  AV_CODEC_ID_AC3,   AV_CODEC_ID_EAC3,       AV_CODEC_ID_MP2,
+        AV_CODEC_ID_MP3,  AV_CODEC_ID_OPUS,  AV_CODEC_ID_DTS,        AV_CODEC_ID_H264,
         AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG4, AV_CODEC_ID_MPEG2VIDEO, AV_CODEC_ID_DVB_SUBTITLE};
     static const std::vector<AVCodecID> kOpus = {AV_CODEC_ID_OPUS};
     if (std::string_view(container.name) == "opus")
@@ -84,8 +84,8 @@ AVCodecID choosePcm(const AVOutputFormat& container, int bits)
     return best;
 }
 
-AVCodecID chooseCodec(const AVOutputFormat& container, const AVInputFormat& from,
-                      AVCodecID codec, int bits)
+AVCodecID chooseCodec(const AVOutputFormat& container, const AVInputFormat& from, AVCodecID codec,
+                      int bits)
 {
     const bool isForPcm = isPcm(container.audio_codec);
     const bool isUsual = isForPcm ? isPcm(codec) : !isOgg(container) || isLossy(codec);
@@ -114,7 +114,8 @@ const AVCodec* findEncoder(const AVOutputFormat& container, const Options& optio
 AVSampleFormat chooseSampleFormat(const AVCodec& encoder, int bits)
 {
     AVSampleFormat best = encoder.sample_fmts[0];
-    for (const AVSampleFormat* format = encoder.sample_fmts; *format != AV_SAMPLE_FMT_NONE; ++format) {
+    for (const AVSampleFormat* format = encoder.sample_fmts; *format != AV_SAMPLE_FMT_NONE;
+         ++format) {
         const int width = resolutionBits(*format);
         const int bestWidth = resolutionBits(best);
         if (bestWidth < bits ? width > bestWidth : width >= bits && width < bestWidth)
@@ -216,6 +217,11 @@ bool isOgg(const AVOutputFormat& container)
     return isOneOf(container.name, {"ogg", "oga", "ogv", "spx", "opus"});
 }
 
+bool canBeEmpty(const AVOutputFormat& container)
+{
+    return isPcm(container.audio_codec) || container.audio_codec == AV_CODEC_ID_FLAC;
+}
+
 bool takesPictures(const AVOutputFormat& container)
 {
     return isOneOf(container.name, {"mp3", "flac", "ipod", "mp4", "mov", "aiff"});
@@ -223,22 +229,23 @@ bool takesPictures(const AVOutputFormat& container)
 
 void setMuxing(AvOptions& muxing, const Options& options, double duration)
 {
-    constexpr double kLong = 600.0; // seconds from which on 32 bits may not count the bytes of a WAV file
+    constexpr double kLong =
+        600.0; // seconds from which on 32 bits may not count the bytes of a WAV file
     const bool isPipe = options.output == kPipe;
     if (extensionOf(options.output) == "rf64")
         muxing.set("rf64", "always");
     else if (!isPipe && (duration <= 0.0 || duration > kLong))
         muxing.set("rf64", "auto");
-    muxing.set("write_id3v2", "1");        // AIFF
+    muxing.set("write_id3v2", "1");         // AIFF
     muxing.set("movie_timescale", "90000"); // MP4: where tracks start, to the frame
 }
 
 bool isSameKind(const AVOutputFormat& container, const AVInputFormat& from)
 {
-    const std::string_view kind = isOgg(container)                      ? "ogg"
+    const std::string_view kind = isOgg(container)                    ? "ogg"
                                   : isOneOf(container.name, {"ipod"}) ? "mp4"
                                   : isOneOf(container.name, {"adts"}) ? "aac"
-                                                                        : container.name;
+                                                                      : container.name;
     return av_match_name(std::string(kind).c_str(), from.name) != 0;
 }
 
@@ -258,12 +265,11 @@ void refuseOtherRaw(const SoundDecoder& sound, const Options& options)
     if (options.output != kPipe || !options.raw ||
         (options.raw->rate == sound.rate() && options.raw->channels == sound.channels()))
         return;
-    throw FileError("standard output", "--raw wants " + std::to_string(options.raw->rate) +
-                                           " Hz and " + std::to_string(options.raw->channels) +
-                                           " channel(s), but the input has " +
-                                           std::to_string(sound.rate()) + " Hz and " +
-                                           std::to_string(sound.channels()) +
-                                           ": neither is converted");
+    throw FileError("standard output",
+                    "--raw wants " + std::to_string(options.raw->rate) + " Hz and " +
+                        std::to_string(options.raw->channels) + " channel(s), but the input has " +
+                        std::to_string(sound.rate()) + " Hz and " +
+                        std::to_string(sound.channels()) + ": neither is converted");
 }
 
 } // namespace

@@ -19,6 +19,9 @@ bool holds(const AVOutputFormat& container, AVCodecID codec);
 /// Whether files of this container are Ogg, whatever they are called.
 bool isOgg(const AVOutputFormat& container);
 
+/// Whether others can read it without a single frame of sound.
+bool canBeEmpty(const AVOutputFormat& container);
+
 /// Whether a cover can go with the sound.
 bool takesPictures(const AVOutputFormat& container);
 

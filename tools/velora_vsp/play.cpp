@@ -57,7 +57,8 @@ std::unique_ptr<Player> makePlayer(Samples samples, int rate, int channels, cons
                                    double start, const Manner& manner)
 {
     const auto make = [&](auto format) -> std::unique_ptr<Player> {
-        return std::make_unique<StreamPlayer<decltype(format)>>(rate, channels, speed, start, manner);
+        return std::make_unique<StreamPlayer<decltype(format)>>(rate, channels, speed, start,
+                                                                manner);
     };
     switch (samples) {
     case Samples::int16:

@@ -11,8 +11,8 @@ struct RawEncoding {
 };
 
 constexpr RawEncoding kRawEncodings[] = {
-    {"u8", "u8", false},         {"s16", "s16le", false}, {"s24", "s24le", false},
-    {"s24in32", "s32le", true},  {"s32", "s32le", false}, {"f32", "f32le", false},
+    {"u8", "u8", false},        {"s16", "s16le", false}, {"s24", "s24le", false},
+    {"s24in32", "s32le", true}, {"s32", "s32le", false}, {"f32", "f32le", false},
     {"f64", "f64le", false},
 };
 

@@ -40,7 +40,8 @@ SoundDecoder::SoundDecoder(const MediaInput& input, const AVStream& track, const
     codec.reset(avcodec_alloc_context3(decoder));
     if (decoder == nullptr || codec == nullptr ||
         avcodec_parameters_to_context(codec.get(), track.codecpar) < 0)
-        throw FileError(name, "holds sound of a kind that can't be decoded here: " + codecName(track));
+        throw FileError(name,
+                        "holds sound of a kind that can't be decoded here: " + codecName(track));
     refuseOutOfRange(name, *track.codecpar);
     codec->pkt_timebase = track.time_base;
     const int result = avcodec_open2(codec.get(), decoder, nullptr);
@@ -127,7 +128,8 @@ void SoundDecoder::convert(const uint8_t* const* data, int count, Block& out)
     const size_t before = out.size();
     out.resize(before + size_t(std::max(room, 0)) * width);
     auto* to = reinterpret_cast<uint8_t*>(out.data() + before);
-    const int got = swr_convert(resampler.get(), &to, room, const_cast<const uint8_t**>(data), count);
+    const int got =
+        swr_convert(resampler.get(), &to, room, const_cast<const uint8_t**>(data), count);
     out.resize(before + size_t(std::max(got, 0)) * width);
     frames += std::max(got, 0);
     if (kind != Samples::int24)

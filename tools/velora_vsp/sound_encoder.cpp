@@ -21,7 +21,8 @@ void limit(Block& block)
         samples[n] = std::isnan(samples[n]) ? Sample(0) : std::clamp(samples[n], -kMost, kMost);
 }
 
-AvPtr<AVCodecContext> openEncoder(const MediaOutput& output, const Encoding& encoding, int64_t bitRate)
+AvPtr<AVCodecContext> openEncoder(const MediaOutput& output, const Encoding& encoding,
+                                  int64_t bitRate)
 {
     AvPtr<AVCodecContext> codec(avcodec_alloc_context3(encoding.encoder));
     if (codec == nullptr)
@@ -39,11 +40,10 @@ AvPtr<AVCodecContext> openEncoder(const MediaOutput& output, const Encoding& enc
     if (result < 0 && bitRate > 0)
         return openEncoder(output, encoding, 0); // what it thinks right, where ours is impossible
     if (result < 0)
-        throw FileError(output.name(), "can't be written with " +
-                                           std::to_string(encoding.format.channels()) +
-                                           " channel(s) at " + std::to_string(encoding.format.rate) +
-                                           " Hz as " + encoding.encoder->name + ": " +
-                                           avReason(result));
+        throw FileError(output.name(),
+                        "can't be written with " + std::to_string(encoding.format.channels()) +
+                            " channel(s) at " + std::to_string(encoding.format.rate) + " Hz as " +
+                            encoding.encoder->name + ": " + avReason(result));
     return codec;
 }
 
@@ -105,8 +105,8 @@ void SoundEncoder::convert(const uint8_t* const* data, int count)
     converted.resize(size_t(std::max(bytes, 0)));
     av_samples_fill_arrays(planes.data(), nullptr, reinterpret_cast<uint8_t*>(converted.data()),
                            codec->ch_layout.nb_channels, room, codec->sample_fmt, 0);
-    int got = swr_convert(resampler.get(), planes.data(), room, const_cast<const uint8_t**>(data),
-                          count);
+    int got =
+        swr_convert(resampler.get(), planes.data(), room, const_cast<const uint8_t**>(data), count);
     // Of a change of rate that ends a few frames late, these are left out.
     if (data == nullptr)
         got = int(std::min<int64_t>(got, length() - framesConverted));
@@ -164,7 +164,8 @@ void SoundEncoder::encode(int most)
 {
     const AvPtr<AVFrame> frame = makeFrame(std::min(most, av_audio_fifo_size(waiting.get())));
     frame->pts = start + framesSent;
-    av_audio_fifo_read(waiting.get(), reinterpret_cast<void**>(frame->extended_data), frame->nb_samples);
+    av_audio_fifo_read(waiting.get(), reinterpret_cast<void**>(frame->extended_data),
+                       frame->nb_samples);
     framesSent += frame->nb_samples;
     send(frame.get());
 }
@@ -181,5 +182,6 @@ void SoundEncoder::send(const AVFrame* frame)
         output.write(*packet);
     }
     if (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_EOF)
-        throw FileError(output.name(), "can't be encoded as " + std::string(codec->codec->name) + ": " + avReason(result));
+        throw FileError(output.name(), "can't be encoded as " + std::string(codec->codec->name) +
+                                           ": " + avReason(result));
 }

@@ -56,7 +56,7 @@ private:
     bool isLimited = false; // what the encoder takes for numbers is numbers
     Block prepared;
     Block converted;
-    int64_t start = 0;    // in frames of the output
+    int64_t start = 0; // in frames of the output
     int64_t framesIn = 0;
     int64_t framesConverted = 0;
     int64_t framesSent = 0;

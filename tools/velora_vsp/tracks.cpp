@@ -31,8 +31,7 @@ bool isCopy(const Options& options)
 SoundTrack::SoundTrack(const MediaInput& from, const AVStream& stream, MediaOutput& output,
                        const Options& given)
     : input(from), options(given),
-      decoder(from, stream,
-              {!isCopy(given), isLow24(given, given.input.c_str()), from.hasFilm()}),
+      decoder(from, stream, {!isCopy(given), isLow24(given, given.input.c_str()), from.hasFilm()}),
       chosen(chooseEncoding(output.container(), from.format(), stream, decoder, given))
 {
     const SoundFormat format{avFormat(decoder.samples()), decoder.rate(), decoder.layout()};
@@ -66,7 +65,8 @@ void SoundTrack::begin()
     encoder->startAt(options.speed.outputAt(start));
     player = isCopy(options)
                  ? makeCopier()
-                 : makePlayer(decoder.samples(), decoder.rate(), decoder.channels(), options.speed, start,
+                 : makePlayer(decoder.samples(), decoder.rate(), decoder.channels(), options.speed,
+                              start,
                               {options.keepPitch ? velora::Pitch::keep : velora::Pitch::drop,
                                options.sound, options.material});
 }
@@ -96,8 +96,7 @@ CopiedTrack::CopiedTrack(const MediaInput& source, const AVStream& stream, Media
     to.time_base = kFine;
     const bool needsFrameRate = (container.flags & AVFMT_VARIABLE_FPS) == 0;
     if (from.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && needsFrameRate && !isPicture(from)) {
-        to.avg_frame_rate =
-            av_d2q(av_q2d(from.avg_frame_rate) * speed.speedAt(0.0), 1000000);
+        to.avg_frame_rate = av_d2q(av_q2d(from.avg_frame_rate) * speed.speedAt(0.0), 1000000);
         to.time_base = av_inv_q(to.avg_frame_rate);
     }
     for (int n = 0; n < from.nb_side_data; ++n) {

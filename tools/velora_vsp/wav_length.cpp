@@ -45,8 +45,8 @@ int64_t announcedWavBytes(const std::vector<uint8_t>& start)
                 return longBytes == 0 || longBytes > uint64_t(INT64_MAX) ? kOpenEnd
                                                                          : int64_t(longBytes);
             // No bytes is what an empty file has, too, if nothing lies beyond its announced end.
-            const bool isEmpty = riffBytes >= at && !isBoundless(riffBytes) &&
-                                 start.size() <= riffBytes + 9;
+            const bool isEmpty =
+                riffBytes >= at && !isBoundless(riffBytes) && start.size() <= riffBytes + 9;
             return isBoundless(bytes) || (bytes == 0 && !isEmpty) ? kOpenEnd : int64_t(bytes);
         }
         at += 8 + size_t(bytes + bytes % 2);

@@ -1,0 +1,327 @@
+// Kinds of media files: what goes in and comes out of them, held against ffmpeg as an independent
+// reader and writer.
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <set>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/velora_vsp/tool_runner.h"
+
+namespace {
+
+using Json = nlohmann::json;
+
+class ToolMedia : public ToolTest {
+protected:
+    void ffmpeg(const std::string& arguments) const
+    {
+        const Result result = shell("ffmpeg -v error -y " + arguments);
+        ASSERT_EQ(result.exitCode, 0) << arguments << ": " << result.text;
+    }
+
+    /// The sound of a file as ffmpeg decodes it.
+    Sound decoded(const std::string& name, const std::string& track = "a:0") const
+    {
+        ffmpeg("-i " + name + " -map 0:" + track + " -c:a pcm_f32le decoded.wav");
+        return read("decoded.wav");
+    }
+
+    Json probe(const std::string& name) const
+    {
+        return Json::parse(shell("ffprobe -v error -of json -show_format -show_streams "
+                                 "-show_chapters -show_packets " +
+                                 name)
+                               .text);
+    }
+
+    int64_t framesIn(const std::string& arguments) const
+    {
+        const Result result = tool(arguments + " -f --json");
+        EXPECT_EQ(result.exitCode, 0) << result.text;
+        return Json::parse(result.text.substr(result.text.find('{'))).at("framesIn");
+    }
+};
+
+} // namespace
+
+// ---- Sound ----
+
+TEST_F(ToolMedia, EveryKindHoldsExactlyTheFramesThatItShould)
+{
+    constexpr long kFrames = 100017;
+    write("in.wav", tone(440.0, kFrames));
+    for (const char* kind : {"flac", "mp3", "ogg", "opus", "wv", "tta", "mka", "caf", "mov"}) {
+        const std::string out = std::string("out.") + kind;
+        runQuietly("in.wav " + out + " -s 0.8");
+        const Sound sound = decoded(out);
+        const double expected = double(kFrames) / 0.8 * sound.rate / 44100.0;
+        const double tolerance = sound.rate == 44100 ? 0.51 : 1.1; // rounded once more
+        EXPECT_NEAR(double(sound.frames()), expected, tolerance) << kind;
+        EXPECT_NEAR(frequency(sound), 440.0, 5.0) << kind;
+        EXPECT_EQ(framesIn(out + " back.wav -s 1"), sound.frames()) << kind;
+    }
+    // What MP4 says of the end of the last packet, this ffmpeg doesn't heed.
+    runQuietly("in.wav out.m4a -s 0.8");
+    EXPECT_EQ(framesIn("out.m4a back.wav -s 1"), std::llround(double(kFrames) / 0.8));
+}
+
+TEST_F(ToolMedia, EverySampleSurvivesEachLosslessKind)
+{
+    const Sound in = noise(2, 20011, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 1.0);
+    write("in.wav", in);
+    const auto expected = read("in.wav").samples;
+    std::string last = "in.wav";
+    for (const char* next : {"1.flac", "2.wv", "3.m4a --codec alac", "4.mka --codec flac", "5.aiff",
+                             "6.caf", "7.wav"}) {
+        runQuietly(last + " " + next + " -s 1");
+        last = std::string(next).substr(0, std::string(next).find(' '));
+        EXPECT_TRUE(decoded(last).samples.size() == expected.size()) << last;
+    }
+    EXPECT_TRUE(read("7.wav").samples == expected);
+    EXPECT_EQ(read("7.wav").format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
+}
+
+TEST_F(ToolMedia, CodecAndBitRateStayWhereTheyCan)
+{
+    write("in.wav", tone(440.0, 90000));
+    ffmpeg("-i in.wav -b:a 96k in.mp3");
+    const auto chosen = [&](const std::string& arguments) {
+        runQuietly(arguments + " -f -s 1.5");
+        const Json stream = probe(arguments.substr(arguments.find(' ') + 1,
+                                                   arguments.find(' ', arguments.find(' ') + 1) -
+                                                       arguments.find(' ') - 1))
+                                .at("streams")
+                                .at(0);
+        return std::string(stream.at("codec_name"));
+    };
+    EXPECT_EQ(chosen("in.mp3 out.mp3"), "mp3");
+    EXPECT_NEAR(std::stod(std::string(probe("out.mp3").at("streams").at(0).at("bit_rate"))), 96000,
+                1000);
+    EXPECT_EQ(chosen("in.mp3 out.mka"), "mp3");
+    EXPECT_EQ(chosen("in.mp3 out.wav"), "pcm_f32le");
+    EXPECT_EQ(chosen("in.mp3 out.opus"), "opus");
+    EXPECT_EQ(chosen("in.wav out.m4a"), "aac");
+    EXPECT_EQ(chosen("in.wav out.mka --codec ac3 --bitrate 64k"), "ac3");
+    EXPECT_NE(tool("in.wav out.mp3 -f -s 1 --codec flac").text.find("can't hold flac"),
+              std::string::npos);
+    EXPECT_NE(tool("in.wav out.mp3 -f -s 1 --codec nothing").text.find("no such encoder"),
+              std::string::npos);
+    EXPECT_NE(tool("in.wav out.mp3 -s 1 --bitrate fast").text.find("not a bit rate"),
+              std::string::npos);
+}
+
+TEST_F(ToolMedia, Mp3WithoutAHeaderIsPlayedToTheLastFrame)
+{
+    write("in.wav", noise(2, 200000));
+    ffmpeg("-i in.wav -q:a 4 -write_xing 0 vbr.mp3");
+    ffmpeg("-i in.wav -b:a 128k -write_xing 0 cbr.mp3");
+    for (const char* name : {"vbr.mp3", "cbr.mp3"}) {
+        const long frames = decoded(name).frames();
+        EXPECT_GE(frames, 200000);
+        EXPECT_EQ(framesIn(std::string(name) + " out.wav -s 2"), frames);
+        EXPECT_EQ(framesIn("- out.wav -s 2 <" + std::string(name)), frames);
+    }
+}
+
+TEST_F(ToolMedia, HeadersOfPipesAndKilledRecordersGiveTheSameByNameAndByPipe)
+{
+    write("in.wav", noise(2, 30000));
+    const auto expected = read("in.wav").samples;
+    const std::pair<const char*, const char*> cases[] = {
+        {"RF64 of no length", "ffmpeg -v error -i in.wav -rf64 always -f wav - | cat >odd.wav"},
+        {"sizes of -1", "ffmpeg -v error -i in.wav -f wav - | cat >odd.wav"},
+        {"data of 0 bytes", "cp in.wav odd.wav; printf '\\0\\0\\0\\0' | "
+                            "dd of=odd.wav bs=1 seek=40 conv=notrunc 2>/dev/null"},
+        {"all of 0 bytes", "for n in 4 40; do printf '\\0\\0\\0\\0' | "
+                           "dd of=odd.wav bs=1 seek=$n conv=notrunc 2>/dev/null; done"},
+    };
+    for (const auto& [name, make] : cases) {
+        ASSERT_EQ(shell(make).exitCode, 0);
+        runQuietly("odd.wav named.wav -f -s 1");
+        shell("cat odd.wav | \"$T\" - piped.wav -q -f -s 1");
+        EXPECT_TRUE(read("named.wav").samples == expected) << name;
+        EXPECT_TRUE(read("piped.wav").samples == expected) << name;
+    }
+}
+
+TEST_F(ToolMedia, KindsThatStreamGoThroughPipes)
+{
+    write("in.wav", noise(2, 30000));
+    const std::pair<const char*, const char*> kinds[] = {
+        {"flac", "flac"}, {"mp3", "mp3"}, {"ogg", "ogg"}, {"mka", "matroska"}, {"ts", "mpegts"}};
+    for (const auto& [extension, format] : kinds) {
+        const std::string kind = extension;
+        runQuietly("in.wav in." + kind + " -f -s 1");
+        runQuietly("in." + kind + " named." + kind + " -s 1.5");
+        const Result result = shell("cat in." + kind + " | \"$T\" - - -q -s 1.5 --format " +
+                                    format + " | cat >piped." + kind);
+        ASSERT_EQ(result.text, "") << kind;
+        const auto named = decoded("named." + kind).samples;
+        const auto piped = decoded("piped." + kind).samples;
+        ASSERT_GE(piped.size(), named.size()) << kind;
+        // MP3 can't go back to say how much of its ends is no sound.
+        EXPECT_TRUE(kind == "mp3" || piped == named) << kind;
+    }
+    EXPECT_NE(shell("\"$T\" in.wav - -s 2 --format mp4 | cat >/dev/null").text.find("into a pipe"),
+              std::string::npos);
+}
+
+// Whatever the encoder thinks of it; a float file keeps it.
+TEST_F(ToolMedia, WhatIsNoNumberStopsNoEncoder)
+{
+    Sound in = tone(440.0, 30000, 44100, 1);
+    in.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    const double odd[] = {std::numeric_limits<double>::quiet_NaN(),
+                          std::numeric_limits<double>::infinity(),
+                          -std::numeric_limits<double>::infinity(), 1e30};
+    for (size_t n = 0; n < 40; ++n)
+        in.samples[n * 701 + 5] = odd[n % 4];
+    write("in.wav", in);
+    for (const char* kind : {"wav", "flac", "mp3", "ogg", "opus", "m4a", "ac3", "wv", "aiff"})
+        for (const char* speed : {"1", "0.8"})
+            runQuietly("in.wav out." + std::string(kind) + " -f -s " + speed);
+    runQuietly("in.wav out.wav -f -s 1");
+    EXPECT_TRUE(std::isnan(read("out.wav").samples[5]));
+    runQuietly("in.wav out.flac -f -s 1");
+    EXPECT_EQ(read("out.flac").samples[5], 0.0);
+}
+
+TEST_F(ToolMedia, NoInputOpensOtherFiles)
+{
+    write("in.wav", tone(440.0, 30000));
+    std::ofstream(at("list.m3u8"))
+        << "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nin.wav\n#EXT-X-ENDLIST\n";
+    std::ofstream(at("list.txt")) << "ffconcat version 1.0\nfile in.wav\n";
+    for (const char* list : {"list.m3u8", "list.txt"}) {
+        const Result result = tool(std::string(list) + " out.wav -s 2");
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_NE(result.text.find("only names other files"), std::string::npos) << result.text;
+    }
+    EXPECT_EQ(tool("http://localhost/in.wav out.wav -s 2").exitCode, 1);
+}
+
+// ---- What goes with the sound ----
+
+TEST_F(ToolMedia, TagsChaptersAndCoverGoAlong)
+{
+    write("in.wav", tone(440.0, 10 * 44100));
+    std::ofstream(at("tags.txt"))
+        << ";FFMETADATA1\ntitle=A book\nartist=Someone\ncomment=data : 5 (should be 3)\n"
+           "[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\nEND=3000\ntitle=One\n"
+           "[CHAPTER]\nTIMEBASE=1/1000\nSTART=3000\nEND=7500\ntitle=Two\n"
+           "[CHAPTER]\nTIMEBASE=1/1000\nSTART=7500\nEND=10000\ntitle=Three\n";
+    ffmpeg("-f lavfi -i testsrc=s=16x16 -frames:v 1 cover.png");
+    ffmpeg("-i in.wav -i tags.txt -i cover.png -map 0:a -map 2:v -map_metadata 1 -c:v png "
+           "-disposition:v attached_pic in.mp3");
+    runQuietly("in.mp3 in.m4b -s 1");
+    for (const char* in : {"in.mp3", "in.m4b"})
+        for (const char* out :
+             {"out.mp3", "out.m4b", "out.flac", "out.ogg", "out.opus", "out.mka"}) {
+            tool(std::string(in) + " " + out + " -f -s 1.5");
+            const Json json = probe(out);
+            std::string tags = json.at("format").value("tags", Json()).dump();
+            for (const Json& stream : json.at("streams"))
+                tags += stream.value("tags", Json()).dump();
+            for (const char* text : {"A book", "Someone", "data : 5 (should be 3)"})
+                EXPECT_NE(tags.find(text), std::string::npos)
+                    << in << " to " << out << ": " << tags;
+            if (std::string(out) == "out.flac")
+                continue; // has no chapters
+            ASSERT_EQ(json.at("chapters").size(), 3u) << in << " to " << out;
+            for (size_t n = 0; n < 3; ++n) {
+                const Json& chapter = json.at("chapters")[n];
+                EXPECT_NEAR(std::stod(std::string(chapter.at("start_time"))),
+                            (std::vector{0.0, 2.0, 5.0}[n]), 0.0011)
+                    << out;
+                EXPECT_EQ(chapter.at("tags").at("title"), (std::vector{"One", "Two", "Three"}[n]));
+            }
+        }
+    for (const char* out : {"out.mp3", "out.m4b", "out.flac"}) {
+        const std::string streams = probe(out).at("streams").dump();
+        EXPECT_NE(streams.find("\"attached_pic\":1"), std::string::npos) << out;
+    }
+}
+
+// ---- Films ----
+
+TEST_F(ToolMedia, PictureSubtitlesAndAllSoundStayInStep)
+{
+    constexpr int kRate = 48000;
+    std::vector<long> clicks;
+    for (long second = 1; second < 12; ++second)
+        clicks.push_back(second * kRate);
+    write("a.wav", rings(kRate, 1, 12 * kRate, clicks, 512));
+    std::ofstream(at("s.srt"))
+        << "1\n00:00:01,000 --> 00:00:02,000\nHello\n\n2\n00:00:09,000 --> 00:00:10,500\nWorld\n";
+    ffmpeg("-f lavfi -i testsrc=s=32x32:r=25:d=12 -i a.wav -i s.srt -map 0 -map 1 -map 1 -map 2 "
+           "-c:v mpeg4 -bf 2 "
+           "-c:a flac -c:s srt -metadata:s:a:1 language=ger -output_ts_offset 3 film.mkv");
+    std::ofstream(at("map.txt")) << "0 1\n2 2\n6 0.5\n";
+    const auto outputAt = [](double t) {
+        return std::min(t, 2.0) + std::clamp(t - 2.0, 0.0, 4.0) / 2.0 +
+               std::max(t - 6.0, 0.0) / 0.5;
+    };
+    runQuietly("film.mkv out.mkv -k -m map.txt");
+    const Json json = probe("out.mkv");
+    ASSERT_EQ(json.at("streams").size(), 4u);
+    EXPECT_EQ(json.at("streams")[2].at("tags").at("language"), "ger");
+
+    std::vector<double> pictures;
+    std::vector<double> texts;
+    for (const Json& packet : json.at("packets"))
+        (packet.at("codec_type") == "video"
+             ? pictures.push_back(std::stod(std::string(packet.at("pts_time"))))
+         : packet.at("codec_type") == "subtitle"
+             ? texts.push_back(std::stod(std::string(packet.at("pts_time"))))
+             : void());
+    std::sort(pictures.begin(), pictures.end());
+    ASSERT_EQ(pictures.size(), 300u);
+    for (size_t n = 0; n < pictures.size(); ++n)
+        EXPECT_NEAR(pictures[n], outputAt(double(n) / 25.0), 0.002) << n;
+    ASSERT_EQ(texts.size(), 2u);
+    EXPECT_NEAR(texts[0], outputAt(1.0), 0.002);
+    EXPECT_NEAR(texts[1], outputAt(9.0), 0.002);
+    for (const char* track : {"a:0", "a:1"}) {
+        const Sound sound = decoded("out.mkv", track);
+        EXPECT_NEAR(double(sound.frames()), outputAt(12.0) * kRate, 2.0);
+        for (const long click : clicks) {
+            const double expected = outputAt(double(click) / kRate) * kRate;
+            EXPECT_NEAR(centreOfEnergy(sound, expected, 4 * 1024), expected, 1024) << click;
+        }
+    }
+}
+
+TEST_F(ToolMedia, FilmsGoIntoOtherContainersAndWithoutPictureOrSound)
+{
+    write("a.wav", tone(440.0, 3 * 44100));
+    ffmpeg("-f lavfi -i testsrc=s=32x32:r=25:d=3 -i a.wav -c:v mpeg4 -c:a aac film.mp4");
+    for (const char* out : {"out.mp4", "out.mkv", "out.mov", "out.ts", "out.avi"}) {
+        runQuietly("film.mp4 " + std::string(out) + " -s 1.5");
+        const Json json = probe(out);
+        int pictures = 0;
+        for (const Json& packet : json.at("packets"))
+            pictures += packet.at("codec_type") == "video";
+        EXPECT_EQ(pictures, 75) << out;
+        EXPECT_NEAR(std::stod(std::string(json.at("format").at("duration"))), 2.0, 0.1) << out;
+    }
+    for (const char* arguments : {"film.mp4 sound.m4a", "film.mp4 sound.mkv --audio-only"}) {
+        const Result result = tool(std::string(arguments) + " -s 1.5");
+        EXPECT_NE(result.text.find("left out: video (mpeg4)"), std::string::npos) << result.text;
+    }
+    EXPECT_EQ(probe("sound.m4a").at("streams").size(), 1u);
+    EXPECT_EQ(probe("sound.mkv").at("streams").size(), 1u);
+    ffmpeg("-i film.mp4 -an -c copy silent.mp4");
+    const Result silent = tool("silent.mp4 out.mp4 -f -s 1.5");
+    EXPECT_EQ(silent.exitCode, 0);
+    EXPECT_NE(silent.text.find("has no sound"), std::string::npos);
+    EXPECT_NEAR(std::stod(std::string(probe("out.mp4").at("format").at("duration"))), 2.0, 0.01);
+}
