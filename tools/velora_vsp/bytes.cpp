@@ -16,6 +16,8 @@
 namespace {
 
 constexpr int kBufferBytes = 65536;
+constexpr char kStandardInput[] = "standard input"; // as messages call it
+constexpr char kStandardOutput[] = "standard output";
 
 // What a signal has cut short is done again, unless the signal was meant to stop us.
 template <class Call>
@@ -42,18 +44,31 @@ int openFile(const std::filesystem::path& path, const std::string& name, int fla
     return file;
 }
 
+void writeAll(int file, const std::string& name, const void* from, size_t bytes)
+{
+    for (size_t done = 0; done < bytes;) {
+        const ssize_t count = untilDone(
+            [&] { return write(file, static_cast<const char*>(from) + done, bytes - done); });
+        if (count < 0 && errno == EPIPE)
+            throw ReaderGone();
+        if (count < 0)
+            fail(name, "can't be written: ");
+        done += size_t(count);
+    }
+}
+
 int standardInput()
 {
     if (isatty(STDIN_FILENO) != 0)
-        throw FileError("standard input", "is a terminal: pipe sound into it, or name a file");
+        throw FileError(kStandardInput, "is a terminal: pipe sound into it, or name a file");
     return STDIN_FILENO;
 }
 
 int standardOutput()
 {
     if (isatty(STDOUT_FILENO) != 0)
-        throw FileError("standard output", "is a terminal, which can't show sound: pipe it into a "
-                                           "player, or name a file");
+        throw FileError(kStandardOutput, "is a terminal, which can't show sound: pipe it into a "
+                                         "player, or name a file");
     return STDOUT_FILENO;
 }
 
@@ -62,15 +77,15 @@ int standardOutput()
 Bytes Bytes::input(const std::string& path)
 {
     if (path == kPipe)
-        return {"standard input", standardInput(), false};
+        return {kStandardInput, standardInput(), false};
     return {path, openFile(path, path, O_RDONLY), false};
 }
 
 Bytes Bytes::output(const std::filesystem::path& path, const std::string& name)
 {
     if (path == kPipe)
-        return {"standard output", standardOutput(), true};
-    return {name, openFile(path, name, O_RDWR), true};
+        return {kStandardOutput, standardOutput(), true};
+    return {name, openFile(path, name, O_WRONLY), true};
 }
 
 Bytes::Bytes(std::string name, int descriptor, bool isOutput)
@@ -87,10 +102,10 @@ Bytes::Bytes(std::string name, int descriptor, bool isOutput)
         auto* const from = static_cast<Bytes*>(self);
         return int(from->guarded([&] { return from->read(to, size_t(bytes)); }));
     };
-    const auto writeAll = [](void* self, uint8_t* from, int bytes) {
+    const auto writeBlock = [](void* self, uint8_t* from, int bytes) {
         auto* const to = static_cast<Bytes*>(self);
         return int(to->guarded([&] {
-            to->write(from, size_t(bytes));
+            writeAll(to->file, to->shownName, from, size_t(bytes));
             return bytes;
         }));
     };
@@ -98,7 +113,7 @@ Bytes::Bytes(std::string name, int descriptor, bool isOutput)
         return static_cast<Bytes*>(self)->seek(offset, whence);
     };
     auto* const buffer = static_cast<uint8_t*>(av_malloc(kBufferBytes));
-    io.reset(avio_alloc_context(buffer, kBufferBytes, isOutput, this, readSome, writeAll,
+    io.reset(avio_alloc_context(buffer, kBufferBytes, isOutput, this, readSome, writeBlock,
                                 origin >= 0 ? +move : nullptr));
     if (io == nullptr)
         throw std::bad_alloc();
@@ -165,18 +180,6 @@ int64_t Bytes::read(uint8_t* to, size_t bytes)
     return count == 0 ? AVERROR_EOF : count;
 }
 
-void Bytes::write(const uint8_t* from, size_t bytes)
-{
-    for (size_t done = 0; done < bytes;) {
-        const ssize_t count = untilDone([&] { return ::write(file, from + done, bytes - done); });
-        if (count < 0 && errno == EPIPE)
-            throw ReaderGone();
-        if (count < 0)
-            fail(shownName, "can't be written: ");
-        done += size_t(count);
-    }
-}
-
 int64_t Bytes::seek(int64_t offset, int whence)
 {
     if ((whence & AVSEEK_SIZE) != 0) {
@@ -190,14 +193,5 @@ int64_t Bytes::seek(int64_t offset, int whence)
 
 void writeOutput(const void* from, size_t bytes)
 {
-    for (size_t done = 0; done < bytes;) {
-        const ssize_t count = untilDone([&] {
-            return ::write(STDOUT_FILENO, static_cast<const char*>(from) + done, bytes - done);
-        });
-        if (count < 0 && errno == EPIPE)
-            throw ReaderGone();
-        if (count < 0)
-            fail("standard output", "can't be written: ");
-        done += size_t(count);
-    }
+    writeAll(STDOUT_FILENO, kStandardOutput, from, bytes);
 }

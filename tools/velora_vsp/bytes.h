@@ -20,7 +20,8 @@ class Bytes {
 public:
     /// Opens a file, a named pipe, or standard input. Throws FileError, or Interrupted.
     static Bytes input(const std::string& path);
-    /// Opens an empty file that messages call `name`, or standard output. Throws FileError.
+    /// Opens a file, named pipe or device that is there, which messages call `name`, or standard
+    /// output. Throws FileError, or Interrupted.
     static Bytes output(const std::filesystem::path& path, const std::string& name);
     ~Bytes();
     Bytes(const Bytes&) = delete;
@@ -45,7 +46,6 @@ private:
     int64_t guarded(Call call) noexcept;
     void readStart();
     int64_t read(uint8_t* to, size_t bytes);
-    void write(const uint8_t* from, size_t bytes);
     int64_t seek(int64_t offset, int whence);
 
     std::string shownName;

@@ -87,6 +87,8 @@ std::unique_ptr<Track> Transfer::makeTrack(const AVStream& stream)
 {
     if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO)
         return makeSound(stream);
+    if (isPicture(stream) && output.addCover(stream))
+        return nullptr;
     if (hasRoomFor(stream))
         return std::make_unique<CopiedTrack>(input, stream, output, options.speed);
     if (stream.codecpar->codec_type != AVMEDIA_TYPE_DATA)
@@ -258,9 +260,9 @@ Summary changeSpeed(const Options& options)
     const AVOutputFormat& container = chooseContainer(options);
     MediaInput input(options.input, options.input == kPipe ? options.raw : std::nullopt);
     Summary summary;
-    if (options.output == kPipe) {
+    if (isStream(options.output)) {
         refuseOwnInput(options);
-        Bytes bytes = Bytes::output(kPipe, {});
+        Bytes bytes = Bytes::output(options.output, options.output);
         transfer(input, container, bytes, options, summary);
     } else {
         toFile(input, container, options, summary);

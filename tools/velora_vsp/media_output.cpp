@@ -4,6 +4,11 @@
 #include <cmath>
 #include <cstdio>
 #include <string_view>
+#include <vector>
+
+extern "C" {
+#include <libavutil/base64.h>
+}
 
 #include "error.h"
 #include "output_choice.h"
@@ -24,6 +29,26 @@ bool tellsOfTheOldLength(std::string_view key)
     return key.starts_with("_STATISTICS") ||
            std::any_of(std::begin(kKeys), std::end(kKeys),
                        [=](std::string_view known) { return key.starts_with(known); });
+}
+
+// As FLAC and Ogg have a picture.
+std::string pictureBlock(const std::string& mime, const AVStream& picture)
+{
+    constexpr uint32_t kFrontCover = 3;
+    std::string block;
+    const auto number = [&](uint32_t value) {
+        for (const int shift : {24, 16, 8, 0})
+            block += char(value >> shift & 0xFF);
+    };
+    number(kFrontCover);
+    number(uint32_t(mime.size()));
+    block += mime;
+    for (const int value : {0, picture.codecpar->width, picture.codecpar->height, 24, 0})
+        number(uint32_t(value)); // no description, no palette
+    number(uint32_t(picture.attached_pic.size));
+    block.append(reinterpret_cast<const char*>(picture.attached_pic.data),
+                 size_t(picture.attached_pic.size));
+    return block;
 }
 
 } // namespace
@@ -53,6 +78,38 @@ AVStream& MediaOutput::addStream()
     if (stream == nullptr)
         throw std::bad_alloc();
     return *stream;
+}
+
+bool MediaOutput::addCover(const AVStream& picture)
+{
+    const AVCodecID codec = picture.codecpar->codec_id;
+    const auto size = size_t(picture.attached_pic.size);
+    const bool isMatroska = av_match_name("matroska", container().name) != 0;
+    if ((codec != AV_CODEC_ID_PNG && codec != AV_CODEC_ID_MJPEG) || size == 0)
+        return false;
+    const std::string kind = codec == AV_CODEC_ID_PNG ? "png" : "jpeg";
+    if (isOgg(container())) {
+        const std::string block = pictureBlock("image/" + kind, picture);
+        std::vector<char> text(size_t(AV_BASE64_SIZE(block.size())));
+        av_base64_encode(text.data(), int(text.size()),
+                         reinterpret_cast<const uint8_t*>(block.data()), int(block.size()));
+        av_dict_set(&context->metadata, "METADATA_BLOCK_PICTURE", text.data(), 0);
+        return true;
+    }
+    if (!isMatroska)
+        return false;
+    AVStream& attachment = addStream();
+    AVCodecParameters& content = *attachment.codecpar;
+    content.codec_type = AVMEDIA_TYPE_ATTACHMENT;
+    content.codec_id = codec;
+    content.extradata = static_cast<uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (content.extradata == nullptr)
+        throw std::bad_alloc();
+    content.extradata_size = int(size);
+    std::copy_n(picture.attached_pic.data, size, content.extradata);
+    av_dict_set(&attachment.metadata, "filename", ("cover." + kind).c_str(), 0);
+    av_dict_set(&attachment.metadata, "mimetype", ("image/" + kind).c_str(), 0);
+    return true;
 }
 
 void MediaOutput::describeLike(const MediaInput& input, const SpeedMap& speed)

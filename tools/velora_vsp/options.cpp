@@ -229,6 +229,8 @@ Options readOptions(int argc, const char* const* argv)
         options.finished = true;
         return options;
     }
+    if (options.output == "/dev/stdout") // whatever it is
+        options.output = kPipe;
     options.speed =
         mapOption->empty() ? SpeedMap(*parseSpeed(speed)) : SpeedMap(options.speedMapName, isRamp);
     options.bitRate = parseBitRate(bitRate).value_or(0);

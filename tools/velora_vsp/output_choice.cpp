@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "error.h"
+#include "output_file.h"
 
 namespace {
 
@@ -187,15 +188,13 @@ int64_t chooseBitRate(int64_t ofInput, const Encoding& encoding, const Options& 
 
 const AVOutputFormat& chooseContainer(const Options& options)
 {
-    const bool isPipe = options.output == kPipe;
-    const std::string name = !options.format.empty() ? options.format
-                             : !isPipe               ? extensionOf(options.output)
-                             : options.raw           ? options.raw->encoding->format
-                                                     : "wav";
+    std::string name = !options.format.empty() ? options.format : extensionOf(options.output);
+    if (name.empty() && isStream(options.output))
+        name = options.output == kPipe && options.raw ? options.raw->encoding->format : "wav";
     const AVOutputFormat* const container = name.empty() ? nullptr : findContainer(name);
     if (container == nullptr || container->audio_codec == AV_CODEC_ID_NONE ||
         (container->flags & AVFMT_NOFILE) != 0)
-        throw FileError(isPipe ? "standard output" : options.output,
+        throw FileError(options.output == kPipe ? "standard output" : options.output,
                         options.format.empty()
                             ? "the extension doesn't name a kind of media file: give one such as "
                               ".wav, .flac, .mp3, .ogg, .opus, .m4a, .mp4, .mkv, .webm, .aiff"
@@ -231,10 +230,9 @@ void setMuxing(AvOptions& muxing, const Options& options, double duration)
 {
     constexpr double kLong =
         600.0; // seconds from which on 32 bits may not count the bytes of a WAV file
-    const bool isPipe = options.output == kPipe;
     if (extensionOf(options.output) == "rf64")
         muxing.set("rf64", "always");
-    else if (!isPipe && (duration <= 0.0 || duration > kLong))
+    else if (!isStream(options.output) && (duration <= 0.0 || duration > kLong))
         muxing.set("rf64", "auto");
     muxing.set("write_id3v2", "1");         // AIFF
     muxing.set("movie_timescale", "90000"); // MP4: where tracks start, to the frame

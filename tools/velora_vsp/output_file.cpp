@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "bytes.h"
 #include "error.h"
 
 namespace fs = std::filesystem;
@@ -17,12 +18,6 @@ namespace {
 std::string reason(int error)
 {
     return std::generic_category().message(error);
-}
-
-// Sound Designer II keeps the sample format in a second file of this name.
-fs::path companion(const fs::path& file)
-{
-    return file.parent_path() / ("._" + file.filename().string());
 }
 
 // The mode that the file to be replaced has, or that a new one gets.
@@ -38,6 +33,14 @@ fs::perms modeFor(const fs::path& file)
 }
 
 } // namespace
+
+bool isStream(const fs::path& output)
+{
+    std::error_code none;
+    const fs::file_status status = fs::status(output, none);
+    return output == kPipe ||
+           (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status));
+}
 
 OutputFile::OutputFile(const fs::path& path, const fs::path& input, bool overwriteExisting)
     : name(path), destination(path), overwrite(overwriteExisting)
@@ -66,17 +69,13 @@ OutputFile::~OutputFile()
         return;
     std::error_code ignored; // nothing is left to do about a file that can't be removed
     fs::remove(temporaryPath, ignored);
-    fs::remove(companion(temporaryPath), ignored);
 }
 
 void OutputFile::keep()
 {
     refuseExisting();
     std::error_code error;
-    if (fs::exists(companion(temporaryPath), error))
-        fs::rename(companion(temporaryPath), companion(destination), error);
-    if (!error)
-        fs::rename(temporaryPath, destination, error);
+    fs::rename(temporaryPath, destination, error);
     if (error)
         throw FileError(name, "can't be put in its place: " + error.message());
     temporaryPath.clear();
@@ -88,8 +87,6 @@ void OutputFile::refuseExisting() const
     const fs::file_status status = fs::status(name, none);
     if (fs::is_directory(status))
         throw FileError(name, "is a directory: give the name of a file");
-    if (fs::exists(status) && !fs::is_regular_file(status))
-        throw FileError(name, "is not a regular file");
     if (!overwrite && fs::exists(fs::symlink_status(name, none)))
         throw FileError(name, "exists already: --force overwrites it");
 }

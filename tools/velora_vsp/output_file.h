@@ -3,6 +3,9 @@
 
 #include <filesystem>
 
+/// Whether there is a pipe or a device of this name, or it is -: what is written goes there at once.
+bool isStream(const std::filesystem::path& output);
+
 class OutputFile {
 public:
     /// Creates an empty temporary file in the directory of `path`. Throws FileError if `path` can't

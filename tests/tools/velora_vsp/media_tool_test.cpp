@@ -175,6 +175,17 @@ TEST_F(ToolMedia, KindsThatStreamGoThroughPipes)
               std::string::npos);
 }
 
+TEST_F(ToolMedia, NamesOfPipesAndDevicesAreWrittenTo)
+{
+    write("in.wav", noise(2, 30000));
+    const Result expected = shell("\"$T\" in.wav - -q -s 1.5 | md5sum");
+    EXPECT_EQ(shell("\"$T\" in.wav /dev/stdout -q -s 1.5 | md5sum").text, expected.text);
+    EXPECT_EQ(shell("mkfifo pipe; md5sum <pipe & \"$T\" in.wav pipe -q -s 1.5; wait").text,
+              expected.text);
+    runQuietly("in.wav /dev/null -s 1.5");
+    EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
+}
+
 // Whatever the encoder thinks of it; a float file keeps it.
 TEST_F(ToolMedia, WhatIsNoNumberStopsNoEncoder)
 {
@@ -245,7 +256,7 @@ TEST_F(ToolMedia, TagsChaptersAndCoverGoAlong)
                 EXPECT_EQ(chapter.at("tags").at("title"), (std::vector{"One", "Two", "Three"}[n]));
             }
         }
-    for (const char* out : {"out.mp3", "out.m4b", "out.flac"}) {
+    for (const char* out : {"out.mp3", "out.m4b", "out.flac", "out.ogg", "out.opus", "out.mka"}) {
         const std::string streams = probe(out).at("streams").dump();
         EXPECT_NE(streams.find("\"attached_pic\":1"), std::string::npos) << out;
     }
