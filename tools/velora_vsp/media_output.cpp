@@ -70,6 +70,7 @@ MediaOutput::MediaOutput(const AVOutputFormat& container, Bytes& to) : bytes(to)
     context->pb = bytes.context();
     context->io_open = refuseToOpen;
     context->flags |= AVFMT_FLAG_BITEXACT; // no versions in the file
+    context->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL; // FLAC in MP4
 }
 
 AVStream& MediaOutput::addStream()

@@ -176,12 +176,15 @@ int64_t bitRateOf(const AVStream& stream, const AVFormatContext& input)
 int64_t chooseBitRate(int64_t ofInput, const Encoding& encoding, const Options& options)
 {
     constexpr int64_t kUsual = 96000; // for each channel
+    constexpr int64_t kLeast = 24000; // where silence brought the average of the input down
     constexpr int64_t kMost = 256000;
     if (!isLossy(encoding.encoder->id))
         return 0;
     const int channels = encoding.format.channels();
-    const int64_t given = options.bitRate > 0 ? options.bitRate : ofInput;
-    return std::min(given > 0 ? given : kUsual * channels, kMost * channels);
+    if (options.bitRate > 0)
+        return options.bitRate;
+    return std::clamp(ofInput > 0 ? ofInput : kUsual * channels, kLeast * channels,
+                      kMost * channels);
 }
 
 } // namespace

@@ -80,7 +80,7 @@ TEST_F(ToolMedia, EverySampleSurvivesEachLosslessKind)
     write("in.wav", in);
     const auto expected = read("in.wav").samples;
     std::string last = "in.wav";
-    for (const char* next : {"1.flac", "2.wv", "3.m4a --codec alac", "4.mka --codec flac", "5.aiff",
+    for (const char* next : {"1.flac", "2.wv", "3.m4a --codec alac", "4.mp4 --codec flac", "5.aiff",
                              "6.caf", "7.wav"}) {
         runQuietly(last + " " + next + " -s 1");
         last = std::string(next).substr(0, std::string(next).find(' '));
