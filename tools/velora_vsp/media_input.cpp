@@ -1,6 +1,7 @@
 #include "media_input.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iterator>
 #include <string_view>
@@ -36,10 +37,10 @@ void turnBytesOfRifx(AVCodecParameters& codec)
 
 std::string clock(double seconds)
 {
+    const long long ms = std::llround(1000.0 * std::max(seconds, 0.0));
     char text[64];
-    const auto whole = int64_t(std::max(seconds, 0.0));
-    std::snprintf(text, sizeof text, "%lld:%02lld:%06.3f", (long long)(whole / 3600),
-                  (long long)(whole / 60 % 60), seconds - double(whole / 60 * 60));
+    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld.%03lld", ms / 3600000, ms / 60000 % 60,
+                  ms / 1000 % 60, ms % 1000);
     return text;
 }
 

@@ -69,7 +69,7 @@ MediaOutput::MediaOutput(const AVOutputFormat& container, Bytes& to) : bytes(to)
     context.reset(made);
     context->pb = bytes.context();
     context->io_open = refuseToOpen;
-    context->flags |= AVFMT_FLAG_BITEXACT; // no versions in the file
+    context->flags |= AVFMT_FLAG_BITEXACT;                       // no versions in the file
     context->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL; // FLAC in MP4
 }
 
