@@ -20,7 +20,10 @@ struct RunnableTables {
     explicit RunnableTables(const Table& portable) : all{&portable} {}
 #endif
 
-    const Table& best() const { return *all[count - 1]; }
+    const Table& best() const
+    {
+        return *all[count - 1];
+    }
 
     const Table* all[4];
     int count = 1;
