@@ -18,17 +18,21 @@
 /// frame 0, and sounds media frame 0.
 ///
 /// Sound: at speed 1.0 samples pass untouched, bit for bit and at once. At other speeds the pitch
-/// stays (but see Pitch); sound is 16 bits wide, limited to full scale, and "not a number" is
-/// silence. Speeds below 0.5, and 0.5 with Pitch::drop, are dull and quieter: a low-pass at 2 kHz
-/// (1 kHz at rates above 48000 Hz, 0.5 kHz above 96000 Hz) and a gain of -13 dB. A change of speed
-/// is heard at the very next frame that comes out, or where it was planned: through a fade of a few
-/// milliseconds from or to 1.0, between dull speeds and others, and from or to the speeds that
-/// Pitch::drop changes; else without one. In a fade a tone may dip by 6 dB and more. Equal channels
-/// of a pair (1 and 2, 3 and 4, ...) come out equal but for up to 3 steps of 16 bits.
+/// stays (but see Pitch), and so do loudness, treble and what lies between the channels: equal ones
+/// come out equal. Inside sound is 16 bits wide, but near full scale whatever its level, so quiet
+/// passages stay clean; floats pass full scale, integers are limited to it, and "not a number" is
+/// silence. Sound::engine is the bare engine instead: 16 bits, cut at full scale; below 0.5, and at
+/// 0.5 with Pitch::drop, dull and quieter by a low-pass at 2 kHz (1 kHz at rates above 48000 Hz, 0.5
+/// kHz above 96000 Hz) and a gain of -13 dB; equal channels of a pair (1 and 2, 3 and 4, ...) differ
+/// by up to 3 steps of 16 bits.
 ///
-/// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. A click sounds within 1.4 hops of
-/// where the time map puts it, below speed 0.5 within a hop of media time. Above 1.0 single clicks
-/// lose level, up to 20 dB at 2.0; above 2 they may be skipped.
+/// A change of speed is heard at the very next frame that comes out, or where it was planned: through
+/// a fade of a few milliseconds from or to 1.0, and from or to the speeds that Pitch::drop changes
+/// (with Sound::engine also between dull speeds and others); else without one.
+///
+/// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. What has a pitch sounds within half
+/// a millisecond of where the time map puts it, a click within 1.4 hops, below speed 0.5 within a hop
+/// of media time. Above 1.0 single clicks lose level; above 2 they may be skipped.
 ///
 /// Threads: a stream is driven by one thread at a time; different streams are independent. Any
 /// thread may meanwhile call clock and requestSpeed.
@@ -39,7 +43,8 @@
 /// which there was no room, or more than 64 changes. No call does more than the work for the frames
 /// that it gives, the rest of a hop, and what a change that takes a fade needs (see setSpeed). With
 /// Options the work for a hop of output is also spread over the frames of the one before, so that
-/// short buffers cost much the same; for that its input is needed up to a hop earlier.
+/// short buffers cost much the same; for that its input is needed up to a hop earlier, and 50 ms
+/// more for the natural sound (see Latency).
 #ifndef VELORA_STREAM_HPP
 #define VELORA_STREAM_HPP
 

@@ -182,7 +182,10 @@ public:
     /// Right after SetSpeedNow on a new Init, for an engine that is to join a stream which has been
     /// playing: the first GiveHop is due after `hops` hops, 1 or more, not after the first, and is in
     /// phase with the input. A fraction lets it lie so far behind an analysis frame. From seven hops
-    /// on it knows all of its input.
+    /// on it knows all of its input. Of the first kUnheardHops TakeHops only kUnheardStages stages do
+    /// anything.
+    static constexpr int kUnheardHops = 3;
+    static constexpr int kUnheardStages = 3;
     static void Prime(Velora_VSP_Interface* engine, float hops);
 
     /// To be called when all of `engines` have processed the same hop: the onset that any of them

@@ -81,7 +81,9 @@ void Velora_VSP::takeCallerHop(const void* in)
 
 void Velora_VSP::takeCallerStage(int stage, const void* in)
 {
-    static_assert(Velora_VSP_Conductor::kTakeStages == kTakeStages);
+    static_assert(Velora_VSP_Conductor::kTakeStages == kTakeStages &&
+                  Velora_VSP_Conductor::kUnheardHops == kUnheardHops &&
+                  Velora_VSP_Conductor::kUnheardStages == kUnheardStages);
     if (stage == 0) {
         const int frames = callerHopFrames();
         if (!isWorkingForm())

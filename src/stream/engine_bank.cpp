@@ -62,7 +62,7 @@ void EngineBank::start(Stages stages, float speed, float hops)
         const int pair = n / kStartStages;
         if (n % kStartStages == 0) // takes as long as all of them
             startPair(pair, speed);
-        else if (hops > 1.0f)
+        else if (hops > 1.0f && n % kStartStages == 1)
             Velora_VSP_Conductor::Prime(engines[std::size_t(pair)], hops);
     }
 }
@@ -90,13 +90,13 @@ void EngineBank::takeHop(Stages stages, const PairQueue& in, std::int64_t at, fl
 {
     const void* source = levelled.data();
     for (int n = stages.from; n < stages.to; ++n) {
-        const int pair = n / kTakeStages;
-        const int stage = n % kTakeStages;
+        const int pair = n / stages.ofPair;
+        const int stage = n % stages.ofPair;
         if (stage == 0 || level == nullptr)
             source = engineInput(pair, in, at, hop);
         Velora_VSP_Conductor::TakeStage(engine(pair, speed), stage, source);
     }
-    if (stages.to == kTakeStages * pairs())
+    if (stages.to == stages.ofPair * pairs())
         Velora_VSP_Conductor::ShareOnsets(engines.data(), pairs());
 }
 

@@ -28,6 +28,7 @@ public:
     // of the next.
     struct Stages {
         int from, to; // to - 1 is the last
+        int ofPair;
     };
     /// What a hop of output sounds.
     struct Media {

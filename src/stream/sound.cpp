@@ -55,7 +55,7 @@ void Sound::reserveInput(std::int64_t count)
 void Sound::run(const Voice& voice, int stages, bool isNext)
 {
     EngineBank& engines = bank(isNext);
-    const EngineBank::Stages part{voice.done, voice.done + stages};
+    const EngineBank::Stages part{voice.done, voice.done + stages, voice.stagesOfPair()};
     switch (voice.nextStep()) {
     case Voice::Step::start:
         engines.start(part, voice.engineSpeed, voice.clock);

@@ -159,6 +159,7 @@ void Voice::placeAmidst(std::int64_t output, double media, const Rate& rate)
     const std::int64_t taken = std::int64_t(std::floor(position)) + 1;
     const std::int64_t first = std::max<std::int64_t>(0, taken - kPrimedHops);
     fed = first * rate.hop;
+    unheard = Velora_VSP_Conductor::kUnheardHops;
     clock = float(position + 1.0 - double(first));
 }
 
@@ -191,17 +192,17 @@ std::int64_t Voice::inputWanted(const Rate& rate) const
     return fed + step + (path == Path::converter ? rate.lookAheadOfPart : rate.lookAhead);
 }
 
-int Voice::stages(const Rate& rate) const
+int Voice::stagesOfPair() const
 {
     switch (nextStep()) {
     case Step::start:
-        return kStartStages * rate.pairs;
+        return kStartStages;
     case Step::take:
-        return kTakeStages * rate.pairs;
+        return unheard > 0 ? Velora_VSP_Conductor::kUnheardStages : kTakeStages;
     case Step::convert:
-        return kConvertStages * rate.pairs;
+        return kConvertStages;
     default:
-        return kGiveStages * rate.pairs;
+        return kGiveStages;
     }
 }
 
@@ -241,6 +242,7 @@ void Voice::move(const Rate& rate)
     case Step::take:
         clock -= 1.0f;
         fed += rate.hop;
+        unheard = std::max(unheard - 1, 0);
         break;
     case Step::give:
         clock += engineSpeed;

@@ -12,7 +12,7 @@
 namespace vsp {
 
 // Stages of the steps of one pair of channels, all of about equal work.
-inline constexpr int kStartStages = 2;
+inline constexpr int kStartStages = 4; // one of them takes most of the time
 inline constexpr int kTakeStages = Velora_VSP_Conductor::kTakeStages;
 inline constexpr int kGiveStages = Velora_VSP_Conductor::kGiveStages;
 inline constexpr int kConvertStages = 4;
@@ -50,6 +50,7 @@ struct Voice {
     // Output frame up to which it sounds as the input does, at 1.0.
     std::int64_t inPhaseTo = std::numeric_limits<std::int64_t>::min();
     bool isNew = true;      // its engines are to be started first
+    int unheard = 0;        // hops that are taken before the first that its sound is made of
     int done = 0;           // stages of the step that comes next, of all pairs
     std::int64_t ahead = 0; // stages since it gave a hop of output
 
@@ -77,8 +78,9 @@ struct Voice {
     /// have come in for that: 0 if it takes in none.
     std::int64_t inputStep(const Rate& rate) const;
     std::int64_t inputWanted(const Rate& rate) const;
-    /// Stages of the next step, of all pairs.
-    int stages(const Rate& rate) const;
+    /// Stages of the next step, of all pairs and of each.
+    int stages(const Rate& rate) const { return rate.pairs * stagesOfPair(); }
+    int stagesOfPair() const;
     /// Stages of all steps from one hop of output to the end of the next.
     std::int64_t stagesToGive(const Rate& rate) const;
 

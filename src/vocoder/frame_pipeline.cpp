@@ -81,15 +81,19 @@ void Vocoder::takeStage(int stage, const Frame* in, int frames)
         if (does(Velora_VSP_Sound_EvenLevel))
             levelKeeper.tookHop(kernels.energy(*lowBandFrame, 2 * kLowHop));
         transformHop(lowBandFrame);
+        if (!isHeard)
+            for (int c = 0; c < 2; ++c)
+                addHop(c);
         break;
     case 3:
-        for (int c = 0; c < 2; ++c) {
+        for (int c = 0; isHeard && c < 2; ++c) {
             addHop(c);
             Velora_VSP_Extract_MagPhase(c);
         }
         break;
     default:
-        findOnset();
+        if (isHeard)
+            findOnset();
     }
 }
 
@@ -99,16 +103,14 @@ void Vocoder::beginHop(const Frame* in, int frames)
     hopPart = HopPart::analysed;
     frameClock -= 1.0f;
     ++hopsSinceFrame;
+    isHeard = unheardHops == 0;
+    unheardHops -= isHeard ? 0 : 1;
     if (does(Velora_VSP_Sound_LockedChannels))
         compareChannels(in, frames);
 }
 
 void Vocoder::findOnset()
 {
-    if (unheardHops > 0) {
-        --unheardHops;
-        return;
-    }
     Velora_VSP_computeCOG();
     Velora_VSP_TransientProbability();
     Velora_VSP_ModifyBandStatus();
@@ -164,7 +166,7 @@ void Vocoder::prime(float hops)
     constexpr float kMost = 1 << 20;
     frameClock = hops > 1.0f ? std::min(hops, kMost) : 1.0f;
     startsInPhase = true;
-    unheardHops = 3;
+    unheardHops = kUnheardHops;
     levelKeeper.startInPhase();
 }
 

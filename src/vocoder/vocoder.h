@@ -55,6 +55,8 @@ public:
 
     static constexpr int kTakeStages = 5; // 0 to 4
     static constexpr int kGiveStages = 5;
+    static constexpr int kUnheardHops = 3; // after prime
+    static constexpr int kUnheardStages = 3;
 
     // With LockedChannels, between stages 0 and 1 of giveStage, for engines that all are at the same
     // frame: the turn of each bin becomes that of all of them, so more than two channels keep in step.
@@ -147,8 +149,9 @@ protected:
     enum class HopPart { none, analysed, synthesised };
     HopPart hopPart = HopPart::none; // history: how far the last hop has got
     bool startsInPhase = false;      // the next frame takes its phases from the analysis
-    int8_t unheardHops = 0; // after the start of one: hops up to the first whole analysis frame, in
-                            // which everything would look like an onset
+    int unheardHops = 0; // after the start of one: hops up to the first whole analysis frame, of
+                         // which no synthesis frame is made, and which would look like onsets
+    bool isHeard = true; // this hop: isn't one of them
 
     // ---- Band split ----
     int32_t splitState[2][7] = {};          // history: [channel] delays, four times the value
