@@ -130,7 +130,7 @@ public:
             join == Join::running &&
             (index >= times.end() || (times[index].output < double(next.turnFrame(rate)) &&
                                       next.turnsInto(Voice::at(times[index].speed, rate))));
-        const std::size_t first = join == Join::none ? index : std::min(index, next.segment);
+        const std::size_t first = join == Join::none ? index : std::min(index, next.firstSegment);
         if (index <= next.segment || isTooLate)
             join = Join::none;
         now.segment = std::min(now.segment, std::max<std::size_t>(index, 1) - 1);
@@ -350,7 +350,7 @@ private:
         join = Join::awaited;
         joinOutput = std::int64_t(std::ceil(s.output));
         next = Voice::at(s.speed, rate);
-        next.segment = index;
+        next.firstSegment = next.segment = index;
         next.place(joinOutput, s.mediaAt(double(joinOutput)), rate);
         now.segment = std::min(now.segment, std::max<std::size_t>(index, 1) - 1);
         primeFrom = std::min(joinOutput, std::max(earliest, joinOutput - kSpreadHops * rate.hop));
