@@ -321,10 +321,11 @@ std::int64_t Stream::givePart(const Destination& out, std::int64_t most)
         sound.output().restart(schedule.taken);
         return frames;
     }
-    schedule.proceed(schedule.taken + most, sound);
-    const std::int64_t frames = std::min(most, schedule.ready() - schedule.taken);
+    // No more than can be handed out: where a change can still be may not depend on what was asked.
+    const std::int64_t frames = schedule.reach(schedule.taken + most, map()) - schedule.taken;
     if (frames <= 0)
         return 0;
+    schedule.proceed(schedule.taken + frames, sound);
     // The engines' overlap-add begins before the first frame that is wanted.
     const std::int64_t fadedIn = std::min(fadeInTo - schedule.taken, frames);
     if (fadedIn > 0)
