@@ -232,6 +232,12 @@ void Voice::follow(const TimeMap& times, const Rate& rate)
                                                        : nearSpeed(aim - position);
 }
 
+double Voice::mediaAt(const TimeMap& times, std::int64_t output) const
+{
+    const std::size_t n = std::max(firstSegment, std::min(times.numberAt(double(output)), segment));
+    return times[n].mediaAt(double(output));
+}
+
 void Voice::move(const Rate& rate)
 {
     done = 0;
