@@ -125,14 +125,13 @@ Stereo chord(std::size_t frames)
 }
 
 /// Amplitude and phase of a partial over the 4096 frames from `from` on.
-std::complex<double> partial(const std::vector<double>& of, double hertz, std::size_t from,
-                             int rate = kRate)
+std::complex<double> partial(const std::vector<double>& of, double hertz, std::size_t from)
 {
     constexpr std::size_t kFrames = 4096;
     std::complex<double> sum = 0.0;
     for (std::size_t n = 0; n < kFrames; ++n)
         sum += (1.0 - std::cos(kTwoPi * double(n) / double(kFrames))) * of[from + n] *
-               std::polar(2.0 / double(kFrames), -kTwoPi * hertz * double(from + n) / rate);
+               std::polar(2.0 / double(kFrames), -kTwoPi * hertz * double(from + n) / kRate);
     return sum;
 }
 
