@@ -164,6 +164,51 @@ INSTANTIATE_TEST_SUITE_P(
                     Course{"throughSlow", {0.3, 0.7, 0.5, 0.45, 1.2, 0.35}}),
     [](const auto& course) { return course.param.name; });
 
+// Lone clicks, of the low band and of the high band, at uneven places: how late each is heard, ms.
+std::vector<double> clickDelays(double speed, double radiansPerFrame)
+{
+    constexpr int kRate = 44100;
+    std::vector<float> in(8 * kRate);
+    std::vector<std::size_t> clicks;
+    for (std::size_t at = kRate; at < in.size() - kRate; at += 14000 + at % 311) {
+        clicks.push_back(at);
+        for (std::size_t n = 0; n < 64; ++n)
+            in[at + n] =
+                float(0.7 * std::exp(-double(n) / 10.0) * std::cos(double(n) * radiansPerFrame));
+    }
+    Stream<float> stream(kRate, 1);
+    const auto out = play(stream, in, {{0, speed}});
+    std::vector<double> delays;
+    for (const std::size_t click : clicks) {
+        const auto expected = std::int64_t(double(click) / speed);
+        double energy = 0.0;
+        double moment = 0.0;
+        for (std::int64_t n = -1500; n < 1500; ++n) {
+            const double power = std::pow(out[std::size_t(expected + n)], 2);
+            energy += power;
+            moment += power * double(n);
+        }
+        delays.push_back(moment / energy * 1000.0 / kRate);
+    }
+    return delays;
+}
+
+TEST(Stream, ClicksAreHeardInTimeAndAlike)
+{
+    for (const double speed : {0.75, 0.9, 1.1, 1.3})
+        for (const double radiansPerFrame : {0.2, 0.9}) {
+            const std::vector<double> delays = clickDelays(speed, radiansPerFrame);
+            double mean = 0.0;
+            for (const double delay : delays)
+                mean += delay / double(delays.size());
+            double deviation = 0.0;
+            for (const double delay : delays)
+                deviation += std::pow(delay - mean, 2) / double(delays.size());
+            EXPECT_NEAR(mean, 0.0, 1.2) << speed << ", " << radiansPerFrame;
+            EXPECT_LT(std::sqrt(deviation), 2.0) << speed << ", " << radiansPerFrame;
+        }
+}
+
 TEST(Stream, PitchDropKeepsTheTimeMap)
 {
     for (const int rate : {44100, 96000}) {
