@@ -111,6 +111,8 @@ public:
     /// Whether the time map may still change at output frame `output`, to `voice`.
     bool mayTurn(const Voice& voice, double output) const
     {
+        if (output < double(taken)) // what the next frame sounds is known already
+            return false;
         const bool behindJoin = join != Join::none && output > double(joinOutput - 1);
         return behindJoin || std::ceil(output) >= double(changeFrame(voice));
     }

@@ -69,8 +69,8 @@ constexpr int kPrimedHops = 7;
 // filters to settle.
 constexpr double kSettlingHops = 4.5;
 
-// The converter's memory, in hops of input.
-constexpr int kConverterHops = 2;
+// Hops of input before it joins: the converter remembers 64 frames, half of the shortest hop.
+constexpr int kConverterHops = 1;
 
 // The vocoder's speed closest to one that the engine takes for something else.
 float vocoderSpeed(float speed)

@@ -1,11 +1,11 @@
-// How the natural sound of velora::Stream sounds: what lies between the channels, level, treble, quiet
-// sounds, fades and time. Figures over a second or two, with margins.
+// How the natural sound of velora::Stream sounds: what lies between the channels, level, treble,
+// quiet sounds, fades and time. Figures over a second or two, with margins.
 
 #include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstddef>
-#include <cstdint>
+#include <iterator>
 #include <numbers>
 #include <random>
 #include <utility>
@@ -31,7 +31,7 @@ struct Stereo {
     std::size_t frames() const { return left.size(); }
 };
 
-/// A second of input at least, and of output; times `amplitude` of full scale, in and out of the format.
+/// What comes of it at a speed. 1.0 is full scale, `unit` in the format.
 template <class Format = float>
 Stereo stretched(const Stereo& in, double speed, double unit = 1.0, int rate = kRate,
                  Sound sound = Sound::natural)
@@ -124,15 +124,14 @@ Stereo chord(std::size_t frames)
     return out;
 }
 
-/// Amplitude and phase around a frame, over 4096 frames.
-std::complex<double> partial(const std::vector<double>& of, double hertz, std::size_t from,
-                             int rate = kRate)
+/// Amplitude and phase of a partial over the 4096 frames from `from` on.
+std::complex<double> partial(const std::vector<double>& of, double hertz, std::size_t from)
 {
     constexpr std::size_t kFrames = 4096;
     std::complex<double> sum = 0.0;
     for (std::size_t n = 0; n < kFrames; ++n)
         sum += (1.0 - std::cos(kTwoPi * double(n) / double(kFrames))) * of[from + n] *
-               std::polar(2.0 / double(kFrames), -kTwoPi * hertz * double(from + n) / rate);
+               std::polar(2.0 / double(kFrames), -kTwoPi * hertz * double(from + n) / kRate);
     return sum;
 }
 
@@ -181,7 +180,7 @@ TEST(NaturalSound, IsAsLoudAsTheInput)
 
 TEST(NaturalSound, IsBrightAtSlowSpeeds)
 {
-    // Second difference: 12 dB an octave, most of what it leaves is above 7 kHz.
+    // A second difference, 12 dB an octave: most of what it leaves of noise is above 7 kHz.
     const auto treble = [](const Stereo& of) {
         double sum = 0.0;
         for (std::size_t n = 2; n < of.frames(); ++n)

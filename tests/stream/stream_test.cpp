@@ -231,7 +231,9 @@ TEST(Stream, OutputDoesNotDependOnBlocksAndTheQueriesAreExact)
         const int rate = std::array{11025, 44100, 96000}[seed % 3];
         const Pitch pitch = seed % 5 == 0 ? Pitch::drop : Pitch::keep;
         const std::size_t frames = 60000;
-        const auto in = noise<std::int16_t>(3 * frames, 9000, seed);
+        auto in = noise<std::int16_t>(3 * frames, 9000, seed);
+        for (std::size_t n = 0; n < in.size(); ++n) // quiet and loud by turns, so that gains move
+            in[n] = std::int16_t(n / 12000 % 2 == 0 ? in[n] / 100 : in[n]);
         auto changes = randomChanges(frames, seed % 2 == 0 ? 900 : 20000, seed + 7);
         // What is set is heard behind what was handed out; what is planned, where it was planned.
         const bool isPlanned = seed % 3 == 0;
@@ -696,6 +698,34 @@ TEST(Stream, WildPositionsAndCountsAreHarmless)
             stream.flush(out);
             EXPECT_EQ(out.size(), std::size_t(std::llround(3000.0 / speed)));
         }
+}
+
+// Whatever else sounds: the natural sound makes alike what is alike.
+TEST(Stream, EqualChannelsStayEqualThroughChangesOfSpeed)
+{
+    const std::size_t frames = 60000;
+    const auto tones = noise<std::int16_t>(frames, 12000, 21);
+    const auto others = noise<std::int16_t>(frames, 3000, 22);
+    std::vector<std::int16_t> in(4 * frames); // equal, equal; of its own, of its own
+    for (std::size_t n = 0; n < frames; ++n) {
+        in[4 * n] = in[4 * n + 1] = tones[n];
+        in[4 * n + 2] = others[n];
+        in[4 * n + 3] = tones[n / 2];
+    }
+    Stream<std::int16_t> stream(44100, 4);
+    std::vector<std::int16_t> out;
+    playBlocks(
+        stream, frames, randomChanges(frames, 12000, 23), [] { return std::size_t(500); },
+        [&](std::size_t at, std::size_t block) {
+            stream.process(
+                std::vector<std::int16_t>(in.data() + 4 * at, in.data() + 4 * (at + block)), out);
+        });
+    bool isSound = false;
+    for (std::size_t n = 0; n < out.size(); n += 4) {
+        ASSERT_EQ(out[n], out[n + 1]) << n / 4;
+        isSound = isSound || out[n] != 0;
+    }
+    EXPECT_TRUE(isSound);
 }
 
 TEST(Stream, RefusesWhatItCannotDoByNameAndValue)
