@@ -32,19 +32,19 @@ check_cxx_source_compiles("#include <arm_neon.h>
 int main() { return vgetq_lane_s32(vdupq_n_s32(0), 0); }" VELORA_TARGET_NEON)
 unset(CMAKE_REQUIRED_FLAGS)
 
-if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_X86)
-    list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_sse41.cpp kernels/kernels_avx2.cpp)
-    list(APPEND VELORA_LEVEL_KERNEL_SOURCES kernels/level_sse41.cpp kernels/level_avx2.cpp)
-    list(APPEND VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_X86)
-    set_source_files_properties(kernels/kernels_sse41.cpp kernels/level_sse41.cpp PROPERTIES
-        COMPILE_OPTIONS "-msse4.1;${VELORA_KEEP_SUMS}")
-    set_source_files_properties(kernels/kernels_avx2.cpp kernels/level_avx2.cpp PROPERTIES
-        COMPILE_OPTIONS "-mavx2;${VELORA_KEEP_SUMS}")
-endif()
-if(NOT VELORA_PORTABLE_ONLY AND VELORA_TARGET_NEON)
-    list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_neon.cpp)
-    list(APPEND VELORA_LEVEL_KERNEL_SOURCES kernels/level_neon.cpp)
-    list(APPEND VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_NEON)
-    set_source_files_properties(kernels/kernels_neon.cpp kernels/level_neon.cpp PROPERTIES
-        COMPILE_OPTIONS "${VELORA_NEON_OPTIONS}")
+# velora_add_kernels(NAME OPTION...) adds what is compiled for one instruction set.
+macro(velora_add_kernels name)
+    list(APPEND VELORA_KERNEL_SOURCES kernels/kernels_${name}.cpp)
+    list(APPEND VELORA_LEVEL_KERNEL_SOURCES kernels/level_${name}.cpp)
+    set_source_files_properties(kernels/kernels_${name}.cpp kernels/level_${name}.cpp PROPERTIES
+        COMPILE_OPTIONS "${ARGN}")
+endmacro()
+
+if(VELORA_TARGET_X86 AND NOT VELORA_PORTABLE_ONLY)
+    velora_add_kernels(sse41 -msse4.1 ${VELORA_KEEP_SUMS})
+    velora_add_kernels(avx2 -mavx2 ${VELORA_KEEP_SUMS})
+    set(VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_X86)
+elseif(VELORA_TARGET_NEON AND NOT VELORA_PORTABLE_ONLY)
+    velora_add_kernels(neon ${VELORA_NEON_OPTIONS})
+    set(VELORA_KERNEL_DEFINITIONS VELORA_KERNELS_NEON)
 endif()

@@ -16,7 +16,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -102,20 +101,6 @@ const Measurement* find(const std::vector<Measurement>& all, std::string_view na
     return found == all.end() ? nullptr : &*found;
 }
 
-void printMachine()
-{
-    std::ifstream cpuInfo("/proc/cpuinfo");
-    std::string line;
-    while (std::getline(cpuInfo, line) && !line.starts_with("model name")) {
-    }
-    const size_t colon = line.find(": ");
-    double load = 0.0;
-    getloadavg(&load, 1);
-    std::printf("Machine: %s, %u processors, load %.2f.\n\n",
-                colon == std::string::npos ? "unknown" : line.substr(colon + 2).c_str(),
-                std::thread::hardware_concurrency(), load);
-}
-
 void printSpeed(double speed, const std::vector<Measurement>& all,
                 const std::vector<Library>& engines)
 {
@@ -151,22 +136,6 @@ void printTimes(const std::vector<std::vector<Measurement>>& bySpeed)
     }
     printTable(rows);
 }
-
-class Verdict {
-public:
-    std::string cell(const char* format, double measured, double target)
-    {
-        ++claims;
-        missed += measured > target;
-        return number(format, measured) + (measured > target ? " > " : " <= ") +
-               number("%.7g", target) + (measured > target ? " MISSED" : "");
-    }
-    void print() const { std::printf("%d of %d targets met.\n", claims - missed, claims); }
-
-private:
-    int claims = 0;
-    int missed = 0;
-};
 
 void printShares(Verdict& verdict, const std::vector<std::vector<Measurement>>& bySpeed,
                  const std::string& best)

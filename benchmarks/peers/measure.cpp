@@ -3,15 +3,17 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <time.h>
-
-namespace {
 
 double threadSeconds()
 {
@@ -25,6 +27,22 @@ double wallSeconds()
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
+
+void printMachine()
+{
+    std::ifstream cpuInfo("/proc/cpuinfo");
+    std::string line;
+    while (std::getline(cpuInfo, line) && !line.starts_with("model name")) {
+    }
+    const size_t colon = line.find(": ");
+    double load = 0.0;
+    getloadavg(&load, 1);
+    std::printf("Machine: %s, %u processors, load %.2f.\n\n",
+                colon == std::string::npos ? "unknown" : line.substr(colon + 2).c_str(),
+                std::thread::hardware_concurrency(), load);
+}
+
+namespace {
 
 void checkLength(const Library& library, const Pass& pass, double speed)
 {

@@ -7,6 +7,12 @@
 
 #include "benchmarks/peers/stretcher.h"
 
+double threadSeconds(); ///< CPU time of this thread
+double wallSeconds();   ///< since some moment
+
+/// Names the processor, and how busy it is.
+void printMachine();
+
 /// A whole clip, block by block.
 struct Pass {
     double cpuSeconds;               // of this thread, in processing calls alone

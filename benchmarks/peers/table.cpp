@@ -1,6 +1,7 @@
 #include "benchmarks/peers/table.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 void printTable(const std::vector<std::vector<std::string>>& rows)
@@ -29,4 +30,19 @@ std::string number(const char* format, double value)
     char text[32];
     std::snprintf(text, sizeof text, format, value);
     return text;
+}
+
+std::string Verdict::cell(const char* format, double measured, double target)
+{
+    if (std::isinf(target))
+        return number(format, measured);
+    ++claims;
+    missed += measured > target;
+    return number(format, measured) + (measured > target ? " > " : " <= ") +
+           number("%.7g", target) + (measured > target ? " MISSED" : "");
+}
+
+void Verdict::print() const
+{
+    std::printf("%d of %d targets met.\n", claims - missed, claims);
 }

@@ -28,7 +28,8 @@ constexpr int converterRatio(float speed)
 
 inline constexpr int kFullHighBandQ15 = 32768;
 
-/// Gain of the high band in the engine's own sound, Q15: it fades out as the speed falls from 0.5 to 0.25.
+/// Gain of the high band in the engine's own sound, Q15: it fades out as the speed falls from 0.5 to
+/// 0.25.
 constexpr int highBandGainQ15For(float speed)
 {
     if (speed <= 0.25f)

@@ -1,40 +1,28 @@
 // Chooses the table of kernels for this machine.
 
 #include "kernels/kernel_table.h"
+#include "kernels/runnable_tables.h"
 
 namespace vsp {
 
 #if defined(VELORA_KERNELS_X86)
 extern const KernelTable kSse41Kernels;
 extern const KernelTable kAvx2Kernels;
-#endif
-#if defined(VELORA_KERNELS_NEON)
+#elif defined(VELORA_KERNELS_NEON)
 extern const KernelTable kNeonKernels;
 #endif
 
 namespace {
 
-struct Tables {
-    const KernelTable* all[4] = {&kPortableKernels};
-    int count = 1;
-
-    Tables()
-    {
-#if defined(VELORA_KERNELS_X86)
-        if (__builtin_cpu_supports("sse4.1"))
-            all[count++] = &kSse41Kernels;
-        if (__builtin_cpu_supports("avx2"))
-            all[count++] = &kAvx2Kernels;
-#endif
-#if defined(VELORA_KERNELS_NEON)
-        all[count++] = &kNeonKernels;
-#endif
-    }
-};
-
-const Tables& tables()
+const RunnableTables<KernelTable>& tables()
 {
-    static const Tables found;
+#if defined(VELORA_KERNELS_X86)
+    static const RunnableTables<KernelTable> found(kPortableKernels, kSse41Kernels, kAvx2Kernels);
+#elif defined(VELORA_KERNELS_NEON)
+    static const RunnableTables<KernelTable> found(kPortableKernels, kNeonKernels);
+#else
+    static const RunnableTables<KernelTable> found(kPortableKernels);
+#endif
     return found;
 }
 
@@ -42,7 +30,7 @@ const Tables& tables()
 
 const KernelTable& bestKernels()
 {
-    return *tables().all[tables().count - 1];
+    return tables().best();
 }
 
 const KernelTable* const* availableKernels()

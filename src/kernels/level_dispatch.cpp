@@ -1,40 +1,29 @@
 // Chooses the table of level kernels for this machine.
 
 #include "kernels/level_kernels.h"
+#include "kernels/runnable_tables.h"
 
 namespace vsp {
 
 #if defined(VELORA_KERNELS_X86)
 extern const LevelKernels kSse41LevelKernels;
 extern const LevelKernels kAvx2LevelKernels;
-#endif
-#if defined(VELORA_KERNELS_NEON)
+#elif defined(VELORA_KERNELS_NEON)
 extern const LevelKernels kNeonLevelKernels;
 #endif
 
 namespace {
 
-struct Tables {
-    const LevelKernels* all[4] = {&kPortableLevelKernels};
-    int count = 1;
-
-    Tables()
-    {
-#if defined(VELORA_KERNELS_X86)
-        if (__builtin_cpu_supports("sse4.1"))
-            all[count++] = &kSse41LevelKernels;
-        if (__builtin_cpu_supports("avx2"))
-            all[count++] = &kAvx2LevelKernels;
-#endif
-#if defined(VELORA_KERNELS_NEON)
-        all[count++] = &kNeonLevelKernels;
-#endif
-    }
-};
-
-const Tables& tables()
+const RunnableTables<LevelKernels>& tables()
 {
-    static const Tables found;
+#if defined(VELORA_KERNELS_X86)
+    static const RunnableTables<LevelKernels> found(kPortableLevelKernels, kSse41LevelKernels,
+                                                    kAvx2LevelKernels);
+#elif defined(VELORA_KERNELS_NEON)
+    static const RunnableTables<LevelKernels> found(kPortableLevelKernels, kNeonLevelKernels);
+#else
+    static const RunnableTables<LevelKernels> found(kPortableLevelKernels);
+#endif
     return found;
 }
 
@@ -42,7 +31,7 @@ const Tables& tables()
 
 const LevelKernels& bestLevelKernels()
 {
-    return *tables().all[tables().count - 1];
+    return tables().best();
 }
 
 const LevelKernels* const* availableLevelKernels()

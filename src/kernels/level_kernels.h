@@ -13,7 +13,8 @@ struct Ramp {
     float step;
 };
 
-/// Full scale of the format times the gain is at most 2^30. Samples are those of stereo frames, interleaved; arrays [2 * frames], out not overlapping in.
+/// Full scale of the format times the gain is at most 2^30. Samples are those of stereo frames,
+/// interleaved; arrays [2 * frames], out not overlapping in.
 struct LevelKernels {
     const char* name;
 

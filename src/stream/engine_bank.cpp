@@ -26,8 +26,8 @@ EngineBank::EngineBank(const StreamSettings& settings, const LevelCurve* curve)
         startPair(pair, 1.0f);
     hop = Velora_VSP_Conductor::HopFrames(engines[0]);
     part.resize(std::size_t(hop * bytesPerFrame(depth)));
-    levelled.resize(std::size_t(2 * hop));
-    given.resize(std::size_t(2 * hop));
+    levelled.resize(std::size_t(hop) * 2);
+    given.resize(std::size_t(hop) * 2);
     warmUp();
 }
 

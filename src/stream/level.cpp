@@ -37,9 +37,8 @@ constexpr double kRise = 2.5;
 // more than 1 dB from loud masters.
 constexpr double kLimiterRise = 1.0 / 4.0;
 
-// What the limiter keeps to, 16-bit units. Peaks of the last 0.3 dB are cut: that is less to be heard
-// than the level that they would cost.
-constexpr double kLimit = 34000.0;
+// What the limiter keeps to, 16-bit units: next to nothing of a hot master reaches full scale.
+constexpr double kLimit = 32760.0;
 
 // Frames of output over which the inverse gain runs evenly.
 constexpr std::int64_t kStretch = 64;

@@ -46,6 +46,21 @@ void scatter(Lane<Sample> to, const Sample* from, std::int64_t frames)
         to.first[n * to.stride] = from[2 * n];
 }
 
+template <class Void>
+bool hasWholePair(const View<Void>& view, int pair, int channels)
+{
+    return view.interleaved != nullptr && 2 * pair + 1 < channels;
+}
+
+// Both channels as one, each frame so many samples behind the one before.
+template <class Sample>
+void movePairs(Sample* to, std::int64_t toStride, const Sample* from, std::int64_t fromStride,
+               std::int64_t frames)
+{
+    for (std::int64_t n = 0; n < frames; ++n)
+        std::memcpy(to + n * toStride, from + n * fromStride, 2 * sizeof(Sample));
+}
+
 // Runs run(sample) with a sample of the format's type.
 template <class Run>
 void withSample(Velora_BitDepth_T depth, Run run)
@@ -127,10 +142,13 @@ void PairQueue::append(const Source& source, std::int64_t count)
     withSample(depth, [&](auto sample) {
         using Sample = decltype(sample);
         for (int pair = 0; pair < pairs; ++pair) {
+            const auto to = reinterpret_cast<Sample*>(at(pair, from));
+            const Lane<const Sample> left = laneOf<const Sample>(source, 2 * pair, channels);
             const int right = std::min(2 * pair + 1, channels - 1);
-            gather(reinterpret_cast<Sample*>(at(pair, from)),
-                   laneOf<const Sample>(source, 2 * pair, channels),
-                   laneOf<const Sample>(source, right, channels), count);
+            if (hasWholePair(source, pair, channels))
+                movePairs(to, 2, left.first, left.stride, count);
+            else
+                gather(to, left, laneOf<const Sample>(source, right, channels), count);
         }
     });
 }
@@ -161,9 +179,17 @@ void PairQueue::copyTo(const Destination& destination, std::int64_t frame, std::
     }
     withSample(depth, [&](auto sample) {
         using Sample = decltype(sample);
-        for (int channel = 0; channel < channels; ++channel)
-            scatter(laneOf<Sample>(destination, channel, channels),
-                    reinterpret_cast<const Sample*>(at(channel / 2, frame)) + channel % 2, count);
+        for (int pair = 0; pair < pairs; ++pair) {
+            const auto from = reinterpret_cast<const Sample*>(at(pair, frame));
+            const Lane<Sample> left = laneOf<Sample>(destination, 2 * pair, channels);
+            if (hasWholePair(destination, pair, channels)) {
+                movePairs(left.first, left.stride, from, 2, count);
+                continue;
+            }
+            scatter(left, from, count);
+            if (2 * pair + 1 < channels)
+                scatter(laneOf<Sample>(destination, 2 * pair + 1, channels), from + 1, count);
+        }
     });
 }
 

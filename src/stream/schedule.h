@@ -14,6 +14,17 @@
 
 namespace vsp {
 
+/// A Sound that makes none: runs a copy of a schedule ahead.
+struct Rehearsal {
+    const TimeMap& map;
+
+    const TimeMap& times() const { return map; }
+    void run(const Voice&, int, bool) const {}
+    void copy(const Voice&, std::int64_t, bool) const {}
+    void join(std::int64_t) const {}
+    void fade(std::int64_t, std::int64_t) const {}
+};
+
 /// The course of a stream: one voice sounds and follows the time map; where the map asks for another
 /// one, that is primed with what went in before, and takes over after a short fade. Nothing is made
 /// before it is wanted, but for the rest of a hop.
@@ -100,6 +111,8 @@ public:
     /// Whether the time map may still change at output frame `output`, to `voice`.
     bool mayTurn(const Voice& voice, double output) const
     {
+        if (output < double(taken)) // what the next frame sounds is known already
+            return false;
         const bool behindJoin = join != Join::none && output > double(joinOutput - 1);
         return behindJoin || std::ceil(output) >= double(changeFrame(voice));
     }
@@ -119,7 +132,7 @@ public:
             join == Join::running &&
             (index >= times.end() || (times[index].output < double(next.turnFrame(rate)) &&
                                       next.turnsInto(Voice::at(times[index].speed, rate))));
-        const std::size_t first = join == Join::none ? index : std::min(index, next.segment);
+        const std::size_t first = join == Join::none ? index : std::min(index, next.firstSegment);
         if (index <= next.segment || isTooLate)
             join = Join::none;
         now.segment = std::min(now.segment, std::max<std::size_t>(index, 1) - 1);
@@ -127,7 +140,16 @@ public:
             planFrom(first, taken, sound);
     }
 
-    /// Makes output up to frame `until`, as far as the input reaches.
+    /// The output frame up to which the input brings output, `until` at most.
+    std::int64_t reach(std::int64_t until, const TimeMap& times) const
+    {
+        Schedule course = *this;
+        course.proceed(until, Rehearsal{times});
+        return std::min(until, course.ready());
+    }
+
+    /// Makes output up to frame `until`, as far as the input reaches. Where it doesn't reach so far,
+    /// one voice may get further than the other.
     template <class Sound>
     void proceed(std::int64_t until, Sound&& sound)
     {
@@ -330,7 +352,7 @@ private:
         join = Join::awaited;
         joinOutput = std::int64_t(std::ceil(s.output));
         next = Voice::at(s.speed, rate);
-        next.segment = index;
+        next.firstSegment = next.segment = index;
         next.place(joinOutput, s.mediaAt(double(joinOutput)), rate);
         now.segment = std::min(now.segment, std::max<std::size_t>(index, 1) - 1);
         primeFrom = std::min(joinOutput, std::max(earliest, joinOutput - kSpreadHops * rate.hop));
@@ -358,17 +380,6 @@ private:
     std::int64_t primeFrom = 0;   // output frame at which its priming begins
     std::int64_t primeStages = 0; // that this takes
     std::int64_t primed = 0;      // of them that are done
-};
-
-/// A Sound that makes none: runs a copy of a schedule ahead.
-struct Rehearsal {
-    const TimeMap& map;
-
-    const TimeMap& times() const { return map; }
-    void run(const Voice&, int, bool) const {}
-    void copy(const Voice&, std::int64_t, bool) const {}
-    void join(std::int64_t) const {}
-    void fade(std::int64_t, std::int64_t) const {}
 };
 
 } // namespace vsp

@@ -77,8 +77,8 @@ void Sound::run(const Voice& voice, int stages, bool isNext)
 // What its next hop of output sounds.
 EngineBank::Media Sound::mediaOf(const Voice& voice) const
 {
-    const double frame = map.mediaAt(double(voice.end));
-    const double last = map.mediaAt(double(voice.end + hopFrames()));
+    const double frame = voice.mediaAt(map, voice.end);
+    const double last = voice.mediaAt(map, voice.end + hopFrames());
     return {frame, (last - frame) / double(hopFrames())};
 }
 

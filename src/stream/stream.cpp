@@ -3,13 +3,10 @@
 #include "stream/stream.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 
 #include "convert/bridge.h"
-#include "kernels/band_split.h"
-#include "kernels/half_band.h"
-#include "kernels/sizes.h"
+#include "engine/filter_delays.h"
 
 namespace vsp {
 
@@ -46,18 +43,12 @@ Rate rateOf(const StreamSettings& settings, const Sound& sound)
 {
     const std::int64_t hop = sound.hopFrames();
     const int shift = rateShiftOf(settings.sampleRate);
-    const auto log2Factor = std::size_t(std::bit_width(std::uint64_t(hop >> shift) / kLowHop)) - 1;
-    double delayIn = kSplitDelay[log2Factor];
-    double delayOut = kInterpDelay[log2Factor];
-    for (int stage = 0; stage < shift; ++stage) {
-        delayIn = 2.0 * delayIn + kHalfBandDelay;
-        delayOut = 2.0 * delayOut + kHalfBandDelay;
-    }
+    const FilterDelays delays = filterDelays(hop, shift);
     return {settings.sampleRate,
             shift,
             hop,
-            delayIn,
-            delayOut,
+            delays.in,
+            delays.out,
             settings.pitchDrops,
             settings.sound != Velora_VSP_Sound_Own,
             settings.fastest,
@@ -330,10 +321,11 @@ std::int64_t Stream::givePart(const Destination& out, std::int64_t most)
         sound.output().restart(schedule.taken);
         return frames;
     }
-    schedule.proceed(schedule.taken + most, sound);
-    const std::int64_t frames = std::min(most, schedule.ready() - schedule.taken);
+    // No more than can be handed out: where a change can still be may not depend on what was asked.
+    const std::int64_t frames = schedule.reach(schedule.taken + most, map()) - schedule.taken;
     if (frames <= 0)
         return 0;
+    schedule.proceed(schedule.taken + frames, sound);
     // The engines' overlap-add begins before the first frame that is wanted.
     const std::int64_t fadedIn = std::min(fadeInTo - schedule.taken, frames);
     if (fadedIn > 0)

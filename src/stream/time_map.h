@@ -55,6 +55,11 @@ public:
     double mediaAt(double output) const { return byOutput(output).mediaAt(output); }
     double speedAt(double output) const { return byOutput(output).speed; }
     double outputAt(double media) const;
+    /// Number of the segment that `output` lies in.
+    std::size_t numberAt(double output) const
+    {
+        return forgotten + std::size_t(&byOutput(output) - segments.data());
+    }
 
     /// Numbers of the oldest segment that is known, and of the one that will come next.
     std::size_t begin() const { return forgotten; }

@@ -69,8 +69,8 @@ constexpr int kPrimedHops = 7;
 // filters to settle.
 constexpr double kSettlingHops = 4.5;
 
-// The converter's memory, in hops of input.
-constexpr int kConverterHops = 2;
+// Hops of input before it joins: the converter remembers 64 frames, half of the shortest hop.
+constexpr int kConverterHops = 1;
 
 // The vocoder's speed closest to one that the engine takes for something else.
 float vocoderSpeed(float speed)
@@ -230,6 +230,12 @@ void Voice::follow(const TimeMap& times, const Rate& rate)
     const double drift = aim - (position + speed);
     engineSpeed = std::abs(drift) < kDriftHops * speed ? vocoderSpeed(float(speed))
                                                        : nearSpeed(aim - position);
+}
+
+double Voice::mediaAt(const TimeMap& times, std::int64_t output) const
+{
+    const std::size_t n = std::max(firstSegment, std::min(times.numberAt(double(output)), segment));
+    return times[n].mediaAt(double(output));
 }
 
 void Voice::move(const Rate& rate)

@@ -39,14 +39,15 @@ enum class Path { dry, vocoder, converter };
 /// input yields.
 struct Voice {
     Path path = Path::dry;
-    bool isNatural = false;   // see Rate
-    double speed = 1.0;       // as asked for
-    float engineSpeed = 1.0f; // as the engine is told
-    float clock = 1.0f;       // the engine's own: synthesis position in hops, single precision
-    std::int64_t fed = 0;     // input frame that it takes next
-    std::int64_t end = 0;     // output frame that it gives next
-    std::size_t segment = 0;  // of the time map, which it follows
-    double phaseDelay = 0.0;  // hops of output that it sounds later than its frames say
+    bool isNatural = false;       // see Rate
+    double speed = 1.0;           // as asked for
+    float engineSpeed = 1.0f;     // as the engine is told
+    float clock = 1.0f;           // the engine's own: synthesis position in hops, single precision
+    std::int64_t fed = 0;         // input frame that it takes next
+    std::int64_t end = 0;         // output frame that it gives next
+    std::size_t firstSegment = 0; // of the time map, at which it joins
+    std::size_t segment = 0;      // of the time map, which it follows
+    double phaseDelay = 0.0;      // hops of output that it sounds later than its frames say
     // Output frame up to which it sounds as the input does, at 1.0.
     std::int64_t inPhaseTo = std::numeric_limits<std::int64_t>::min();
     bool isNew = true;      // its engines are to be started first
@@ -86,6 +87,9 @@ struct Voice {
 
     /// Before a step that gives: chooses the engine's speed so that it keeps to the time map.
     void follow(const TimeMap& times, const Rate& rate);
+    /// Input frame that it sounds at an output frame of its next hop: by the time map, but beyond
+    /// the segments that it follows as if these went on.
+    double mediaAt(const TimeMap& times, std::int64_t output) const;
     /// The next step is done.
     void move(const Rate& rate);
 

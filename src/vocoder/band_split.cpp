@@ -97,7 +97,7 @@ int Vocoder::segmentStart(int frames) const
     const int last = (hpRing.size - 1) * frames;
     const int wanted = std::min(int((frameClock + effectiveSpeed) * float(frames)), last);
     constexpr float kNoneFollows = 2.0f;
-    if (restartsBands || effectiveSpeed >= kNoneFollows)
+    if (nearsOnset || effectiveSpeed >= kNoneFollows)
         return wanted;
     const int following = hpStart + (1 - hopsSinceFrame) * frames;
     const int nearest = std::clamp(following, std::max(wanted - frames / 2, 0),

@@ -70,6 +70,34 @@ const ComplexShort* Vocoder::nextPhasors(int channel, PhasorRow& room) const
     return room;
 }
 
+// Phases from which a band restarts. With LockedChannels they are those of the place between two
+// analysis frames where the synthesis frame lies, so that an onset sounds where it belongs: the
+// phasors of the nearer one, moved in time, which turns bin k by k quarters of a turn a hop.
+const ComplexShort* Vocoder::phasorsToRestart(int channel, PhasorRow& room) const
+{
+    if (!does(Velora_VSP_Sound_LockedChannels))
+        return phasorRing[channel][0];
+    constexpr double kQuarterTurn = 1.5707963267948966;
+    const int row = nearestRow();
+    const double angle = (double(frameClock) - row) * kQuarterTurn; // within an eighth of a turn
+    const double x = angle * angle;
+    // Taylor's series, within 1 in 10^7.
+    const double im = angle * (1.0 - x / 6.0 * (1.0 - x / 20.0 * (1.0 - x / 42.0)));
+    const double re = 1.0 - x / 2.0 * (1.0 - x / 12.0 * (1.0 - x / 30.0 * (1.0 - x / 56.0)));
+    alignas(kLine) PhasorRow turn;
+    double turnRe = 16384.0;
+    double turnIm = 0.0;
+    for (int bin = 0; bin < kBins; ++bin) {
+        turn[bin] = {int16_t(turnRe), int16_t(turnIm)};
+        const double before = turnRe;
+        turnRe = turnRe * re - turnIm * im;
+        turnIm = before * im + turnIm * re;
+    }
+    std::copy(phasorRing[channel][row], phasorRing[channel][row] + kBins, room);
+    kernels.phasorAdvance(room, turn);
+    return room;
+}
+
 void Vocoder::turnBands(int channel)
 {
     const int row = phaseRow();

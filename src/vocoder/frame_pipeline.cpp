@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "fixed/cache_line.h"
 #include "fixed/floating_point.h"
 #include "kernels/sizes.h"
 #include "vocoder/vocoder.h"
@@ -126,7 +127,7 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
 {
     switch (stage) {
     case 0:
-        restartsBands = false;
+        nearsOnset = false;
         for (int c = 0; c < 2; ++c)
             synthesiseBands(c);
         if (does(Velora_VSP_Sound_LockedChannels))
@@ -244,14 +245,15 @@ void Vocoder::synthesiseBands(int channel)
             kernels.interpMagApplyPhase(X, M, older + first, newer + first, S, f_q15, n);
             break;
         case BandPath::reset: {
-            restartsBands = true;
-            const int row = does(Velora_VSP_Sound_LockedChannels) ? nearestRow() : 0;
-            const ComplexShort* const analysed = phasorRing[channel][row] + first;
+            nearsOnset = true;
+            alignas(kLine) PhasorRow moved;
+            const ComplexShort* const analysed = phasorsToRestart(channel, moved) + first;
             kernels.interpMagApplyPhase(X, M, older + first, newer + first, analysed, f_q15, n);
             std::copy(analysed, analysed + n, S);
             break;
         }
         case BandPath::hold:
+            nearsOnset = true;
             kernels.applyPhase(X, M, S, n);
             break;
         case BandPath::frozen:

@@ -37,6 +37,7 @@ void LevelKeeper::reset()
     wanted = 0.0;
     given = 0.0;
     averaged = 0;
+    filling = 0;
     gain = kUsualGain;
 }
 
@@ -48,6 +49,10 @@ void LevelKeeper::tookHop(int64_t energy)
 
 void LevelKeeper::gaveHop(int64_t energy, double position, double speed)
 {
+    if (filling > 0) {
+        --filling;
+        return;
+    }
     const double centre = position - kAnalysisDelayHops - kSynthesisLeadHops * speed;
     const double expected = energyBetween(centre - 0.5 * speed, centre + 0.5 * speed) / speed;
     if (expected < kQuiet)

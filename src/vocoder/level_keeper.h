@@ -17,7 +17,11 @@ public:
     /// Forgets all energies; the gain is that of usual material.
     void reset();
     /// The same for frames that start in phase with the input, which lose nothing.
-    void startInPhase() { gain = 1.0; }
+    void startInPhase()
+    {
+        gain = 1.0;
+        filling = 4;
+    }
     /// A hop of low band went into the analysis.
     /// @param energy  sum of its squared samples, both channels
     void tookHop(int64_t energy);
@@ -40,6 +44,7 @@ private:
     double given = 0.0;                  // history: average energy that it had before the gain
     int averaged = 0;                    // history: hops that these hold, up to a limit
     double gain = 1.0;
+    int filling = 0; // history: hops of output left that not all of their synthesis frames are in
 };
 
 } // namespace vsp

@@ -181,7 +181,8 @@ protected:
     int8_t bandHold[kBands] = {};      // history: synthesis frames left before the band freezes; 4:
                                        // the phase reset is due
 
-    bool restartsBands = false; // this synthesis frame: the running phases of some band restart
+    bool nearsOnset =
+        false; // this synthesis frame: some band waits for an onset, or restarts at it
 
     // ---- Synthesis ----
     alignas(kLine) MagnitudeRow interpMag[2] = {}; // history: last interpolated magnitudes
@@ -214,7 +215,8 @@ private:
     void separate(const Frame* in, int from, int to);
     void findOnset();
     int32_t positionInHop() const; // Q15
-    int nearestRow() const;        // of the rings, to that position
+    const ComplexShort* phasorsToRestart(int channel, PhasorRow& room) const;
+    int nearestRow() const; // of the rings, to that position
     void synthesiseBands(int channel);
     void advancePhases();
     void lockPhases(int channel);

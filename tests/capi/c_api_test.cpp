@@ -2,6 +2,7 @@
 // And the example programs, run.
 
 #include <array>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -88,8 +89,8 @@ TEST(CInterface, GivesWhatStreamGivesInEveryFormat)
 TEST(CInterface, PlanesSeekAndReset)
 {
     const Handle c = create(44100, 2, VELORA_FLOAT);
-    std::array<std::vector<float>, 2> in = {std::vector<float>(5000, 0.25f),
-                                            std::vector<float>(5000, -0.5f)};
+    std::array<std::vector<float>, 2> in = {std::vector<float>(10000, 0.25f),
+                                            std::vector<float>(10000, -0.5f)};
     std::array<std::vector<float>, 2> out = {std::vector<float>(2500), std::vector<float>(2500)};
     const void* const from[] = {in[0].data(), in[1].data()};
     void* const to[] = {out[0].data(), out[1].data()};
@@ -98,6 +99,7 @@ TEST(CInterface, PlanesSeekAndReset)
     EXPECT_EQ(velora_stream_speed(c.get()), 2.0);
     EXPECT_EQ(velora_stream_media_frame_of(c.get(), 100), 977);
     const int64_t needed = velora_stream_input_frames_for(c.get(), 1);
+    ASSERT_LE(needed, 10000);
     EXPECT_EQ(velora_stream_process_planar(c.get(), from, needed - 1, to, 2500), 0);
     EXPECT_GE(velora_stream_process_planar(c.get(), from, 1, to, 2500), 1);
     EXPECT_EQ(velora_stream_reset(c.get()), VELORA_OK);
@@ -153,6 +155,35 @@ TEST(CInterface, AnswersEveryMistakeWithACodeAndEveryCodeWithAText)
     for (int code = VELORA_OK; code >= VELORA_ERROR_CHANGES - 1; --code)
         texts.insert(velora_error_text(code));
     EXPECT_EQ(texts.size(), 9u) << "each its own, an unknown one too";
+}
+
+TEST(CInterface, RefusesOptionsThatDoNotExist)
+{
+    const auto opened = [](auto set) {
+        velora_options options = VELORA_OPTIONS;
+        set(options);
+        velora_stream* made = nullptr;
+        const int error = velora_stream_open(&made, 44100, 2, VELORA_INT16, &options);
+        EXPECT_EQ(made != nullptr, error == VELORA_OK);
+        velora_stream_destroy(made);
+        return error;
+    };
+    for (int velora_options::*const choice :
+         {&velora_options::pitch, &velora_options::sound, &velora_options::material,
+          &velora_options::latency}) {
+        for (const int value : {0, 1})
+            EXPECT_EQ(opened([&](velora_options& o) { o.*choice = value; }), VELORA_OK);
+        for (const int value : {-1, 2, INT_MIN, INT_MAX})
+            EXPECT_EQ(opened([&](velora_options& o) { o.*choice = value; }), VELORA_ERROR_ARGUMENT);
+    }
+    for (std::int64_t velora_options::*const count :
+         {&velora_options::longest_block, &velora_options::changes})
+        for (const std::int64_t value : {std::int64_t(-1), (std::int64_t(1) << 30) + 1, INT64_MAX})
+            EXPECT_EQ(opened([&](velora_options& o) { o.*count = value; }), VELORA_ERROR_ARGUMENT);
+    for (const double value : {0.1, 9.0, std::numeric_limits<double>::quiet_NaN()}) {
+        EXPECT_EQ(opened([&](velora_options& o) { o.slowest = value; }), VELORA_ERROR_SPEED);
+        EXPECT_EQ(opened([&](velora_options& o) { o.fastest = value; }), VELORA_ERROR_SPEED);
+    }
 }
 
 // Rounded up, the last frame lies behind the end: that is no negative latency, which would be an

@@ -305,6 +305,149 @@ TEST(Player, ChangesAtOnceOrWithinATime)
     EXPECT_EQ(stream.speed(), 3.0);
 }
 
+// A call that asks for more than the input brings leaves the stream as one that asks for just that.
+TEST(Player, AskingForMoreThanThereIsLeavesNoTrace)
+{
+    constexpr std::size_t kRoom = 30000;
+    const std::vector<float> in = tone(3000);
+    for (unsigned seed = 1; seed <= 30; ++seed) {
+        std::minstd_rand random(seed);
+        Stream<float> eager(kRate, 1, Options{});
+        Stream<float> modest(kRate, 1, Options{});
+        std::vector<float> much(kRoom), enough(kRoom);
+        for (int n = 0; n < 60; ++n) {
+            const std::size_t block = random() % in.size();
+            const std::size_t given = eager.process(in.data(), block, much.data(), kRoom);
+            ASSERT_EQ(modest.process(in.data(), block, enough.data(), given), given);
+            ASSERT_TRUE(
+                std::equal(much.begin(), much.begin() + std::ptrdiff_t(given), enough.begin()))
+                << "seed " << seed << ", call " << n;
+            const double speed = random() % 3 == 0 ? 1.0 : 0.3 + 0.1 * double(random() % 40);
+            const std::int64_t within = random() % 2 == 0 ? 0 : 200 * std::int64_t(random() % 20);
+            for (auto* const stream : {&eager, &modest})
+                stream->setSpeed(speed, within);
+            ASSERT_EQ(eager.changeFrame(1.0), modest.changeFrame(1.0));
+        }
+    }
+}
+
+// While a voice joins that has made what lies behind a second change already, that one is replaced.
+TEST(Player, ReplacingAChangeSoonBehindAnotherKeepsThatOne)
+{
+    constexpr std::int64_t kFirst = 20000;
+    const std::vector<float> in = tone(60000);
+    for (const std::int64_t apart : {50, 400, 900}) {
+        Stream<float> stream(kRate, 1, Options{});
+        stream.setSpeedAt(kFirst, 1.5);
+        stream.setSpeedAt(kFirst + apart, 0.8);
+        std::vector<float> out(kFirst - 16);
+        Reader reader{in};
+        stream.pull(out.data(), out.size(), reader);
+        stream.setSpeedAt(kFirst + apart, 1.0);
+        out.resize(8000);
+        stream.pull(out.data(), out.size(), reader);
+        EXPECT_EQ(stream.speedAt(kFirst), 1.5);
+        EXPECT_EQ(stream.speedAt(stream.outputFrames()), 1.0);
+        EXPECT_LE(stream.mediaFrameOf(stream.outputFrames()), stream.inputFrames()) << apart;
+    }
+}
+
+// What a voice gives in a fade is older than what the next one does: its level is that of its own
+// time, which has come in, not of what the map has there.
+TEST(Player, LevelInAFadeDoesNotDependOnWhatHasComeIn)
+{
+    constexpr std::int64_t kChange = 5000;
+    std::vector<float> in = tone(30000);
+    for (std::size_t n = 0; n < std::size_t(kChange); ++n)
+        in[n] *= 0.01f;
+    for (std::size_t n = std::size_t(kChange); n < in.size(); n += 2) // louder and louder
+        in[n] *= 1.0f + float(n) / 5000.0f;
+    Options options;
+    options.pitch = velora::Pitch::drop;
+    options.latency = velora::Latency::least;
+    options.longestBlock = std::int64_t(in.size());
+    for (const double speed : {1.0, 8.0}) {
+        std::vector<float> bySip, atOnce;
+        for (const auto& [out, sip] : {std::pair{&bySip, std::size_t(1)}, {&atOnce, in.size()}}) {
+            Stream<float> stream(kRate, 1, options);
+            stream.setSpeed(0.125);
+            stream.setSpeedAt(kChange, speed);
+            for (std::size_t at = 0; at < in.size(); at += sip)
+                stream.process(std::vector<float>(in.data() + at, in.data() + at + sip), *out);
+        }
+        EXPECT_TRUE(bySip == atOnce) << speed;
+    }
+}
+
+TEST(Player, AChangeWithinATimeComesBehindWhatComesUntilThen)
+{
+    const std::vector<float> in = tone(60000);
+    std::vector<float> out(2000);
+    Stream<float> stream(kRate, 1, Options{});
+    Reader reader{in};
+    stream.pull(out.data(), 2000, reader);
+    stream.setSpeed(1.5, 1000);
+    stream.setSpeed(1.0, 4000);
+    EXPECT_EQ(stream.speedAt(2999), 1.0);
+    EXPECT_EQ(stream.speedAt(3000), 1.5);
+    EXPECT_EQ(stream.speedAt(5999), 1.5);
+    EXPECT_EQ(stream.speedAt(6000), 1.0);
+    stream.setSpeed(0.7, 500); // sooner than both
+    EXPECT_EQ(stream.speedAt(2500), 0.7);
+    EXPECT_EQ(stream.speedAt(6000), 0.7);
+    for (int n = 0; n < 4; ++n)
+        ASSERT_EQ(stream.pull(out.data(), 2000, reader), 2000u);
+    EXPECT_EQ(stream.speedAt(2499), 1.0);
+    EXPECT_EQ(stream.mediaFrameOf(10000), 2500 + std::llround(0.7 * 7500));
+}
+
+TEST(Player, APlanForWhatIsJustOverMovesNoClock)
+{
+    const std::vector<float> in = tone(60000);
+    std::vector<float> out(500);
+    Stream<float> stream(kRate, 1, Options{});
+    Reader reader{in};
+    stream.setSpeed(3.07);
+    for (int n = 0; n < 30; ++n) {
+        stream.pull(out.data(), std::size_t(400 + n), reader);
+        const std::int64_t next = stream.outputFrames();
+        const std::int64_t media = stream.mediaFrameOf(next);
+        for (std::int64_t back = 0; back < 4; ++back) {
+            stream.setSpeedAt(media - back, 1.0);
+            EXPECT_EQ(stream.mediaFrameOf(next), media) << n << ", " << back;
+            stream.setSpeedAt(media - back, 3.07);
+        }
+        stream.setSpeed(3.07);
+    }
+}
+
+// Work that is spread is the same work.
+TEST(Player, SpreadWorkSoundsLikeWorkInOne)
+{
+    const std::vector<float> in = tone(60000);
+    for (const velora::Pitch pitch : {velora::Pitch::keep, velora::Pitch::drop}) {
+        Options options;
+        options.pitch = pitch;
+        Stream<float> spread(kRate, 1, options);
+        Stream<float> whole(kRate, 1, pitch);
+        std::vector<float> bySpread, byWhole;
+        for (auto [stream, out] : {std::pair{&spread, &bySpread}, std::pair{&whole, &byWhole}}) {
+            const std::pair<std::int64_t, double> plans[] = {
+                {9000, 1.5}, {17000, 1.0}, {25000, 0.5}, {26000, 2.5}, {44000, 1.0}, {47000, 0.7}};
+            for (const auto& [media, speed] : plans)
+                stream->setSpeedAt(media, speed);
+        }
+        for (std::size_t at = 0; at < in.size(); at += 64)
+            spread.process(
+                std::vector<float>(in.data() + at, in.data() + std::min(at + 64, in.size())),
+                bySpread);
+        whole.process(in, byWhole);
+        spread.flush(bySpread);
+        whole.flush(byWhole);
+        EXPECT_TRUE(bySpread == byWhole);
+    }
+}
+
 // A fade that is planned wants input long before; with the smallest room of all it must get it.
 TEST(Player, PlansWithLittleRoomDontHoldTheStreamUp)
 {

@@ -164,6 +164,51 @@ INSTANTIATE_TEST_SUITE_P(
                     Course{"throughSlow", {0.3, 0.7, 0.5, 0.45, 1.2, 0.35}}),
     [](const auto& course) { return course.param.name; });
 
+// Lone clicks, of the low band and of the high band, at uneven places: how late each is heard, ms.
+std::vector<double> clickDelays(double speed, double radiansPerFrame)
+{
+    constexpr int kRate = 44100;
+    std::vector<float> in(8 * kRate);
+    std::vector<std::size_t> clicks;
+    for (std::size_t at = kRate; at < in.size() - kRate; at += 14000 + at % 311) {
+        clicks.push_back(at);
+        for (std::size_t n = 0; n < 64; ++n)
+            in[at + n] =
+                float(0.7 * std::exp(-double(n) / 10.0) * std::cos(double(n) * radiansPerFrame));
+    }
+    Stream<float> stream(kRate, 1);
+    const auto out = play(stream, in, {{0, speed}});
+    std::vector<double> delays;
+    for (const std::size_t click : clicks) {
+        const auto expected = std::int64_t(double(click) / speed);
+        double energy = 0.0;
+        double moment = 0.0;
+        for (std::int64_t n = -1500; n < 1500; ++n) {
+            const double power = std::pow(out[std::size_t(expected + n)], 2);
+            energy += power;
+            moment += power * double(n);
+        }
+        delays.push_back(moment / energy * 1000.0 / kRate);
+    }
+    return delays;
+}
+
+TEST(Stream, ClicksAreHeardInTimeAndAlike)
+{
+    for (const double speed : {0.75, 0.9, 1.1, 1.3})
+        for (const double radiansPerFrame : {0.2, 0.9}) {
+            const std::vector<double> delays = clickDelays(speed, radiansPerFrame);
+            double mean = 0.0;
+            for (const double delay : delays)
+                mean += delay / double(delays.size());
+            double deviation = 0.0;
+            for (const double delay : delays)
+                deviation += std::pow(delay - mean, 2) / double(delays.size());
+            EXPECT_NEAR(mean, 0.0, 1.2) << speed << ", " << radiansPerFrame;
+            EXPECT_LT(std::sqrt(deviation), 2.0) << speed << ", " << radiansPerFrame;
+        }
+}
+
 TEST(Stream, PitchDropKeepsTheTimeMap)
 {
     for (const int rate : {44100, 96000}) {
@@ -186,7 +231,9 @@ TEST(Stream, OutputDoesNotDependOnBlocksAndTheQueriesAreExact)
         const int rate = std::array{11025, 44100, 96000}[seed % 3];
         const Pitch pitch = seed % 5 == 0 ? Pitch::drop : Pitch::keep;
         const std::size_t frames = 60000;
-        const auto in = noise<std::int16_t>(3 * frames, 9000, seed);
+        auto in = noise<std::int16_t>(3 * frames, 9000, seed);
+        for (std::size_t n = 0; n < in.size(); ++n) // quiet and loud by turns, so that gains move
+            in[n] = std::int16_t(n / 12000 % 2 == 0 ? in[n] / 100 : in[n]);
         auto changes = randomChanges(frames, seed % 2 == 0 ? 900 : 20000, seed + 7);
         // What is set is heard behind what was handed out; what is planned, where it was planned.
         const bool isPlanned = seed % 3 == 0;
@@ -651,6 +698,34 @@ TEST(Stream, WildPositionsAndCountsAreHarmless)
             stream.flush(out);
             EXPECT_EQ(out.size(), std::size_t(std::llround(3000.0 / speed)));
         }
+}
+
+// Whatever else sounds: the natural sound makes alike what is alike.
+TEST(Stream, EqualChannelsStayEqualThroughChangesOfSpeed)
+{
+    const std::size_t frames = 60000;
+    const auto tones = noise<std::int16_t>(frames, 12000, 21);
+    const auto others = noise<std::int16_t>(frames, 3000, 22);
+    std::vector<std::int16_t> in(4 * frames); // equal, equal; of its own, of its own
+    for (std::size_t n = 0; n < frames; ++n) {
+        in[4 * n] = in[4 * n + 1] = tones[n];
+        in[4 * n + 2] = others[n];
+        in[4 * n + 3] = tones[n / 2];
+    }
+    Stream<std::int16_t> stream(44100, 4);
+    std::vector<std::int16_t> out;
+    playBlocks(
+        stream, frames, randomChanges(frames, 12000, 23), [] { return std::size_t(500); },
+        [&](std::size_t at, std::size_t block) {
+            stream.process(
+                std::vector<std::int16_t>(in.data() + 4 * at, in.data() + 4 * (at + block)), out);
+        });
+    bool isSound = false;
+    for (std::size_t n = 0; n < out.size(); n += 4) {
+        ASSERT_EQ(out[n], out[n + 1]) << n / 4;
+        isSound = isSound || out[n] != 0;
+    }
+    EXPECT_TRUE(isSound);
 }
 
 TEST(Stream, RefusesWhatItCannotDoByNameAndValue)
