@@ -143,6 +143,9 @@ public:
     /// The output frame up to which the input brings output, `until` at most.
     std::int64_t reach(std::int64_t until, const TimeMap& times) const
     {
+        const bool isKnown = ready() >= until || now.inputWanted(rate) > input;
+        if (join == Join::none && isKnown)
+            return std::min(until, ready());
         Schedule course = *this;
         course.proceed(until, Rehearsal{times});
         return std::min(until, course.ready());
