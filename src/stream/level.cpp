@@ -143,11 +143,12 @@ std::int64_t LevelCurve::settled() const
     return first + known * blockFrames;
 }
 
-void LevelCurve::append(const PairQueue& input)
+void LevelCurve::append(const PairQueue& input, std::int64_t until)
 {
-    while (end() < input.end()) {
+    const std::int64_t last = std::min(until, input.end());
+    while (end() < last) {
         const std::int64_t left = blockFrames - frames % blockFrames;
-        const std::int64_t count = std::min(left, input.end() - end());
+        const std::int64_t count = std::min(left, last - end());
         takePeaks(input, count);
         frames += count;
         if (count == left)
@@ -249,8 +250,10 @@ void LevelCurve::scaleIn(std::int16_t (*out)[2], const std::byte* in, std::int64
 {
     const float unit = unitOf(depth);
     while (count > 0) {
-        const std::int64_t into = (frame - first) % blockFrames;
-        const Block& at = block((frame - first) / blockFrames);
+        // Before the first block its gain holds.
+        const std::int64_t position = std::max<std::int64_t>(frame - first, 0);
+        const std::int64_t into = position % blockFrames;
+        const Block& at = block(position / blockFrames);
         const std::int64_t part = std::min(count, blockFrames - into);
         const float step = (at.last.gain - at.first.gain) / float(blockFrames);
         const Ramp gain{(at.first.gain + step * float(into)) * unit, step * unit};

@@ -48,9 +48,9 @@ public:
 
     /// Nothing has come in; input frame `frame` is the next. The gain starts where it is needed.
     void restart(std::int64_t frame);
-    /// The frames of `input` from end() on, up to its end, have come in. What lies more than
-    /// `mostFrames` back is forgotten.
-    void append(const PairQueue& input);
+    /// The frames of `input` from end() on, up to `until` or its end, have come in. What lies more
+    /// than `mostFrames` back is forgotten.
+    void append(const PairQueue& input, std::int64_t until);
     /// The input frame that comes next.
     std::int64_t end() const { return first + frames; }
     /// Up to this input frame gains are known: the engines may take what lies before.

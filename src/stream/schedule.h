@@ -21,7 +21,7 @@ struct Rehearsal {
     const TimeMap& times() const { return map; }
     void run(const Voice&, int, bool) const {}
     void copy(const Voice&, std::int64_t, bool) const {}
-    void join(std::int64_t) const {}
+    void join(std::int64_t, const Voice&, const Voice&) const {}
     void fade(std::int64_t, std::int64_t) const {}
 };
 
@@ -33,7 +33,7 @@ struct Rehearsal {
 ///     times()                   the time map
 ///     run(voice, n, isNext)     n stages of the voice's next step, from voice.done on
 ///     copy(voice, n, isNext)    n frames of a dry voice
-///     join(output)              what the next voice gives before output frame `output` is not wanted
+///     join(output, now, next)   what the next voice gives before output frame `output` is not wanted
 ///     fade(output, frames)      from the voice that sounds to the next one, which sounds now
 class Schedule {
 public:
@@ -143,6 +143,9 @@ public:
     /// The output frame up to which the input brings output, `until` at most.
     std::int64_t reach(std::int64_t until, const TimeMap& times) const
     {
+        const bool isKnown = ready() >= until || now.inputWanted(rate) > input;
+        if (join == Join::none && isKnown)
+            return std::min(until, ready());
         Schedule course = *this;
         course.proceed(until, Rehearsal{times});
         return std::min(until, course.ready());
@@ -244,7 +247,7 @@ private:
         if (until <= primeFrom && until <= joinOutput)
             return;
         if (join == Join::awaited) {
-            sound.join(joinOutput);
+            sound.join(joinOutput, now, next);
             join = Join::running;
         }
         if (next.isDry()) {

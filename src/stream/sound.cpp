@@ -33,16 +33,21 @@ void Sound::restart()
     fadeStart = 0;
     fadeEnd = 0;
     fadedTo = 0;
-    if (!level)
-        return;
-    level->restart(input.begin());
-    level->append(input);
 }
 
-void Sound::takeInput()
+// While input passes untouched, nobody asks for its level.
+void Sound::join(std::int64_t frame, const Voice& now, const Voice& next)
 {
-    if (level)
-        level->append(input);
+    queue(true).restart(frame);
+    if (level && now.isDry() && !next.isDry())
+        level->restart(next.fed);
+}
+
+// Of what the voice takes next.
+void Sound::takeLevel(const Voice& voice)
+{
+    if (level && voice.done == 0)
+        level->append(input, voice.fed + hopFrames() + level->lookAhead());
 }
 
 void Sound::reserveInput(std::int64_t count)
@@ -61,6 +66,7 @@ void Sound::run(const Voice& voice, int stages, bool isNext)
         engines.start(part, voice.engineSpeed, voice.clock);
         break;
     case Voice::Step::take:
+        takeLevel(voice);
         engines.takeHop(part, input, voice.fed, voice.engineSpeed);
         break;
     case Voice::Step::give:
@@ -68,6 +74,7 @@ void Sound::run(const Voice& voice, int stages, bool isNext)
                         voice.engineSpeed);
         break;
     case Voice::Step::convert:
+        takeLevel(voice);
         engines.convert(part, queue(isNext), unwanted(voice, isNext), mediaOf(voice), input,
                         voice.fed, voice.engineSpeed);
         break;

@@ -30,13 +30,11 @@ public:
     const TimeMap& times() const { return map; }
     void run(const Voice& voice, int stages, bool isNext);
     void copy(const Voice& voice, std::int64_t frames, bool isNext);
-    void join(std::int64_t frame) { queue(true).restart(frame); }
+    void join(std::int64_t frame, const Voice& now, const Voice& next);
     void fade(std::int64_t frame, std::int64_t frames);
 
     /// What stands in `input` is all that has come in; nothing has come out.
     void restart();
-    /// More has come in, and stands in `input`.
-    void takeInput();
     /// Makes room for `count` more frames of input. Allocates if there is none; may throw
     /// std::bad_alloc.
     void reserveInput(std::int64_t count);
@@ -54,6 +52,7 @@ public:
     PairQueue input; // what went in, as far back as a new voice may want it
 
 private:
+    void takeLevel(const Voice& voice);
     const LevelCurve* curve() const { return level ? &*level : nullptr; }
     EngineBank::Media mediaOf(const Voice& voice) const;
     void finishFade(std::int64_t until);

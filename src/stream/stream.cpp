@@ -291,7 +291,6 @@ std::int64_t Stream::roomForInput(std::int64_t wanted)
 void Stream::accept(std::int64_t frames)
 {
     blendIn(schedule.input);
-    sound.takeInput();
     schedule.input += frames;
 }
 

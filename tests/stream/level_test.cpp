@@ -99,7 +99,7 @@ struct Riding {
         const std::vector<std::byte> bytes = inFormat(samples, depth);
         for (std::int64_t done = 0; done < frames; done += piece) {
             input.append(Source{bytes.data(), nullptr, done}, std::min(piece, frames - done));
-            curve.append(input);
+            curve.append(input, input.end());
             EXPECT_GE(curve.settled(), curve.end() - curve.lookAhead());
         }
     }
@@ -199,7 +199,7 @@ TEST(LevelCurve, ForgetsWhatIsOldAndStartsAnew)
         curve.restart(start);
         for (std::int64_t done = 0; done < 60000; done += 500) {
             input.append(Source{bytes.data(), nullptr, done}, 500);
-            curve.append(input);
+            curve.append(input, input.end());
             const std::int64_t newest = curve.settled() - 1;
             for (std::int64_t at = std::max(newest - 1800, start); at <= newest; at += 200)
                 ASSERT_EQ(curve.inverseAt(double(at)), whole.curve.inverseAt(double(at - start)))

@@ -25,7 +25,7 @@ struct Counter {
     const TimeMap& times() const { return map; }
     void run(const Voice&, int count, bool) { stages += count; }
     void copy(const Voice&, std::int64_t, bool) {}
-    void join(std::int64_t) {}
+    void join(std::int64_t, const Voice&, const Voice&) {}
     void fade(std::int64_t, std::int64_t) {}
 };
 
