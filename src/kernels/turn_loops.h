@@ -54,18 +54,39 @@ void sumTurns(ComplexInt* sum, const int32_t* const (&M)[2], const ComplexShort*
     });
 }
 
-/// x brought to length 1.0 within 0.4 %, as a Q14 phasor: one step of Newton's method on top of the
-/// polynomial. Not for 0.
+/// A phasor within 5 % of length 1.0 brought within 0.4 %, in Q14: a step of Newton's method.
+template <class V>
+VSP_INLINE void sharpen(V& re, V& im)
+{
+    const V square = wrapAdd(mulShort(re, re), mulShort(im, im));
+    const V gain = shiftRight<15>(wrapSub(set1(3 << 28, V{}), square));
+    re = roundQ14(mulShort(re, gain));
+    im = roundQ14(mulShort(im, gain));
+}
+
+/// x brought to length 1.0 within 0.4 %, as a Q14 phasor. Not for 0.
 template <class V>
 VSP_INLINE void unitPhasor(V& outRe, V& outIm, V re, V im)
 {
     const Normalised<V> bin = Velora_VSP_InvMagPoly(re, im);
-    const V nearRe = shiftRight<14>(mulShort(bin.re, bin.inverse));
-    const V nearIm = shiftRight<14>(mulShort(bin.im, bin.inverse));
-    const V square = wrapAdd(mulShort(nearRe, nearRe), mulShort(nearIm, nearIm));
-    const V gain = shiftRight<15>(wrapSub(set1(3 << 28, V{}), square));
-    outRe = roundQ14(mulShort(nearRe, gain));
-    outIm = roundQ14(mulShort(nearIm, gain));
+    outRe = shiftRight<14>(mulShort(bin.re, bin.inverse));
+    outIm = shiftRight<14>(mulShort(bin.im, bin.inverse));
+    sharpen(outRe, outIm);
+}
+
+template <class V>
+void sharpenMagPhase(int32_t* mag, ComplexShort* phasor, const ComplexInt* spec)
+{
+    forBins<V>(kBins, [=](int k, auto lanes) {
+        using W = decltype(lanes);
+        W re, im, pRe, pIm;
+        loadPairs(spec + k, re, im);
+        loadShortPairs(phasor + k, pRe, pIm);
+        sharpen(pRe, pIm);
+        storeShortPairs(phasor + k, pRe, pIm);
+        store(mag + k,
+              wrapAdd(mulShift16(shiftLeft<2>(re), pRe), mulShift16(shiftLeft<2>(im), pIm)));
+    });
 }
 
 /// Adds the bins `distance` below and above bin k, shifted down.

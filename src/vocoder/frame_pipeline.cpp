@@ -90,6 +90,8 @@ void Vocoder::takeStage(int stage, const Frame* in, int frames)
         for (int c = 0; isHeard && c < 2; ++c) {
             addHop(c);
             Velora_VSP_Extract_MagPhase(c);
+            if (does(Velora_VSP_Sound_LockedChannels))
+                kernels.sharpenMagPhase(magRing[c].newest(), phasorRing[c].newest(), spectrum[c]);
         }
         break;
     default:
