@@ -110,8 +110,8 @@ const Kernel kKernels[] = {
      [](const KernelTable& k, Arrays& a) {
          k.Velora_VSP_MagPhase_Bins(a.words(0), a.phasors(0), a.bins(1));
      }},
-    {"sharpenMagPhase", [](const KernelTable& k,
-                           Arrays& a) { k.sharpenMagPhase(a.words(0), a.phasors(0), a.bins(1)); }},
+    {"exactMagPhase",
+     [](const KernelTable& k, Arrays& a) { k.exactMagPhase(a.words(0), a.phasors(0), a.bins(1)); }},
     {"scaleOutput",
      [](const KernelTable& k, Arrays& a) { k.scaleOutput(a.frames(0), a.words(0), a.words(1)); }},
     {"interpMagApplyPhase",

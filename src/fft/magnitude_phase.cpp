@@ -6,10 +6,19 @@ namespace vsp {
 
 void Spectra::Velora_VSP_Extract_MagPhase(int channel)
 {
+    extract(channel, kernels.Velora_VSP_MagPhase_Bins);
+}
+
+void Spectra::extractExactly(int channel)
+{
+    extract(channel, kernels.exactMagPhase);
+}
+
+void Spectra::extract(int channel, decltype(KernelTable::exactMagPhase) kernel)
+{
     magRing[channel].turn();
     phasorRing[channel].turn();
-    kernels.Velora_VSP_MagPhase_Bins(magRing[channel].newest(), phasorRing[channel].newest(),
-                                     spectrum[channel]);
+    kernel(magRing[channel].newest(), phasorRing[channel].newest(), spectrum[channel]);
 }
 
 } // namespace vsp

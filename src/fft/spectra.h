@@ -43,6 +43,7 @@ public:
     void Velora_VSP_FFT_PartSp(ComplexInt* outL, ComplexInt* outR, const Frame* in);
     /// Takes a channel's `spectrum` apart into the newest rows of its `magRing` and `phasorRing`.
     void Velora_VSP_Extract_MagPhase(int channel);
+    void extractExactly(int channel); // the same within 0.4 %
     /// Adds a synthesis frame to the overlap-add and gives the hop that this completes: overlapAdd
     /// for both channels, then Velora_VSP_IFFT_PartSp of the sums.
     /// @param out           [kLowHop], saturated
@@ -75,6 +76,8 @@ protected:
     alignas(kLine) SpectrumRow synthSum[2] = {};  // history: overlap-add of those four
 
 private:
+    void extract(int channel, decltype(KernelTable::exactMagPhase) kernel);
+
     alignas(kLine) int32_t fftRe[kFftN]; // work space of the transforms
     alignas(kLine) int32_t fftIm[kFftN];
 };

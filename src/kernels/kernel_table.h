@@ -51,9 +51,9 @@ struct KernelTable {
     /// Moduli, as max + min / 4 + min / 8, and Q14 unit phasors of bins above INT32_MIN in both
     /// components; an all-zero bin has phase 0.
     void (*Velora_VSP_MagPhase_Bins)(int32_t* mag, ComplexShort* phasor, const ComplexInt* spec);
-    /// What Velora_VSP_MagPhase_Bins gave for `spec` brought within 0.4 % of the modulus and of
-    /// length 1.0, so that steady tones keep a steady level. Moduli below 2^29.
-    void (*sharpenMagPhase)(int32_t* mag, ComplexShort* phasor, const ComplexInt* spec);
+    /// The same, moduli and lengths within 0.4 %, so that steady tones keep a steady level. Moduli
+    /// below 2^29.
+    void (*exactMagPhase)(int32_t* mag, ComplexShort* phasor, const ComplexInt* spec);
     /// 1/768 of kLowHop transformed points as frames, saturated: re to the left, -im to the right.
     /// 512 of the 768 undo the unscaled transform, 1.5 the two windows at fourfold overlap.
     void (*scaleOutput)(Frame* out, const int32_t* re, const int32_t* im);

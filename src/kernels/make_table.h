@@ -27,7 +27,7 @@ constexpr KernelTable makeTable(const char* name)
     table.Velora_VSP_PartSp_AnalysisSum = Velora_VSP_PartSp_AnalysisSum<V>;
     table.Velora_VSP_PartSp_SynthesisSum = Velora_VSP_PartSp_SynthesisSum<V>;
     table.Velora_VSP_MagPhase_Bins = Velora_VSP_MagPhase_Bins<V>;
-    table.sharpenMagPhase = sharpenMagPhase<V>;
+    table.exactMagPhase = exactMagPhase<V>;
     table.scaleOutput = scaleOutput<V>;
     table.interpMagApplyPhase = interpMagApplyPhase<V>;
     table.applyPhase = applyPhase<V>;

@@ -54,35 +54,38 @@ void sumTurns(ComplexInt* sum, const int32_t* const (&M)[2], const ComplexShort*
     });
 }
 
-/// A phasor within 5 % of length 1.0 brought within 0.4 %, in Q14: a step of Newton's method.
-template <class V>
-VSP_INLINE void sharpen(V& re, V& im)
-{
-    const V square = wrapAdd(mulShort(re, re), mulShort(im, im));
-    const V gain = shiftRight<15>(wrapSub(set1(3 << 28, V{}), square));
-    re = roundQ14(mulShort(re, gain));
-    im = roundQ14(mulShort(im, gain));
-}
-
-/// x brought to length 1.0 within 0.4 %, as a Q14 phasor. Not for 0.
+/// x brought to length 1.0 within 0.4 %, as a Q14 phasor: one step of Newton's method on top of the
+/// polynomial. Not for 0.
 template <class V>
 VSP_INLINE void unitPhasor(V& outRe, V& outIm, V re, V im)
 {
     const Normalised<V> bin = Velora_VSP_InvMagPoly(re, im);
-    outRe = shiftRight<14>(mulShort(bin.re, bin.inverse));
-    outIm = shiftRight<14>(mulShort(bin.im, bin.inverse));
-    sharpen(outRe, outIm);
+    const V nearRe = shiftRight<14>(mulShort(bin.re, bin.inverse));
+    const V nearIm = shiftRight<14>(mulShort(bin.im, bin.inverse));
+    const V square = wrapAdd(mulShort(nearRe, nearRe), mulShort(nearIm, nearIm));
+    const V gain = shiftRight<15>(wrapSub(set1(3 << 28, V{}), square));
+    outRe = roundQ14(mulShort(nearRe, gain));
+    outIm = roundQ14(mulShort(nearIm, gain));
+}
+
+/// The same, but 1 for 0.
+template <class V>
+VSP_INLINE void phasorOf(V& outRe, V& outIm, V re, V im)
+{
+    const V silent = equal(max(wrapAbs(re), wrapAbs(im)), set1(0, V{}));
+    unitPhasor(outRe, outIm, re, im);
+    outRe = select(silent, set1(kOneQ14, V{}), outRe);
+    outIm = select(silent, set1(0, V{}), outIm);
 }
 
 template <class V>
-void sharpenMagPhase(int32_t* mag, ComplexShort* phasor, const ComplexInt* spec)
+void exactMagPhase(int32_t* mag, ComplexShort* phasor, const ComplexInt* spec)
 {
     forBins<V>(kBins, [=](int k, auto lanes) {
         using W = decltype(lanes);
         W re, im, pRe, pIm;
         loadPairs(spec + k, re, im);
-        loadShortPairs(phasor + k, pRe, pIm);
-        sharpen(pRe, pIm);
+        phasorOf(pRe, pIm, re, im);
         storeShortPairs(phasor + k, pRe, pIm);
         store(mag + k,
               wrapAdd(mulShift16(shiftLeft<2>(re), pRe), mulShift16(shiftLeft<2>(im), pIm)));
@@ -110,10 +113,8 @@ void commonTurns(ComplexShort* turns, const ComplexInt* sum)
         loadPairs(sum + k, re, im);
         addNeighbours<1, 1>(re, im, sum, k);
         addNeighbours<2, 3>(re, im, sum, k);
-        const W silent = equal(max(wrapAbs(re), wrapAbs(im)), set1(0, W{}));
-        unitPhasor(turnRe, turnIm, re, im);
-        storeShortPairs(turns + k, select(silent, set1(kOneQ14, W{}), turnRe),
-                        select(silent, set1(0, W{}), turnIm));
+        phasorOf(turnRe, turnIm, re, im);
+        storeShortPairs(turns + k, turnRe, turnIm);
     });
     const auto modulus = [=](int k) {
         return cheapModulus(I32x1{{sum[k].re}}, I32x1{{sum[k].im}}).v[0];

@@ -89,9 +89,10 @@ void Vocoder::takeStage(int stage, const Frame* in, int frames)
     case 3:
         for (int c = 0; isHeard && c < 2; ++c) {
             addHop(c);
-            Velora_VSP_Extract_MagPhase(c);
             if (does(Velora_VSP_Sound_LockedChannels))
-                kernels.sharpenMagPhase(magRing[c].newest(), phasorRing[c].newest(), spectrum[c]);
+                extractExactly(c);
+            else
+                Velora_VSP_Extract_MagPhase(c);
         }
         break;
     default:

@@ -119,13 +119,9 @@ const Case kCases[] = {
      [](const KernelTable& k, Bench& b) {
          k.Velora_VSP_MagPhase_Bins(b.array<int32_t>(kBins), b.phasors(), b.bins(1 + b.pick(30)));
      }},
-    {"sharpenMagPhase",
+    {"exactMagPhase",
      [](const KernelTable& k, Bench& b) {
-         int32_t* const mag = b.array<int32_t>(kBins);
-         ComplexShort* const phasors = b.phasors();
-         const ComplexInt* const spec = b.bins(1 + b.pick(29));
-         k.Velora_VSP_MagPhase_Bins(mag, phasors, spec);
-         k.sharpenMagPhase(mag, phasors, spec);
+         k.exactMagPhase(b.array<int32_t>(kBins), b.phasors(), b.bins(1 + b.pick(29)));
      }},
     {"scaleOutput",
      [](const KernelTable& k, Bench& b) {
