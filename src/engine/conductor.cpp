@@ -64,9 +64,9 @@ void Velora_VSP_Conductor::ShareOnsets(Velora_VSP_Interface* const* engines, int
 
 void Velora_VSP_Conductor::ShareTurns(Velora_VSP_Interface* const* engines, int count)
 {
-    vsp::ComplexInt total[vsp::kBins] = {};
+    vsp::Vocoder::Agreement total = {};
     std::for_each(engines, engines + count,
-                  [&](Velora_VSP_Interface* engine) { engineOf(engine).addTurnsTo(total); });
+                  [&](Velora_VSP_Interface* engine) { engineOf(engine).addTo(total); });
     std::for_each(engines, engines + count,
-                  [&](Velora_VSP_Interface* engine) { engineOf(engine).takeTurns(total); });
+                  [&](Velora_VSP_Interface* engine) { engineOf(engine).agreeOn(total); });
 }

@@ -45,12 +45,6 @@ int32_t peakLevel(const Frame* hop, int frames)
     return peak;
 }
 
-void copyFrames(Frame* dst, const Frame* src, int frames)
-{
-    if (frames > 0)
-        std::memmove(dst, src, size_t(frames) * sizeof *dst);
-}
-
 } // namespace
 
 void Scheduler::run(Output& output, int carried, const Frame* in, int frames)

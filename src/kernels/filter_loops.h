@@ -179,15 +179,20 @@ void fadeHighBand(Frame* out, const Frame* older, const Frame* newer, int frames
 }
 
 template <class V>
-void mixHighBand(Frame* out, const Frame* older, const Frame* newer, const int32_t* fall_q14,
-                 const int32_t* rise_q14, int frames)
+void mixHighBand(Frame* out, const Frame* older, const Frame* newer,
+                 const int32_t (*fades_q14)[kMaxHop], int alike_q14, int frames)
 {
     const int16_t* const b = samples(older);
     const int16_t* const a = samples(newer);
     const auto sample = [=](int n, auto lanes) {
         using W = decltype(lanes);
-        const W old = mulShort(loadShorts(b + n, W{}), loadTwice(fall_q14 + n / 2, W{}));
-        const W fresh = mulShort(loadShorts(a + n, W{}), loadTwice(rise_q14 + n / 2, W{}));
+        const auto weight = [=](int unlike, int change) {
+            const W more =
+                mulShort(loadTwice(fades_q14[change] + n / 2, W{}), set1(alike_q14, W{}));
+            return wrapAdd(loadTwice(fades_q14[unlike] + n / 2, W{}), shiftRight<14>(more));
+        };
+        const W old = mulShort(loadShorts(b + n, W{}), weight(0, 2));
+        const W fresh = mulShort(loadShorts(a + n, W{}), weight(1, 3));
         return shiftRight<14>(wrapAdd(wrapAdd(old, fresh), set1(1 << 13, W{})));
     };
     int n = 0;
@@ -198,17 +203,15 @@ void mixHighBand(Frame* out, const Frame* older, const Frame* newer, const int32
 }
 
 template <class V>
-int64_t energy(const int16_t* in, int samples)
+int64_t product(const int16_t* a, const int16_t* b, int samples)
 {
     auto sum = productSum(V{});
     int n = 0;
-    for (; n + V::lanes <= samples; n += V::lanes) {
-        const V x = loadShorts(in + n, V{});
-        addProducts(sum, x, x);
-    }
+    for (; n + V::lanes <= samples; n += V::lanes)
+        addProducts(sum, loadShorts(a + n, V{}), loadShorts(b + n, V{}));
     int64_t rest = 0;
     for (; n < samples; ++n)
-        rest += int32_t(in[n]) * in[n];
+        rest += int32_t(a[n]) * b[n];
     return total(sum) + rest;
 }
 

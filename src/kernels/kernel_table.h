@@ -131,12 +131,14 @@ struct KernelTable {
     /// Fades from one high-band segment to a newer one: the weight of the older is 1024 - 2 n in
     /// Q10, however long the hop is. All arrays [frames], at most 512.
     void (*fadeHighBand)(Frame* out, const Frame* older, const Frame* newer, int frames);
-    /// (older * fall + newer * rise) / 2^14, rounded half up and saturated. All arrays [frames];
-    /// weights 0 to 1.0 in Q14.
-    void (*mixHighBand)(Frame* out, const Frame* older, const Frame* newer, const int32_t* fall_q14,
-                        const int32_t* rise_q14, int frames);
-    /// Sum of the squares of [samples].
-    int64_t (*energy)(const int16_t* in, int samples);
+    /// (older * fall + newer * rise) / 2^14, rounded half up and saturated. All arrays [frames].
+    /// @param fades_q14  fall and rise of sounds that are not alike, and what the weights change by
+    ///                   to those of equal sounds; weights within 0 to 1.0
+    /// @param alike_q14  how much of that change there is, 0 to 1.0
+    void (*mixHighBand)(Frame* out, const Frame* older, const Frame* newer,
+                        const int32_t (*fades_q14)[kMaxHop], int alike_q14, int frames);
+    /// Sum of the products a b; arrays [samples].
+    int64_t (*product)(const int16_t* a, const int16_t* b, int samples);
 
     // ---- Half-band resamplers, Q4 (kernels/half_band.h); state [channel], out not in ----
     /// `pairs` outputs from 2 * pairs inputs: the rounded average of branch A on the even and

@@ -45,7 +45,7 @@ constexpr KernelTable makeTable(const char* name)
     table.interpolateBy4 = interpolateBy4<V4>;
     table.fadeHighBand = fadeHighBand<V>;
     table.mixHighBand = mixHighBand<V>;
-    table.energy = energy<V>;
+    table.product = product<V>;
     table.halveRate = halveRate<V4>;
     table.doubleRate = doubleRate<V4>;
     table.toQ4 = toQ4<V>;

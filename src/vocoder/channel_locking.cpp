@@ -40,17 +40,22 @@ void Vocoder::sumTurns()
                       ComplexInt{0, 0});
 }
 
-void Vocoder::addTurnsTo(ComplexInt* total) const
+void Vocoder::addTo(Agreement& total) const
 {
     const ComplexInt* const own = turnSumRow + kTurnMargin;
     for (int bin = 0; bin < kLastBin; ++bin)
-        total[bin] = {fx::wrapAdd(total[bin].re, own[bin].re),
-                      fx::wrapAdd(total[bin].im, own[bin].im)};
+        total.turns[bin] = {fx::wrapAdd(total.turns[bin].re, own[bin].re),
+                            fx::wrapAdd(total.turns[bin].im, own[bin].im)};
+    auto& products = total.matches.products;
+    std::transform(std::begin(products), std::end(products), hpMatches.products, products,
+                   fx::wrapAdd64);
+    total.matches.energy = fx::wrapAdd64(total.matches.energy, hpMatches.energy);
 }
 
-void Vocoder::takeTurns(const ComplexInt* total)
+void Vocoder::agreeOn(const Agreement& total)
 {
-    std::copy(total, total + kLastBin, turnSum());
+    std::copy(total.turns, total.turns + kLastBin, turnSum());
+    hpMatches = total.matches;
 }
 
 // The analysis phasors that the next synthesis frame would have if frequencies stayed: those that
@@ -120,10 +125,9 @@ void Vocoder::turnBands(int channel)
 
 void Vocoder::compareChannels(const Frame* in, int frames)
 {
-    int difference = 0;
-    for (int n = 0; n < frames; ++n)
-        difference |= in[n][0] ^ in[n][1];
-    alikeHops = difference == 0 ? std::min(alikeHops + 1, kAlikeHops) : 0;
+    const bool isAlike =
+        std::all_of(in, in + frames, [](const Frame& frame) { return frame[0] == frame[1]; });
+    alikeHops = isAlike ? std::min(alikeHops + 1, kAlikeHops) : 0;
 }
 
 void Vocoder::makeChannelsAlike(Frame* out, int frames) const

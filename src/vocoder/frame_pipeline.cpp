@@ -80,7 +80,7 @@ void Vocoder::takeStage(int stage, const Frame* in, int frames)
         break;
     case kFirstAfterSeparation:
         if (does(Velora_VSP_Sound_EvenLevel))
-            levelKeeper.tookHop(kernels.energy(*lowBandFrame, 2 * kLowHop));
+            levelKeeper.tookHop(kernels.product(*lowBandFrame, *lowBandFrame, 2 * kLowHop));
         transformHop(lowBandFrame);
         if (!isHeard)
             for (int c = 0; c < 2; ++c)
@@ -136,6 +136,7 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
         if (does(Velora_VSP_Sound_LockedChannels))
             sumTurns();
         advancePhases();
+        matchSegments(frames);
         break;
     case 1:
         lockPhases(0);
@@ -151,8 +152,8 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
     case 3:
         Velora_VSP_IFFT_PartSp(lowBandFrame, synthSum[0], synthSum[1]);
         if (does(Velora_VSP_Sound_EvenLevel))
-            levelKeeper.gaveHop(kernels.energy(*lowBandFrame, 2 * kLowHop), frameClock,
-                                effectiveSpeed);
+            levelKeeper.gaveHop(kernels.product(*lowBandFrame, *lowBandFrame, 2 * kLowHop),
+                                frameClock, effectiveSpeed);
         break;
     default:
         Velora_VSP_Combine_HP(frames);

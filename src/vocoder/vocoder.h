@@ -59,11 +59,22 @@ public:
     static constexpr int kUnheardStages = 3;
 
     // With LockedChannels, between stages 0 and 1 of giveStage, for engines that all are at the same
-    // frame: the turn of each bin becomes that of all of them, so more than two channels keep in step.
-    /// @param total  [kBins]; this engine's weighted turns are added
-    void addTurnsTo(ComplexInt* total) const;
-    /// @param total  [kBins], those of all engines
-    void takeTurns(const ComplexInt* total);
+    // frame: what they agree on, so that more than two channels keep in step.
+    static constexpr int kMostShift = 8;
+    /// How well segments of the high band that start up to kMostShift frames before or behind where
+    /// the next one belongs agree with the sound so far: products with it, and its energy.
+    struct Matches {
+        int64_t products[2 * kMostShift + 1];
+        int64_t energy;
+    };
+    struct Agreement {
+        ComplexInt turns[kBins]; // weighted, of each bin
+        Matches matches;
+    };
+    /// Adds this engine's.
+    void addTo(Agreement& total) const;
+    /// Goes by those of all engines.
+    void agreeOn(const Agreement& total);
 
     /// After reset, for a stream that has been playing: the first frame takes its phases from the
     /// input.
@@ -162,8 +173,11 @@ protected:
     Ring<int32_t[1], 4> hpStepRing;         // history: input frames from each segment's one before
     int32_t hpStart = 0;                    // history: where the newest of them starts
     int32_t hopsSinceFrame = 0;             // history: input hops taken since the last frame
-    int32_t hpFadeQ14[2][kMaxHop] = {};     // settings: weights of the older and the newer segment
-    alignas(kLine) Frame hpOut[kMaxHop];    // this synthesis frame: high band
+    // Settings: what mixHighBand takes.
+    int32_t hpFadeQ14[4][kMaxHop] = {};
+    int32_t hpPlace = 0;                 // this synthesis frame: where the next segment belongs
+    Matches hpMatches = {};              // this synthesis frame
+    alignas(kLine) Frame hpOut[kMaxHop]; // this synthesis frame: high band
     // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
     alignas(kLine) Frame lowBandFrame[kLowHop] = {};
 
@@ -236,7 +250,15 @@ private:
     ComplexInt* turnSum() { return turnSumRow + kTurnMargin; }
     void turnHighBand();
     const Frame* highBandHop(int number) const;
+    void setFades();
+    // Hops of `frames` frames:
+    void copyHighBand(Frame* out, int first, int count, int frames) const;
+    int followingSegment(int frames) const { return hpStart + (1 - hopsSinceFrame) * frames; }
+    int lastSegment(int frames) const { return (hpRing.size - 1) * frames; }
     int segmentStart(int frames) const;
+    void matchSegments(int frames);
+    int bestSegment() const;
+    int alikenessQ14(const Frame* older, const Frame* newer, int frames) const;
     /// Whether fades of the high band keep its level and span a hop, however long it is.
     bool fadesEvenly() const
     {

@@ -196,17 +196,18 @@ const Case kCases[] = {
      }},
     {"mixHighBand",
      [](const KernelTable& k, Bench& b) {
-         // Weights from 0 to 2^14.
-         int32_t* const weights = b.values<int32_t>(1024, 15);
-         for (int n = 0; n < 1024; ++n)
-             weights[n] = (weights[n] + 16384) / 2;
-         k.mixHighBand(b.frames(512), b.frames(512), b.frames(512), weights, weights + 512,
+         // Two weights from 0 to 2^13, and changes of the same size up or down.
+         auto* const fades =
+             reinterpret_cast<int32_t(*)[kMaxHop]>(b.values<int32_t>(4 * kMaxHop, 14));
+         for (int n = 0; n < 2 * kMaxHop; ++n)
+             fades[0][n] = std::abs(fades[0][n]);
+         k.mixHighBand(b.frames(512), b.frames(512), b.frames(512), fades, b.pick(16385),
                        1 + b.pick(512));
      }},
-    {"energy",
+    {"product",
      [](const KernelTable& k, Bench& b) {
-         const int16_t* const in = b.values<int16_t>(256, 16);
-         const int64_t sum = k.energy(in, b.pick(257));
+         const int16_t* const left = b.values<int16_t>(256, 16);
+         const int64_t sum = k.product(left, b.values<int16_t>(256, 16), b.pick(257));
          b.keep(int(sum));
          b.keep(int(sum >> 32));
      }},

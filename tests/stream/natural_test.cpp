@@ -227,6 +227,20 @@ TEST(NaturalSound, IsAsCleanWhenItIsQuiet)
     }
 }
 
+// Above 5.5 kHz sound is put together of segments, whose joints are heard where they don't fit.
+TEST(NaturalSound, JoinsHighTonesInPhase)
+{
+    for (const double hertz : {1000.0, 8000.0, 10000.0})
+        for (const double speed : {0.4, 0.75, 1.5, 3.0}) {
+            Stereo in;
+            for (std::size_t n = 0; n < framesFor(speed); ++n)
+                in.left.push_back(0.5 * std::sin(kTwoPi * hertz * double(n) / kRate));
+            in.right = in.left;
+            EXPECT_GT(purity(middleOf(stretched(in, speed)).left, hertz), 25.0)
+                << hertz << " Hz at " << speed;
+        }
+}
+
 // Steady noise, of which two voices have little in common.
 TEST(NaturalSound, FadesDontDip)
 {

@@ -1,0 +1,160 @@
+// The high band, which is stretched in the time domain: each synthesis frame has a segment of two
+// hops of it as it was, and segments that don't follow on one another are faded.
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <utility>
+
+#include "fixed/floating_point.h"
+#include "fixed/frame.h"
+#include "vocoder/vocoder.h"
+
+namespace vsp {
+namespace {
+
+// What is compared of two segments: frames in the middle of their fade. Sounds that have a pitch
+// agree by more than half of their energy; of noise the best of several places does by a quarter.
+constexpr int kCompared = 64;
+constexpr int kAlike = 2; // of the energy, one part in so many
+
+struct Middle {
+    explicit Middle(int fade) : count(std::min(fade, kCompared)), first((fade - count) / 2) {}
+
+    int count;
+    int first;
+};
+
+constexpr double kOneHalf = 0.7071067811865476; // square root of 1/2
+
+} // namespace
+
+void Vocoder::setFades()
+{
+    const int frames = hopFrames();
+    for (int n = 0; n < frames; ++n) {
+        const double rise = (n + 0.5) / frames;
+        const double fall = 1.0 - rise;
+        const double scale = 1.0 / std::sqrt(rise * rise + fall * fall);
+        const double weights[] = {fall * scale, rise * scale, fall - fall * scale,
+                                  rise - rise * scale};
+        for (int row = 0; row < 4; ++row)
+            hpFadeQ14[row][n] = int32_t(weights[row] * 16384.0);
+    }
+}
+
+void Vocoder::turnHighBand()
+{
+    if (does(Velora_VSP_Sound_LockedChannels))
+        copyFrames(hpBefore, hpRing[0], kMaxHop);
+    hpRing.turn();
+}
+
+// Hops of high band by age: 0 is the oldest, 1 the oldest that the bare engine has.
+const Frame* Vocoder::highBandHop(int number) const
+{
+    return number == 0 ? hpBefore : hpRing[number - 1];
+}
+
+// Frames from `first` on, counted from the oldest hop.
+void Vocoder::copyHighBand(Frame* out, int first, int count, int frames) const
+{
+    while (count > 0) {
+        const int offset = first % frames;
+        const int run = std::min(frames - offset, count);
+        copyFrames(out, highBandHop(first / frames) + offset, run);
+        out += run;
+        first += run;
+        count -= run;
+    }
+}
+
+// Where the next segment starts, in frames from the oldest hop on. The bare engine keeps to
+// whole hops, as its low band does. Else the middle of the segment, a hop of output behind the
+// middle of the synthesis frame, is to sound the input that belongs there: to the frame at onsets;
+// otherwise it goes on where the one before ended, which is heard least, as long as it comes within
+// half a hop.
+int Vocoder::segmentStart(int frames) const
+{
+    if (!does(Velora_VSP_Sound_LockedChannels))
+        return frames;
+    const int last = lastSegment(frames);
+    const int wanted = std::min(int((frameClock + effectiveSpeed) * float(frames)), last);
+    constexpr float kNoneFollows = 2.0f;
+    if (nearsOnset || effectiveSpeed >= kNoneFollows)
+        return wanted;
+    const int following = followingSegment(frames);
+    const int nearest = std::clamp(following, std::max(wanted - frames / 2, 0),
+                                   std::min(wanted + frames / 2, last));
+    // Where it can't, it comes as far off on the other side.
+    return nearest == following ? following : std::clamp(2 * wanted - nearest, 0, last);
+}
+
+// Compares the sound so far with the segments around the one that is due. The lowest tone of the
+// high band goes through four periods there.
+void Vocoder::matchSegments(int frames)
+{
+    hpPlace = segmentStart(frames);
+    hpMatches = {};
+    if (!does(Velora_VSP_Sound_LockedChannels) || bandFactor == 1 || nearsOnset ||
+        hpPlace == followingSegment(frames))
+        return;
+    const int reach = 2 * bandFactor;
+    const int first = std::max(hpPlace - reach, 0);
+    const int last = std::min(hpPlace + reach, lastSegment(frames));
+    const Middle middle(frames);
+    Frame candidates[kCompared + 2 * kMostShift];
+    copyHighBand(candidates, first + middle.first, middle.count + last - first, frames);
+    const Frame* const soFar = hpSegRing.newest() + frames + middle.first;
+    hpMatches.energy = kernels.product(*soFar, *soFar, 2 * middle.count);
+    for (int start = first; start <= last; ++start)
+        hpMatches.products[kMostShift + start - hpPlace] =
+            kernels.product(*soFar, candidates[start - first], 2 * middle.count);
+}
+
+// Where the next segment starts: where it agrees best, or if none does, where it belongs.
+int Vocoder::bestSegment() const
+{
+    const auto& products = hpMatches.products;
+    const auto* const best = std::max_element(std::begin(products), std::end(products));
+    return *best > hpMatches.energy / kAlike ? hpPlace + int(best - products) - kMostShift
+                                             : hpPlace;
+}
+
+// How far the fade between two segments is that of equal sounds, in Q14: so that in the middle of it
+// the level is theirs.
+int Vocoder::alikenessQ14(const Frame* older, const Frame* newer, int frames) const
+{
+    const Middle middle(frames);
+    const auto product = [=, this](const Frame* a, const Frame* b) {
+        return double(kernels.product(a[middle.first], b[middle.first], 2 * middle.count));
+    };
+    const double both = product(older, newer);
+    const double energies = product(older, older) * product(newer, newer);
+    if (both * kAlike <= std::sqrt(energies))
+        return 0;
+    const double correlation = std::min(both / std::sqrt(energies), 1.0);
+    const double weight = 1.0 / std::sqrt(2.0 + 2.0 * correlation);
+    return int((kOneHalf - weight) / (kOneHalf - 0.5) * 16384.0);
+}
+
+void Vocoder::Velora_VSP_Combine_HP(int frames)
+{
+    const int start = bestSegment();
+    hpSegRing.turn();
+    copyHighBand(hpSegRing.newest(), start, 2 * frames, frames);
+    hpStepRing.turn();
+    hpStepRing.newest()[0] = std::exchange(hopsSinceFrame, 0) * frames + start - hpStart;
+    hpStart = start;
+    const Frame* const older = hpSegRing[0] + frames;
+    const Frame* const newer = hpSegRing[1];
+    if (!fadesEvenly())
+        kernels.fadeHighBand(hpOut, older, newer, frames);
+    else if (hpStepRing[1][0] == frames)
+        copyFrames(hpOut, newer, frames); // both are the same input
+    else
+        kernels.mixHighBand(hpOut, older, newer, hpFadeQ14, alikenessQ14(older, newer, frames),
+                            frames);
+}
+
+} // namespace vsp
