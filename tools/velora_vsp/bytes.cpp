@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <climits>
 #include <cstring>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,24 +35,46 @@ auto untilDone(Call call)
     }
 }
 
+// Until the other end of a pipe is ready. Another thread may get the signal that ends the wait.
+void waitFor(int file, short event)
+{
+    constexpr int kPatience = 100; // ms
+    pollfd ready{file, event, 0};
+    while (untilDone([&] { return poll(&ready, 1, kPatience); }) == 0) {}
+}
+
 [[noreturn]] void fail(const std::string& name, const char* problem)
 {
     throw FileError(name, problem + std::generic_category().message(errno));
 }
 
+// A named pipe opens once somebody has it open at the other end.
 int openFile(const std::filesystem::path& path, const std::string& name, int flags)
 {
-    const int file = untilDone([&] { return open(path.c_str(), flags | O_CLOEXEC); });
-    if (file < 0)
-        fail(name, "can't be opened: ");
-    return file;
+    constexpr std::chrono::milliseconds kPatience(20);
+    for (;;) {
+        const int file =
+            untilDone([&] { return open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK); });
+        std::error_code none;
+        if (file >= 0) {
+            fcntl(file, F_SETFL, flags);
+            return file;
+        }
+        if (errno != ENXIO || !std::filesystem::is_fifo(path, none))
+            fail(name, "can't be opened: ");
+        std::this_thread::sleep_for(kPatience);
+    }
 }
 
-void writeAll(int file, const std::string& name, const void* from, size_t bytes)
+// A pipe that is ready takes PIPE_BUF bytes without a wait.
+void writeAll(int file, const std::string& name, const void* from, size_t bytes, size_t atOnce)
 {
     for (size_t done = 0; done < bytes;) {
-        const ssize_t count = untilDone(
-            [&] { return write(file, static_cast<const char*>(from) + done, bytes - done); });
+        waitFor(file, POLLOUT);
+        const ssize_t count = untilDone([&] {
+            return write(file, static_cast<const char*>(from) + done,
+                         std::min(bytes - done, atOnce));
+        });
         if (count < 0 && errno == EPIPE)
             throw ReaderGone();
         if (count < 0)
@@ -105,7 +131,8 @@ Bytes::Bytes(std::string name, int descriptor, bool isOutput)
     const auto writeBlock = [](void* self, uint8_t* from, int bytes) {
         auto* const to = static_cast<Bytes*>(self);
         return int(to->guarded([&] {
-            writeAll(to->file, to->shownName, from, size_t(bytes));
+            writeAll(to->file, to->shownName, from, size_t(bytes),
+                     to->origin >= 0 ? size_t(bytes) : PIPE_BUF);
             return bytes;
         }));
     };
@@ -153,6 +180,7 @@ void Bytes::readStart()
     startBytes.resize(4096);
     size_t done = 0;
     while (done < startBytes.size()) {
+        waitFor(file, POLLIN);
         const ssize_t count = untilDone(
             [&] { return ::read(file, startBytes.data() + done, startBytes.size() - done); });
         if (count < 0)
@@ -174,6 +202,7 @@ int64_t Bytes::read(uint8_t* to, size_t bytes)
         startBytesRead += count;
         return int64_t(count);
     }
+    waitFor(file, POLLIN);
     const ssize_t count = untilDone([&] { return ::read(file, to, bytes); });
     if (count < 0)
         fail(shownName, "can't be read: ");
@@ -193,5 +222,5 @@ int64_t Bytes::seek(int64_t offset, int whence)
 
 void writeOutput(const void* from, size_t bytes)
 {
-    writeAll(STDOUT_FILENO, kStandardOutput, from, bytes);
+    writeAll(STDOUT_FILENO, kStandardOutput, from, bytes, PIPE_BUF);
 }

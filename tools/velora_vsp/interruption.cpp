@@ -1,22 +1,18 @@
 #include "interruption.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
 
-#include <unistd.h>
-
 namespace {
 
-volatile std::sig_atomic_t pendingSignal = 0;
+std::atomic<int> pendingSignal = 0;
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may write it");
 
-// A signal may come just before a call that waits, and wouldn't end it:
-// so alarms follow until the process has ended.
 void noteSignal(int signal)
 {
-    if (signal != SIGALRM)
-        pendingSignal = signal;
-    alarm(1);
+    pendingSignal = signal;
 }
 
 } // namespace
@@ -31,7 +27,6 @@ void catchInterruptions()
         if (before.sa_handler == SIG_IGN)
             sigaction(signal, &before, nullptr);
     }
-    sigaction(SIGALRM, &note, nullptr);
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
 }
@@ -47,4 +42,16 @@ void dieOfInterruption()
     std::signal(pendingSignal, SIG_DFL);
     std::raise(pendingSignal);
     std::abort();
+}
+
+SignalsBlocked::SignalsBlocked()
+{
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+}
+
+SignalsBlocked::~SignalsBlocked()
+{
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }

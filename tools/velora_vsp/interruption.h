@@ -1,6 +1,8 @@
 // Ctrl-C and its relatives stop a job between two blocks, so that it can clear up after itself.
 #pragma once
 
+#include <csignal>
+
 /// Thrown by throwIfInterrupted.
 struct Interrupted {};
 
@@ -14,3 +16,15 @@ void throwIfInterrupted();
 
 /// Ends the process as the signal that has come would have.
 [[noreturn]] void dieOfInterruption();
+
+/// While this lives, the thread and those that it starts get no signals: they go to others.
+class SignalsBlocked {
+public:
+    SignalsBlocked();
+    ~SignalsBlocked();
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t before;
+};

@@ -170,6 +170,7 @@ void MediaOutput::begin(AvOptions& options)
 
 void MediaOutput::write(AVPacket& packet)
 {
+    const std::lock_guard lock(writing);
     check(av_interleaved_write_frame(context.get(), &packet));
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "av.h"
@@ -28,7 +29,7 @@ public:
     /// To be called once all streams are added. Throws FileError, ReaderGone or Interrupted, as the
     /// next ones do.
     void begin(AvOptions& options);
-    /// Takes the packet's content.
+    /// Takes the packet's content. Threads may do so at once.
     void write(AVPacket& packet);
     void end();
 
@@ -37,6 +38,7 @@ private:
     void check(int result);
 
     Bytes& bytes;
+    std::mutex writing;
     struct Free {
         void operator()(AVFormatContext* output) const { avformat_free_context(output); }
     };

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "interruption.h"
-
 namespace {
 
 bool isLow24(const Options& options, const char* end)
@@ -47,14 +45,15 @@ void SoundTrack::take(AVPacket& packet)
 
 void SoundTrack::pass(const AVPacket* packet)
 {
-    decoded.clear();
+    constexpr size_t kBlockFrames = 8192;
     decoder.decode(packet, decoded);
     if (decoded.empty())
         return;
     if (player == nullptr)
         begin();
-    player->play(decoded, played);
-    encoder->write(played);
+    const size_t frameBytes = size_t(decoder.channels()) * sampleBytes(decoder.samples());
+    if (packet == nullptr || decoded.size() >= kBlockFrames * frameBytes)
+        playing->give(decoded);
 }
 
 // Sound that comes by itself begins at once, beside others where it began.
@@ -69,14 +68,21 @@ void SoundTrack::begin()
                               start,
                               {options.keepPitch ? velora::Pitch::keep : velora::Pitch::drop,
                                options.sound, options.material});
+    writing.emplace([this](const Block& block) { encoder->write(block); });
+    playing.emplace([this](const Block& block) {
+        player->play(block, played);
+        writing->give(played);
+    });
 }
 
 void SoundTrack::finish()
 {
     pass(nullptr);
-    while (player != nullptr && player->flush(played)) {
-        encoder->write(played);
-        throwIfInterrupted();
+    if (player != nullptr) {
+        playing->finish();
+        while (player->flush(played))
+            writing->give(played);
+        writing->finish();
     }
     encoder->finish();
 }

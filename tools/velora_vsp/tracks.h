@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "media_input.h"
 #include "media_output.h"
@@ -9,6 +10,7 @@
 #include "play.h"
 #include "sound_decoder.h"
 #include "sound_encoder.h"
+#include "worker.h"
 
 class Track {
 public:
@@ -40,8 +42,10 @@ private:
     Encoding chosen;
     std::unique_ptr<SoundEncoder> encoder;
     std::unique_ptr<Player> player; // once it is known when the sound begins
-    Block decoded;
+    Block decoded; // what the next block is made of
     Block played;
+    std::optional<Worker> writing;
+    std::optional<Worker> playing; // gives to that one
 };
 
 /// Picture, subtitles and the like: as they are, at other times.
