@@ -49,6 +49,9 @@ const Target kTargets[] = {
     {"avx2", "Rubber Band R2", {0.020, 0.020, 0.030, 0.028, 0.028, 0.024}},
     {"sse41", "SoundTouch", {0.75, 0.75, 0.70, 0.65, 0.60, 0.60}},
     {"portable", "SoundTouch", {2, 2, 2, 2, 2, 2}},
+    {"Stream, natural", "SoundTouch", {0.55, 0.55, 0.55, 0.55, 0.55, 0.55}},
+    {"Stream, natural", "avx2", {1.25, 1.25, 1.25, 1.25, 1.25, 1.25}},
+    {"Stream, engine", "avx2", {1.05, 1.05, 1.05, 1.05, 1.05, 1.05}},
 };
 constexpr double kMostHighRateCost = 2.0; // of the time per second of 44.1 kHz 16-bit music
 constexpr double kMostWorstCall = 3.0;    // of the median call
@@ -63,6 +66,8 @@ struct Settings {
 std::vector<Library> allLibraries()
 {
     std::vector<Library> all = veloraEngines();
+    const std::vector<Library> streams = veloraStreams();
+    all.insert(all.end(), streams.begin(), streams.end());
 #ifdef VELORA_PEER_SOUNDTOUCH
     all.push_back(soundTouch());
     all.push_back(soundTouchQuickSeek());

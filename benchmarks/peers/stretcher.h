@@ -41,6 +41,8 @@ enum class SampleForm { int16, float32 };
 /// Our engine, once for each table of kernels that this machine runs, the fastest last.
 std::vector<Library> veloraEngines(SampleForm form = SampleForm::int16);
 size_t veloraEngineBytes();
+/// velora::Stream with the fastest of these tables, by sound.
+std::vector<Library> veloraStreams();
 
 Library soundTouch();
 Library soundTouchQuickSeek();

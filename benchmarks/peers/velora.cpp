@@ -1,5 +1,7 @@
 #include "benchmarks/peers/stretcher.h"
 
+#include <velora/stream.hpp>
+
 #include "engine/velora_vsp.h"
 
 namespace {
@@ -28,7 +30,39 @@ private:
     std::vector<float> out = std::vector<float>(size_t(2 * (8 * (kMostFrames + 3) + 512)));
 };
 
+class VeloraStream : public Stretcher {
+public:
+    VeloraStream(velora::Sound sound, int rate, double speed)
+        : stream(rate, 2, velora::Pitch::keep, sound)
+    {
+        stream.setSpeed(speed);
+    }
+
+    int process(const Clip& clip, size_t from, int frames) override
+    {
+        return int(stream.process(clip.samples.data() + 2 * from, size_t(frames), out.data(),
+                                  out.size() / 2));
+    }
+
+private:
+    velora::Stream<int16_t> stream;
+    std::vector<int16_t> out = std::vector<int16_t>(size_t(2 * 16 * kMostFrames));
+};
+
+Library streamOf(const char* name, velora::Sound sound)
+{
+    return {name, [sound](int rate, double speed) {
+                return std::make_unique<VeloraStream>(sound, rate, speed);
+            }};
+}
+
 } // namespace
+
+std::vector<Library> veloraStreams()
+{
+    return {streamOf("Stream, engine", velora::Sound::engine),
+            streamOf("Stream, natural", velora::Sound::natural)};
+}
 
 std::vector<Library> veloraEngines(SampleForm form)
 {
