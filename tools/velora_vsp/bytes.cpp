@@ -40,7 +40,8 @@ void waitFor(int file, short event)
 {
     constexpr int kPatience = 100; // ms
     pollfd ready{file, event, 0};
-    while (untilDone([&] { return poll(&ready, 1, kPatience); }) == 0) {}
+    while (untilDone([&] { return poll(&ready, 1, kPatience); }) == 0) {
+    }
 }
 
 [[noreturn]] void fail(const std::string& name, const char* problem)

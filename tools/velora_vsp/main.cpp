@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <string>
 
 #include "bytes.h"
@@ -54,6 +55,9 @@ int main(int argc, char** argv)
         dieOfInterruption();
     } catch (const ReaderGone&) {
         return kReaderGone;
+    } catch (const std::bad_alloc&) {
+        std::fputs("velora-vsp: out of memory\n", stderr);
+        return kFailed;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "velora-vsp: %s\n", error.what());
         return kFailed;

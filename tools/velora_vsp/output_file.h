@@ -1,4 +1,5 @@
-// A file that appears whole or not at all: it is written beside its place and put there at the end.
+// A file that appears whole or not at all: it has no name until it is done, so that nothing is left of
+// it however the process ends.
 #pragma once
 
 #include <filesystem>
@@ -8,11 +9,11 @@ bool isStream(const std::filesystem::path& output);
 
 class OutputFile {
 public:
-    /// Creates an empty temporary file in the directory of `path`. Throws FileError if `path` can't
-    /// be written, names the same file as `input`, or exists and `overwrite` is false.
+    /// Creates an empty file in the directory of `path`. Throws FileError if `path` can't be written,
+    /// names the same file as `input`, or exists and `overwrite` is false.
     OutputFile(const std::filesystem::path& path, const std::filesystem::path& input,
                bool overwrite);
-    /// Removes the temporary file, if keep wasn't called.
+    /// The file is gone, if keep wasn't called.
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
@@ -20,14 +21,17 @@ public:
     /// Where to write.
     const std::filesystem::path& temporary() const { return temporaryPath; }
 
-    /// Moves what was written to its place. Throws FileError.
+    /// Puts what was written in its place. Throws FileError.
     void keep();
 
 private:
     void refuseExisting() const;
+    void create();
+    void giveName();
 
     std::filesystem::path name;        // as the user wrote it
     std::filesystem::path destination; // a symbolic link stays, and what it points to is replaced
     std::filesystem::path temporaryPath;
+    int unnamed = -1; // what temporaryPath stands for; -1 where file systems need a name
     bool overwrite;
 };

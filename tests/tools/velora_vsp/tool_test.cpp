@@ -345,11 +345,24 @@ TEST_F(ToolTest, InterruptionLeavesNothing)
     const char header[] = ".snd\0\0\0\x18\xFF\xFF\xFF\xFF\0\0\0\3\0\0\xAC\x44\0\0\0\2";
     std::ofstream(at("in.au"), std::ios::binary).write(header, 24);
     fs::resize_file(at("in.au"), 400'000'000);
-    const Result result = shell("\"$T\" in.au out.au -s 0.9 & for n in $(seq 500); do "
-                                "ls .velora* >/dev/null 2>&1 && break; sleep 0.02; done; "
-                                "kill -TERM $!; wait $!");
-    EXPECT_EQ(result.exitCode, 128 + SIGTERM) << result.text;
-    EXPECT_EQ(fileNames(), std::set<std::string>{"in.au"});
+    for (const auto& [signal, number] : {std::pair("TERM", SIGTERM), std::pair("KILL", SIGKILL)}) {
+        const Result result = shell("\"$T\" in.au out.au -s 0.9 & for n in $(seq 500); do "
+                                    "ls -l /proc/$!/fd | grep -q deleted && break; sleep 0.02; "
+                                    "done; kill -" +
+                                    std::string(signal) + " $!; wait $!");
+        EXPECT_EQ(result.exitCode, 128 + number) << result.text;
+        EXPECT_EQ(fileNames(), std::set<std::string>{"in.au"});
+    }
+}
+
+TEST_F(ToolTest, AnOutputTakesNoRightsOver)
+{
+    write("in.wav", tone(440.0, 2000));
+    write("out.wav", tone(440.0, 10));
+    fs::permissions(at("out.wav"), fs::perms(06755));
+    ASSERT_EQ(shell("\"$T\" in.wav out.wav -s 2 -f").exitCode, 0);
+    EXPECT_EQ(fs::status(at("out.wav")).permissions(), fs::perms(0755));
+    EXPECT_EQ(fileNames(), (std::set<std::string>{"in.wav", "out.wav"}));
 }
 
 TEST_F(ToolTest, HelpAndVersionGoToStandardOutput)
