@@ -426,6 +426,27 @@ TEST_F(ToolFilm, FlashesAndClicksStayInStepAlongEveryCourse)
     }
 }
 
+TEST_F(ToolFilm, APartOfItStaysInStep)
+{
+    makeFilm("film.mp4", 12, "r=25,drawbox=enable='between(mod(t,1),0.39,0.45)':color=white:t=fill",
+             "-c:v mpeg4 -bf 2 -g 100 -c:a aac");
+    ffmpeg("-i film.mp4 -c:v copy -c:a flac film.mkv");
+    for (const std::string kind : {".mp4", ".mkv"}) {
+        runQuietly("film" + kind + " out" + kind + " -s 1.5 --from 3.2 --to 0:09.2");
+        const std::vector<double> seen = flashes("out" + kind);
+        const Sound heard = decoded("out" + kind);
+        // ffmpeg gives the last packet of MP4 whole.
+        EXPECT_NEAR(double(heard.frames()), 4.0 * kRate, kind == ".mp4" ? 1024.0 : 0.0);
+        ASSERT_EQ(seen.size(), 6u) << kind;
+        for (int n = 0; n < 6; ++n) {
+            const double expected = (3 + n + kEvent - 3.2) / 1.5;
+            EXPECT_NEAR(seen[size_t(n)], expected, 0.04) << kind;
+            EXPECT_NEAR(centreOfEnergy(heard, expected * kRate, 4.0 * kHop), expected * kRate, kHop)
+                << kind;
+        }
+    }
+}
+
 TEST_F(ToolFilm, NothingDriftsInThreeHours)
 {
     constexpr int kSeconds = 3 * 3600;
