@@ -34,12 +34,6 @@ fs::path inputPath(const Options& options)
     return options.input == kPipe ? "/dev/stdin" : options.input;
 }
 
-void say(const Options& options, const std::string& text)
-{
-    if (!options.quiet)
-        std::fprintf(stderr, "velora-vsp: %s\n", text.c_str());
-}
-
 // Whether files like the output hold sound, and at most a cover.
 bool isSoundOnly(const AVOutputFormat& container, const Options& options)
 {
@@ -55,8 +49,10 @@ bool isSoundOnly(const AVOutputFormat& container, const Options& options)
 /// All streams of an input on their way into an output.
 class Transfer {
 public:
-    Transfer(MediaInput& source, MediaOutput& target, const Options& given)
-        : input(source), output(target), options(given), course(given.speed.from(given.part.from))
+    Transfer(MediaInput& source, MediaOutput& target, const Options& given, Progress& shown,
+             size_t number)
+        : input(source), output(target), options(given), progress(shown), job(number),
+          course(given.speed.from(given.part.from))
     {
         const AVFormatContext& format = input.format();
         best = av_find_best_stream(&input.format(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
@@ -65,7 +61,7 @@ public:
         if (std::all_of(tracks.begin(), tracks.end(), [](const auto& track) { return !track; }))
             throw FileError(input.name(), "has no sound");
         if (sound == nullptr)
-            say(options, input.name() + " has no sound");
+            say(input.name() + " has no sound");
     }
 
     void run();
@@ -76,10 +72,16 @@ private:
     std::unique_ptr<Track> makeSound(const AVStream& stream);
     bool hasRoomFor(const AVStream& stream) const;
     void judge() const;
+    void say(const std::string& text) const
+    {
+        progress.say((options.folder.empty() ? "" : input.name() + ": ") + text);
+    }
 
     MediaInput& input;
     MediaOutput& output;
     const Options& options;
+    Progress& progress;
+    const size_t job;
     const SpeedMap course;                      // from the start of the part on
     int best;                                   // the index of the sound that a player would choose
     std::vector<std::unique_ptr<Track>> tracks; // by index; null for what is left out
@@ -95,30 +97,28 @@ std::unique_ptr<Track> Transfer::makeTrack(const AVStream& stream)
     if (hasRoomFor(stream))
         return std::make_unique<CopiedTrack>(input, stream, output, course, options.part);
     if (stream.codecpar->codec_type != AVMEDIA_TYPE_DATA)
-        say(options, "left out: " +
-                         std::string(isPicture(stream)
-                                         ? "cover"
-                                         : av_get_media_type_string(stream.codecpar->codec_type)) +
-                         " (" + codecName(stream) + ")");
+        say("left out: " +
+            std::string(isPicture(stream) ? "cover"
+                                          : av_get_media_type_string(stream.codecpar->codec_type)) +
+            " (" + codecName(stream) + ")");
     return nullptr;
 }
 
 std::unique_ptr<Track> Transfer::makeSound(const AVStream& stream)
 {
     if (stream.index != best && isSoundOnly(output.container(), options)) {
-        say(options, "left out: another sound track");
+        say("left out: another sound track");
         return nullptr;
     }
     auto track = std::make_unique<SoundTrack>(input, stream, output, course, options);
     const int rate = track->encoding().format.rate;
     if (rate != track->in().rate())
-        say(options, std::string(track->encoding().encoder->name) + " takes no " +
-                         std::to_string(track->in().rate()) + " Hz: converted to " +
-                         std::to_string(rate) + " Hz");
+        say(std::string(track->encoding().encoder->name) + " takes no " +
+            std::to_string(track->in().rate()) + " Hz: converted to " + std::to_string(rate) +
+            " Hz");
     const int bits = bitsOf(track->encoding());
     if (bits > 0 && bits < track->in().bits())
-        say(options,
-            "samples are rounded from " + bitsName(track->in().bits()) + " to " + bitsName(bits));
+        say("samples are rounded from " + bitsName(track->in().bits()) + " to " + bitsName(bits));
     if (sound == nullptr)
         sound = track.get();
     return track;
@@ -143,13 +143,14 @@ void Transfer::run()
     AvOptions muxing;
     setMuxing(muxing, options, input.duration());
     output.begin(muxing);
-    Progress progress(options.quiet ? 0 : int64_t(1000.0 * input.duration()));
+    const double end = std::min(input.duration(), options.part.to);
     AvPtr<AVPacket> packet(av_packet_alloc());
     while (input.read(*packet)) {
         const auto index = size_t(packet->stream_index);
         if (index < tracks.size() && tracks[index])
             tracks[index]->take(*packet);
-        progress.show(int64_t(1000.0 * input.position()));
+        if (end > 0.0)
+            progress.show(job, input.position() / end);
         throwIfInterrupted();
         if (input.position() > options.part.to + kInterleaving)
             break;
@@ -178,10 +179,9 @@ void Transfer::judge() const
     if (!problem.empty() && options.strict)
         throw FileError(input.name(), problem);
     if (!problem.empty())
-        say(options, input.name() + ": " + problem + "; all that is there was used");
+        say(input.name() + ": " + problem + "; all that is there was used");
     if (sound != nullptr && sound->in().hasChanged())
-        say(options,
-            input.name() + ": rate or channels change on the way: converted to those at the start");
+        say(input.name() + ": rate or channels change on the way: converted to those at the start");
 }
 
 void Transfer::sumUp(Summary& summary) const
@@ -247,21 +247,28 @@ void refuseOwnInput(const Options& options)
         throw FileError("standard output", "is the input file itself");
 }
 
-void transfer(MediaInput& input, const AVOutputFormat& container, Bytes& bytes,
-              const Options& options, Summary& summary)
+/// What is done, and what is told of it.
+struct Work {
+    const Options& options;
+    Progress& progress;
+    size_t job;
+    Summary summary;
+};
+
+void transfer(MediaInput& input, const AVOutputFormat& container, Bytes& bytes, Work& work)
 {
     MediaOutput output(container, bytes);
-    Transfer all(input, output, options);
+    Transfer all(input, output, work.options, work.progress, work.job);
     all.run();
-    all.sumUp(summary);
+    all.sumUp(work.summary);
 }
 
-void toFile(MediaInput& input, const AVOutputFormat& container, const Options& options,
-            Summary& summary)
+void toFile(MediaInput& input, const AVOutputFormat& container, Work& work)
 {
+    const Options& options = work.options;
     OutputFile file(options.output, inputPath(options), options.overwrite);
     Bytes bytes = Bytes::output(file.temporary(), options.output);
-    transfer(input, container, bytes, options, summary);
+    transfer(input, container, bytes, work);
     if (isBytewiseCopy(input, container, options))
         copyBytes(options, file.temporary());
     bytes.sync();
@@ -276,7 +283,7 @@ void writeMap(const SpeedMap& speed, OutputFile& file)
 
 } // namespace
 
-Summary changeSpeed(const Options& given)
+Summary changeSpeed(const Options& given, Progress& progress, size_t job)
 {
     using Clock = std::chrono::steady_clock;
     const auto start = Clock::now();
@@ -285,7 +292,8 @@ Summary changeSpeed(const Options& given)
     options.speed = plan.speed;
     const AVOutputFormat& container = chooseContainer(options);
     MediaInput input(options.input, options.input == kPipe ? options.raw : std::nullopt);
-    Summary summary;
+    Work work{options, progress, job, {}};
+    Summary& summary = work.summary;
     summary.pauses = plan.pauses;
     summary.saved = plan.saved;
     std::optional<OutputFile> map;
@@ -294,9 +302,9 @@ Summary changeSpeed(const Options& given)
     if (isStream(options.output)) {
         refuseOwnInput(options);
         Bytes bytes = Bytes::output(options.output, options.output);
-        transfer(input, container, bytes, options, summary);
+        transfer(input, container, bytes, work);
     } else {
-        toFile(input, container, options, summary);
+        toFile(input, container, work);
     }
     if (map)
         writeMap(options.speed, *map);

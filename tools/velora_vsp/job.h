@@ -2,7 +2,9 @@
 #pragma once
 
 #include "options.h"
+#include "progress.h"
 #include "summary.h"
 
 /// Does what the options say. Throws FileError, Interrupted or ReaderGone; leaves no file then.
-Summary changeSpeed(const Options& options);
+/// @param job  its number in `progress`
+Summary changeSpeed(const Options& options, Progress& progress, size_t job);

@@ -2,13 +2,14 @@
 
 #include <cstdio>
 #include <exception>
-#include <new>
 #include <string>
 
+#include "batch.h"
 #include "bytes.h"
 #include "interruption.h"
 #include "job.h"
 #include "options.h"
+#include "progress.h"
 #include "summary.h"
 
 namespace {
@@ -26,16 +27,15 @@ void announcePitch(const Options& options)
                          speed);
 }
 
-void report(const Summary& summary, const Options& options)
+int changeOne(const Options& options)
 {
-    if (options.json) {
-        const std::string text = json(summary, options);
-        if (options.output == kPipe)
-            std::fputs(text.c_str(), stderr);
-        else
-            writeOutput(text.data(), text.size());
-    } else if (!options.quiet) {
-        std::fprintf(stderr, "velora-vsp: %s\n", closingLine(summary).c_str());
+    Progress progress({1.0}, options.quiet);
+    try {
+        report(changeSpeed(options, progress, 0), options, progress);
+        return 0;
+    } catch (const std::exception& error) {
+        reportFailure(error, options, progress);
+        return kFailed;
     }
 }
 
@@ -49,15 +49,13 @@ int main(int argc, char** argv)
             return options.exitCode;
         catchInterruptions();
         announcePitch(options);
-        report(changeSpeed(options), options);
-        return 0;
+        if (options.folder.empty())
+            return changeOne(options);
+        return changeAll(options) ? 0 : kFailed;
     } catch (const Interrupted&) {
         dieOfInterruption();
     } catch (const ReaderGone&) {
         return kReaderGone;
-    } catch (const std::bad_alloc&) {
-        std::fputs("velora-vsp: out of memory\n", stderr);
-        return kFailed;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "velora-vsp: %s\n", error.what());
         return kFailed;

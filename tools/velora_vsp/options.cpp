@@ -7,6 +7,7 @@
 #include <memory>
 #include <sstream>
 #include <system_error>
+#include <thread>
 
 #include <CLI/CLI.hpp>
 
@@ -25,6 +26,9 @@ constexpr char kDescription[] =
     "where it has room for them.";
 
 constexpr char kFooter[] =
+    "Many files: with -o DIR each name is of a file to play, and its result goes into DIR by the\n"
+    "same name; folders keep their shape. Files that can't be played are named, the others go on.\n"
+    "\n"
     "Examples:\n"
     "  velora-vsp talk.wav brisk.flac --speed 1.5       one and a half times as fast\n"
     "  velora-vsp song.flac practice.wav -s 0.75        three quarters of the speed\n"
@@ -34,6 +38,7 @@ constexpr char kFooter[] =
     "                                                   pauses of speech go faster\n"
     "  velora-vsp film.mp4 part.mp4 -s 1 --from 1:00 --to 2:30\n"
     "                                                   a minute and a half of it\n"
+    "  velora-vsp -s 1.5 -o brisk -r podcasts           a folder of them\n"
     "  velora-vsp song.wav - -s 0.8 | aplay             into a player\n"
     "  velora-vsp - - --format mp3 -s 2 <a.mp3 >b.mp3   other kinds of file through pipes\n"
     "  velora-vsp - - -s 2 --raw 48000:2:s16 <a >b      samples without a header\n"
@@ -70,12 +75,21 @@ constexpr char kFooter[] =
     "room for them; what is left out is said. Into - goes WAV unless --format says otherwise.\n"
     "\n"
     "Exit codes: 0 done, 1 failed, 2 wrong command line, 130 interrupted (143 terminated), 141\n"
-    "the reader of - has gone.";
+    "the reader of - has gone. Of many files, 1 if any failed.\n"
+    "\n"
+    "JSON: an object for each file, in a line: schema (1), input, output, format (of the "
+    "samples),\n"
+    "rate, channels, speed or map, framesIn, framesOut, framesIdeal, difference, seconds,\n"
+    "realTimeFactor, clipped, pauses, saved (seconds); or schema, input, output, error.";
 
 std::string checkSpeed(const std::string& text)
 {
     if (parseSpeed(text))
         return {};
+    std::string withPoint = text;
+    std::replace(withPoint.begin(), withPoint.end(), ',', '.');
+    if (parseSpeed(withPoint))
+        return "'" + text + "' has a comma: write " + withPoint;
     return "'" + text + "' is not a speed: give a number from 0.125 to 8 " +
            "(1 is normal, 0.5 half, 2 double speed)";
 }
@@ -188,6 +202,11 @@ std::string engineVersion()
     return engine->Get_Version();
 }
 
+std::string versions()
+{
+    return "velora-vsp " VELORA_VSP_TOOL_VERSION "\nengine " + engineVersion();
+}
+
 } // namespace
 
 Options readOptions(int argc, const char* const* argv)
@@ -207,12 +226,22 @@ Options readOptions(int argc, const char* const* argv)
     app.footer(kFooter);
     app.get_formatter()->label("REQUIRED", "");
     app.get_formatter()->column_width(27);
+    std::vector<std::string> more;
     app.add_option("IN", options.input, "The file to play; - is standard input")
         ->required()
         ->type_name("");
-    app.add_option("OUT", options.output, "The file to write; - is standard output")
-        ->required()
-        ->type_name("");
+    app.add_option("OUT", options.output, "The file to write; - is standard output")->type_name("");
+    app.add_option("FILES", more, "With -o: all names are of files to play")->type_name("");
+    app.add_option("-o,--output-dir", options.folder,
+                   "Write a file of the same name into DIR for each")
+        ->type_name("DIR");
+    app.add_flag("-r,--recursive", options.isRecursive, "With -o: take all files in folders, too");
+    app.add_flag("--skip-existing", options.skipsExisting,
+                 "With -o: leave out what has been written before");
+    options.jobs = int(std::max(std::thread::hardware_concurrency(), 1U));
+    app.add_option("-j,--jobs", options.jobs, "With -o: files at a time (as many as processors)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 256));
     const auto* speedOption =
         app.add_option("-s,--speed", speed, "0.125 to 8: 0.5 is half, 2 is double speed")
             ->type_name("S")
@@ -282,9 +311,11 @@ Options readOptions(int argc, const char* const* argv)
     app.add_flag("-f,--force", options.overwrite, "Overwrite OUT if it exists");
     app.add_flag("--json", options.json, "Sum up in JSON (on standard error if OUT is -)");
     app.add_flag("-q,--quiet", options.quiet, "Say nothing but errors");
-    app.set_version_flag("--version", engineVersion, "Print the engine's version and exit");
+    app.set_version_flag("--version", versions, "Print the versions of tool and engine and exit");
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        const bool isUnknown = error.get_exit_code() == int(CLI::ExitCodes::ExtrasError);
         return "velora-vsp: " + std::string(error.what()) +
+               (isUnknown ? "\nA name that begins with - is written ./-name" : "") +
                "\nTo see how it is used: velora-vsp --help\n";
     });
     try {
@@ -303,6 +334,21 @@ Options readOptions(int argc, const char* const* argv)
         options.part = {parseTime(from).value_or(0.0), parseTime(to).value_or(kToTheEnd)};
         require(options.part.from < options.part.to, "--to has to come after --from");
         require(!isRamp || !mapOption->empty(), "--ramp needs --speed-map FILE");
+        const bool isBatch = !options.folder.empty();
+        require(isBatch || more.empty(), "Give one IN and one OUT, or -o DIR for many files");
+        require(isBatch || !options.output.empty(), "OUT is required");
+        require(isBatch || (!options.isRecursive && !options.skipsExisting),
+                "--recursive and --skip-existing need -o DIR");
+        if (isBatch) {
+            options.inputs = {options.input};
+            if (!options.output.empty())
+                options.inputs.push_back(options.output);
+            options.inputs.insert(options.inputs.end(), more.begin(), more.end());
+            require(std::find(options.inputs.begin(), options.inputs.end(), kPipe) ==
+                        options.inputs.end(),
+                    "- has no name to be written by: give it an OUT");
+            require(options.speedMapOut.empty(), "--speed-map-out goes with one file");
+        }
         require(rawOption->empty() || options.input == kPipe || options.output == kPipe,
                 "--raw needs - as IN or OUT: a file says what it holds");
     } catch (const CLI::ParseError& error) {

@@ -5,6 +5,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <velora/stream.hpp>
 
@@ -17,6 +18,11 @@ constexpr double kToTheEnd = std::numeric_limits<double>::infinity();
 struct Options {
     std::string input;
     std::string output;
+    std::vector<std::string> inputs; // of many files
+    std::string folder;              // into which these go; empty if there is one
+    bool isRecursive = false;        // folders among them stand for what is in them
+    bool skipsExisting = false;      // what is there already isn't made again
+    int jobs = 1;                    // files at a time
     SpeedMap speed{1.0};
     std::string speedMapName;           // empty if there is one speed throughout
     Span part{0.0, kToTheEnd};          // of the input, in seconds

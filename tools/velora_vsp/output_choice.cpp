@@ -208,6 +208,16 @@ const AVOutputFormat& chooseContainer(const Options& options)
     return *container;
 }
 
+std::string extensionFor(const std::string& format)
+{
+    const AVOutputFormat* const container = findContainer(format);
+    if (container == nullptr || container->extensions == nullptr)
+        throw FileError("--format " + format, "doesn't name a kind of media file");
+    const std::string known = container->extensions;
+    return av_match_name(format.c_str(), known.c_str()) != 0 ? format
+                                                             : known.substr(0, known.find(','));
+}
+
 bool holds(const AVOutputFormat& container, AVCodecID codec)
 {
     if (const auto* known = knownCodecs(container))

@@ -14,6 +14,9 @@
 /// By --format, or else by the name. Throws FileError if neither names a kind of media file.
 const AVOutputFormat& chooseContainer(const Options& options);
 
+/// The extension that files have which --format makes. Throws FileError if it names no kind of file.
+std::string extensionFor(const std::string& format);
+
 /// Whether the container has room for streams of this codec.
 bool holds(const AVOutputFormat& container, AVCodecID codec);
 

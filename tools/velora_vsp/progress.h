@@ -1,19 +1,35 @@
-// Shows on a terminal how far a job is; says nothing into a pipe or a file.
+// What the tool says on standard error: lines, and on a terminal below them how far it is.
 #pragma once
 
-#include <cstdint>
+#include <chrono>
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <vector>
 
+/// May be used by several threads.
 class Progress {
 public:
-    /// @param total  what `done` counts up to; 0 or less if that isn't known, which shows nothing
-    explicit Progress(int64_t total);
+    /// @param sizes    how much work each job is
+    /// @param isQuiet  leaves out all but complaints
+    Progress(std::vector<double> sizes, bool isQuiet);
     ~Progress(); // wipes the bar
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    void show(int64_t done);
+    void say(const std::string& line);
+    void complain(const std::string& line);
+    /// @param done  of the job, 0 to 1
+    void show(size_t job, double done);
 
 private:
-    int64_t total;
-    int percent = -1; // shown last
+    std::string bar() const;
+
+    std::mutex mutex;
+    std::vector<double> weights;
+    std::vector<double> parts; // done of each job
+    bool isQuiet;
+    bool isTerminal;
+    std::string shown; // as it stands there now
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
 };

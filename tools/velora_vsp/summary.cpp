@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <new>
 
 namespace {
 
@@ -82,8 +83,6 @@ std::string quoted(const std::string& text)
     return out + "\"";
 }
 
-} // namespace
-
 std::string closingLine(const Summary& summary)
 {
     if (summary.rate == 0)
@@ -121,4 +120,34 @@ std::string json(const Summary& summary, const Options& options)
                   double(summary.framesOut) - summary.framesIdeal, summary.seconds,
                   realTimeFactor(summary), static_cast<long long>(summary.clipped), summary.pauses,
                   summary.saved);
+}
+
+// Into the output itself nothing else may go.
+void printJson(const std::string& text, const Options& options)
+{
+    if (options.output == kPipe)
+        std::fputs(text.c_str(), stderr);
+    else
+        writeOutput(text.data(), text.size());
+}
+
+} // namespace
+
+void report(const Summary& summary, const Options& options, Progress& progress)
+{
+    if (options.json)
+        printJson(json(summary, options), options);
+    else
+        progress.say((options.folder.empty() ? "" : options.input + ": ") + closingLine(summary));
+}
+
+void reportFailure(const std::exception& error, const Options& options, Progress& progress)
+{
+    const bool isMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+    const std::string problem = isMemory ? "out of memory" : error.what();
+    progress.complain(problem);
+    if (options.json)
+        printJson("{\"schema\": 1, \"input\": " + quoted(options.input) + ", \"output\": " +
+                      quoted(options.output) + ", \"error\": " + quoted(problem) + "}\n",
+                  options);
 }

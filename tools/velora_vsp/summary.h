@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <string>
 
 #include "options.h"
+#include "progress.h"
 #include "samples.h"
 
 struct Summary {
@@ -21,5 +23,8 @@ struct Summary {
     double saved = 0.0;       // seconds of output by that
 };
 
-std::string closingLine(const Summary& summary);
-std::string json(const Summary& summary, const Options& options);
+/// Says what was done, as the options want it said.
+void report(const Summary& summary, const Options& options, Progress& progress);
+
+/// Says that it wasn't.
+void reportFailure(const std::exception& error, const Options& options, Progress& progress);

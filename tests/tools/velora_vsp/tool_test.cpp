@@ -373,5 +373,6 @@ TEST_F(ToolTest, HelpAndVersionGoToStandardOutput)
         EXPECT_NE(help.text.find(word), std::string::npos) << word;
     const Result version = shell("\"$T\" --version 2>&-");
     EXPECT_EQ(version.exitCode, 0);
+    EXPECT_EQ(version.text.find("velora-vsp 3."), 0u) << version.text;
     EXPECT_NE(version.text.find("ver. 3.16"), std::string::npos) << version.text;
 }

@@ -1,0 +1,112 @@
+// What velora-vsp does with many files at once.
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/velora_vsp/tool_runner.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+class ToolBatch : public ToolTest {
+protected:
+    void SetUp() override
+    {
+        fs::create_directories(at("in/sub"));
+        write("in/one.wav", tone(440.0, 4410));
+        write("in/two.wav", tone(660.0, 8820));
+        write("in/sub/one.wav", tone(880.0, 2205));
+    }
+
+    /// Names of all files below a folder.
+    std::set<std::string> below(const std::string& folder) const
+    {
+        std::set<std::string> names;
+        for (const auto& entry : fs::recursive_directory_iterator(at(folder)))
+            if (entry.is_regular_file())
+                names.insert(fs::relative(entry.path(), at(folder)).string());
+        return names;
+    }
+};
+
+} // namespace
+
+TEST_F(ToolBatch, FilesAndFoldersKeepTheirNames)
+{
+    std::ofstream(at("in/notes.txt")) << "no sound";
+    std::ofstream(at("in/.hidden.wav")) << "nor this";
+    runQuietly("-s 2 -o out -r in");
+    EXPECT_EQ(below("out"), (std::set<std::string>{"one.wav", "sub/one.wav", "two.wav"}));
+    EXPECT_EQ(read("out/two.wav").frames(), 4410);
+    EXPECT_EQ(read("out/sub/one.wav").frames(), 1103);
+    // What was written into one of the folders isn't taken for more input.
+    runQuietly("-s 2 -o in/brisk -r in --jobs 1");
+    runQuietly("-s 2 -o in/brisk -r in --jobs 1 -f");
+    EXPECT_EQ(below("in/brisk").size(), 3u);
+    runQuietly("-s 2 -o other in/one.wav in/two.wav --format flac --jobs 8");
+    EXPECT_EQ(below("other"), (std::set<std::string>{"one.flac", "two.flac"}));
+}
+
+TEST_F(ToolBatch, WhatFailsIsToldAndTheOthersGoOn)
+{
+    std::ofstream(at("in/broken.wav")) << "RIFF, but no sound";
+    const Result result =
+        tool("-s 2 -o out in/one.wav in/missing.wav in/broken.wav in/sub/one.wav in "
+             "in/two.wav --json");
+    EXPECT_EQ(result.exitCode, 1);
+    for (const char* words : {"in/missing.wav: can't be opened", "in/broken.wav: ",
+                              "in/sub/one.wav: would become out/one.wav, which in/one.wav becomes",
+                              "in: is a folder: --recursive"})
+        EXPECT_NE(result.text.find(words), std::string::npos) << words << ": " << result.text;
+    EXPECT_EQ(below("out"), (std::set<std::string>{"one.wav", "two.wav"}));
+    int done = 0;
+    int failed = 0;
+    std::istringstream lines(result.text);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with('{')) {
+            const Json json = Json::parse(line);
+            EXPECT_EQ(json.at("schema"), 1);
+            json.contains("error") ? ++failed : ++done;
+        }
+    EXPECT_EQ(done, 2);
+    EXPECT_EQ(failed, 2);
+}
+
+TEST_F(ToolBatch, NothingIsOverwrittenAndABatchCanGoOn)
+{
+    runQuietly("-s 2 -o out in/one.wav");
+    EXPECT_EQ(tool("-s 4 -o out -r in").exitCode, 1); // one is there
+    EXPECT_EQ(read("out/one.wav").frames(), 2205);
+    fs::remove(at("out/two.wav"));
+    runQuietly("-s 4 -o out -r in --skip-existing");
+    EXPECT_EQ(read("out/one.wav").frames(), 2205);
+    EXPECT_EQ(read("out/two.wav").frames(), 2205);
+    const Result same = tool("-s 2 -o in -r in -f");
+    EXPECT_EQ(same.exitCode, 1);
+    EXPECT_NE(same.text.find("in/two.wav: is the input file itself"), std::string::npos)
+        << same.text;
+    EXPECT_EQ(read("in/two.wav").frames(), 8820);
+    EXPECT_NE(tool("-s 2 -o in/one.wav in/two.wav").text.find("in/one.wav: can't be made a folder"),
+              std::string::npos);
+}
+
+TEST_F(ToolBatch, AnInterruptionEndsItWhole)
+{
+    for (int n = 0; n < 30; ++n)
+        write("in/long" + std::to_string(n) + ".wav", tone(440.0, 10 * 44100));
+    const Result result =
+        shell("env \"$T\" -q -s 0.2 -o out -r in & tool=$!; for n in $(seq 500); do "
+              "[ -n \"$(ls out 2>/dev/null)\" ] && break; sleep 0.01; done; "
+              "kill -TERM $tool; wait $tool");
+    EXPECT_EQ(result.exitCode, 128 + 15) << result.text;
+    EXPECT_LT(below("out").size(), 33u);
+    for (const std::string& name : below("out"))
+        EXPECT_GT(read("out/" + name).frames(), 10000) << name;
+}
