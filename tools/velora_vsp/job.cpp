@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "bytes.h"
+#include "clock.h"
 #include "error.h"
 #include "interruption.h"
 #include "media_input.h"
@@ -167,7 +168,7 @@ void Transfer::judge() const
 {
     std::string problem = input.position() < options.part.to ? input.whatIsMissing() : "";
     if (sound != nullptr && sound->played() == 0 && sound->in().position() > 0)
-        throw FileError(input.name(), "ends before --from");
+        throw FileError(input.name(), "ends at " + clock(input.position()) + ", before --from");
     if (problem.empty() && sound != nullptr && sound->in().damaged() > 0)
         problem = "is damaged: sound that can't be decoded (packets: " +
                   std::to_string(sound->in().damaged()) + ") was left out";

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <iterator>
 #include <string_view>
 
+#include "clock.h"
 #include "error.h"
 #include "wav_length.h"
 
@@ -33,15 +33,6 @@ void turnBytesOfRifx(AVCodecParameters& codec)
             codec.codec_id = big;
             return;
         }
-}
-
-std::string clock(double seconds)
-{
-    const long long ms = std::llround(1000.0 * std::max(seconds, 0.0));
-    char text[64];
-    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld.%03lld", ms / 3600000, ms / 60000 % 60,
-                  ms / 1000 % 60, ms % 1000);
-    return text;
 }
 
 } // namespace

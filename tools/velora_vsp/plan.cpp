@@ -1,8 +1,8 @@
 #include "plan.h"
 
 #include <algorithm>
-#include <cstdio>
 
+#include "clock.h"
 #include "error.h"
 #include "interruption.h"
 #include "media_input.h"
@@ -81,13 +81,11 @@ double speedFor(const Options& options, const Span& part, const std::vector<Span
     const double speed = (part.to - part.from - paused) / room;
     if (room > 0.0 && speed >= kSlowest && speed <= kFastest)
         return speed;
-    char text[200];
-    const double longest = *options.length - room + (part.to - part.from - paused) / kSlowest;
-    const double shortest = *options.length - room + (part.to - part.from - paused) / kFastest;
-    std::snprintf(text, sizeof text,
-                  "can't be made %.3f seconds long: lengths of %.3f to %.3f seconds are possible",
-                  *options.length, shortest, longest);
-    throw FileError(options.input, text);
+    const double inPauses = *options.length - room;
+    const double rest = part.to - part.from - paused;
+    throw FileError(options.input, "can't be made " + clock(*options.length) +
+                                       " long: " + clock(inPauses + rest / kFastest) + " to " +
+                                       clock(inPauses + rest / kSlowest) + " is possible");
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -13,6 +12,7 @@
 
 #include <velora/stream.hpp>
 
+#include "clock.h"
 #include "error.h"
 
 namespace fs = std::filesystem;
@@ -44,16 +44,6 @@ std::string shortest(double number)
     char text[512];
     const auto end = std::to_chars(text, text + sizeof text, number, std::chars_format::fixed).ptr;
     return {text, end};
-}
-
-// For people.
-std::string clock(double seconds)
-{
-    const long long ms = std::llround(1000.0 * seconds);
-    char text[64];
-    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld.%03lld", ms / 3600000, ms / 60000 % 60,
-                  ms / 1000 % 60, ms % 1000);
-    return text;
 }
 
 } // namespace
