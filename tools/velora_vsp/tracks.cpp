@@ -17,6 +17,15 @@ void describe(AVStream& to, const AVStream& from)
     copyTags(&to.metadata, from.metadata);
 }
 
+// About so many bytes of samples go through the threads at once: enough to be worth it, but few where
+// pictures go along, which come out with the sound of the same time.
+size_t blockBytesFor(const SoundDecoder& sound, bool hasFilm)
+{
+    constexpr size_t kMost = 32768;
+    const int second = sound.rate() * sound.channels() * int(sampleBytes(sound.samples()));
+    return std::min(size_t(second) / (hasFilm ? 32 : 5), kMost);
+}
+
 } // namespace
 
 bool isCopy(const Options& options)
@@ -30,7 +39,8 @@ SoundTrack::SoundTrack(const MediaInput& from, const AVStream& stream, MediaOutp
                        const Options& given)
     : input(from), options(given),
       decoder(from, stream, {!isCopy(given), isLow24(given, given.input.c_str()), from.hasFilm()}),
-      chosen(chooseEncoding(output.container(), from.format(), stream, decoder, given))
+      chosen(chooseEncoding(output.container(), from.format(), stream, decoder, given)),
+      blockBytes(blockBytesFor(decoder, from.hasFilm()))
 {
     const SoundFormat format{avFormat(decoder.samples()), decoder.rate(), decoder.layout()};
     encoder = std::make_unique<SoundEncoder>(output, chosen, decoder.samples(), format,
@@ -45,14 +55,12 @@ void SoundTrack::take(AVPacket& packet)
 
 void SoundTrack::pass(const AVPacket* packet)
 {
-    constexpr size_t kBlockFrames = 8192;
     decoder.decode(packet, decoded);
     if (decoded.empty())
         return;
     if (player == nullptr)
         begin();
-    const size_t frameBytes = size_t(decoder.channels()) * sampleBytes(decoder.samples());
-    if (packet == nullptr || decoded.size() >= kBlockFrames * frameBytes)
+    if (packet == nullptr || decoded.size() >= blockBytes)
         playing->give(decoded);
 }
 

@@ -42,7 +42,8 @@ private:
     Encoding chosen;
     std::unique_ptr<SoundEncoder> encoder;
     std::unique_ptr<Player> player; // once it is known when the sound begins
-    Block decoded;                  // what the next block is made of
+    size_t blockBytes;
+    Block decoded; // what the next block is made of
     Block played;
     std::optional<Worker> writing;
     std::optional<Worker> playing; // gives to that one
