@@ -4,7 +4,9 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstdio>
 #include <cstring>
+#include <memory>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -143,8 +145,39 @@ Bytes::Bytes(std::string name, int descriptor, bool isOutput)
         throw std::bad_alloc();
 }
 
+void Bytes::makeRepeatable(const std::string& path)
+{
+    std::error_code none;
+    if (std::filesystem::is_regular_file(path == kPipe ? "/dev/stdin" : path, none))
+        return;
+    if (path != kPipe)
+        throw FileError(path,
+                        "has to be read twice, which a pipe can't be: give a file, or pipe it "
+                        "into -");
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> store(std::tmpfile(), std::fclose);
+    if (store == nullptr)
+        fail(kStandardInput, "can't be stored: ");
+    std::vector<uint8_t> block(kBufferBytes);
+    for (;;) {
+        waitFor(standardInput(), POLLIN);
+        const ssize_t count =
+            untilDone([&] { return ::read(STDIN_FILENO, block.data(), block.size()); });
+        if (count < 0)
+            fail(kStandardInput, "can't be read: ");
+        if (count == 0)
+            break;
+        if (std::fwrite(block.data(), 1, size_t(count), store.get()) != size_t(count))
+            fail(kStandardInput, "can't be stored: ");
+    }
+    if (std::fflush(store.get()) != 0 || dup2(fileno(store.get()), STDIN_FILENO) < 0)
+        fail(kStandardInput, "can't be stored: ");
+    lseek(STDIN_FILENO, 0, SEEK_SET);
+}
+
 Bytes::~Bytes()
 {
+    if (file == STDIN_FILENO && origin >= 0)
+        lseek(file, origin, SEEK_SET);
     if (file > STDERR_FILENO)
         close(file);
 }

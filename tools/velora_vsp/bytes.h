@@ -23,6 +23,10 @@ public:
     /// Opens a file, named pipe or device that is there, which messages call `name`, or standard
     /// output. Throws FileError, or Interrupted.
     static Bytes output(const std::filesystem::path& path, const std::string& name);
+    /// Lets an input be opened more than once: what a pipe holds is stored as standard input. Throws
+    /// FileError, or Interrupted.
+    static void makeRepeatable(const std::string& path);
+    /// Standard input that is a file is left where it stood.
     ~Bytes();
     Bytes(const Bytes&) = delete;
     Bytes& operator=(const Bytes&) = delete;

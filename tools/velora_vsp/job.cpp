@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -20,6 +21,7 @@
 #include "media_output.h"
 #include "output_choice.h"
 #include "output_file.h"
+#include "plan.h"
 #include "progress.h"
 #include "tracks.h"
 
@@ -54,7 +56,7 @@ bool isSoundOnly(const AVOutputFormat& container, const Options& options)
 class Transfer {
 public:
     Transfer(MediaInput& source, MediaOutput& target, const Options& given)
-        : input(source), output(target), options(given)
+        : input(source), output(target), options(given), course(given.speed.from(given.part.from))
     {
         const AVFormatContext& format = input.format();
         best = av_find_best_stream(&input.format(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
@@ -78,6 +80,7 @@ private:
     MediaInput& input;
     MediaOutput& output;
     const Options& options;
+    const SpeedMap course;                      // from the start of the part on
     int best;                                   // the index of the sound that a player would choose
     std::vector<std::unique_ptr<Track>> tracks; // by index; null for what is left out
     const SoundTrack* sound = nullptr;          // the first
@@ -90,7 +93,7 @@ std::unique_ptr<Track> Transfer::makeTrack(const AVStream& stream)
     if (isPicture(stream) && output.addCover(stream))
         return nullptr;
     if (hasRoomFor(stream))
-        return std::make_unique<CopiedTrack>(input, stream, output, options.speed);
+        return std::make_unique<CopiedTrack>(input, stream, output, course, options.part);
     if (stream.codecpar->codec_type != AVMEDIA_TYPE_DATA)
         say(options, "left out: " +
                          std::string(isPicture(stream)
@@ -106,12 +109,16 @@ std::unique_ptr<Track> Transfer::makeSound(const AVStream& stream)
         say(options, "left out: another sound track");
         return nullptr;
     }
-    auto track = std::make_unique<SoundTrack>(input, stream, output, options);
+    auto track = std::make_unique<SoundTrack>(input, stream, output, course, options);
     const int rate = track->encoding().format.rate;
     if (rate != track->in().rate())
         say(options, std::string(track->encoding().encoder->name) + " takes no " +
                          std::to_string(track->in().rate()) + " Hz: converted to " +
                          std::to_string(rate) + " Hz");
+    const int bits = bitsOf(track->encoding());
+    if (bits > 0 && bits < track->in().bits())
+        say(options,
+            "samples are rounded from " + bitsName(track->in().bits()) + " to " + bitsName(bits));
     if (sound == nullptr)
         sound = track.get();
     return track;
@@ -131,7 +138,8 @@ bool Transfer::hasRoomFor(const AVStream& stream) const
 
 void Transfer::run()
 {
-    output.describeLike(input, options.speed);
+    constexpr double kInterleaving = 10.0; // seconds that streams lie apart in a file, at most
+    output.describeLike(input, course, options.part);
     AvOptions muxing;
     setMuxing(muxing, options, input.duration());
     output.begin(muxing);
@@ -143,6 +151,8 @@ void Transfer::run()
             tracks[index]->take(*packet);
         progress.show(int64_t(1000.0 * input.position()));
         throwIfInterrupted();
+        if (input.position() > options.part.to + kInterleaving)
+            break;
     }
     for (const auto& track : tracks)
         if (track)
@@ -154,7 +164,9 @@ void Transfer::run()
 // What was read may be less than what there was.
 void Transfer::judge() const
 {
-    std::string problem = input.whatIsMissing();
+    std::string problem = input.position() < options.part.to ? input.whatIsMissing() : "";
+    if (sound != nullptr && sound->played() == 0 && sound->in().position() > 0)
+        throw FileError(input.name(), "ends before --from");
     if (problem.empty() && sound != nullptr && sound->in().damaged() > 0)
         problem = "is damaged: sound that can't be decoded (packets: " +
                   std::to_string(sound->in().damaged()) + ") was left out";
@@ -179,7 +191,8 @@ void Transfer::sumUp(Summary& summary) const
     summary.samples = sound->in().samples();
     summary.rate = sound->in().rate();
     summary.channels = sound->in().channels();
-    summary.framesIn = sound->in().position();
+    summary.framesIn = sound->played();
+    summary.clipped = isCopy(options) ? 0 : sound->out().fullSamples();
     summary.framesOut = sound->out().position();
     summary.encoding = describe(sound->encoding());
 }
@@ -187,8 +200,10 @@ void Transfer::sumUp(Summary& summary) const
 // In frames, not rounded.
 double idealLength(const Options& options, int64_t frames, int rate)
 {
-    return options.speed.isConstant() ? double(frames) / options.speed.speedAt(0.0)
-                                      : options.speed.outputAt(double(frames) / rate) * rate;
+    const SpeedMap course = options.speed.from(options.part.from);
+    return options.speed.isConstant()
+               ? double(frames) / options.speed.speedAt(0.0)
+               : course.outputAt(options.part.from + double(frames) / rate) * rate;
 }
 
 // Where encoding again would only change the samples.
@@ -197,8 +212,10 @@ bool isBytewiseCopy(const MediaInput& input, const AVOutputFormat& container,
 {
     const AVFormatContext& format = input.format();
     std::error_code none;
-    return isCopy(options) && options.codec.empty() && options.bitRate == 0 && !options.audioOnly &&
-           !options.raw && fs::is_regular_file(options.input, none) && options.output != kPipe &&
+    return isCopy(options) && options.part.from == 0.0 && options.part.to == kToTheEnd &&
+           !options.quality && !options.compression && options.codec.empty() &&
+           options.bitRate == 0 && !options.audioOnly && !options.raw &&
+           fs::is_regular_file(options.input, none) && options.output != kPipe &&
            isSameKind(container, *format.iformat) && format.nb_streams > 0 &&
            std::all_of(
                format.streams, format.streams + format.nb_streams, [&](const AVStream* stream) {
@@ -251,15 +268,29 @@ void toFile(MediaInput& input, const AVOutputFormat& container, const Options& o
     file.keep();
 }
 
+void writeMap(const SpeedMap& speed, OutputFile& file)
+{
+    std::ofstream(file.temporary()) << speed.text();
+    file.keep();
+}
+
 } // namespace
 
-Summary changeSpeed(const Options& options)
+Summary changeSpeed(const Options& given)
 {
     using Clock = std::chrono::steady_clock;
     const auto start = Clock::now();
+    const Plan plan = makePlan(given);
+    Options options = given;
+    options.speed = plan.speed;
     const AVOutputFormat& container = chooseContainer(options);
     MediaInput input(options.input, options.input == kPipe ? options.raw : std::nullopt);
     Summary summary;
+    summary.pauses = plan.pauses;
+    summary.saved = plan.saved;
+    std::optional<OutputFile> map;
+    if (!options.speedMapOut.empty())
+        map.emplace(options.speedMapOut, inputPath(options), options.overwrite);
     if (isStream(options.output)) {
         refuseOwnInput(options);
         Bytes bytes = Bytes::output(options.output, options.output);
@@ -267,6 +298,8 @@ Summary changeSpeed(const Options& options)
     } else {
         toFile(input, container, options, summary);
     }
+    if (map)
+        writeMap(options.speed, *map);
     summary.framesIdeal = idealLength(options, summary.framesIn, summary.rate);
     summary.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     return summary;

@@ -113,7 +113,7 @@ bool MediaOutput::addCover(const AVStream& picture)
     return true;
 }
 
-void MediaOutput::describeLike(const MediaInput& input, const SpeedMap& speed)
+void MediaOutput::describeLike(const MediaInput& input, const SpeedMap& course, const Span& part)
 {
     const AVFormatContext& from = input.format();
     copyTags(&context->metadata, from.metadata);
@@ -123,14 +123,17 @@ void MediaOutput::describeLike(const MediaInput& input, const SpeedMap& speed)
 
     // Chapters of sound are counted from the first sample, whatever a decoder throws away.
     const double origin = input.hasFilm() ? input.startTime() : 0.0;
-    const auto outputTime = [&](int64_t time, AVRational base) {
-        return std::max(speed.outputAt(double(time) * av_q2d(base) - origin), 0.0);
+    const auto mediaTime = [=](int64_t time, AVRational base) {
+        return double(time) * av_q2d(base) - origin;
     };
+    int number = 0;
     for (unsigned n = 0; n < from.nb_chapters; ++n) {
         const AVChapter& chapter = *from.chapters[n];
-        const double start = outputTime(chapter.start, chapter.time_base);
-        const double end = outputTime(chapter.end, chapter.time_base);
-        addChapter(int(n), start, end, chapter.metadata);
+        const double start = mediaTime(chapter.start, chapter.time_base);
+        const double end = mediaTime(chapter.end, chapter.time_base);
+        if (end > part.from && start < part.to)
+            addChapter(number++, std::max(course.outputAt(start), 0.0),
+                       course.outputAt(std::min(end, part.to)), chapter.metadata);
     }
 }
 

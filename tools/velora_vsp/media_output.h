@@ -22,8 +22,8 @@ public:
     const std::string& name() const { return bytes.name(); }
     AVStream& addStream();
 
-    /// Takes over the input's tags, and its chapters at the times that they have along `speed`.
-    void describeLike(const MediaInput& input, const SpeedMap& speed);
+    /// Takes over the input's tags, and its chapters at the times that they have along `course`.
+    void describeLike(const MediaInput& input, const SpeedMap& course, const Span& part);
     /// Adds a cover where it is no stream of its own: to Ogg and Matroska. False if it can't be added.
     bool addCover(const AVStream& picture);
     /// To be called once all streams are added. Throws FileError, ReaderGone or Interrupted, as the

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -29,6 +30,10 @@ constexpr char kFooter[] =
     "  velora-vsp song.flac practice.wav -s 0.75        three quarters of the speed\n"
     "  velora-vsp riff.wav slow.wav -s 0.5 -k           half speed at the same pitch\n"
     "  velora-vsp lecture.mp4 brisk.mp4 -s 1.5          picture, subtitles and chapters in step\n"
+    "  velora-vsp talk.mp3 out.mp3 -s 1.2 --silence-speed 4\n"
+    "                                                   pauses of speech go faster\n"
+    "  velora-vsp film.mp4 part.mp4 -s 1 --from 1:00 --to 2:30\n"
+    "                                                   a minute and a half of it\n"
     "  velora-vsp song.wav - -s 0.8 | aplay             into a player\n"
     "  velora-vsp - - --format mp3 -s 2 <a.mp3 >b.mp3   other kinds of file through pipes\n"
     "  velora-vsp - - -s 2 --raw 48000:2:s16 <a >b      samples without a header\n"
@@ -37,11 +42,18 @@ constexpr char kFooter[] =
     "                                                     1:30  0.75   # the hard part\n"
     "\n"
     "Speed map: a time in the input (seconds, m:ss or h:mm:ss, with or without a fraction) and\n"
-    "the speed from there on. Changes fall within a hop (10 to 16 ms) of their time: counted in\n"
+    "the speed from there on, or two with \"to\" between them where it glides up to the next "
+    "line;\n"
+    "--speed-map-out writes such a file. Changes fall within a hop (10 to 16 ms) of their time: "
+    "counted in\n"
     "the input below speed 1, in the output above it.\n"
     "\n"
     "Pitch: exactly 0.5, 0.25 and 0.125 lower it by one, two or three octaves, as on a slowed\n"
     "tape, unless --keep-pitch is given. At speed 1 the samples come out as they went in.\n"
+    "\n"
+    "Pauses: where speech is softer than --silence-threshold, or than 6 dB above the steady noise\n"
+    "of the room, for longer than two margins and a tenth of a second, --silence-speed holds.\n"
+    "For this and for --length all of the sound is read once more, before anything is written.\n"
     "\n"
     "Sound: what comes out is as loud and as bright as what went in, and what is in the middle\n"
     "stays there. --material speech takes a shorter window, which also suits drums. --sound\n"
@@ -124,6 +136,33 @@ std::string checkBitRate(const std::string& text)
                               : "'" + text + "' is not a bit rate: give one such as 192k";
 }
 
+std::string checkTime(const std::string& text)
+{
+    return parseTime(text) ? std::string()
+                           : "'" + text +
+                                 "' is not a time: give seconds, m:ss or h:mm:ss, such as "
+                                 "90.5 or 1:30.5";
+}
+
+// Decibels: -38, -38dB.
+std::optional<double> parseLevel(const std::string& text)
+{
+    const bool hasUnit = text.ends_with("dB");
+    const std::string number = text.substr(0, text.size() - (hasUnit ? 2 : 0));
+    char* end = nullptr;
+    const double level = std::strtod(number.c_str(), &end);
+    const bool isNumber = !number.empty() && *end == '\0';
+    return isNumber && level >= -120.0 && level <= 0.0 ? std::optional(level) : std::nullopt;
+}
+
+std::string checkLevel(const std::string& text)
+{
+    return parseLevel(text) ? std::string()
+                            : "'" + text +
+                                  "' is not a level below full scale: give -120dB to 0dB, "
+                                  "such as -38dB";
+}
+
 /// Turns one of a few names into what it stands for.
 template <class Value>
 CLI::Validator nameOf(const std::map<std::string, Value>& values)
@@ -157,6 +196,11 @@ Options readOptions(int argc, const char* const* argv)
     std::string speed;
     std::string raw;
     std::string bitRate;
+    std::string from;
+    std::string to;
+    std::string length;
+    std::string silenceSpeed;
+    std::string silenceThreshold;
     bool isRamp = false;
 
     CLI::App app(kDescription, "velora-vsp");
@@ -177,6 +221,32 @@ Options readOptions(int argc, const char* const* argv)
                                            "Take speeds that change over time from a text file")
                                 ->type_name("FILE");
     app.add_flag("--ramp", isRamp, "Glide from each speed of the map to the next");
+    const auto* lengthOption =
+        app.add_option("--length", length, "Take the speed that gives the output this length")
+            ->type_name("TIME")
+            ->check(checkTime, "", "length");
+    app.add_option("--from", from, "Begin at this time of IN")
+        ->type_name("TIME")
+        ->check(checkTime, "", "from");
+    app.add_option("--to", to, "End at this time of IN")
+        ->type_name("TIME")
+        ->check(checkTime, "", "to");
+    const auto* silenceOption =
+        app.add_option("--silence-speed", silenceSpeed, "Play pauses of speech at this speed")
+            ->type_name("S")
+            ->check(checkSpeed, "", "speed");
+    const auto* thresholdOption =
+        app.add_option("--silence-threshold", silenceThreshold,
+                       "What is softer is a pause (-38dB); steady noise raises it")
+            ->type_name("DB")
+            ->check(checkLevel, "", "level");
+    const auto* marginOption = app.add_option("--silence-margin", options.silenceMargin,
+                                              "Seconds beside words that stay as they are (0.15)")
+                                   ->type_name("SEC")
+                                   ->check(CLI::Range(0.0, 10.0));
+    app.add_option("--speed-map-out", options.speedMapOut,
+                   "Write the speeds that were taken to a text file")
+        ->type_name("FILE");
     app.add_flag("-k,--keep-pitch", options.keepPitch,
                  "Keep the pitch at speeds 0.5, 0.25 and 0.125 too");
     app.add_option("--sound", options.sound, "natural (the default) or engine")
@@ -199,6 +269,14 @@ Options readOptions(int argc, const char* const* argv)
     app.add_option("--bitrate", bitRate, "Bits per second for sound, such as 192k")
         ->type_name("BITS")
         ->check(checkBitRate, "", "bitrate");
+    app.add_option("--quality", options.quality, "Quality of sound, as the encoder counts it")
+        ->type_name("Q");
+    app.add_option("--compression", options.compression,
+                   "How hard the encoder tries, as it counts it")
+        ->type_name("N");
+    app.add_option("--bits", options.bits, "16, 24, 32 or float, for sound without loss")
+        ->type_name("BITS")
+        ->transform(nameOf<int>({{"16", 16}, {"24", 24}, {"32", 32}, {"float", 33}}));
     app.add_flag("--audio-only", options.audioOnly, "Leave the picture out");
     app.add_flag("--strict", options.strict, "Fail if IN is cut short or damaged");
     app.add_flag("-f,--force", options.overwrite, "Overwrite OUT if it exists");
@@ -215,8 +293,15 @@ Options readOptions(int argc, const char* const* argv)
             if (!holds)
                 throw CLI::ValidationError(problem);
         };
-        require(speedOption->empty() != mapOption->empty(),
-                "Give either --speed S or --speed-map FILE");
+        const auto ways =
+            int(!speedOption->empty()) + int(!mapOption->empty()) + int(!lengthOption->empty());
+        require(ways == 1 || (ways == 0 && !silenceOption->empty()),
+                "Give either --speed S, --speed-map FILE or --length TIME");
+        require(!silenceOption->empty() || (thresholdOption->empty() && marginOption->empty()),
+                "--silence-threshold and --silence-margin need --silence-speed S");
+        require(!options.quality || bitRate.empty(), "Give either --quality Q or --bitrate BITS");
+        options.part = {parseTime(from).value_or(0.0), parseTime(to).value_or(kToTheEnd)};
+        require(options.part.from < options.part.to, "--to has to come after --from");
         require(!isRamp || !mapOption->empty(), "--ramp needs --speed-map FILE");
         require(rawOption->empty() || options.input == kPipe || options.output == kPipe,
                 "--raw needs - as IN or OUT: a file says what it holds");
@@ -227,8 +312,11 @@ Options readOptions(int argc, const char* const* argv)
     }
     if (options.output == "/dev/stdout") // whatever it is
         options.output = kPipe;
-    options.speed =
-        mapOption->empty() ? SpeedMap(*parseSpeed(speed)) : SpeedMap(options.speedMapName, isRamp);
+    options.speed = mapOption->empty() ? SpeedMap(parseSpeed(speed).value_or(1.0))
+                                       : SpeedMap(options.speedMapName, isRamp);
+    options.silenceSpeed = parseSpeed(silenceSpeed);
+    options.silenceThreshold = parseLevel(silenceThreshold).value_or(options.silenceThreshold);
+    options.length = parseTime(length);
     options.bitRate = parseBitRate(bitRate).value_or(0);
     options.raw = raw.empty() ? std::nullopt : parseRaw(raw);
     return options;

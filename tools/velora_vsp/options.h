@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 
@@ -11,17 +12,28 @@
 #include "raw_format.h"
 #include "speed_map.h"
 
+constexpr double kToTheEnd = std::numeric_limits<double>::infinity();
+
 struct Options {
     std::string input;
     std::string output;
     SpeedMap speed{1.0};
-    std::string speedMapName; // empty if there is one speed throughout
-    bool keepPitch = false;   // at the speeds 0.5, 0.25 and 0.125
+    std::string speedMapName;           // empty if there is one speed throughout
+    Span part{0.0, kToTheEnd};          // of the input, in seconds
+    std::optional<double> length;       // that the output is to have, in seconds
+    std::optional<double> silenceSpeed; // of pauses
+    double silenceThreshold = -38.0;    // dB below full scale
+    double silenceMargin = 0.15;        // seconds beside sound that are no pause
+    std::string speedMapOut;            // where to write the map that was used; empty: nowhere
+    bool keepPitch = false;             // at the speeds 0.5, 0.25 and 0.125
     velora::Sound sound = velora::Sound::natural;
     velora::Material material = velora::Material::music;
     std::optional<RawFormat> raw;
-    std::string format;  // of the output; empty: what its name says
-    std::string codec;   // of its sound; empty: what is usual
+    std::string format;             // of the output; empty: what its name says
+    std::string codec;              // of its sound; empty: what is usual
+    int bits = 0;                   // of its samples, 33 for float; 0: as the input's
+    std::optional<double> quality;  // as its encoder counts it
+    std::optional<int> compression; // as its encoder counts it
     int64_t bitRate = 0; // of its sound in bits per second; 0: as the input's, or what is usual
     bool audioOnly = false;
     bool strict = false; // what is missing or damaged is an error

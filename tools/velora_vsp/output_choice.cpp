@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <filesystem>
 #include <initializer_list>
 #include <string_view>
@@ -86,9 +87,11 @@ AVCodecID choosePcm(const AVOutputFormat& container, int bits)
 }
 
 AVCodecID chooseCodec(const AVOutputFormat& container, const AVInputFormat& from, AVCodecID codec,
-                      int bits)
+                      int bits, bool isBitsGiven)
 {
     const bool isForPcm = isPcm(container.audio_codec);
+    if (isForPcm && isBitsGiven)
+        return choosePcm(container, bits);
     const bool isUsual = isForPcm ? isPcm(codec) : !isOgg(container) || isLossy(codec);
     const bool canKeep = holds(container, codec) && avcodec_find_encoder(codec) != nullptr;
     if (canKeep && (isUsual || isSameKind(container, from)))
@@ -280,26 +283,53 @@ Encoding chooseEncoding(const AVOutputFormat& container, const AVFormatContext& 
 {
     const AVInputFormat& from = *input.iformat;
     refuseOtherRaw(sound, options);
+    const int bits = options.bits > 0 ? options.bits : sound.bits();
     Encoding encoding;
-    encoding.encoder = !options.codec.empty()
-                           ? findEncoder(container, options)
-                           : avcodec_find_encoder(chooseCodec(
-                                 container, from, stream.codecpar->codec_id, sound.bits()));
+    encoding.encoder =
+        !options.codec.empty()
+            ? findEncoder(container, options)
+            : avcodec_find_encoder(
+                  chooseCodec(container, from, stream.codecpar->codec_id, bits, options.bits > 0));
     if (encoding.encoder == nullptr || encoding.encoder->sample_fmts == nullptr)
         throw FileError(options.output, "there is no encoder here for this kind of file: give "
                                         "another extension, such as .wav");
-    encoding.format.format = chooseSampleFormat(*encoding.encoder, sound.bits());
+    encoding.format.format = chooseSampleFormat(*encoding.encoder, bits);
     encoding.format.rate = chooseRate(*encoding.encoder, sound.rate());
     encoding.format.layout = chooseLayout(*encoding.encoder, sound.layout(), options);
     const bool isInteger = resolutionBits(encoding.format.format) == 32;
-    encoding.bits = isInteger ? std::min(sound.bits(), 24) : 0;
-    encoding.bitRate = chooseBitRate(bitRateOf(stream, input), encoding, options);
+    encoding.bits = isInteger ? std::min(bits, 24) : 0;
+    encoding.quality = options.quality;
+    encoding.compression = options.compression;
+    if (!options.quality)
+        encoding.bitRate = chooseBitRate(bitRateOf(stream, input), encoding, options);
+    if (options.bits > 0 && bitsOf(encoding) != options.bits)
+        throw FileError(options.output, std::string(encoding.encoder->name) +
+                                            " can't hold samples of " + bitsName(options.bits));
     return encoding;
+}
+
+int bitsOf(const Encoding& encoding)
+{
+    if (isLossy(encoding.encoder->id))
+        return 0;
+    const int width = resolutionBits(encoding.format.format);
+    const int exact = av_get_exact_bits_per_sample(encoding.encoder->id);
+    return width > 32 ? width : exact > 0 ? exact : encoding.bits > 0 ? encoding.bits : width;
+}
+
+std::string bitsName(int bits)
+{
+    return bits > 32 ? "floating point" : std::to_string(bits) + " bits";
 }
 
 std::string describe(const Encoding& encoding)
 {
     const std::string name = avcodec_get_name(encoding.encoder->id);
+    if (encoding.quality) {
+        char text[64];
+        std::snprintf(text, sizeof text, " at quality %g", *encoding.quality);
+        return name + text;
+    }
     return encoding.bitRate > 0 ? name + " at " + std::to_string(encoding.bitRate / 1000) + " kb/s"
                                 : name;
 }

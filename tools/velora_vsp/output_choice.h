@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "av.h"
@@ -38,9 +39,17 @@ bool isLossy(AVCodecID codec);
 struct Encoding {
     const AVCodec* encoder = nullptr;
     SoundFormat format;
-    int bits = 0;        // of an integer sample; 0: as many as the format has
-    int64_t bitRate = 0; // bits per second; 0: what the encoder thinks right
+    int bits = 0;                   // of an integer sample; 0: as many as the format has
+    int64_t bitRate = 0;            // bits per second; 0: what the encoder thinks right
+    std::optional<double> quality;  // as the encoder counts it
+    std::optional<int> compression; // as the encoder counts it
 };
+
+/// Bits that a sample is worth in the output, as resolutionBits has them; 0 where that has no meaning.
+int bitsOf(const Encoding& encoding);
+
+/// For people.
+std::string bitsName(int bits);
 
 /// Throws FileError if the container can't hold the channels, or --codec doesn't fit.
 Encoding chooseEncoding(const AVOutputFormat& container, const AVFormatContext& input,

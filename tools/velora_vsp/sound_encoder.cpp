@@ -21,6 +21,31 @@ void limit(Block& block)
         samples[n] = std::isnan(samples[n]) ? Sample(0) : std::clamp(samples[n], -kMost, kMost);
 }
 
+// Samples at or beyond full scale.
+template <class Sample>
+int64_t countFull(const Block& block, Sample lowest, Sample highest)
+{
+    const auto* const samples = reinterpret_cast<const Sample*>(block.data());
+    return std::count_if(samples, samples + block.size() / sizeof(Sample),
+                         [=](Sample sample) { return sample <= lowest || sample >= highest; });
+}
+
+int64_t countFull(const Block& block, Samples kind)
+{
+    switch (kind) {
+    case Samples::int16:
+        return countFull<int16_t>(block, INT16_MIN, INT16_MAX);
+    case Samples::int24:
+        return countFull<int32_t>(block, -0x800000, 0x7FFFFF);
+    case Samples::int32:
+        return countFull<int32_t>(block, INT32_MIN, INT32_MAX);
+    case Samples::float32:
+        return countFull<float>(block, -1.0f, 1.0f);
+    default:
+        return countFull<double>(block, -1.0, 1.0);
+    }
+}
+
 AvPtr<AVCodecContext> openEncoder(const MediaOutput& output, const Encoding& encoding,
                                   int64_t bitRate)
 {
@@ -34,6 +59,12 @@ AvPtr<AVCodecContext> openEncoder(const MediaOutput& output, const Encoding& enc
     codec->time_base = {1, encoding.format.rate};
     if (bitRate > 0)
         codec->bit_rate = bitRate;
+    if (encoding.quality) {
+        codec->flags |= AV_CODEC_FLAG_QSCALE;
+        codec->global_quality = int(FF_QP2LAMBDA * *encoding.quality);
+    }
+    if (encoding.compression)
+        codec->compression_level = *encoding.compression;
     if ((output.container().flags & AVFMT_GLOBALHEADER) != 0)
         codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     const int result = avcodec_open2(codec.get(), encoding.encoder, nullptr);
@@ -43,7 +74,10 @@ AvPtr<AVCodecContext> openEncoder(const MediaOutput& output, const Encoding& enc
         throw FileError(output.name(),
                         "can't be written with " + std::to_string(encoding.format.channels()) +
                             " channel(s) at " + std::to_string(encoding.format.rate) + " Hz as " +
-                            encoding.encoder->name + ": " + avReason(result));
+                            encoding.encoder->name + ": " + avReason(result) +
+                            (encoding.quality || encoding.compression
+                                 ? " (it may not have this --quality or --compression)"
+                                 : ""));
     return codec;
 }
 
@@ -79,6 +113,8 @@ void SoundEncoder::write(const Block& block)
     const size_t width = size_t(source.channels()) * sampleBytes(kind);
     const int frames = int(block.size() / width);
     framesIn += frames;
+    if (resolutionBits(codec->sample_fmt) <= 32)
+        full += countFull(block, kind);
     const auto* const data = reinterpret_cast<const uint8_t*>(prepare(block).data());
     convert(&data, frames);
 }

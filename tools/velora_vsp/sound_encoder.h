@@ -26,6 +26,9 @@ public:
     /// Frames written so far, before any change of rate.
     int64_t position() const { return framesIn; }
 
+    /// Samples so far that are at or beyond full scale, if the encoder takes integers.
+    int64_t fullSamples() const { return full; }
+
     /// To be called before the first frame, which will sound so many seconds after the start.
     void startAt(double seconds);
     /// Throws what MediaOutput::write does.
@@ -59,6 +62,7 @@ private:
     Block converted;
     int64_t start = 0; // in frames of the output
     int64_t framesIn = 0;
+    int64_t full = 0;
     int64_t framesConverted = 0;
     int64_t framesSent = 0;
 };

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -20,10 +22,13 @@ namespace {
 constexpr double kSlowest = velora::Stream<>::kSlowest;
 constexpr double kFastest = velora::Stream<>::kFastest;
 
-struct Point {
-    double media;
-    double speed;
-};
+constexpr double kLatest = 3.6e7; // seconds: frames of any rate are counted exactly far beyond
+
+// A speed that a stream takes: what the engine takes as 1 is 1.
+double possibleSpeed(double speed)
+{
+    return float(speed) == 1.0f ? 1.0 : std::clamp(speed, kSlowest, kFastest);
+}
 
 std::optional<double> parseNumber(const std::string& text)
 {
@@ -33,7 +38,26 @@ std::optional<double> parseNumber(const std::string& text)
     return isPlain && end != text.c_str() && *end == '\0' ? std::optional(number) : std::nullopt;
 }
 
-// Seconds, m:ss or h:mm:ss, with or without a fraction.
+// As few digits as give back the same number.
+std::string shortest(double number)
+{
+    char text[512];
+    const auto end = std::to_chars(text, text + sizeof text, number, std::chars_format::fixed).ptr;
+    return {text, end};
+}
+
+// For people.
+std::string clock(double seconds)
+{
+    const long long ms = std::llround(1000.0 * seconds);
+    char text[64];
+    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld.%03lld", ms / 3600000, ms / 60000 % 60,
+                  ms / 1000 % 60, ms % 1000);
+    return text;
+}
+
+} // namespace
+
 std::optional<double> parseTime(const std::string& text)
 {
     std::istringstream fields(text);
@@ -48,16 +72,17 @@ std::optional<double> parseTime(const std::string& text)
         seconds = 60.0 * seconds + *number;
     }
     const bool isComplete = count > 0 && text.back() != ':';
-    return isComplete ? std::optional(seconds) : std::nullopt;
+    return isComplete && seconds <= kLatest ? std::optional(seconds) : std::nullopt;
 }
 
-std::vector<Point> readPoints(const fs::path& name)
+std::vector<SpeedMap::Point> SpeedMap::readPoints(const fs::path& name, bool ramp)
 {
     std::ifstream file(name);
     if (!file)
         throw FileError(name, std::string("can't be opened: ") + std::strerror(errno));
     std::vector<Point> points;
     int lineNumber = 0;
+    bool lastGlides = false;
     for (std::string line; std::getline(file, line);) {
         ++lineNumber;
         const auto fail = [&](const std::string& problem) {
@@ -66,72 +91,129 @@ std::vector<Point> readPoints(const fs::path& name)
         std::istringstream words(line.substr(0, line.find('#')));
         std::string time;
         std::string speed;
-        std::string more;
         if (!(words >> time))
             continue;
-        if (!(words >> speed) || words >> more)
+        if (!(words >> speed))
             fail("a time and a speed are needed, such as '1:30 0.75'");
         const auto media = parseTime(time);
         if (!media)
             fail("'" + time +
-                 "' is not a time: give seconds, m:ss or h:mm:ss, such as 90.5 or "
-                 "1:30.5");
-        const auto value = parseSpeed(speed);
-        if (!value)
-            fail("'" + speed + "' is not a speed: give a number from 0.125 to 8");
+                 "' is not a time: give seconds, m:ss or h:mm:ss, such as 90.5 or 1:30.5, up to "
+                 "10000 hours");
+        std::string to;
+        std::string end = speed;
+        std::string more;
+        const bool glides = bool(words >> to);
+        if (glides && (to != "to" || !(words >> end) || words >> more))
+            fail("a time and a speed are needed, such as '1:30 0.75', or two speeds, such as "
+                 "'1:30 0.75 to 1.5'");
+        for (const std::string& each : {speed, end})
+            if (!parseSpeed(each))
+                fail("'" + each + "' is not a speed: give a number from 0.125 to 8");
         if (!points.empty() && *media <= points.back().media)
             fail("'" + time + "' doesn't come after the time before it: put the lines in order");
-        points.push_back({*media, *value});
+        if (ramp && !points.empty() && !lastGlides)
+            points.back().end = *parseSpeed(speed);
+        points.push_back({*media, *parseSpeed(speed), *parseSpeed(end)});
+        lastGlides = glides;
     }
     if (file.bad())
         throw FileError(name, "can't be read");
     if (points.empty())
         throw FileError(name, "has no line with a time and a speed, such as '1:30 0.75'");
+    if (lastGlides)
+        throw FileError(name, "line " + std::to_string(lineNumber) +
+                                  ": no line comes after, up to which the speed could glide");
     return points;
 }
-
-} // namespace
 
 std::optional<double> parseSpeed(const std::string& text)
 {
     const auto speed = parseNumber(text);
     if (!speed || *speed < kSlowest || *speed > kFastest)
         return std::nullopt;
-    return float(*speed) == 1.0f ? 1.0 : *speed;
+    return possibleSpeed(*speed);
 }
 
 double SpeedMap::Piece::outputAt(double at) const
 {
-    if (slope == 0.0)
+    if (slope == 0.0 || at < media)
         return output + (at - media) / speed;
     return output + std::log1p(slope * (at - media) / speed) / slope;
 }
 
-SpeedMap::SpeedMap(double speed)
-{
-    add(0.0, speed, 0.0);
-}
+SpeedMap::SpeedMap(double speed) : SpeedMap(std::vector<Point>{{0.0, speed, speed}}) {}
 
-SpeedMap::SpeedMap(const fs::path& file, bool ramp)
+SpeedMap::SpeedMap(const fs::path& file, bool ramp) : SpeedMap(readPoints(file, ramp)) {}
+
+SpeedMap::SpeedMap(const std::vector<Point>& points)
 {
-    const std::vector<Point> points = readPoints(file);
+    constexpr double kNever = std::numeric_limits<double>::infinity();
     if (points.front().media > 0.0)
-        add(0.0, 1.0, 0.0);
-    for (size_t n = 0; n < points.size(); ++n) {
-        const Point& point = points[n];
-        const bool isRamp = ramp && n + 1 < points.size();
-        add(point.media, point.speed,
-            isRamp ? (points[n + 1].speed - point.speed) / (points[n + 1].media - point.media)
-                   : 0.0);
-    }
+        add({0.0, 1.0, 1.0}, points.front().media);
+    for (size_t n = 0; n < points.size(); ++n)
+        add(points[n], n + 1 < points.size() ? points[n + 1].media : kNever);
 }
 
-void SpeedMap::add(double media, double speed, double slope)
+void SpeedMap::add(const Point& point, double next)
 {
+    const auto& [media, speed, end] = point;
+    const double slope = end == speed ? 0.0 : (end - speed) / (next - media);
     if (!pieces.empty() && slope == 0.0 && pieces.back().slope == 0.0 &&
         pieces.back().speed == speed)
         return; // goes on as it was
-    pieces.push_back({media, pieces.empty() ? 0.0 : outputAt(media), speed, slope});
+    pieces.push_back({media, pieces.empty() ? 0.0 : outputAt(media), speed, end, slope});
+}
+
+void SpeedMap::copy(std::vector<Point>& points, double from, double to) const
+{
+    for (const Piece* piece = &pieceAt(from); piece <= &pieces.back() && piece->media < to;
+         ++piece) {
+        const double start = std::max(piece->media, from);
+        const bool isWhole = to >= endOf(*piece);
+        const double end = isWhole || piece->slope == 0.0 ? piece->end : piece->speedAt(to);
+        points.push_back({start, possibleSpeed(piece->speedAt(start)), possibleSpeed(end)});
+    }
+}
+
+SpeedMap SpeedMap::with(const std::vector<Span>& spans, double speed) const
+{
+    std::vector<Point> points;
+    double at = 0.0;
+    for (const Span& span : spans) {
+        copy(points, at, span.from);
+        points.push_back({span.from, speed, speed});
+        at = span.to;
+    }
+    copy(points, at, std::numeric_limits<double>::infinity());
+    return SpeedMap(points);
+}
+
+SpeedMap SpeedMap::from(double start) const
+{
+    constexpr double kInNoTime = 10000.0;
+    if (start <= 0.0)
+        return *this;
+    std::vector<Point> points{{0.0, kInNoTime, kInNoTime}};
+    copy(points, start, std::numeric_limits<double>::infinity());
+    SpeedMap part(points);
+    const double before = part.outputAt(start);
+    for (Piece& piece : part.pieces)
+        piece.output -= before;
+    return part;
+}
+
+std::string SpeedMap::text() const
+{
+    std::string text = "# Seconds of the input, and the speed from there on; with \"to\" it glides "
+                       "up to the next line.\n";
+    for (const Piece& piece : pieces) {
+        text += shortest(piece.media) + "  " + shortest(piece.speed);
+        if (piece.end != piece.speed)
+            text += " to " + shortest(piece.end);
+        text += "  # " + clock(piece.media) + "\n";
+    }
+    return text;
 }
 
 const SpeedMap::Piece& SpeedMap::pieceAt(double media) const
@@ -161,6 +243,8 @@ std::vector<SpeedMap::Step> SpeedMap::steps(int sampleRate) const
 {
     std::vector<Step> steps;
     for (const Piece& piece : pieces) {
+        if (piece.speed > kFastest)
+            continue; // is passed over
         if (piece.slope == 0.0)
             steps.push_back({std::llround(piece.media * sampleRate), piece.speed});
         else

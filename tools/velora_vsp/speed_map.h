@@ -10,14 +10,34 @@
 /// A speed that a stream takes, to single precision: what the engine takes as 1 is 1.
 std::optional<double> parseSpeed(const std::string& text);
 
+/// A time in seconds: 90.5, 1:30.5 or 0:01:30.5, up to 10000 hours.
+std::optional<double> parseTime(const std::string& text);
+
+/// A stretch of media time in seconds.
+struct Span {
+    double from;
+    double to;
+};
+
 /// Speed over media time in seconds: pieces that are constant or linear.
 class SpeedMap {
 public:
     explicit SpeedMap(double speed);
 
-    /// Reads lines of a time and the speed from there on; `ramp` joins them linearly instead of in
-    /// steps. Speed 1.0 holds before the first. Throws FileError with the line.
+    /// Reads lines of a time and the speed from there on, or `SPEED to SPEED` where it glides up to
+    /// the next line; `ramp` lets all lines glide to the next instead of in steps. Speed 1.0 holds
+    /// before the first. Throws FileError with the line.
     SpeedMap(const std::filesystem::path& file, bool ramp);
+
+    /// The same map with these stretches, in order and apart, at a speed of their own.
+    SpeedMap with(const std::vector<Span>& spans, double speed) const;
+
+    /// The same map with output time 0 at `start`. What comes before passes in no time, at times just
+    /// below 0: pictures that later ones need.
+    SpeedMap from(double start) const;
+
+    /// As a file that is read back as this very map.
+    std::string text() const;
 
     /// Output time in seconds at which `media` sounds: the exact integral of 1 / speed.
     double outputAt(double media) const;
@@ -40,18 +60,28 @@ public:
     bool holds(double speed) const;
 
 private:
+    struct Point {
+        double media;
+        double speed; // from there on ...
+        double end;   // ... up to the next point, at which it is this
+    };
     struct Piece {
         double media;
         double output; // outputAt(media)
         double speed;  // at `media`
+        double end;    // the speed that it glides to up to the next piece; `speed` if it stays
         double slope;  // per second of media
 
         double speedAt(double at) const { return speed + slope * (at - media); }
         double outputAt(double at) const;
     };
 
-    /// From `media`, the end of the last piece, on.
-    void add(double media, double speed, double slope);
+    explicit SpeedMap(const std::vector<Point>& points);
+    static std::vector<Point> readPoints(const std::filesystem::path& name, bool ramp);
+    /// From the end of the last piece on; up to `next`, if it glides.
+    void add(const Point& point, double next);
+    /// Appends what holds from one time to another.
+    void copy(std::vector<Point>& points, double from, double to) const;
     const Piece& pieceAt(double media) const;
     double endOf(const Piece& piece) const;
     void addRamp(std::vector<Step>& steps, const Piece& piece, double rate) const;

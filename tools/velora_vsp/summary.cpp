@@ -91,10 +91,16 @@ std::string closingLine(const Summary& summary)
     // To hundredths, and 0 without a sign.
     const double difference =
         std::round(100.0 * (double(summary.framesOut) - summary.framesIdeal)) / 100.0 + 0.0;
-    return format("%lld frames in, %lld out, ideal %.2f, difference %+.2f, %.1f × real time, %s",
-                  static_cast<long long>(summary.framesIn),
-                  static_cast<long long>(summary.framesOut), summary.framesIdeal, difference,
-                  realTimeFactor(summary), summary.encoding.c_str());
+    std::string line =
+        format("%lld frames in, %lld out, ideal %.2f, difference %+.2f, %.1f × real time, %s",
+               static_cast<long long>(summary.framesIn), static_cast<long long>(summary.framesOut),
+               summary.framesIdeal, difference, realTimeFactor(summary), summary.encoding.c_str());
+    if (summary.clipped > 0)
+        line += format(", %lld samples at full scale", static_cast<long long>(summary.clipped));
+    if (summary.pauses > 0)
+        line += format(", %.1f s saved in %d pause%s", summary.saved, summary.pauses,
+                       summary.pauses == 1 ? "" : "s");
+    return line;
 }
 
 std::string json(const Summary& summary, const Options& options)
@@ -102,14 +108,17 @@ std::string json(const Summary& summary, const Options& options)
     const std::string speed = options.speedMapName.empty()
                                   ? format("\"speed\": %.9g", options.speed.speedAt(0.0))
                                   : "\"map\": " + quoted(options.speedMapName);
-    return "{\"input\": " + quoted(options.input) + ", \"output\": " + quoted(options.output) +
+    return "{\"schema\": 1, \"input\": " + quoted(options.input) +
+           ", \"output\": " + quoted(options.output) +
            format(", \"format\": \"%s\", \"rate\": %d, \"channels\": %d, ", nameOf(summary.samples),
                   summary.rate, summary.channels) +
            speed +
            format(", \"framesIn\": %lld, \"framesOut\": %lld, \"framesIdeal\": %.3f, "
-                  "\"difference\": %.3f, \"seconds\": %.6f, \"realTimeFactor\": %.3f}\n",
+                  "\"difference\": %.3f, \"seconds\": %.6f, \"realTimeFactor\": %.3f, "
+                  "\"clipped\": %lld, \"pauses\": %d, \"saved\": %.6f}\n",
                   static_cast<long long>(summary.framesIn),
                   static_cast<long long>(summary.framesOut), summary.framesIdeal,
                   double(summary.framesOut) - summary.framesIdeal, summary.seconds,
-                  realTimeFactor(summary));
+                  realTimeFactor(summary), static_cast<long long>(summary.clipped), summary.pauses,
+                  summary.saved);
 }

@@ -16,6 +16,9 @@ struct Summary {
     double framesIdeal = 0.0; // the exact integral of 1 / speed over the input
     double seconds = 0.0;     // that it took
     std::string encoding;     // of what was written
+    int64_t clipped = 0;      // samples at or beyond full scale in it, where the speed isn't 1
+    int pauses = 0;           // that went at their own speed
+    double saved = 0.0;       // seconds of output by that
 };
 
 std::string closingLine(const Summary& summary);

@@ -36,8 +36,8 @@ bool isCopy(const Options& options)
 // ---- Sound ----
 
 SoundTrack::SoundTrack(const MediaInput& from, const AVStream& stream, MediaOutput& output,
-                       const Options& given)
-    : input(from), options(given),
+                       const SpeedMap& map, const Options& given)
+    : input(from), course(map), options(given),
       decoder(from, stream, {!isCopy(given), isLow24(given, given.input.c_str()), from.hasFilm()}),
       chosen(chooseEncoding(output.container(), from.format(), stream, decoder, given)),
       blockBytes(blockBytesFor(decoder, from.hasFilm()))
@@ -55,31 +55,55 @@ void SoundTrack::take(AVPacket& packet)
 
 void SoundTrack::pass(const AVPacket* packet)
 {
-    decoder.decode(packet, decoded);
-    if (decoded.empty())
+    const size_t before = next.size();
+    decoder.decode(packet, next);
+    cutToPart(before);
+    if (next.empty())
         return;
     if (player == nullptr)
         begin();
-    if (packet == nullptr || decoded.size() >= blockBytes)
-        playing->give(decoded);
+    if (packet == nullptr || next.size() >= blockBytes)
+        playing->give(next);
 }
 
-// Sound that comes by itself begins at once, beside others where it began.
+// Of what was decoded last, which lies in the next block from a place on, leaves what is in the part.
+void SoundTrack::cutToPart(size_t place)
+{
+    const size_t frameBytes = size_t(decoder.channels()) * sampleBytes(decoder.samples());
+    const auto frameAt = [this](double media) {
+        return media < kToTheEnd ? int64_t(std::llround((media - start()) * decoder.rate()))
+                                 : INT64_MAX;
+    };
+    const auto count = int64_t((next.size() - place) / frameBytes);
+    const int64_t from = std::clamp<int64_t>(frameAt(options.part.from) - framesDecoded, 0, count);
+    const int64_t to = std::clamp(frameAt(options.part.to) - framesDecoded, from, count);
+    next.resize(place + size_t(to) * frameBytes);
+    const auto first = next.begin() + std::ptrdiff_t(place);
+    next.erase(first, first + from * std::ptrdiff_t(frameBytes));
+    framesDecoded += count;
+    framesPlayed += to - from;
+}
+
+// Seconds of media at which the track begins: sound that comes by itself at once, beside others where
+// it began.
+double SoundTrack::start() const
+{
+    return input.hasFilm() ? std::max(decoder.startTime() - input.startTime(), 0.0) : 0.0;
+}
+
 void SoundTrack::begin()
 {
-    const bool isAlone = !input.hasFilm();
-    const double start = isAlone ? 0.0 : std::max(decoder.startTime() - input.startTime(), 0.0);
-    encoder->startAt(options.speed.outputAt(start));
+    const double first = std::max(start(), options.part.from);
+    encoder->startAt(course.outputAt(first));
     player = isCopy(options)
                  ? makeCopier()
-                 : makePlayer(decoder.samples(), decoder.rate(), decoder.channels(), options.speed,
-                              start,
+                 : makePlayer(decoder.samples(), decoder.rate(), decoder.channels(), course, first,
                               {options.keepPitch ? velora::Pitch::keep : velora::Pitch::drop,
                                options.sound, options.material});
     writing.emplace([this](const Block& block) { encoder->write(block); });
     playing.emplace([this](const Block& block) {
-        player->play(block, played);
-        writing->give(played);
+        player->play(block, made);
+        writing->give(made);
     });
 }
 
@@ -88,8 +112,8 @@ void SoundTrack::finish()
     pass(nullptr);
     if (player != nullptr) {
         playing->finish();
-        while (player->flush(played))
-            writing->give(played);
+        while (player->flush(made))
+            writing->give(made);
         writing->finish();
     }
     encoder->finish();
@@ -98,8 +122,8 @@ void SoundTrack::finish()
 // ---- All else ----
 
 CopiedTrack::CopiedTrack(const MediaInput& source, const AVStream& stream, MediaOutput& target,
-                         const SpeedMap& map)
-    : input(source), from(stream), output(target), to(target.addStream()), speed(map)
+                         const SpeedMap& map, const Span& played)
+    : input(source), from(stream), output(target), to(target.addStream()), course(map), part(played)
 {
     constexpr AVRational kFine = {1, 90000};
     avcodec_parameters_copy(to.codecpar, from.codecpar);
@@ -110,7 +134,8 @@ CopiedTrack::CopiedTrack(const MediaInput& source, const AVStream& stream, Media
     to.time_base = kFine;
     const bool needsFrameRate = (container.flags & AVFMT_VARIABLE_FPS) == 0;
     if (from.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && needsFrameRate && !isPicture(from)) {
-        to.avg_frame_rate = av_d2q(av_q2d(from.avg_frame_rate) * speed.speedAt(0.0), 1000000);
+        to.avg_frame_rate =
+            av_d2q(av_q2d(from.avg_frame_rate) * course.speedAt(part.from), 1000000);
         to.time_base = av_inv_q(to.avg_frame_rate);
     }
     for (int n = 0; n < from.nb_side_data; ++n) {
@@ -121,10 +146,14 @@ CopiedTrack::CopiedTrack(const MediaInput& source, const AVStream& stream, Media
     describe(to, from);
 }
 
+double CopiedTrack::mediaTime(int64_t time) const
+{
+    return double(time) * av_q2d(from.time_base) - input.startTime();
+}
+
 int64_t CopiedTrack::outputTime(int64_t time) const
 {
-    const double media = double(time) * av_q2d(from.time_base) - input.startTime();
-    return std::llround(speed.outputAt(media) / av_q2d(to.time_base));
+    return std::llround(course.outputAt(mediaTime(time)) / av_q2d(to.time_base));
 }
 
 void CopiedTrack::take(AVPacket& packet)
@@ -135,15 +164,40 @@ void CopiedTrack::take(AVPacket& packet)
         packet.pts = packet.dts = 0;
         return output.write(packet);
     }
-    const int64_t presentation = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
-    if (presentation == AV_NOPTS_VALUE)
+    if (packet.pts == AV_NOPTS_VALUE)
+        packet.pts = packet.dts;
+    if (packet.pts == AV_NOPTS_VALUE)
         return; // no time at all
+    if (mediaTime(packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts) >= part.to)
+        return;
+    if (mediaTime(packet.pts) < part.from)
+        return hold(packet);
+    for (const auto& before : held)
+        write(*before);
+    held.clear();
+    write(packet);
+}
+
+// Pictures before the part may be needed by those in it, a text may still be there.
+void CopiedTrack::hold(const AVPacket& packet)
+{
+    const bool isText = from.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE;
+    if (isText && mediaTime(packet.pts + packet.duration) <= part.from)
+        return;
+    if (!isText && (packet.flags & AV_PKT_FLAG_KEY) != 0)
+        held.clear();
+    held.emplace_back(av_packet_clone(&packet));
+    if (held.back() == nullptr)
+        throw std::bad_alloc();
+}
+
+void CopiedTrack::write(AVPacket& packet)
+{
     if (packet.duration > 0)
-        packet.duration = outputTime(presentation + packet.duration) - outputTime(presentation);
-    packet.dts = packet.dts == AV_NOPTS_VALUE ? packet.dts : outputTime(packet.dts);
-    packet.pts = outputTime(presentation);
+        packet.duration = outputTime(packet.pts + packet.duration) - outputTime(packet.pts);
+    packet.pts = outputTime(packet.pts);
     if (packet.dts != AV_NOPTS_VALUE) {
-        packet.dts = std::max(packet.dts, lastDecoding + 1);
+        packet.dts = std::max(outputTime(packet.dts), lastDecoding + 1);
         packet.pts = std::max(packet.pts, packet.dts);
         lastDecoding = packet.dts;
     }

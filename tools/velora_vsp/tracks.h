@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "media_input.h"
 #include "media_output.h"
@@ -22,10 +23,13 @@ public:
 
 class SoundTrack : public Track {
 public:
+    /// @param course  output times from the start of the part that is played on
     SoundTrack(const MediaInput& input, const AVStream& stream, MediaOutput& output,
-               const Options& options);
+               const SpeedMap& course, const Options& options);
 
     const SoundDecoder& in() const { return decoder; }
+    /// Frames of it that were played.
+    int64_t played() const { return framesPlayed; }
     const SoundEncoder& out() const { return *encoder; }
     const Encoding& encoding() const { return chosen; }
 
@@ -34,17 +38,22 @@ public:
 
 private:
     void pass(const AVPacket* packet);
+    void cutToPart(size_t place);
+    double start() const;
     void begin();
 
     const MediaInput& input;
+    const SpeedMap& course;
     const Options& options;
     SoundDecoder decoder;
     Encoding chosen;
     std::unique_ptr<SoundEncoder> encoder;
     std::unique_ptr<Player> player; // once it is known when the sound begins
     size_t blockBytes;
-    Block decoded; // what the next block is made of
-    Block played;
+    Block next; // to be played
+    Block made;
+    int64_t framesDecoded = 0;
+    int64_t framesPlayed = 0;
     std::optional<Worker> writing;
     std::optional<Worker> playing; // gives to that one
 };
@@ -53,18 +62,24 @@ private:
 class CopiedTrack : public Track {
 public:
     CopiedTrack(const MediaInput& input, const AVStream& stream, MediaOutput& output,
-                const SpeedMap& speed);
+                const SpeedMap& course, const Span& part);
 
     void take(AVPacket& packet) override;
 
 private:
+    double mediaTime(int64_t time) const;
     int64_t outputTime(int64_t time) const;
+    void hold(const AVPacket& packet);
+    void write(AVPacket& packet);
 
     const MediaInput& input;
     const AVStream& from;
     MediaOutput& output;
     AVStream& to;
-    const SpeedMap& speed;
+    const SpeedMap& course;
+    const Span& part;
+    std::vector<AvPtr<AVPacket>>
+        held; // before the part, since the last picture that needs no other
     int64_t lastDecoding = INT64_MIN;
 };
 

@@ -311,6 +311,152 @@ TEST_F(ToolMedia, PictureSubtitlesAndAllSoundStayInStep)
     }
 }
 
+/// When what happens at a media time comes out, along a course of speeds in steps or ramps.
+class Course {
+public:
+    struct Point {
+        double time;
+        double speed;
+    };
+    Course(std::vector<Point> given, bool isRamp) : points(std::move(given)), ramp(isRamp) {}
+
+    double outputAt(double media) const
+    {
+        double out = 0.0;
+        for (size_t n = 0; n < points.size() && points[n].time < media; ++n) {
+            const bool isLast = n + 1 == points.size();
+            const double length =
+                (isLast ? media : std::min(media, points[n + 1].time)) - points[n].time;
+            const double slope = ramp && !isLast ? (points[n + 1].speed - points[n].speed) /
+                                                       (points[n + 1].time - points[n].time)
+                                                 : 0.0;
+            out += slope == 0.0 ? length / points[n].speed
+                                : std::log1p(slope * length / points[n].speed) / slope;
+        }
+        return out;
+    }
+    void write(const std::filesystem::path& name) const
+    {
+        std::ofstream file(name);
+        for (const Point& point : points)
+            file << point.time << ' ' << point.speed << '\n';
+    }
+    bool isRamp() const { return ramp; }
+
+private:
+    std::vector<Point> points;
+    bool ramp;
+};
+
+class ToolFilm : public ToolMedia {
+protected:
+    static constexpr double kEvent = 0.4; // of each second, when there is a flash and a click
+    static constexpr int kRate = 16000;
+    static constexpr int kHop = 256; // at that rate, of input
+
+    /// @param pictures  of ffmpeg: rate and filters
+    void makeFilm(const std::string& name, int seconds, const std::string& pictures,
+                  const std::string& codecs, const std::string& soundOffset = "0") const
+    {
+        write("second.wav", rings(kRate, 1, kRate, {long(kEvent * kRate)}, kHop));
+        ffmpeg("-f lavfi -i \"color=black:s=16x16:d=" + std::to_string(seconds) + ":" + pictures +
+               "\" -itsoffset " + soundOffset + " -stream_loop " + std::to_string(seconds - 1) +
+               " -i second.wav -map 0 -map 1 -fps_mode vfr " + codecs + " " + name);
+    }
+
+    /// Start of each flash in seconds.
+    std::vector<double> flashes(const std::string& name) const
+    {
+        const Result result =
+            shell("ffmpeg -v error -i " + name +
+                  " -map 0:v -fps_mode passthrough -vf signalstats,metadata=print:"
+                  "key=lavfi.signalstats.YAVG:file=- -f null - 2>&-");
+        std::istringstream words(result.text);
+        std::vector<double> starts;
+        double time = 0.0;
+        bool isBright = false;
+        for (std::string word; words >> word;) {
+            if (word.starts_with("pts_time:"))
+                time = std::stod(word.substr(9));
+            if (!word.starts_with("lavfi.signalstats.YAVG="))
+                continue;
+            const bool wasBright = std::exchange(isBright, std::stod(word.substr(23)) > 100.0);
+            if (isBright && !wasBright)
+                starts.push_back(time);
+        }
+        return starts;
+    }
+
+    void expectInStep(const std::string& name, const Course& course, int seconds, double frame,
+                      double soundOffset = 0.0) const
+    {
+        const std::vector<double> seen = flashes(name);
+        ASSERT_EQ(seen.size(), size_t(seconds));
+        ffmpeg("-i " + name + " -map 0:a -af aresample=async=1:first_pts=0 heard.wav");
+        const Sound heard = read("heard.wav");
+        for (int second = 0; second < seconds; ++second) {
+            const double flash = course.outputAt(second + kEvent);
+            EXPECT_NEAR(seen[size_t(second)], flash, frame) << name << ", flash " << second;
+            const double click = course.outputAt(second + kEvent + soundOffset) * heard.rate;
+            EXPECT_NEAR(centreOfEnergy(heard, click, 4.0 * kHop), click, kHop)
+                << name << ", click " << second;
+        }
+    }
+};
+
+TEST_F(ToolFilm, FlashesAndClicksStayInStepAlongEveryCourse)
+{
+    const Course courses[] = {{{{0.0, 0.75}}, false},
+                              {{{0.0, 1.5}}, false},
+                              {{{0.0, 1.0}, {3.0, 2.0}, {7.5, 0.6}, {10.0, 1.0}}, false},
+                              {{{0.0, 0.8}, {6.0, 2.0}, {11.0, 1.2}}, true}};
+    const std::string uneven =
+        "r=25,drawbox=enable='between(mod(t,1),0.39,0.45)':color=white:t=fill,"
+        "select='not(eq(mod(n,7),3))+between(mod(t,1),0.39,0.42)'";
+    makeFilm("film.mp4", 12, uneven, "-c:v mpeg4 -bf 2 -c:a aac", "0.7");
+    makeFilm("film.mkv", 12, uneven, "-c:v mpeg4 -bf 2 -c:a flac -output_ts_offset 3", "0.7");
+    for (const Course& course : courses) {
+        course.write(at("map.txt"));
+        for (const char* film : {"film.mp4", "film.mkv"}) {
+            const std::string out = std::string("out") + (film + 4);
+            runQuietly(std::string(film) + " " + out + " -f -m map.txt" +
+                       (course.isRamp() ? " --ramp" : ""));
+            expectInStep(out, course, 12, 0.04 / 0.6, 0.7);
+        }
+    }
+}
+
+TEST_F(ToolFilm, APartOfItStaysInStep)
+{
+    makeFilm("film.mp4", 12, "r=25,drawbox=enable='between(mod(t,1),0.39,0.45)':color=white:t=fill",
+             "-c:v mpeg4 -bf 2 -g 100 -c:a aac");
+    ffmpeg("-i film.mp4 -c:v copy -c:a flac film.mkv");
+    for (const std::string kind : {".mp4", ".mkv"}) {
+        runQuietly("film" + kind + " out" + kind + " -s 1.5 --from 3.2 --to 0:09.2");
+        const std::vector<double> seen = flashes("out" + kind);
+        const Sound heard = decoded("out" + kind);
+        // ffmpeg gives the last packet of MP4 whole.
+        EXPECT_NEAR(double(heard.frames()), 4.0 * kRate, kind == ".mp4" ? 1024.0 : 0.0);
+        ASSERT_EQ(seen.size(), 6u) << kind;
+        for (int n = 0; n < 6; ++n) {
+            const double expected = (3 + n + kEvent - 3.2) / 1.5;
+            EXPECT_NEAR(seen[size_t(n)], expected, 0.04) << kind;
+            EXPECT_NEAR(centreOfEnergy(heard, expected * kRate, 4.0 * kHop), expected * kRate, kHop)
+                << kind;
+        }
+    }
+}
+
+TEST_F(ToolFilm, NothingDriftsInThreeHours)
+{
+    constexpr int kSeconds = 3 * 3600;
+    makeFilm("long.mkv", kSeconds,
+             "r=5,drawbox=enable='between(mod(t,1),0.39,0.45)':color=white:t=fill",
+             "-c:v mpeg4 -bf 2 -c:a pcm_s16le");
+    runQuietly("long.mkv out.mkv -s 1.3");
+    expectInStep("out.mkv", {{{0.0, 1.3}}, false}, kSeconds, 0.2 / 1.3);
+}
+
 TEST_F(ToolMedia, FilmsGoIntoOtherContainersAndWithoutPictureOrSound)
 {
     write("a.wav", tone(440.0, 3 * 44100));

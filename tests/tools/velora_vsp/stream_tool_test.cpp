@@ -241,6 +241,8 @@ TEST_F(ToolTest, MistakesInASpeedMapAreNamedByLine)
         {"5 1\n5 2\n", "line 2: '5' doesn't come after"},
         {"# nothing\n", "has no line"},
         {"-1 1\n", "'-1' is not a time"},
+        {"99999999999999999999 1\n", "is not a time"},
+        {"0 1\n5 1 to 2\n", "line 2: no line comes after"},
     };
     for (const auto& [map, words] : cases) {
         std::ofstream(at("map.txt")) << map;
@@ -251,6 +253,66 @@ TEST_F(ToolTest, MistakesInASpeedMapAreNamedByLine)
     }
     EXPECT_NE(tool("in.wav out.wav -m map.txt -s 1").text.find("either"), std::string::npos);
     EXPECT_NE(tool("in.wav out.wav -s 1 --ramp").text.find("--ramp needs"), std::string::npos);
+}
+
+// ---- Pauses, lengths, parts ----
+
+// Words of noise on a hum: a pause of 3 s after 2 s, gaps of 0.2 s after 7 and 9 s.
+Sound words(double hum)
+{
+    Sound sound = noise(1, 11 * 44100);
+    for (size_t n = 0; n < sound.samples.size(); ++n) {
+        const double time = double(n) / 44100.0;
+        const bool isWord =
+            time < 2.0 || (time >= 5.0 && time < 7.0) || (time >= 7.2 && time < 9.0) || time >= 9.2;
+        sound.samples[n] = (isWord ? 0.4 * sound.samples[n] : 0.0) +
+                           hum * std::sin(2.0 * std::numbers::pi * 100.0 * time);
+    }
+    return sound;
+}
+
+TEST_F(ToolTest, PausesGoAtTheirOwnSpeed)
+{
+    for (const double hum : {0.0, 0.001, 0.02}) { // the loudest is above the usual threshold
+        write("in.wav", words(hum));
+        const Result result =
+            tool("in.wav out.wav -f -s 1.5 --silence-speed 4 --silence-margin 0.2 "
+                 "--speed-map-out map.txt --json");
+        ASSERT_EQ(result.exitCode, 0) << result.text;
+        const Json json = Json::parse(result.text);
+        EXPECT_EQ(json.at("pauses"), 1) << hum;
+        EXPECT_NEAR(double(json.at("saved")), 2.6 / 1.5 - 2.6 / 4.0, 0.02) << hum;
+        EXPECT_NEAR(double(read("out.wav").frames()), (8.4 / 1.5 + 2.6 / 4.0) * 44100.0, 1000.0)
+            << hum;
+        runQuietly("in.wav mapped.wav -f -m map.txt");
+        EXPECT_EQ(shell("cat in.wav | \"$T\" - piped.wav -f -q -s 1.5 --silence-speed 4 "
+                        "--silence-margin 0.2; cmp out.wav mapped.wav && cmp out.wav piped.wav")
+                      .text,
+                  "")
+            << hum;
+    }
+    write("even.wav", noise(2, 3 * 44100));
+    EXPECT_EQ(Json::parse(tool("even.wav out.wav -f --silence-speed 4 --json").text).at("pauses"),
+              0);
+}
+
+TEST_F(ToolTest, LengthsAndPartsAreExact)
+{
+    write("in.wav", words(0.0));
+    runQuietly("in.wav out.wav -f --length 0:08.5");
+    EXPECT_EQ(read("out.wav").frames(), 17 * 22050);
+    runQuietly("in.wav out.wav -f --length 6 --silence-speed 6 --from 1 --to 10");
+    EXPECT_NEAR(double(read("out.wav").frames()), 6.0 * 44100.0, 1.0);
+    runQuietly("in.wav out.wav -f -s 1 --from 0:02.5 --to 5.25");
+    const Sound in = read("in.wav");
+    EXPECT_EQ(read("out.wav").samples,
+              std::vector<double>(in.samples.begin() + 110250, in.samples.begin() + 231525));
+    for (const char* arguments : {"--length 2:00", "--length 0.5", "-s 1 --from 11.5"}) {
+        const Result result = tool("in.wav none.wav " + std::string(arguments));
+        EXPECT_EQ(result.exitCode, 1) << arguments;
+        EXPECT_NE(result.text.find("in.wav: "), std::string::npos) << result.text;
+    }
+    EXPECT_FALSE(std::filesystem::exists(at("none.wav")));
 }
 
 // ---- Summaries ----
