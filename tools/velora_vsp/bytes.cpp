@@ -133,11 +133,7 @@ Bytes::Bytes(std::string name, int descriptor, bool isOutput)
     };
     const auto writeBlock = [](void* self, uint8_t* from, int bytes) {
         auto* const to = static_cast<Bytes*>(self);
-        return int(to->guarded([&] {
-            writeAll(to->file, to->shownName, from, size_t(bytes),
-                     to->origin >= 0 ? size_t(bytes) : PIPE_BUF);
-            return bytes;
-        }));
+        return int(to->guarded([&] { return to->write(from, size_t(bytes)); }));
     };
     const auto move = [](void* self, int64_t offset, int whence) {
         return static_cast<Bytes*>(self)->seek(offset, whence);
@@ -241,6 +237,19 @@ int64_t Bytes::read(uint8_t* to, size_t bytes)
     if (count < 0)
         fail(shownName, "can't be read: ");
     return count == 0 ? AVERROR_EOF : count;
+}
+
+int64_t Bytes::write(const uint8_t* from, size_t bytes)
+{
+    constexpr size_t kWorthIt = size_t(1) << 23;
+    const bool isFile = origin >= 0;
+    writeAll(file, shownName, from, bytes, isFile ? bytes : PIPE_BUF);
+    unsyncedBytes += bytes;
+    if (isFile && unsyncedBytes >= kWorthIt) {
+        sync_file_range(file, 0, 0, SYNC_FILE_RANGE_WRITE); // begins, so that sync is soon done
+        unsyncedBytes = 0;
+    }
+    return int64_t(bytes);
 }
 
 int64_t Bytes::seek(int64_t offset, int whence)

@@ -50,6 +50,7 @@ private:
     int64_t guarded(Call call) noexcept;
     void readStart();
     int64_t read(uint8_t* to, size_t bytes);
+    int64_t write(const uint8_t* from, size_t bytes);
     int64_t seek(int64_t offset, int whence);
 
     std::string shownName;
@@ -57,6 +58,7 @@ private:
     int64_t origin = -1; // where in a file the first byte stands; -1 if it can't be gone back in
     std::vector<uint8_t> startBytes;
     size_t startBytesRead = 0; // in a pipe
+    size_t unsyncedBytes = 0;
     std::exception_ptr failure;
     AvPtr<AVIOContext> io;
 };

@@ -70,7 +70,7 @@ void SoundDecoder::decode(const AVPacket* packet, Block& out)
         else
             take(out);
     }
-    if (packet == nullptr && resampler != nullptr)
+    if (packet == nullptr)
         convert(nullptr, 0, out);
 }
 
@@ -79,12 +79,12 @@ void SoundDecoder::take(Block& out)
     trimLast();
     const SoundFormat now{AVSampleFormat(frame->format), frame->sample_rate,
                           plainLayout(frame->ch_layout)};
-    if (resampler == nullptr || !(now == source)) {
-        if (resampler != nullptr) {
+    if (!(now == source)) {
+        if (source.rate != 0) {
             convert(nullptr, 0, out);
             changes = true;
         }
-        resampler = makeResampler(now, target);
+        resampler = now == target ? nullptr : makeResampler(now, target);
         source = now;
     }
     fillGap(out);
@@ -123,18 +123,24 @@ void SoundDecoder::fillGap(Block& out)
 
 void SoundDecoder::convert(const uint8_t* const* data, int count, Block& out)
 {
-    const int room = swr_get_out_samples(resampler.get(), count);
     const size_t width = size_t(channels()) * sampleBytes(kind);
     const size_t before = out.size();
-    out.resize(before + size_t(std::max(room, 0)) * width);
-    auto* to = reinterpret_cast<uint8_t*>(out.data() + before);
-    const int got =
-        swr_convert(resampler.get(), &to, room, const_cast<const uint8_t**>(data), count);
-    out.resize(before + size_t(std::max(got, 0)) * width);
-    frames += std::max(got, 0);
+    int got = count;
+    if (resampler != nullptr) {
+        const int room = std::max(swr_get_out_samples(resampler.get(), count), 0);
+        out.resize(before + size_t(room) * width);
+        auto* to = reinterpret_cast<uint8_t*>(out.data() + before);
+        got = swr_convert(resampler.get(), &to, room, const_cast<const uint8_t**>(data), count);
+        got = std::max(got, 0);
+        out.resize(before + size_t(got) * width);
+    } else if (count > 0) {
+        const auto* const from = reinterpret_cast<const std::byte*>(data[0]);
+        out.insert(out.end(), from, from + size_t(count) * width);
+    }
+    frames += got;
     if (kind != Samples::int24)
         return;
     auto* const first = reinterpret_cast<int32_t*>(out.data() + before);
-    for (auto* sample = first; sample < first + std::max(got, 0) * channels(); ++sample)
+    for (auto* sample = first; sample < first + got * channels(); ++sample)
         *sample = int32_t(uint32_t(*sample) << (manner.isLow24 ? kInt24Shift : 0)) >> kInt24Shift;
 }

@@ -51,8 +51,8 @@ private:
     const AVStream& stream;
     AvPtr<AVCodecContext> codec;
     AvPtr<AVFrame> frame{av_frame_alloc()};
-    AvPtr<SwrContext> resampler;
-    SoundFormat source; // of the last frame
+    AvPtr<SwrContext> resampler; // null where frames are as they should be
+    SoundFormat source;          // of the last frame
     SoundFormat target;
     int resolution = 0;
     Samples kind = Samples::int16;

@@ -94,7 +94,8 @@ SoundEncoder::SoundEncoder(MediaOutput& to, const Encoding& encoding, Samples sa
     if (source.layout.order == AV_CHANNEL_ORDER_UNSPEC ||
         target.layout.order == AV_CHANNEL_ORDER_UNSPEC)
         source.layout = target.layout; // the same channels, by another name
-    resampler = makeResampler(source, target);
+    if (!(source == target))
+        resampler = makeResampler(source, target);
     waiting.reset(av_audio_fifo_alloc(target.format, target.channels(), kFreeFrameSize));
     if (waiting == nullptr || packet == nullptr)
         throw std::bad_alloc();
@@ -114,26 +115,31 @@ void SoundEncoder::write(const Block& block)
     framesIn += frames;
     if (resolutionBits(codec->sample_fmt) <= 32)
         full += countFull(block, kind);
-    prepare(block);
-    const auto* const data = reinterpret_cast<const uint8_t*>(prepared.data());
+    const auto* const data = reinterpret_cast<const uint8_t*>(prepare(block).data());
     convert(&data, frames);
 }
 
 // As FFmpeg has integers, and as encoders want floats.
-void SoundEncoder::prepare(const Block& block)
+const Block& SoundEncoder::prepare(const Block& block)
 {
+    const bool isTurned = kind == Samples::int24 && !isLow24;
+    if (!isTurned && !isLimited)
+        return block;
     prepared = block;
-    if (kind == Samples::int24 && !isLow24) {
+    if (isTurned) {
         auto* const samples = reinterpret_cast<uint32_t*>(prepared.data());
         for (size_t n = 0; n < prepared.size() / sizeof(uint32_t); ++n)
             samples[n] <<= kInt24Shift;
     }
     if (isLimited)
         kind == Samples::float32 ? limit<float>(prepared) : limit<double>(prepared);
+    return prepared;
 }
 
 void SoundEncoder::convert(const uint8_t* const* data, int count)
 {
+    if (resampler == nullptr)
+        return queue(data, count);
     const int room = std::max(swr_get_out_samples(resampler.get(), count), 1);
     std::array<uint8_t*, 64> planes{};
     const int bytes = av_samples_get_buffer_size(nullptr, codec->ch_layout.nb_channels, room,
@@ -146,11 +152,17 @@ void SoundEncoder::convert(const uint8_t* const* data, int count)
     // Of a change of rate that ends a few frames late, these are left out.
     if (data == nullptr)
         got = int(std::min<int64_t>(got, length() - framesConverted));
-    if (got <= 0)
+    queue(planes.data(), got);
+}
+
+void SoundEncoder::queue(const uint8_t* const* data, int count)
+{
+    if (count <= 0)
         return;
-    if (av_audio_fifo_write(waiting.get(), reinterpret_cast<void**>(planes.data()), got) < got)
+    void** const planes = reinterpret_cast<void**>(const_cast<uint8_t**>(data)); // are only read
+    if (av_audio_fifo_write(waiting.get(), planes, count) < count)
         throw std::bad_alloc();
-    framesConverted += got;
+    framesConverted += count;
     const int whole = codec->frame_size > 0 ? codec->frame_size : kFreeFrameSize;
     while (av_audio_fifo_size(waiting.get()) >= whole)
         encode(whole);

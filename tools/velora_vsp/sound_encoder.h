@@ -36,8 +36,9 @@ public:
     void finish();
 
 private:
-    void prepare(const Block& block);
+    const Block& prepare(const Block& block);
     void convert(const uint8_t* const* data, int count);
+    void queue(const uint8_t* const* data, int count);
     int64_t length() const; // that the frames written have at the rate of the output
     void padTo(int64_t length);
     AvPtr<AVFrame> makeFrame(int frames) const;
@@ -47,7 +48,7 @@ private:
     MediaOutput& output;
     AVStream& track;
     AvPtr<AVCodecContext> codec;
-    AvPtr<SwrContext> resampler;
+    AvPtr<SwrContext> resampler; // null where the encoder takes what comes
     AvPtr<AVPacket> packet{av_packet_alloc()};
     struct FreeFifo {
         void operator()(AVAudioFifo* fifo) const { av_audio_fifo_free(fifo); }

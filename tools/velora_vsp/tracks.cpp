@@ -17,6 +17,15 @@ void describe(AVStream& to, const AVStream& from)
     copyTags(&to.metadata, from.metadata);
 }
 
+// About so many bytes of samples go through the threads at once: enough to be worth it, but few where
+// pictures go along, which come out with the sound of the same time.
+size_t blockBytesFor(const SoundDecoder& sound, bool hasFilm)
+{
+    constexpr size_t kMost = 32768;
+    const int second = sound.rate() * sound.channels() * int(sampleBytes(sound.samples()));
+    return std::min(size_t(second) / (hasFilm ? 32 : 5), kMost);
+}
+
 } // namespace
 
 bool isCopy(const Options& options)
@@ -30,7 +39,8 @@ SoundTrack::SoundTrack(const MediaInput& from, const AVStream& stream, MediaOutp
                        const SpeedMap& map, const Options& given)
     : input(from), course(map), options(given),
       decoder(from, stream, {!isCopy(given), isLow24(given, given.input.c_str()), from.hasFilm()}),
-      chosen(chooseEncoding(output.container(), from.format(), stream, decoder, given))
+      chosen(chooseEncoding(output.container(), from.format(), stream, decoder, given)),
+      blockBytes(blockBytesFor(decoder, from.hasFilm()))
 {
     const SoundFormat format{avFormat(decoder.samples()), decoder.rate(), decoder.layout()};
     encoder = std::make_unique<SoundEncoder>(output, chosen, decoder.samples(), format,
@@ -45,32 +55,31 @@ void SoundTrack::take(AVPacket& packet)
 
 void SoundTrack::pass(const AVPacket* packet)
 {
-    constexpr size_t kBlockFrames = 8192;
-    decoded.clear();
-    decoder.decode(packet, decoded);
-    takePart();
+    const size_t before = next.size();
+    decoder.decode(packet, next);
+    cutToPart(before);
     if (next.empty())
         return;
     if (player == nullptr)
         begin();
-    const size_t frameBytes = size_t(decoder.channels()) * sampleBytes(decoder.samples());
-    if (packet == nullptr || next.size() >= kBlockFrames * frameBytes)
+    if (packet == nullptr || next.size() >= blockBytes)
         playing->give(next);
 }
 
-// What was decoded, but for what lies outside the part.
-void SoundTrack::takePart()
+// Of what was decoded last, which lies in the next block from a place on, leaves what is in the part.
+void SoundTrack::cutToPart(size_t place)
 {
     const size_t frameBytes = size_t(decoder.channels()) * sampleBytes(decoder.samples());
     const auto frameAt = [this](double media) {
         return media < kToTheEnd ? int64_t(std::llround((media - start()) * decoder.rate()))
                                  : INT64_MAX;
     };
-    const auto count = int64_t(decoded.size() / frameBytes);
+    const auto count = int64_t((next.size() - place) / frameBytes);
     const int64_t from = std::clamp<int64_t>(frameAt(options.part.from) - framesDecoded, 0, count);
     const int64_t to = std::clamp(frameAt(options.part.to) - framesDecoded, from, count);
-    next.insert(next.end(), decoded.begin() + from * int64_t(frameBytes),
-                decoded.begin() + to * int64_t(frameBytes));
+    next.resize(place + size_t(to) * frameBytes);
+    const auto first = next.begin() + std::ptrdiff_t(place);
+    next.erase(first, first + from * std::ptrdiff_t(frameBytes));
     framesDecoded += count;
     framesPlayed += to - from;
 }

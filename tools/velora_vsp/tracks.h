@@ -38,7 +38,7 @@ public:
 
 private:
     void pass(const AVPacket* packet);
-    void takePart();
+    void cutToPart(size_t place);
     double start() const;
     void begin();
 
@@ -49,8 +49,8 @@ private:
     Encoding chosen;
     std::unique_ptr<SoundEncoder> encoder;
     std::unique_ptr<Player> player; // once it is known when the sound begins
-    Block decoded;                  // of a packet
-    Block next;                     // what the next block is made of
+    size_t blockBytes;
+    Block next; // to be played
     Block made;
     int64_t framesDecoded = 0;
     int64_t framesPlayed = 0;

@@ -7,6 +7,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "samples.h"
 
@@ -26,16 +27,21 @@ public:
     void finish();
 
 private:
+    using Lock = std::unique_lock<std::mutex>;
     void run();
+    bool waitForBatch(Lock& lock);
+    void takeFirst(Lock& lock);
     template <class Condition>
-    void waitUntil(std::unique_lock<std::mutex>& lock, Condition holds);
+    void waitUntil(Lock& lock, Condition holds);
 
     std::function<void(const Block&)> work;
     std::mutex mutex;
-    std::condition_variable changed;
+    std::condition_variable given;
+    std::condition_variable taken;
     std::deque<Block> waiting; // the first is being taken
-    Block spare;               // keeps its memory
+    std::vector<Block> spares; // keep their memory
     std::exception_ptr failure;
+    bool isComplete = false; // no more will be given
     bool isEnding = false;
     std::thread thread; // the last: it uses all the others
 };
