@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <utility>
 
 #include "fixed/floating_point.h"
@@ -84,10 +85,14 @@ int Vocoder::segmentStart(int frames) const
     if (nearsOnset || effectiveSpeed >= kNoneFollows)
         return wanted;
     const int following = followingSegment(frames);
-    const int nearest = std::clamp(following, std::max(wanted - frames / 2, 0),
-                                   std::min(wanted + frames / 2, last));
-    // Where it can't, it comes as far off on the other side.
-    return nearest == following ? following : std::clamp(2 * wanted - nearest, 0, last);
+    const bool mayFollow = following >= 0 && std::abs(following - wanted) <= frames / 2;
+    if (mayFollow)
+        return following;
+    // A run of segments that follow on one another begins, which moves off by so many hops with each
+    // of them: as far on the other side as it will get, so that it is in time in the mean.
+    const float step = std::max(std::abs(1.0f - effectiveSpeed), 1e-6f);
+    const int ahead = int(0.5f * std::floor(1.0f / step) * step * float(frames));
+    return std::clamp(following > wanted ? wanted - ahead : wanted + ahead, 0, last);
 }
 
 // Compares the sound so far with the segments around the one that is due. The lowest tone of the

@@ -316,4 +316,27 @@ TEST(NaturalSound, IsInTimeAndSoIsTheEngines)
             }
 }
 
+// The high band has segments for its frames, from before and behind their place by turns.
+TEST(NaturalSound, HighTonesAreInTimeAtSlowSpeeds)
+{
+    constexpr double kSwell = 1.5; // Hz
+    for (const double speed : {0.3, 0.6}) {
+        Stereo in;
+        for (std::size_t n = 0; n < framesFor(speed, 4.5); ++n) {
+            const double t = double(n) / kRate;
+            in.left.push_back((0.3 + 0.15 * std::sin(kTwoPi * kSwell * t)) *
+                              std::sin(kTwoPi * 9000.3 * t));
+        }
+        in.right = in.left;
+        const std::vector<double> out = stretched(in, speed).left;
+        const double swell = kSwell * speed / kRate; // turns a frame of output
+        const auto period = std::size_t(std::lround(1.0 / swell));
+        std::complex<double> sum;
+        for (std::size_t n = period; n < 5 * period; ++n)
+            sum += out[n] * out[n] * std::polar(1.0, -kTwoPi * swell * double(n));
+        const double turns = -std::arg(sum * std::complex(0.0, 1.0)) / kTwoPi;
+        EXPECT_NEAR(1000.0 * turns / (swell * kRate), 0.0, 0.6) << "ms late at " << speed;
+    }
+}
+
 } // namespace
