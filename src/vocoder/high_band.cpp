@@ -117,13 +117,15 @@ void Vocoder::matchSegments(int frames)
             kernels.product(*soFar, candidates[start - first], 2 * middle.count);
 }
 
-// Where the next segment starts: where it agrees best, or if none does, where it belongs.
-int Vocoder::bestSegment() const
+// Where the next segment starts: where it agrees best, or if none does, where it belongs. What other
+// engines found may lie around another place than this one's.
+int Vocoder::bestSegment(int frames) const
 {
     const auto& products = hpMatches.products;
     const auto* const best = std::max_element(std::begin(products), std::end(products));
-    return *best > hpMatches.energy / kAlike ? hpPlace + int(best - products) - kMostShift
-                                             : hpPlace;
+    if (*best <= hpMatches.energy / kAlike)
+        return hpPlace;
+    return std::clamp(hpPlace + int(best - products) - kMostShift, 0, lastSegment(frames));
 }
 
 // How far the fade between two segments is that of equal sounds, in Q14: so that in the middle of it
@@ -145,7 +147,7 @@ int Vocoder::alikenessQ14(const Frame* older, const Frame* newer, int frames) co
 
 void Vocoder::Velora_VSP_Combine_HP(int frames)
 {
-    const int start = bestSegment();
+    const int start = bestSegment(frames);
     hpSegRing.turn();
     copyHighBand(hpSegRing.newest(), start, 2 * frames, frames);
     hpStepRing.turn();

@@ -257,7 +257,7 @@ private:
     int lastSegment(int frames) const { return (hpRing.size - 1) * frames; }
     int segmentStart(int frames) const;
     void matchSegments(int frames);
-    int bestSegment() const;
+    int bestSegment(int frames) const;
     int alikenessQ14(const Frame* older, const Frame* newer, int frames) const;
     /// Whether fades of the high band keep its level and span a hop, however long it is.
     bool fadesEvenly() const
