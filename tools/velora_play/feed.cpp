@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 
 #include "error.h"
 #include "interruption.h"
@@ -37,7 +38,7 @@ void toFloat(Samples kind, const Block& from, std::vector<float>& to)
 
 } // namespace
 
-Feed::Feed(const std::string& file) : path(file)
+Feed::Feed(const std::string& file) : path(file), isFile(std::filesystem::is_regular_file(file))
 {
     reopen();
     hertz = decoder->rate();
@@ -196,7 +197,7 @@ void Feed::pass(int64_t count)
     }
 }
 
-// Decodes on from a little before; what can't be gone back in is read from its start, if it can be.
+// Decodes on from a little before; what can't be gone back in is read from its start.
 void Feed::goTo(int64_t media)
 {
     const double seconds = double(media) / hertz - kWarmUpSeconds;
@@ -209,7 +210,5 @@ void Feed::goTo(int64_t media)
             return openTrack();
         }
     }
-    if (path == kPipe)
-        throw FileError(input->name(), "can't be gone back in: it comes through a pipe");
     reopen();
 }

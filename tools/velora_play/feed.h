@@ -51,6 +51,8 @@ public:
     int channels() const { return width; }
     /// Media frames there are, or seem to be; 0 if nothing tells.
     int64_t duration() const { return length; }
+    /// Whether orders can be obeyed; not what comes through a pipe.
+    bool canSeek() const { return isFile; }
     /// Whether there is enough to begin with.
     bool isReady() const { return ready.load(std::memory_order_acquire); }
     /// Once the thread has ended: what went wrong; empty if nothing did.
@@ -75,6 +77,7 @@ private:
     int64_t firstOfBlock(int64_t count) const;
 
     std::string path;
+    bool isFile;
     std::unique_ptr<MediaInput> input;
     const AVStream* track = nullptr;
     std::unique_ptr<SoundDecoder> decoder;

@@ -122,6 +122,8 @@ void Playback::seekTo(int64_t media)
     const int64_t last = feed.duration() > 0 ? feed.duration() : media;
     const int64_t place = std::clamp<int64_t>(media, 0, std::max<int64_t>(last, 0));
     const bool staysInLoop = place < loopTo;
+    if (!feed.canSeek())
+        return;
     if (!feed.give({serial + 1, place, loopFrom, staysInLoop ? loopTo : Feed::kNoLoop}))
         return; // the decoder will be at it for a while
     if (!staysInLoop)
@@ -146,7 +148,7 @@ void Playback::setLoop(int64_t to)
         return seekTo(here + std::llround(ahead) + stream.latencyFrames());
     }
     const auto shortest = std::llround(kShortestLoop * stream.sampleRate());
-    if (loopFrom < 0 || to - loopFrom < shortest)
+    if (loopFrom < 0 || to - loopFrom < shortest || !feed.canSeek())
         return;
     loopTo = to;
     seekTo(loopFrom);

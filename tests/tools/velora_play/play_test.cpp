@@ -10,11 +10,13 @@
 #include <iterator>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -208,6 +210,25 @@ TEST_F(PlayTest, GoesOnFromWhatCanNotBePlayed)
     EXPECT_NE(result.text.find("velora-play: text: is no kind of sound file"), std::string::npos);
     EXPECT_NE(result.text.find("velora-play: none.wav: can't be opened"), std::string::npos);
     EXPECT_GT(result.sound.size(), size_t(kRate) / 2);
+}
+
+TEST_F(PlayTest, PlaysAPipeToItsEndThoughItCanNotGoBackInIt)
+{
+    const auto samples = music(kRate);
+    writeMusic("in.wav", samples);
+    write("keys", "0.2 forward loop-from\n0.4 back loop-to\n");
+    ASSERT_EQ(mkfifo(at("pipe").c_str(), 0600), 0);
+    std::thread writer([this] {
+        std::ifstream in(at("in.wav"), std::ios::binary);
+        std::ofstream(at("pipe"), std::ios::binary) << in.rdbuf();
+    });
+    const Result result = play("--keys keys pipe");
+    writer.join();
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.text, "");
+    ASSERT_GE(result.sound.size(), samples.size());
+    EXPECT_TRUE(std::equal(samples.begin(), samples.end(), result.sound.begin(),
+                           [](int16_t in, float out) { return float(in) / 32768.0F == out; }));
 }
 
 // ---- Mistakes ----
