@@ -338,6 +338,14 @@ VSP_INLINE void storeTwo(int32_t* p, I32x4Wide a)
     const __m128i low = _mm256_castsi256_si128(a.v);
     storeTwo(p, I32x4{_mm_shuffle_epi32(low, _MM_SHUFFLE(3, 1, 3, 1))});
 }
+VSP_INLINE I32x4Wide loadTwoEach(const int32_t* p, const int32_t* q, I32x4Wide)
+{
+    return widen(loadTwoEach(p, q, I32x4{}));
+}
+VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4Wide a)
+{
+    storeTwoEach(p, q, narrow(a));
+}
 VSP_INLINE void storeLowFrame(Frame* p, I32x4Wide a)
 {
     storeLowFrame(p, narrow(a));

@@ -209,6 +209,15 @@ VSP_INLINE void storeTwo(int32_t* p, I32x4 a)
 {
     vst1_s32(p, vget_low_s32(a.v));
 }
+VSP_INLINE I32x4 loadTwoEach(const int32_t* p, const int32_t* q, I32x4)
+{
+    return {vcombine_s32(vld1_s32(p), vld1_s32(q))};
+}
+VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4 a)
+{
+    vst1_s32(p, vget_low_s32(a.v));
+    vst1_s32(q, vget_high_s32(a.v));
+}
 VSP_INLINE void storeLowFrame(Frame* p, I32x4 a)
 {
     const int32_t frame = vget_lane_s32(vreinterpret_s32_s16(vmovn_s32(a.v)), 0);

@@ -276,6 +276,18 @@ VSP_INLINE void storeTwo(int32_t* p, I32x4Scalar a)
     p[0] = a.v[0];
     p[1] = a.v[1];
 }
+/// Lanes 0 and 1 at one place, lanes 2 and 3 at another.
+VSP_INLINE I32x4Scalar loadTwoEach(const int32_t* p, const int32_t* q, I32x4Scalar)
+{
+    return {{p[0], p[1], q[0], q[1]}};
+}
+VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4Scalar a)
+{
+    p[0] = a.v[0];
+    p[1] = a.v[1];
+    q[0] = a.v[2];
+    q[1] = a.v[3];
+}
 /// One frame: the low 16 bits of lanes 0 and 1, or of lanes 2 and 3.
 VSP_INLINE void storeLowFrame(Frame* p, I32x4Scalar a)
 {
