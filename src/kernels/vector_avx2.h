@@ -162,6 +162,15 @@ VSP_INLINE void addProducts(ProductSumX8& sum, I32x8 a, I32x8 b)
     sum.v = _mm256_add_epi64(sum.v, _mm256_mul_epi32(a.v, b.v));
     sum.v = _mm256_add_epi64(sum.v, _mm256_mul_epi32(oddLanes(a.v), oddLanes(b.v)));
 }
+VSP_INLINE void addShortProducts(ProductSumX8& sum, const int16_t* a, const int16_t* b)
+{
+    const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a));
+    const __m256i y = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b));
+    const __m256i pairs =
+        _mm256_madd_epi16(_mm256_max_epi16(x, _mm256_set1_epi16(kLowestFactor)), y);
+    sum.v = _mm256_add_epi64(sum.v, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(pairs)));
+    sum.v = _mm256_add_epi64(sum.v, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(pairs, 1)));
+}
 VSP_INLINE int64_t total(ProductSumX8 sum)
 {
     return total(ProductSumX4{

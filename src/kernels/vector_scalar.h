@@ -209,6 +209,16 @@ VSP_INLINE ProductSum<n> productSum(Scalar<n>)
     return {};
 }
 
+/// Adds the products of 2 n samples, where one of `a` below -32767 counts as that: so two beside each
+/// other add up within 32 bits.
+inline constexpr int16_t kLowestFactor = -INT16_MAX;
+template <int n>
+VSP_INLINE void addShortProducts(ProductSum<n>& sum, const int16_t* a, const int16_t* b)
+{
+    for (int i = 0; i < 2 * n; ++i)
+        sum.v = fx::wrapAdd64(sum.v, int32_t(a[i] < kLowestFactor ? kLowestFactor : a[i]) * b[i]);
+}
+
 // ---- Four lanes for the recursive filters: left and right of two sections ----
 using I32x4Scalar = Scalar<4>;
 
