@@ -48,6 +48,11 @@
 #ifndef VELORA_STREAM_HPP
 #define VELORA_STREAM_HPP
 
+#if __cplusplus < 201703L && (!defined(_MSVC_LANG) || _MSVC_LANG < 201703L)
+// An #error would be followed by one for every line that an older language can't read: this ends it.
+#include "velora/stream.hpp needs C++17: compile with -std=c++17 or later"
+#endif
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
