@@ -21,6 +21,7 @@ set(CPACK_DEBIAN_VELORA_RUNTIME_PACKAGE_CONTROL_EXTRA) # which packages need whi
 foreach(file shlibs symbols triggers)
     list(APPEND CPACK_DEBIAN_VELORA_RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/${file}")
 endforeach()
+set(CPACK_POST_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/VeloraLdconfigTrigger.cmake")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
 set(CPACK_COMPONENTS_ALL)
 
