@@ -99,7 +99,7 @@ void Planner::add(const fs::path& input, const fs::path& below, bool isFromFolde
 {
     Options one = options;
     one.input = input.string();
-    fs::path output = (folder / below / input.filename()).lexically_normal();
+    fs::path output = folder / (below / input.filename()).lexically_normal();
     try {
         if (!options.format.empty())
             output.replace_extension(extensionFor(options.format));

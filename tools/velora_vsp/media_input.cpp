@@ -164,7 +164,8 @@ std::string MediaInput::whatIsMissing() const
     const double slack = isCountedInFrames() ? 0.00002 : 0.25; // seconds
     if (!problem.empty())
         return "can't be read beyond " + clock(position()) + ": " + problem;
-    if (position() < announced - slack)
+    // Some writers count from the start of the clock, some from that of the first stream.
+    if (std::max(position(), end) < announced - slack)
         return "is incomplete: it ends after " + clock(position()) + " of " + clock(announced);
     return {};
 }

@@ -52,6 +52,8 @@ TEST_F(ToolBatch, FilesAndFoldersKeepTheirNames)
     EXPECT_EQ(below("in/brisk").size(), 3u);
     runQuietly("-s 2 -o other in/one.wav in/two.wav --format flac --jobs 8");
     EXPECT_EQ(below("other"), (std::set<std::string>{"one.flac", "two.flac"}));
+    runQuietly("-s 2 -o . in/two.wav");
+    EXPECT_EQ(read("two.wav").frames(), 4410);
 }
 
 TEST_F(ToolBatch, WhatFailsIsToldAndTheOthersGoOn)
