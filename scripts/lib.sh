@@ -22,7 +22,7 @@ need_packages() {
 }
 
 ffmpeg_packages=(libavformat-dev libavcodec-dev libavutil-dev libswresample-dev)
-tool_packages=(g++ cmake ninja-build pkg-config libcli11-dev "${ffmpeg_packages[@]}")
+tool_packages=(g++ cmake ninja-build pkg-config libcli11-dev libsdl2-dev "${ffmpeg_packages[@]}")
 build_packages=("${tool_packages[@]}" libgtest-dev nlohmann-json3-dev libsndfile1-dev ffmpeg)
 figure_packages=(python3 python3-numpy python3-scipy python3-soundfile)
 benchmark_packages=(g++ cmake ninja-build libbenchmark-dev libsoundtouch-dev librubberband-dev libsonic-dev)

@@ -205,14 +205,15 @@ void mixHighBand(Frame* out, const Frame* older, const Frame* newer,
 template <class V>
 int64_t product(const int16_t* a, const int16_t* b, int samples)
 {
+    constexpr int kStep = 2 * V::lanes;
     auto sum = productSum(V{});
     int n = 0;
-    for (; n + V::lanes <= samples; n += V::lanes)
-        addProducts(sum, loadShorts(a + n, V{}), loadShorts(b + n, V{}));
-    int64_t rest = 0;
-    for (; n < samples; ++n)
-        rest += int32_t(a[n]) * b[n];
-    return total(sum) + rest;
+    for (; n + kStep <= samples; n += kStep)
+        addShortProducts(sum, a + n, b + n);
+    auto rest = productSum(I32x1{});
+    for (; n + 2 <= samples; n += 2)
+        addShortProducts(rest, a + n, b + n);
+    return total(sum) + total(rest);
 }
 
 } // namespace vsp::VSP_KERNEL_SET

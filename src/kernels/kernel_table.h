@@ -137,7 +137,7 @@ struct KernelTable {
     /// @param alike_q14  how much of that change there is, 0 to 1.0
     void (*mixHighBand)(Frame* out, const Frame* older, const Frame* newer,
                         const int32_t (*fades_q14)[kMaxHop], int alike_q14, int frames);
-    /// Sum of the products a b; arrays [samples].
+    /// Sum of the products a b, where a below -32767 counts as that; arrays [samples], an even number.
     int64_t (*product)(const int16_t* a, const int16_t* b, int samples);
 
     // ---- Half-band resamplers, Q4 (kernels/half_band.h); state [channel], out not in ----

@@ -157,8 +157,8 @@ void lockPeaks(ComplexInt* X, ComplexShort* S, const ComplexShort* A, const int1
     S[1] = S1;
 }
 
-/// y(k) = 4 (x(k) + c1 y(k - 1) + c2 y(k - 2)) on the real and the imaginary part at once; lanes 2
-/// and 3 are idle.
+/// y(k) = 4 (x(k) + c1 y(k - 1) + c2 y(k - 2)) on the real and the imaginary parts of two stretches of
+/// bins at once.
 template <class V4>
 struct CogRecursion {
     CoeffsOf<V4> c1, c2;
@@ -166,28 +166,94 @@ struct CogRecursion {
 
     [[gnu::always_inline]] CogRecursion()
     {
-        const int32_t feedback1[4] = {kCogFeedback1, kCogFeedback1, 0, 0};
-        const int32_t feedback2[4] = {kCogFeedback2, kCogFeedback2, 0, 0};
+        const int32_t feedback1[4] = {kCogFeedback1, kCogFeedback1, kCogFeedback1, kCogFeedback1};
+        const int32_t feedback2[4] = {kCogFeedback2, kCogFeedback2, kCogFeedback2, kCogFeedback2};
         c1 = loadCoeffs(feedback1, V4{});
         c2 = loadCoeffs(feedback2, V4{});
+        const int32_t nothing[4] = {};
+        c1y = c2y = c2yPrev = load(nothing, V4{});
     }
-    [[gnu::always_inline]] void start(const ComplexInt& last, const ComplexInt& before)
+    /// Goes on behind two values of each stretch.
+    [[gnu::always_inline]] void start(V4 last, V4 before)
     {
-        const auto y = timesFour(shiftRight<2>(loadTwo(words(&last), V4{})));
-        const auto yPrev = timesFour(shiftRight<2>(loadTwo(words(&before), V4{})));
+        const auto y = timesFour(shiftRight<2>(last));
         c1y = mulShift16(y, c1);
         c2y = mulShift16(y, c2);
-        c2yPrev = mulShift16(yPrev, c2);
+        c2yPrev = mulShift16(timesFour(shiftRight<2>(before)), c2);
     }
-    [[gnu::always_inline]] void run(ComplexInt& y, const ComplexInt& x)
+    [[gnu::always_inline]] V4 next(V4 x)
     {
-        const V4 sum = wrapAdd(wrapAdd(loadTwo(words(&x), V4{}), c2yPrev), c1y);
-        storeTwo(words(&y), shiftLeft<2>(sum));
+        const V4 sum = wrapAdd(wrapAdd(x, c2yPrev), c1y);
         c2yPrev = c2y;
         c1y = mulShift16(timesFour(sum), c1);
         c2y = mulShift16(timesFour(sum), c2);
+        return shiftLeft<2>(sum);
+    }
+    /// One stretch: y(k) for n values x(k), on behind y(-1) and y(-2).
+    void run(ComplexInt* y, const ComplexInt* x, int step, int n, const ComplexInt& last,
+             const ComplexInt& before)
+    {
+        start(loadTwo(words(&last), V4{}), loadTwo(words(&before), V4{}));
+        for (int k = 0; k < n; ++k)
+            storeTwo(words(y + k * step), next(loadTwo(words(x + k * step), V4{})));
     }
 };
+
+/// Filters across bins: y(k - 1) at k, from the values x(k) of bins 0 to kLastBin. Each value waits
+/// for the one before. So that four can be on their way at once, the bins are cut into as many
+/// segments, each of which starts from nothing some bins early: by then the past is forgotten. Where
+/// it isn't, to the bit, the segment is done again.
+template <class V4>
+void filterBins(ComplexInt* y, const ComplexInt* x)
+{
+    constexpr int kSegments = 4;
+    constexpr int kSegmentBins = kLastBin / kSegments;
+    constexpr int kEarly = 32;
+    static_assert(kSegments * kSegmentBins == kLastBin);
+    const auto first = [](int segment) { return 1 + segment * kSegmentBins; };
+    const ComplexInt zero = {0, 0};
+    CogRecursion<V4> single;
+
+    // Run backwards over the lowest bins and mirrored: the values at negative frequencies, from
+    // which the recursion starts.
+    ComplexInt mirrored[kMirroredBins];
+    constexpr int kLast = kMirroredBins - 1;
+    single.run(mirrored + kLast, x + kLast, -1, kMirroredBins, zero, zero);
+    for (int k = 0; k < 2; ++k)
+        y[k] = {mirrored[1 - k].re, fx::wrapNeg(mirrored[1 - k].im)};
+
+    ComplexInt assumed[kSegments][2]; // the two values before each segment
+    CogRecursion<V4> pairs[2];        // of segments 0 and 1, 2 and 3
+    for (int n = -kEarly; n < 0; ++n)
+        for (int pair = 0; pair < 2; ++pair) {
+            const int k = first(2 * pair) + n;
+            const V4 value = pairs[pair].next(
+                loadTwoEach(words(x + (k < 0 ? 0 : k)), words(x + k + kSegmentBins), V4{}));
+            if (n >= -2)
+                storeTwoEach(words(&assumed[2 * pair][n + 2]), words(&assumed[2 * pair + 1][n + 2]),
+                             value);
+        }
+    assumed[0][0] = y[0];
+    assumed[0][1] = y[1];
+    pairs[0].start(loadTwoEach(words(&assumed[0][1]), words(&assumed[1][1]), V4{}),
+                   loadTwoEach(words(&assumed[0][0]), words(&assumed[1][0]), V4{}));
+    for (int n = 0; n < kSegmentBins; ++n)
+        for (int pair = 0; pair < 2; ++pair) {
+            const int k = first(2 * pair) + n;
+            storeTwoEach(
+                words(y + k + 1), words(y + k + 1 + kSegmentBins),
+                pairs[pair].next(loadTwoEach(words(x + k), words(x + k + kSegmentBins), V4{})));
+        }
+    for (int segment = 1; segment < kSegments; ++segment) {
+        const int k = first(segment);
+        const auto isAsAssumed = [&](int n) {
+            return y[k - 1 + n].re == assumed[segment][n].re &&
+                   y[k - 1 + n].im == assumed[segment][n].im;
+        };
+        if (!isAsAssumed(0) || !isAsAssumed(1))
+            single.run(y + k + 1, x + k, 1, kSegmentBins, y[k], y[k - 1]);
+    }
+}
 
 /// Loaded from kMostLanes - n on, a mask of the first n lanes.
 constexpr int32_t kFirstLanes[2 * kMostLanes] = {-1, -1, -1, -1, -1, -1, -1, -1};
@@ -195,8 +261,7 @@ constexpr int32_t kFirstLanes[2 * kMostLanes] = {-1, -1, -1, -1, -1, -1, -1, -1}
 constexpr int32_t kOddBins[kMostLanes] = {0, 0, -1, -1, 0, 0, -1, -1};
 
 /// The sum of both channels, its sign turned with every bin (which moves the time origin to the
-/// middle of the frame), filtered across bins. The recursion across bins can't be cut into lanes;
-/// all around it can.
+/// middle of the frame), filtered across bins.
 template <class V, class V4>
 void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right)
 {
@@ -211,20 +276,7 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
     }
     sum[kLastBin] = {fx::wrapAdd(right[kLastBin].re >> 1, left[kLastBin].re >> 1),
                      fx::wrapAdd(right[kLastBin].im >> 1, left[kLastBin].im >> 1)};
-
-    // Run backwards over the lowest bins and mirrored: the values at negative frequencies, from
-    // which the recursion starts.
-    const ComplexInt zero = {0, 0};
-    ComplexInt mirrored[kMirroredBins];
-    CogRecursion<V4> recursion;
-    recursion.start(zero, zero);
-    for (int k = kMirroredBins - 1; k >= 0; --k)
-        recursion.run(mirrored[k], sum[k]);
-    for (int k = 0; k < 2; ++k)
-        filtered[k] = {mirrored[1 - k].re, fx::wrapNeg(mirrored[1 - k].im)};
-    recursion.start(filtered[1], filtered[0]);
-    for (int k = 1; k < kBins; ++k)
-        recursion.run(filtered[k + 1], sum[k]);
+    filterBins<V4>(filtered, sum);
     for (int k = kBins; k < kPadded; ++k)
         filtered[k + 1] = {0, 0};
 

@@ -162,6 +162,15 @@ VSP_INLINE void addProducts(ProductSumX8& sum, I32x8 a, I32x8 b)
     sum.v = _mm256_add_epi64(sum.v, _mm256_mul_epi32(a.v, b.v));
     sum.v = _mm256_add_epi64(sum.v, _mm256_mul_epi32(oddLanes(a.v), oddLanes(b.v)));
 }
+VSP_INLINE void addShortProducts(ProductSumX8& sum, const int16_t* a, const int16_t* b)
+{
+    const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a));
+    const __m256i y = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b));
+    const __m256i pairs =
+        _mm256_madd_epi16(_mm256_max_epi16(x, _mm256_set1_epi16(kLowestFactor)), y);
+    sum.v = _mm256_add_epi64(sum.v, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(pairs)));
+    sum.v = _mm256_add_epi64(sum.v, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(pairs, 1)));
+}
 VSP_INLINE int64_t total(ProductSumX8 sum)
 {
     return total(ProductSumX4{
@@ -337,6 +346,14 @@ VSP_INLINE void storeTwo(int32_t* p, I32x4Wide a)
 {
     const __m128i low = _mm256_castsi256_si128(a.v);
     storeTwo(p, I32x4{_mm_shuffle_epi32(low, _MM_SHUFFLE(3, 1, 3, 1))});
+}
+VSP_INLINE I32x4Wide loadTwoEach(const int32_t* p, const int32_t* q, I32x4Wide)
+{
+    return widen(loadTwoEach(p, q, I32x4{}));
+}
+VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4Wide a)
+{
+    storeTwoEach(p, q, narrow(a));
 }
 VSP_INLINE void storeLowFrame(Frame* p, I32x4Wide a)
 {

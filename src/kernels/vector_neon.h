@@ -143,6 +143,13 @@ VSP_INLINE void addProducts(ProductSumX4& sum, I32x4 a, I32x4 b)
     sum.v = vmlal_s32(sum.v, vget_low_s32(a.v), vget_low_s32(b.v));
     sum.v = vmlal_s32(sum.v, vget_high_s32(a.v), vget_high_s32(b.v));
 }
+VSP_INLINE void addShortProducts(ProductSumX4& sum, const int16_t* a, const int16_t* b)
+{
+    const int16x8_t x = vmaxq_s16(vld1q_s16(a), vdupq_n_s16(kLowestFactor));
+    const int16x8_t y = vld1q_s16(b);
+    sum.v = vpadalq_s32(sum.v, vmull_s16(vget_low_s16(x), vget_low_s16(y)));
+    sum.v = vpadalq_s32(sum.v, vmull_s16(vget_high_s16(x), vget_high_s16(y)));
+}
 VSP_INLINE int64_t total(ProductSumX4 sum)
 {
     return int64_t(uint64_t(vgetq_lane_s64(sum.v, 0)) + uint64_t(vgetq_lane_s64(sum.v, 1)));
@@ -208,6 +215,15 @@ VSP_INLINE I32x4 loadTwo(const int32_t* p, I32x4)
 VSP_INLINE void storeTwo(int32_t* p, I32x4 a)
 {
     vst1_s32(p, vget_low_s32(a.v));
+}
+VSP_INLINE I32x4 loadTwoEach(const int32_t* p, const int32_t* q, I32x4)
+{
+    return {vcombine_s32(vld1_s32(p), vld1_s32(q))};
+}
+VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4 a)
+{
+    vst1_s32(p, vget_low_s32(a.v));
+    vst1_s32(q, vget_high_s32(a.v));
 }
 VSP_INLINE void storeLowFrame(Frame* p, I32x4 a)
 {

@@ -209,6 +209,16 @@ VSP_INLINE ProductSum<n> productSum(Scalar<n>)
     return {};
 }
 
+/// Adds the products of 2 n samples, where one of `a` below -32767 counts as that: so two beside each
+/// other add up within 32 bits.
+inline constexpr int16_t kLowestFactor = -INT16_MAX;
+template <int n>
+VSP_INLINE void addShortProducts(ProductSum<n>& sum, const int16_t* a, const int16_t* b)
+{
+    for (int i = 0; i < 2 * n; ++i)
+        sum.v = fx::wrapAdd64(sum.v, int32_t(a[i] < kLowestFactor ? kLowestFactor : a[i]) * b[i]);
+}
+
 // ---- Four lanes for the recursive filters: left and right of two sections ----
 using I32x4Scalar = Scalar<4>;
 
@@ -275,6 +285,18 @@ VSP_INLINE void storeTwo(int32_t* p, I32x4Scalar a)
 {
     p[0] = a.v[0];
     p[1] = a.v[1];
+}
+/// Lanes 0 and 1 at one place, lanes 2 and 3 at another.
+VSP_INLINE I32x4Scalar loadTwoEach(const int32_t* p, const int32_t* q, I32x4Scalar)
+{
+    return {{p[0], p[1], q[0], q[1]}};
+}
+VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4Scalar a)
+{
+    p[0] = a.v[0];
+    p[1] = a.v[1];
+    q[0] = a.v[2];
+    q[1] = a.v[3];
 }
 /// One frame: the low 16 bits of lanes 0 and 1, or of lanes 2 and 3.
 VSP_INLINE void storeLowFrame(Frame* p, I32x4Scalar a)

@@ -155,6 +155,14 @@ VSP_INLINE void addProducts(ProductSumX4& sum, I32x4 a, I32x4 b)
     sum.v = _mm_add_epi64(sum.v, _mm_mul_epi32(a.v, b.v));
     sum.v = _mm_add_epi64(sum.v, _mm_mul_epi32(oddLanes(a.v), oddLanes(b.v)));
 }
+VSP_INLINE void addShortProducts(ProductSumX4& sum, const int16_t* a, const int16_t* b)
+{
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a));
+    const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b));
+    const __m128i pairs = _mm_madd_epi16(_mm_max_epi16(x, _mm_set1_epi16(kLowestFactor)), y);
+    sum.v = _mm_add_epi64(sum.v, _mm_cvtepi32_epi64(pairs));
+    sum.v = _mm_add_epi64(sum.v, _mm_cvtepi32_epi64(_mm_unpackhi_epi64(pairs, pairs)));
+}
 VSP_INLINE int64_t total(ProductSumX4 sum)
 {
     return int64_t(uint64_t(sum.v[0]) + uint64_t(sum.v[1]));
@@ -218,6 +226,15 @@ VSP_INLINE I32x4 loadTwo(const int32_t* p, I32x4)
 VSP_INLINE void storeTwo(int32_t* p, I32x4 a)
 {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), a.v);
+}
+VSP_INLINE I32x4 loadTwoEach(const int32_t* p, const int32_t* q, I32x4)
+{
+    return {_mm_unpacklo_epi64(loadTwo(p, I32x4{}).v, loadTwo(q, I32x4{}).v)};
+}
+VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4 a)
+{
+    storeTwo(p, a);
+    storeTwo(q, I32x4{_mm_unpackhi_epi64(a.v, a.v)});
 }
 VSP_INLINE __m128i lowHalvesOfLanes(I32x4 a)
 {

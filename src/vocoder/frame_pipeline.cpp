@@ -238,13 +238,19 @@ void Vocoder::synthesiseBands(int channel)
     const int32_t f_q15 = positionInHop();
     const int32_t* const older = magRing[channel][0];
     const int32_t* const newer = magRing[channel][1];
-    for (int band = 0; band < kBands; ++band) {
+    const auto pathOf = [this](int band) { return bandPath(bandStatus[band], bandHold[band]); };
+    for (int band = 0, next = 0; band < kBands; band = next) {
+        const BandPath path = pathOf(band);
+        // Bands beside each other go together, but for those that may be frozen on different frames.
+        next = band + 1;
+        while (next < kBands && path != BandPath::frozen && pathOf(next) == path)
+            ++next;
         const int first = bandTable[0][band];
-        const int n = bandTable[1][band] - first + 1;
+        const int n = bandTable[1][next - 1] - first + 1;
         ComplexInt* const X = spectrum[channel] + first;
         ComplexShort* const S = synthPhasor[channel] + first;
         int32_t* const M = interpMag[channel] + first;
-        switch (bandPath(bandStatus[band], bandHold[band])) {
+        switch (path) {
         case BandPath::normal:
             kernels.interpMagApplyPhase(X, M, older + first, newer + first, S, f_q15, n);
             break;

@@ -246,6 +246,37 @@ TEST(NaturalSound, JoinsHighTonesInPhase)
         }
 }
 
+TEST(NaturalSound, JoinsAllPairsOfChannelsAtTheSamePlace)
+{
+    constexpr double kHertz = 8000.0;
+    for (const double speed : {0.4, 0.75, 1.5, 3.0}) {
+        std::vector<float> in;
+        for (std::size_t n = 0; n < framesFor(speed); ++n) {
+            const double phase = kTwoPi * double(n) / kRate;
+            const auto common = float(0.2 * std::sin(kHertz * phase));
+            const auto other = float(0.3 * std::sin(9350.0 * phase)); // would join elsewhere
+            in.insert(in.end(), {common, common, common + other, common - other});
+        }
+        Stream<float> stream(kRate, 4);
+        stream.setSpeed(speed);
+        std::vector<float> made;
+        stream.process(in, made);
+        const auto channel = [&](std::size_t c) {
+            std::vector<double> samples;
+            for (std::size_t n = c; n < made.size(); n += 4)
+                samples.push_back(double(made[n]));
+            return samples;
+        };
+        const std::vector<double> alone = channel(0);
+        const std::vector<double> beside = channel(2);
+        for (std::size_t at = 8192; at + 4096 < alone.size(); at += 4096)
+            EXPECT_NEAR(
+                std::arg(partial(beside, kHertz, at) * std::conj(partial(alone, kHertz, at))), 0.0,
+                0.2)
+                << speed << " at " << at;
+    }
+}
+
 // Steady noise, of which two voices have little in common.
 TEST(NaturalSound, FadesDontDip)
 {

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <exception>
 #include <filesystem>
 #include <map>
+#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -97,7 +99,7 @@ void Planner::add(const fs::path& input, const fs::path& below, bool isFromFolde
 {
     Options one = options;
     one.input = input.string();
-    fs::path output = (folder / below / input.filename()).lexically_normal();
+    fs::path output = folder / (below / input.filename()).lexically_normal();
     try {
         if (!options.format.empty())
             output.replace_extension(extensionFor(options.format));
@@ -145,6 +147,8 @@ private:
     const Options& options;
     const Worklist list;
     Progress progress;
+    std::mutex mutex;
+    std::exception_ptr reasonToStop; // an interruption, or nobody to report to
     std::atomic<size_t> next = 0;
     std::atomic<int> done = 0;
     std::atomic<int> failed = 0;
@@ -166,6 +170,8 @@ bool Batch::run()
             threads.emplace_back([this] { work(); });
     }
     threads.clear(); // waits for them
+    if (reasonToStop)
+        std::rethrow_exception(reasonToStop);
     throwIfInterrupted();
     sumUp(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     return failed == 0;
@@ -176,8 +182,10 @@ void Batch::work()
     try {
         for (size_t number; (number = next++) < list.items.size();)
             play(number);
-    } catch (const Interrupted&) {
+    } catch (...) {
+        const std::lock_guard lock(mutex);
         next = list.items.size(); // for the others, too
+        reasonToStop = std::current_exception();
     }
 }
 
@@ -192,15 +200,18 @@ void Batch::play(size_t number)
         ++skipped;
         return progress.say(item.output + ": exists already, left as it is");
     }
+    Summary summary;
     try {
         fs::create_directories(fs::path(item.output).parent_path());
-        report(changeSpeed(one, progress, number), one, progress);
-        ++done;
+        summary = changeSpeed(one, progress, number);
     } catch (const std::exception& error) {
         ++failed;
-        reportFailure(error, one, progress);
+        progress.show(number, 1.0);
+        return reportFailure(error, one, progress);
     }
+    ++done;
     progress.show(number, 1.0);
+    report(summary, one, progress);
 }
 
 void Batch::sumUp(double seconds)

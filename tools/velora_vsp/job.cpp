@@ -276,9 +276,13 @@ void toFile(MediaInput& input, const AVOutputFormat& container, Work& work)
     file.keep();
 }
 
-void writeMap(const SpeedMap& speed, OutputFile& file)
+void writeMap(const Options& options, OutputFile& file)
 {
-    std::ofstream(file.temporary()) << speed.text();
+    std::ofstream out(file.temporary());
+    out << options.speed.text();
+    out.close();
+    if (!out)
+        throw FileError(options.speedMapOut, "can't be written: is the disk full?");
     file.keep();
 }
 
@@ -308,7 +312,7 @@ Summary changeSpeed(const Options& given, Progress& progress, size_t job)
         toFile(input, container, work);
     }
     if (map)
-        writeMap(options.speed, *map);
+        writeMap(options, *map);
     summary.framesIdeal = idealLength(options, summary.framesIn, summary.rate);
     summary.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     return summary;

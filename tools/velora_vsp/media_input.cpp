@@ -63,7 +63,8 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
     opened->protocol_whitelist = av_strdup("none"); // for what an input opens by other ways
 
     AvOptions options;
-    options.set("max_size", "16384"); // bytes in a packet of WAV, for which 4096 are usual
+    // Bytes in a packet of WAV, of which 32 are read before any comes out.
+    options.set("max_size", opened->pb->seekable != 0 ? "16384" : "1024");
     const AVInputFormat* kind = nullptr;
     if (raw) {
         kind = av_find_input_format(raw->encoding->format);
@@ -163,7 +164,8 @@ std::string MediaInput::whatIsMissing() const
     const double slack = isCountedInFrames() ? 0.00002 : 0.25; // seconds
     if (!problem.empty())
         return "can't be read beyond " + clock(position()) + ": " + problem;
-    if (position() < announced - slack)
+    // Some writers count from the start of the clock, some from that of the first stream.
+    if (std::max(position(), end) < announced - slack)
         return "is incomplete: it ends after " + clock(position()) + " of " + clock(announced);
     return {};
 }

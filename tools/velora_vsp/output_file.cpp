@@ -1,11 +1,14 @@
 #include "output_file.h"
 
+#include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <string>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,17 +26,31 @@ std::string reason(int error)
     return std::generic_category().message(error);
 }
 
-// The mode that the file to be replaced has, or that a new one gets. Whose rights a program takes on
-// is not for another content.
-fs::perms modeFor(const fs::path& file)
+constexpr std::string_view kTemporaryName = ".velora-vsp-"; // and what makes it unique
+
+std::string temporaryName()
 {
-    std::error_code missing;
-    const fs::file_status status = fs::status(file, missing);
-    if (fs::exists(status))
-        return status.permissions() & fs::perms::all;
-    const mode_t mask = umask(0);
-    umask(mask);
-    return fs::perms(0666 & ~mask);
+    static std::atomic<int> count = 0;
+    return std::string(kTemporaryName) + std::to_string(getpid()) + "-" + std::to_string(++count);
+}
+
+// A process that writes a file holds a lock on it, so what can be locked was left by one that was
+// killed.
+void removeIfStale(const fs::path& path)
+{
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (file >= 0 && flock(file, LOCK_EX | LOCK_NB) == 0)
+        unlink(path.c_str());
+    if (file >= 0)
+        close(file);
+}
+
+void clearStale(const fs::path& directory)
+{
+    std::error_code none;
+    for (fs::directory_iterator at(directory, none), end; at != end && !none; at.increment(none))
+        if (at->path().filename().string().starts_with(kTemporaryName) && at->is_regular_file(none))
+            removeIfStale(at->path());
 }
 
 } // namespace
@@ -58,39 +75,65 @@ OutputFile::OutputFile(const fs::path& path, const fs::path& input, bool overwri
     if (destination.empty())
         throw FileError(name, reason(none.value()));
 
-    create();
-    fs::permissions(temporaryPath, modeFor(destination), none); // not every file system has them
+    const fs::path directory = destination.has_parent_path() ? destination.parent_path() : ".";
+    if (!createUnnamed(directory)) {
+        clearStale(directory);
+        createNamed(directory);
+    }
+    allowAsBefore(fs::perms::owner_write); // which it takes to write it
 }
 
-void OutputFile::create()
+bool OutputFile::createUnnamed(const fs::path& directory)
 {
     std::error_code none;
-    const fs::path directory = destination.has_parent_path() ? destination.parent_path() : ".";
-    unnamed = open(directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
-    temporaryPath = "/proc/self/fd/" + std::to_string(unnamed);
-    if (unnamed >= 0 && fs::exists(temporaryPath, none))
-        return;
-    std::string pattern = (directory / ".velora-vsp-XXXXXX").string();
-    const int file = mkstemp(pattern.data());
-    if (file < 0)
-        throw FileError(name, "can't create a file in this directory: " + reason(errno));
-    close(file);
-    temporaryPath = pattern;
+    file = open(directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    temporaryPath = "/proc/self/fd/" + std::to_string(file);
+    isNamed = file < 0 || !fs::exists(temporaryPath, none);
+    if (isNamed && file >= 0)
+        close(file);
+    return !isNamed;
+}
+
+// Where file systems know no unnamed ones.
+void OutputFile::createNamed(const fs::path& directory)
+{
+    struct stat status {};
+    do {
+        temporaryPath = directory / temporaryName();
+        file = open(temporaryPath.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
+        if (file < 0 && errno == EEXIST)
+            continue;
+        if (file < 0)
+            throw FileError(name, "can't create a file in this directory: " + reason(errno));
+        flock(file, LOCK_EX); // waits for one who takes it for stale meanwhile
+        if (fstat(file, &status) == 0 && status.st_nlink == 0)
+            close(std::exchange(file, -1));
+    } while (file < 0);
+}
+
+// As the file was that is to be replaced, but whose rights a program takes on is not for another
+// content.
+void OutputFile::allowAsBefore(fs::perms more) const
+{
+    std::error_code none; // not every file system has permissions
+    const fs::file_status before = fs::status(destination, none);
+    if (fs::exists(before))
+        fs::permissions(temporaryPath, (before.permissions() & fs::perms::all) | more, none);
 }
 
 OutputFile::~OutputFile()
 {
-    if (unnamed >= 0)
-        close(unnamed);
     std::error_code ignored; // nothing is left to do about a file that can't be removed
-    if (unnamed < 0 && !temporaryPath.empty())
+    if (isNamed && !temporaryPath.empty())
         fs::remove(temporaryPath, ignored);
+    close(file);
 }
 
 void OutputFile::keep()
 {
     refuseExisting();
-    if (unnamed >= 0)
+    allowAsBefore(fs::perms::none);
+    if (!isNamed)
         giveName();
     std::error_code error;
     if (temporaryPath != destination)
@@ -105,17 +148,13 @@ void OutputFile::giveName()
 {
     std::error_code none;
     fs::path given = destination;
-    if (fs::exists(fs::symlink_status(destination, none))) {
-        given.replace_filename(".velora-vsp-" + std::to_string(getpid()) + "-" +
-                               std::to_string(unnamed));
-        fs::remove(given, none); // of a process that had the same number
-    }
+    if (fs::exists(fs::symlink_status(destination, none)))
+        given.replace_filename(temporaryName());
     if (linkat(AT_FDCWD, temporaryPath.c_str(), AT_FDCWD, given.c_str(), AT_SYMLINK_FOLLOW) != 0)
         throw FileError(name,
                         errno == EEXIST ? kExists : "can't be put in its place: " + reason(errno));
-    close(unnamed);
-    unnamed = -1;
     temporaryPath = given;
+    isNamed = true;
 }
 
 void OutputFile::refuseExisting() const

@@ -26,12 +26,15 @@ public:
 
 private:
     void refuseExisting() const;
-    void create();
+    bool createUnnamed(const std::filesystem::path& directory);
+    void createNamed(const std::filesystem::path& directory);
+    void allowAsBefore(std::filesystem::perms more) const;
     void giveName();
 
     std::filesystem::path name;        // as the user wrote it
     std::filesystem::path destination; // a symbolic link stays, and what it points to is replaced
     std::filesystem::path temporaryPath;
-    int unnamed = -1; // what temporaryPath stands for; -1 where file systems need a name
+    int file = -1; // what temporaryPath stands for
+    bool isNamed = false;
     bool overwrite;
 };

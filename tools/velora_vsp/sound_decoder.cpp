@@ -34,7 +34,8 @@ int bitsOf(const AVCodecContext& codec)
 } // namespace
 
 SoundDecoder::SoundDecoder(const MediaInput& input, const AVStream& track, const DecodeManner& how)
-    : name(input.name()), stream(track), manner(how)
+    : name(input.name()), stream(track), manner(how),
+      isMp4(av_match_name("mp4", input.format().iformat->name) != 0)
 {
     const AVCodec* const decoder = avcodec_find_decoder(track.codecpar->codec_id);
     codec.reset(avcodec_alloc_context3(decoder));
@@ -91,12 +92,15 @@ void SoundDecoder::take(Block& out)
     convert(frame->extended_data, frame->nb_samples, out);
 }
 
-// MP4 tells by its duration how much of the last packet is sound.
+// MP4 tells by its duration how much of the last packet is sound. Other durations may not be those of
+// the samples: Vorbis has packets that give more, recorders write times that jitter.
 void SoundDecoder::trimLast()
 {
     const bool isToTheFrame = stream.time_base.num == 1 && frame->sample_rate > 0 &&
                               stream.time_base.den % frame->sample_rate == 0;
-    if (!isToTheFrame || frame->pkt_duration <= 0)
+    const bool isLast = stream.duration <= 0 || frame->pts + frame->pkt_duration >= stream.duration;
+    if (!isMp4 || !isToTheFrame || frame->pts == AV_NOPTS_VALUE || frame->pkt_duration <= 0 ||
+        !isLast)
         return;
     const int64_t real =
         av_rescale_q(frame->pkt_duration, stream.time_base, {1, frame->sample_rate});

@@ -57,6 +57,7 @@ private:
     int resolution = 0;
     Samples kind = Samples::int16;
     DecodeManner manner;
+    bool isMp4; // or of its family
     int64_t frames = 0;
     double start = 0.0;
     int damagedPackets = 0;

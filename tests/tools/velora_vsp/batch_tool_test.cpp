@@ -52,6 +52,8 @@ TEST_F(ToolBatch, FilesAndFoldersKeepTheirNames)
     EXPECT_EQ(below("in/brisk").size(), 3u);
     runQuietly("-s 2 -o other in/one.wav in/two.wav --format flac --jobs 8");
     EXPECT_EQ(below("other"), (std::set<std::string>{"one.flac", "two.flac"}));
+    runQuietly("-s 2 -o . in/two.wav");
+    EXPECT_EQ(read("two.wav").frames(), 4410);
 }
 
 TEST_F(ToolBatch, WhatFailsIsToldAndTheOthersGoOn)
@@ -109,4 +111,12 @@ TEST_F(ToolBatch, AnInterruptionEndsItWhole)
     EXPECT_LT(below("out").size(), 33u);
     for (const std::string& name : below("out"))
         EXPECT_GT(read("out/" + name).frames(), 10000) << name;
+}
+
+TEST_F(ToolBatch, WithNobodyToReportToItEndsInOrder)
+{
+    const std::string batch = "\"$T\" -s 2 -o out -r in -f --json 2>log";
+    EXPECT_EQ(shell("(" + batch + "; echo $? >status) | head -c 0; cat status log").text, "141\n");
+    EXPECT_EQ(shell(batch + " >/dev/full; echo $?; cat log").text,
+              "1\nvelora-vsp: standard output: can't be written: No space left on device\n");
 }

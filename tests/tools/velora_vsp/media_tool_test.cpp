@@ -74,6 +74,18 @@ TEST_F(ToolMedia, EveryKindHoldsExactlyTheFramesThatItShould)
     EXPECT_EQ(framesIn("out.m4a back.wav -s 1"), std::llround(double(kFrames) / 0.8));
 }
 
+// Each click changes the length of the packets.
+TEST_F(ToolMedia, VorbisWithClicksIsPlayedWhole)
+{
+    constexpr long kFrames = 200000;
+    Sound in = tone(440.0, kFrames);
+    for (size_t at = 5000; at < in.samples.size(); at += 12000)
+        std::fill_n(in.samples.begin() + long(at), 20, 0.9);
+    write("in.wav", in);
+    ffmpeg("-i in.wav in.ogg");
+    EXPECT_EQ(framesIn("in.ogg out.wav -s 1"), kFrames);
+}
+
 TEST_F(ToolMedia, EverySampleSurvivesEachLosslessKind)
 {
     const Sound in = noise(2, 20011, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 1.0);
@@ -110,6 +122,8 @@ TEST_F(ToolMedia, CodecAndBitRateStayWhereTheyCan)
     EXPECT_EQ(chosen("in.mp3 out.wav"), "pcm_f32le");
     EXPECT_EQ(chosen("in.mp3 out.opus"), "opus");
     EXPECT_EQ(chosen("in.wav out.m4a"), "aac");
+    ffmpeg("-i in.wav -c:a dca -strict -2 in.mka");
+    EXPECT_EQ(chosen("in.mka out.mka"), "dts");
     EXPECT_EQ(chosen("in.wav out.mka --codec ac3 --bitrate 64k"), "ac3");
     EXPECT_NE(tool("in.wav out.mp3 -f -s 1 --codec flac").text.find("can't hold flac"),
               std::string::npos);

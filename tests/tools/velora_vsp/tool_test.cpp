@@ -355,6 +355,32 @@ TEST_F(ToolTest, InterruptionLeavesNothing)
     }
 }
 
+// strace makes a file system of one that knows no files without a name.
+TEST_F(ToolTest, WhereFilesNeedANameTheNextRunClearsUpAfterAKilledOne)
+{
+    const std::string named =
+        "strace -f -qq -o /dev/null -P folder -e trace=openat -e inject=openat:error=EOPNOTSUPP:"
+        "when=1 \"$T\" ";
+    if (shell("strace -o /dev/null true").exitCode != 0)
+        GTEST_SKIP() << "no strace here";
+    ASSERT_TRUE(fs::create_directory(at("folder")));
+    write("in.wav", tone(440.0, 200000));
+    const auto count = [&] { // of all that lies in the folder
+        return std::distance(fs::directory_iterator(at("folder")), fs::directory_iterator());
+    };
+    shell("mkfifo fifo; (" + named +
+          "- folder/out.wav -s 2 <fifo & tracer=$!; exec 3>fifo; cat in.wav >&3; "
+          "for n in $(seq 250); do ls -A folder | grep -q velora && break; sleep 0.02; done; " +
+          named +
+          "in.wav folder/other.wav -s 2; ls -A folder | wc -l >count; "
+          "kill -KILL $(cat /proc/$tracer/task/$tracer/children); wait) 2>/dev/null");
+    EXPECT_EQ(contents(at("count")), "2\n") << "what is being written was cleared";
+    EXPECT_EQ(count(), 2) << "the killed run should have left a file";
+    shell(named + "in.wav folder/third.wav -s 2");
+    EXPECT_EQ(count(), 2);
+    EXPECT_EQ(read("folder/third.wav").frames(), 100000);
+}
+
 TEST_F(ToolTest, AnOutputTakesNoRightsOver)
 {
     write("in.wav", tone(440.0, 2000));
