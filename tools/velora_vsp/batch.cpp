@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <exception>
 #include <filesystem>
 #include <map>
+#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -150,6 +152,8 @@ private:
     std::atomic<int> failed = 0;
     std::atomic<int> skipped = 0;
     std::atomic<int> leftOut = 0;
+    std::mutex mutex;
+    std::exception_ptr ending; // an interruption, or that no report can be written
 };
 
 bool Batch::run()
@@ -166,7 +170,8 @@ bool Batch::run()
             threads.emplace_back([this] { work(); });
     }
     threads.clear(); // waits for them
-    throwIfInterrupted();
+    if (ending)
+        std::rethrow_exception(ending);
     sumUp(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     return failed == 0;
 }
@@ -176,8 +181,10 @@ void Batch::work()
     try {
         for (size_t number; (number = next++) < list.items.size();)
             play(number);
-    } catch (const Interrupted&) {
+    } catch (...) {
         next = list.items.size(); // for the others, too
+        const std::lock_guard lock(mutex);
+        ending = std::current_exception();
     }
 }
 
@@ -192,15 +199,18 @@ void Batch::play(size_t number)
         ++skipped;
         return progress.say(item.output + ": exists already, left as it is");
     }
+    Summary summary;
     try {
         fs::create_directories(fs::path(item.output).parent_path());
-        report(changeSpeed(one, progress, number), one, progress);
+        summary = changeSpeed(one, progress, number);
         ++done;
     } catch (const std::exception& error) {
         ++failed;
-        reportFailure(error, one, progress);
+        progress.show(number, 1.0);
+        return reportFailure(error, one, progress);
     }
     progress.show(number, 1.0);
+    report(summary, one, progress);
 }
 
 void Batch::sumUp(double seconds)

@@ -30,13 +30,15 @@ void announcePitch(const Options& options)
 int changeOne(const Options& options)
 {
     Progress progress({1.0}, options.quiet);
+    Summary summary;
     try {
-        report(changeSpeed(options, progress, 0), options, progress);
-        return 0;
+        summary = changeSpeed(options, progress, 0);
     } catch (const std::exception& error) {
         reportFailure(error, options, progress);
         return kFailed;
     }
+    report(summary, options, progress);
+    return 0;
 }
 
 } // namespace
