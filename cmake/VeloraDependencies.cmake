@@ -1,8 +1,9 @@
 # What the tool, the tests and the benchmarks need beyond the compiler; the libraries need nothing.
 
-# velora_missing(NAME DEBIAN_PACKAGE OPTION) ends the configuration with what to install, or what to leave out.
-function(velora_missing name package option)
-    message(FATAL_ERROR "${name} is missing (Debian package ${package}); -D${option}=OFF does without it.")
+# velora_missing(NAME DEBIAN_PACKAGES OPTION) ends the configuration with what to install, or what to leave out. The
+# indented line is one that CMake leaves whole.
+function(velora_missing name packages option)
+    message(FATAL_ERROR "Not found: ${name}.\n  apt-get install ${packages}    (or leave it out: -D${option}=OFF)")
 endfunction()
 
 # velora_find_package(NAME DEBIAN_PACKAGE OPTION) finds a package that comes with CMake files of its own.

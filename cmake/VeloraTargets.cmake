@@ -83,6 +83,7 @@ function(velora_add_library name)
     velora_place(${target}_static "")
     set_target_properties(${target}_static PROPERTIES
         EXPORT_NAME ${name}_static
+        OUTPUT_NAME ${target} # as linkers look for it: lib….a beside lib….so
         POSITION_INDEPENDENT_CODE ON)
     target_link_libraries(${target}_static INTERFACE ${velora_cxx_runtime})
     foreach(library ${target} ${target}_static)

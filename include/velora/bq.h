@@ -16,11 +16,12 @@ public:
     /// clears the filter's memory.
     virtual void Init(int sampleRate) = 0;
 
-    /// Filters `frames` stereo frames (0 or less: nothing). The memory carries on from call to
+    /// Filters stereo frames. The memory carries on from call to
     /// call, so the output doesn't depend on how a stream is cut.
     /// @param dst  [frames] left, right; may be `src`. Truncated toward minus infinity, not
     ///             saturated: an overshoot past full scale wraps.
     /// @param src  [frames] left, right
+    /// @param frames  0 or less: nothing is done
     virtual void Exe(short (*dst)[2], const short (*src)[2], int frames) = 0;
 
     virtual ~Velora_BQ_Interface() {}

@@ -48,6 +48,11 @@
 #ifndef VELORA_STREAM_HPP
 #define VELORA_STREAM_HPP
 
+#if __cplusplus < 201703L && (!defined(_MSVC_LANG) || _MSVC_LANG < 201703L)
+// An #error would be followed by one for every line that an older language can't read: this ends it.
+#include "velora/stream.hpp needs C++17: compile with -std=c++17 or later"
+#endif
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -180,6 +185,8 @@ public:
     ///                    comes up to 75 ms before one that all share may the latter be up to 2.5
     ///                    hops apart.
     /// @param pitch       what speeds 0.5, 0.25 and 0.125 do to it
+    /// @param sound       what is heard at speeds other than 1.0
+    /// @param material    what the natural sound is tuned for
     /// @throws std::invalid_argument for a rate or channels out of range; std::bad_alloc
     Stream(int sampleRate, int channels, Pitch pitch = Pitch::keep, Sound sound = Sound::natural,
            Material material = Material::music)
@@ -222,6 +229,7 @@ public:
     /// Sets the speed. Takes effect with the next frame that comes out; between speeds that need no
     /// fade (see above), some two hops later. Ends what was planned. Of several calls without a
     /// process between them the last one counts. After flush it still changes the speed of the rest.
+    /// @param speed         see above
     /// @param withinFrames  where it takes a fade, that comes so many frames of output from now, and
     ///                      the work for it is spread over the calls up to there (over at most 8
     ///                      hops); what was set or planned before comes first if it comes until

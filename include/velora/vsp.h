@@ -98,7 +98,9 @@ public:
     /// the working rate (512, 1024 or 2048 of the caller's). Input that doesn't fill a chunk waits
     /// for a later call.
     ///
-    /// @param out  room as for Exe, for the frames of every chunk that this call completes
+    /// @param out     room as for Exe, for the frames of every chunk that this call completes
+    /// @param in      as for Exe
+    /// @param frames  as for Exe
     virtual int Exe_buffered(void* out, const void* in, int frames) = 0;
 
     /// Returns how many input frames the next Exe needs to return `outFrames` frames,

@@ -57,7 +57,7 @@ Options readOptions(int argc, const char* const* argv)
         ->type_name("");
     app.add_option("-s,--speed", options.speed, "0.125 to 8, to begin with (1)")
         ->type_name("S")
-        ->check(CLI::Range(0.125, 8.0));
+        ->check(CLI::Range(0.125, 8.0).description(""));
     app.add_option("--keys", script, "Take keys from a script, too")->type_name("SCRIPT");
     app.set_version_flag("--version", std::string("velora-play ") + VELORA_PLAY_VERSION,
                          "Print the version and exit");

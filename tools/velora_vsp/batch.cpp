@@ -147,13 +147,13 @@ private:
     const Options& options;
     const Worklist list;
     Progress progress;
+    std::mutex mutex;
+    std::exception_ptr reasonToStop; // an interruption, or nobody to report to
     std::atomic<size_t> next = 0;
     std::atomic<int> done = 0;
     std::atomic<int> failed = 0;
     std::atomic<int> skipped = 0;
     std::atomic<int> leftOut = 0;
-    std::mutex mutex;
-    std::exception_ptr ending; // an interruption, or that no report can be written
 };
 
 bool Batch::run()
@@ -170,8 +170,9 @@ bool Batch::run()
             threads.emplace_back([this] { work(); });
     }
     threads.clear(); // waits for them
-    if (ending)
-        std::rethrow_exception(ending);
+    if (reasonToStop)
+        std::rethrow_exception(reasonToStop);
+    throwIfInterrupted();
     sumUp(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     return failed == 0;
 }
@@ -182,9 +183,9 @@ void Batch::work()
         for (size_t number; (number = next++) < list.items.size();)
             play(number);
     } catch (...) {
-        next = list.items.size(); // for the others, too
         const std::lock_guard lock(mutex);
-        ending = std::current_exception();
+        next = list.items.size(); // for the others, too
+        reasonToStop = std::current_exception();
     }
 }
 
@@ -203,12 +204,12 @@ void Batch::play(size_t number)
     try {
         fs::create_directories(fs::path(item.output).parent_path());
         summary = changeSpeed(one, progress, number);
-        ++done;
     } catch (const std::exception& error) {
         ++failed;
         progress.show(number, 1.0);
         return reportFailure(error, one, progress);
     }
+    ++done;
     progress.show(number, 1.0);
     report(summary, one, progress);
 }

@@ -13,21 +13,28 @@ public:
     /// The next of the sound.
     void take(const Block& block);
 
-    /// The pauses in all that was taken, in seconds from its start.
-    /// @param threshold  dB below full scale; noise that goes on between the words raises it
+    /// The pauses in all that was taken, in seconds from its start, if they last a tenth of a second
+    /// without their margins.
+    /// @param threshold  dB of full scale, RMS. Noise that goes on between the words raises it, and
+    ///                   it lies below the loudest in any case: what is steady throughout is no pause.
     /// @param margin     seconds that stay as they are beside sound
     std::vector<Span> pauses(double threshold, double margin) const;
 
 private:
+    struct Channel {
+        double last = 0.0;   // sample
+        double heard = 0.0;  // the last of what passes the high-pass
+        double energy = 0.0; // of this since the last level
+    };
     template <class Sample>
     void measure(const Block& block, double fullScale);
-    std::vector<float> thresholds(double least) const;
+    void close();
 
-    int channelCount;
     Samples kind;
     int framesPerLevel;
     double levelSeconds;
-    double energy = 0.0; // of the frames since the last level
-    int frames = 0;
-    std::vector<float> levels; // dB
+    double decay; // of the high-pass from frame to frame
+    std::vector<Channel> channels;
+    int frames = 0;            // since the last level
+    std::vector<float> levels; // dB of full scale: the RMS of the loudest channel
 };

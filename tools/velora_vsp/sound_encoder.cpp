@@ -57,6 +57,7 @@ AvPtr<AVCodecContext> openEncoder(const MediaOutput& output, const Encoding& enc
     codec->ch_layout = encoding.format.layout;
     codec->bits_per_raw_sample = encoding.bits;
     codec->time_base = {1, encoding.format.rate};
+    codec->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL; // DTS, TrueHD
     if (bitRate > 0)
         codec->bit_rate = bitRate;
     if (encoding.quality) {

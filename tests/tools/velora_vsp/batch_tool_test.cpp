@@ -122,3 +122,11 @@ TEST_F(ToolBatch, AnInterruptionEndsItWhole)
     for (const std::string& name : below("out"))
         EXPECT_GT(read("out/" + name).frames(), 10000) << name;
 }
+
+TEST_F(ToolBatch, WithNobodyToReportToItEndsInOrder)
+{
+    const std::string batch = "\"$T\" -s 2 -o out -r in -f --json 2>log";
+    EXPECT_EQ(shell("(" + batch + "; echo $? >status) | head -c 0; cat status log").text, "141\n");
+    EXPECT_EQ(shell(batch + " >/dev/full; echo $?; cat log").text,
+              "1\nvelora-vsp: standard output: can't be written: No space left on device\n");
+}

@@ -122,6 +122,8 @@ TEST_F(ToolMedia, CodecAndBitRateStayWhereTheyCan)
     EXPECT_EQ(chosen("in.mp3 out.wav"), "pcm_f32le");
     EXPECT_EQ(chosen("in.mp3 out.opus"), "opus");
     EXPECT_EQ(chosen("in.wav out.m4a"), "aac");
+    ffmpeg("-i in.wav -c:a dca -strict -2 in.mka");
+    EXPECT_EQ(chosen("in.mka out.mka"), "dts");
     EXPECT_EQ(chosen("in.wav out.mka --codec ac3 --bitrate 64k"), "ac3");
     EXPECT_NE(tool("in.wav out.mp3 -f -s 1 --codec flac").text.find("can't hold flac"),
               std::string::npos);
