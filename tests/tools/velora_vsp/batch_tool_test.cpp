@@ -81,16 +81,6 @@ TEST_F(ToolBatch, WhatFailsIsToldAndTheOthersGoOn)
     EXPECT_EQ(failed, 2);
 }
 
-TEST_F(ToolBatch, ReportsThatCannotBeWrittenEndIt)
-{
-    const Result full = shell("\"$T\" -s 2 -o out -r in --json 2>&1 >/dev/full");
-    EXPECT_EQ(full.exitCode, 1) << full.text;
-    EXPECT_NE(full.text.find("standard output: can't be written"), std::string::npos) << full.text;
-    EXPECT_EQ(shell("(\"$T\" -s 2 -o gone -r in --json; echo $? >code) | true; exit $(cat code)")
-                  .exitCode,
-              141);
-}
-
 TEST_F(ToolBatch, NothingIsOverwrittenAndABatchCanGoOn)
 {
     runQuietly("-s 2 -o out in/one.wav");
