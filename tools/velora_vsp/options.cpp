@@ -177,6 +177,21 @@ std::string checkLevel(const std::string& text)
                                   "such as -38dB";
 }
 
+/// A number in a range, which "nan" isn't.
+CLI::Validator within(double lowest, double highest)
+{
+    const auto check = [=](std::string& text) -> std::string {
+        char* end = nullptr;
+        const double number = std::strtod(text.c_str(), &end);
+        if (!text.empty() && *end == '\0' && number >= lowest && number <= highest)
+            return {};
+        std::ostringstream problem;
+        problem << "'" << text << "' is not a number from " << lowest << " to " << highest;
+        return problem.str();
+    };
+    return {check, "", ""};
+}
+
 /// Turns one of a few names into what it stands for.
 template <class Value>
 CLI::Validator nameOf(const std::map<std::string, Value>& values)
@@ -272,7 +287,7 @@ Options readOptions(int argc, const char* const* argv)
     const auto* marginOption = app.add_option("--silence-margin", options.silenceMargin,
                                               "Seconds beside words that stay as they are (0.15)")
                                    ->type_name("SEC")
-                                   ->check(CLI::Range(0.0, 10.0));
+                                   ->check(within(0.0, 10.0));
     app.add_option("--speed-map-out", options.speedMapOut,
                    "Write the speeds that were taken to a text file")
         ->type_name("FILE");
@@ -299,7 +314,8 @@ Options readOptions(int argc, const char* const* argv)
         ->type_name("BITS")
         ->check(checkBitRate, "", "bitrate");
     app.add_option("--quality", options.quality, "Quality of sound, as the encoder counts it")
-        ->type_name("Q");
+        ->type_name("Q")
+        ->check(within(-1000.0, 1000.0));
     app.add_option("--compression", options.compression,
                    "How hard the encoder tries, as it counts it")
         ->type_name("N");

@@ -222,6 +222,9 @@ bool holds(const AVOutputFormat& container, AVCodecID codec)
 {
     if (const auto* known = knownCodecs(container))
         return std::find(known->begin(), known->end(), codec) != known->end();
+    if (std::string_view(container.name) == "mov" &&
+        (codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_OPUS))
+        return false;         // which its muxer only finds out when it begins
     const bool isUnreadable = // by all but FFmpeg
         codec == AV_CODEC_ID_ALAC && std::string_view(container.name) == "caf";
     return !isUnreadable && avformat_query_codec(&container, codec, FF_COMPLIANCE_NORMAL) == 1;
