@@ -85,7 +85,8 @@ int Vocoder::segmentStart(int frames) const
     if (nearsOnset || effectiveSpeed >= kNoneFollows)
         return wanted;
     const int following = followingSegment(frames);
-    const bool mayFollow = following >= 0 && std::abs(following - wanted) <= frames / 2;
+    const bool mayFollow =
+        following >= 0 && following <= last && std::abs(following - wanted) <= frames / 2;
     if (mayFollow)
         return following;
     // A run of segments that follow on one another begins, which moves off by so many hops with each
