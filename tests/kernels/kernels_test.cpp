@@ -197,10 +197,10 @@ const Case kCases[] = {
     {"mixHighBand",
      [](const KernelTable& k, Bench& b) {
          // Two weights from 0 to 2^13, and changes of the same size up or down.
-         auto* const fades =
-             reinterpret_cast<int32_t(*)[kMaxHop]>(b.values<int32_t>(4 * kMaxHop, 14));
+         int32_t* const weights = b.values<int32_t>(4 * kMaxHop, 14);
          for (int n = 0; n < 2 * kMaxHop; ++n)
-             fades[0][n] = std::abs(fades[0][n]);
+             weights[n] = std::abs(weights[n]);
+         auto* const fades = reinterpret_cast<int32_t(*)[kMaxHop]>(weights);
          k.mixHighBand(b.frames(512), b.frames(512), b.frames(512), fades, b.pick(16385),
                        1 + b.pick(512));
      }},

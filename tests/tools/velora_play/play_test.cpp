@@ -129,7 +129,8 @@ protected:
         std::ifstream card(at("card.raw"), std::ios::binary);
         const std::string bytes{std::istreambuf_iterator<char>(card), {}};
         result.sound.resize(bytes.size() / sizeof(float));
-        std::memcpy(result.sound.data(), bytes.data(), result.sound.size() * sizeof(float));
+        if (!result.sound.empty())
+            std::memcpy(result.sound.data(), bytes.data(), result.sound.size() * sizeof(float));
         // Whole buffers of silence may come before the sound card is told to begin.
         const auto first = std::find_if(result.sound.begin(), result.sound.end(),
                                         [](float x) { return x != 0.0F; });
