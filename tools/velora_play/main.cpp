@@ -82,9 +82,9 @@ std::string printable(std::string text)
     return text;
 }
 
-class Session {
+class Playlist {
 public:
-    explicit Session(const Options& given)
+    explicit Playlist(const Options& given)
         : options(given), terminal(std::count(given.files.begin(), given.files.end(), kPipe) > 0),
           speed(given.speed)
     {
@@ -200,7 +200,7 @@ int main(int argc, char** argv)
             return options.exitCode;
         const Sdl sdl;
         catchInterruptions();
-        return Session(options).playAll() ? 0 : kFailed;
+        return Playlist(options).playAll() ? 0 : kFailed;
     } catch (const Interrupted&) {
         dieOfInterruption();
     } catch (const std::exception& error) {
