@@ -28,11 +28,13 @@
 ///
 /// A change of speed is heard at the very next frame that comes out, or where it was planned: through
 /// a fade of a few milliseconds from or to 1.0, and from or to the speeds that Pitch::drop changes
-/// (with Sound::engine also between dull speeds and others); else without one.
+/// (with Sound::engine also between dull speeds and others); else without one. Before a change to 1.0
+/// that is planned, the natural sound's phases are brought to the input's over eight hops, so that no
+/// tone dips there; what changes at once may dip by any amount for some 10 ms, tone by tone.
 ///
-/// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. What has a pitch sounds within half
-/// a millisecond of where the time map puts it, a click within 1.4 hops, below speed 0.5 within a hop
-/// of media time. Above 1.0 single clicks lose level; above 2 they may be skipped.
+/// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. In the mean sound comes within
+/// a millisecond of where the time map puts it; a tone that glides above 2 may be a third of a hop
+/// late. A click comes within 1.4 hops, below speed 0.5 within a hop of media time. Above 1.0 single clicks lose level; above 2 they may be skipped.
 ///
 /// Threads: a stream is driven by one thread at a time; different streams are independent. Any
 /// thread may meanwhile call clock and requestSpeed.

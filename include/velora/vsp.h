@@ -190,6 +190,12 @@ public:
     static constexpr int kUnheardStages = 3;
     static void Prime(Velora_VSP_Interface* engine, float hops);
 
+    /// Before a GiveHop, with LockedChannels: steers the phases of the frame that it makes towards those
+    /// of the input `lead` hops ahead of where the frame lies, behind if below 0, by `share` of what
+    /// they differ by, 0 to 1. For who goes on with the input itself some frames later: steered there
+    /// little by little, the two are in phase. Holds until it is called again, or the next Init.
+    static void Steer(Velora_VSP_Interface* engine, float lead, float share);
+
     /// To be called when all of `engines` have processed the same hop: the onset that any of them
     /// found in it counts for all. Onsets then fall on the same frames in all of them.
     static void ShareOnsets(Velora_VSP_Interface* const* engines, int count);

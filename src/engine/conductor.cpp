@@ -54,6 +54,11 @@ void Velora_VSP_Conductor::Prime(Velora_VSP_Interface* engine, float hops)
     engineOf(engine).prime(hops);
 }
 
+void Velora_VSP_Conductor::Steer(Velora_VSP_Interface* engine, float lead, float share)
+{
+    engineOf(engine).steer(lead, share);
+}
+
 void Velora_VSP_Conductor::ShareOnsets(Velora_VSP_Interface* const* engines, int count)
 {
     const auto found = [](Velora_VSP_Interface* engine) { return engineOf(engine).foundOnset(); };

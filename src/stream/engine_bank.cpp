@@ -122,7 +122,8 @@ void EngineBank::keep(int pair, PairQueue& out, std::int64_t skip, Media media)
                     std::size_t(wanted * bytesPerFrame(depth)));
 }
 
-void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media media, float speed)
+void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media media,
+                         Approach approach, float speed)
 {
     constexpr int kLast = kGiveStages - 1; // it and the one before write
     for (int n = stages.from; n < stages.to; ++n) {
@@ -134,6 +135,8 @@ void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media
         if (pair == 0 && stage == kLast - 1)
             out.append(hop - skip);
         std::byte* const room = stage < kLast - 1 ? nullptr : engineOutput(pair, out, skip);
+        if (stage == 0)
+            Velora_VSP_Conductor::Steer(engines[std::size_t(pair)], approach.lead, approach.share);
         Velora_VSP_Conductor::GiveStage(engine(pair, speed), stage, room);
         if (stage == kLast)
             keep(pair, out, skip, media);

@@ -41,9 +41,10 @@ public:
     void start(Stages stages, float speed, float hops);
     /// Analyses the hop at frame `at` of `in`, at `speed`.
     void takeHop(Stages stages, const PairQueue& in, std::int64_t at, float speed);
-    /// Synthesises the next hop of output at `speed`, which sounds `media`; all of it but the first
-    /// `skip` frames is appended to `out`.
-    void giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media media, float speed);
+    /// Synthesises the next hop of output at `speed`, which sounds `media`, steered as `approach` says;
+    /// all of it but the first `skip` frames is appended to `out`.
+    void giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media media, Approach approach,
+                 float speed);
     /// Converts the frames at `at` of `in` that make one hop of output, which sounds `media`.
     void convert(Stages stages, PairQueue& out, std::int64_t skip, Media media, const PairQueue& in,
                  std::int64_t at, float speed);

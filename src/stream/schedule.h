@@ -276,8 +276,11 @@ private:
     {
         if (voice.inputWanted(rate) > input)
             return 0;
-        if (voice.nextStep() == Voice::Step::give && voice.done == 0)
+        if (voice.nextStep() == Voice::Step::give && voice.done == 0) {
             voice.follow(sound.times(), rate);
+            if (!isNext && join != Join::none && next.isDry())
+                voice.approachInput(joinOutput, next.fed - (next.end - joinOutput), rate);
+        }
         const int left = voice.stages(rate) - voice.done;
         const int count = int(std::clamp<std::int64_t>(most, 1, left));
         sound.run(voice, count, isNext);

@@ -71,7 +71,7 @@ void Sound::run(const Voice& voice, int stages, bool isNext)
         break;
     case Voice::Step::give:
         engines.giveHop(part, queue(isNext), unwanted(voice, isNext), mediaOf(voice),
-                        voice.engineSpeed);
+                        voice.approach, voice.engineSpeed);
         break;
     case Voice::Step::convert:
         takeLevel(voice);

@@ -19,31 +19,17 @@ namespace {
 constexpr int kAnalysisDelayHops = 4;
 constexpr int kSynthesisDelayHops = 2;
 
-// Up to this speed the natural sound knows how phases turn in the middle of two synthesis frames.
-constexpr double kFastestInTime = 2.0;
-
-// From one synthesis frame to the next phases turn as they did from one analysis frame to the next
-// one. What sounds then is late by the way from the middle of these two to the middle of those, in
-// hops of output. The bare engine takes the two around the synthesis frame, at `position` behind the
-// first of them. The natural sound takes those of which the middle lies nearest; above that speed
-// the nearest analysis frame and the next.
-double phaseDelayAt(double position, double speed, bool isNatural)
-{
-    const double middle = position + 0.5 * speed;
-    double first = 0.0;
-    if (isNatural)
-        first = std::floor(speed > kFastestInTime ? position + 0.5 : middle);
-    return (middle - (first + 0.5)) / speed;
-}
-
-// Where the positions come round within `kFrames` frames from 0 on, the mean of that.
-double phaseDelayFromStart(float engineSpeed, bool isNatural)
+// From one synthesis frame to the next the bare engine's phases turn as they did from the one of the
+// two analysis frames around it, at `position` behind the first of them, to the other. What sounds
+// then is late by the way from the middle of these two to the middle of the synthesis frames, in hops
+// of output: here the mean, where the positions come round within `kFrames` frames from 0 on.
+double phaseDelayFromStart(float engineSpeed)
 {
     constexpr int kFrames = 1000; // the speeds that people set do
     double sum = 0.0;
     float clock = 0.0f; // as the engine's, which is taken down by a hop at a time
     for (int frame = 0; frame < kFrames; ++frame) {
-        sum += phaseDelayAt(double(clock), double(engineSpeed), isNatural);
+        sum += (double(clock) + 0.5 * double(engineSpeed) - 0.5) / double(engineSpeed);
         for (clock += engineSpeed; clock >= 1.0f;)
             clock -= 1.0f;
     }
@@ -51,15 +37,23 @@ double phaseDelayFromStart(float engineSpeed, bool isNatural)
 }
 
 // Where they may fall anywhere.
-double usualPhaseDelay(double speed, bool isNatural)
+constexpr double kUsualPhaseDelay = 0.5;
+
+// The natural sound's phases keep time with the frames. But above 1.0 what begins within a frame
+// sounds a little late, as the frames before had it, in music by up to a fifth of a hop (measured);
+// steady tones don't. Half of that is taken for all.
+double naturalDelay(double speed)
 {
-    if (!isNatural)
-        return 0.5;
-    return speed > kFastestInTime ? 0.5 - 0.5 / speed : 0.0;
+    constexpr double kMost = 0.1; // hops of output
+    return speed > 1.0 ? kMost * (1.0 - 1.0 / speed) : 0.0;
 }
 
 // Output hops that the sound may be away from the time map: far more than rounding makes.
 constexpr double kDriftHops = 1.0 / 64.0;
+
+// So many synthesis frames before the input itself is heard phases begin to be steered towards it.
+// From one to the next a partial so turns by less than 25 degrees more than its frequency asks for.
+constexpr double kApproachFrames = 8.0;
 
 // A synthesis frame needs this many hops of input: the four of the older of the two analysis frames
 // around it, one more for the newer, and two by which onsets are known ahead.
@@ -124,7 +118,7 @@ void Voice::place(std::int64_t output, double media, const Rate& rate)
     } else if (path == Path::converter) {
         placeConverter(output, media, rate);
     } else if (media == 0.0) {
-        phaseDelay = phaseDelayFromStart(engineSpeed, isNatural);
+        phaseDelay = isNatural ? naturalDelay(speed) : phaseDelayFromStart(engineSpeed);
         fed = 0;
         end = output - std::llround(delay(rate));
     } else {
@@ -143,7 +137,7 @@ void Voice::placeConverter(std::int64_t output, double media, const Rate& rate)
 // frames up to there lie on analysis frames. Through the low-pass it can't.
 void Voice::placeAmidst(std::int64_t output, double media, const Rate& rate)
 {
-    phaseDelay = usualPhaseDelay(speed, isNatural);
+    phaseDelay = usualDelay(speed);
     const double heard = media + rate.delayIn; // the engine hears `media` at this input frame
     const double hops = heard / double(rate.hop);
     double position = 0.0; // of the first synthesis frame
@@ -216,20 +210,31 @@ std::int64_t Voice::stagesToGive(const Rate& rate) const
 
 void Voice::follow(const TimeMap& times, const Rate& rate)
 {
+    approach = {};
     if (double(end + (1 + kSynthesisDelayHops) * rate.hop) + delayOut(rate) <= double(inPhaseTo)) {
         engineSpeed = vocoderSpeed(1.0f);
         return;
     }
-    // Of this hop of output and of the next, in hops of input.
-    const double position = double(fed) / double(rate.hop) - 1.0 + double(clock);
     segment = segmentAt(times, end, rate);
     if (speed != times[segment].speed)
-        phaseDelay = usualPhaseDelay(times[segment].speed, isNatural);
+        phaseDelay = usualDelay(times[segment].speed);
     speed = times[segment].speed;
     const double aim = positionAt(times, end + rate.hop, rate);
-    const double drift = aim - (position + speed);
+    const double drift = aim - (position(rate) + speed);
     engineSpeed = std::abs(drift) < kDriftHops * speed ? vocoderSpeed(float(speed))
-                                                       : nearSpeed(aim - position);
+                                                       : nearSpeed(aim - position(rate));
+}
+
+void Voice::approachInput(std::int64_t output, std::int64_t media, const Rate& rate)
+{
+    const double middle = double(end + kSynthesisDelayHops * rate.hop) + delayOut(rate);
+    const double framesAhead = double(output) - middle;
+    const double frames = std::max(std::floor(framesAhead / double(rate.hop)), 0.0);
+    if (!isNatural || path != Path::vocoder || frames >= kApproachFrames)
+        return;
+    const double wanted =
+        (double(media) - framesAhead + rate.delayIn) / double(rate.hop) + kAnalysisDelayHops;
+    approach = {float(wanted - position(rate)), float(1.0 / (frames + 1.0))};
 }
 
 double Voice::mediaAt(const TimeMap& times, std::int64_t output) const
@@ -286,6 +291,17 @@ float Voice::nearSpeed(double wanted) const
     const float slowest = isFiltered() || isNatural ? kSlowestSpeed : 0.5f;
     const float fastest = isFiltered() ? std::nextafter(0.5f, 0.0f) : kFastestSpeed;
     return vocoderSpeed(std::clamp(float(wanted), slowest, fastest));
+}
+
+// Of the next hop of output, in hops of input.
+double Voice::position(const Rate& rate) const
+{
+    return double(fed) / double(rate.hop) - 1.0 + double(clock);
+}
+
+double Voice::usualDelay(double atSpeed) const
+{
+    return isNatural ? naturalDelay(atSpeed) : kUsualPhaseDelay;
 }
 
 double Voice::synthesisDelayHops() const

@@ -35,6 +35,12 @@ struct Rate {
 
 enum class Path { dry, vocoder, converter };
 
+/// How a frame is steered towards what the input sounds: see Velora_VSP_Conductor::Steer.
+struct Approach {
+    float lead = 0.0f;
+    float share = 0.0f;
+};
+
 /// One way through: untouched, or engines at the speeds of the time map. Knows what each hop of
 /// input yields.
 struct Voice {
@@ -50,6 +56,7 @@ struct Voice {
     double phaseDelay = 0.0;      // hops of output that it sounds later than its frames say
     // Output frame up to which it sounds as the input does, at 1.0.
     std::int64_t inPhaseTo = std::numeric_limits<std::int64_t>::min();
+    Approach approach;      // of the hop of output that comes next
     bool isNew = true;      // its engines are to be started first
     int unheard = 0;        // hops that are taken before the first that its sound is made of
     int done = 0;           // stages of the step that comes next, of all pairs
@@ -87,6 +94,9 @@ struct Voice {
 
     /// Before a step that gives: chooses the engine's speed so that it keeps to the time map.
     void follow(const TimeMap& times, const Rate& rate);
+    /// Before a step that gives, if the input itself takes over at output frame `output` with input
+    /// frame `media`: chooses how far that is approached.
+    void approachInput(std::int64_t output, std::int64_t media, const Rate& rate);
     /// Input frame that it sounds at an output frame of its next hop: by the time map, but beyond
     /// the segments that it follows as if these went on.
     double mediaAt(const TimeMap& times, std::int64_t output) const;
@@ -108,6 +118,8 @@ private:
     void placeConverter(std::int64_t output, double media, const Rate& rate);
     void placeAtStart(std::int64_t output, double media, const Rate& rate);
     void placeAmidst(std::int64_t output, double media, const Rate& rate);
+    double position(const Rate& rate) const;
+    double usualDelay(double atSpeed) const;
     double synthesisDelayHops() const;
     double centre(std::int64_t output, const Rate& rate) const;
     std::size_t segmentAt(const TimeMap& times, std::int64_t output, const Rate& rate) const;

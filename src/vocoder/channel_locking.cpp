@@ -5,8 +5,10 @@
 // is heard. A partial, which covers several bins, so stays one sound, without a search for peaks.
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 
+#include "fixed/angles.h"
 #include "fixed/cache_line.h"
 #include "fixed/fixed.h"
 #include "fixed/floating_point.h"
@@ -16,17 +18,31 @@
 
 namespace vsp {
 
-// Far from this frame's own rows frequencies are those of another sound.
-int Vocoder::firstRowOfStep() const
+namespace {
+
+// The whole number nearest to `place`. Halfway between two they take turns: many speeds come there
+// again and again, and would be late or early as a whole.
+int nearestInTurn(float place, bool& tookFirst)
 {
-    constexpr float kFastest = 2.0f;
-    return effectiveSpeed > kFastest ? nearestRow() : int(frameClock + 0.5f * effectiveSpeed);
+    constexpr float kHalfway = 1.0f / 64.0f;
+    const float below = std::floor(place);
+    if (std::abs(place - below - 0.5f) < kHalfway) {
+        tookFirst = !tookFirst;
+        return int(below) + (tookFirst ? 0 : 1);
+    }
+    return int(std::floor(place + 0.5f));
 }
 
-// Below 1.0 the phases of this frame and of the next are those of two rows as they were analysed.
-int Vocoder::phaseRow() const
+} // namespace
+
+void Vocoder::chooseRows()
 {
-    return effectiveSpeed < 1.0f ? firstRowOfStep() : nearestRow();
+    // At higher ones frequencies would be those of another sound.
+    constexpr float kFastestInTime = 2.0f;
+    rows.nearest = nearestInTurn(frameClock, tookFirst[0]);
+    rows.ofStep = effectiveSpeed > kFastestInTime
+                      ? rows.nearest
+                      : nearestInTurn(frameClock + 0.5f * (effectiveSpeed - 1.0f), tookFirst[1]);
 }
 
 void Vocoder::sumTurns()
@@ -43,9 +59,12 @@ void Vocoder::sumTurns()
 void Vocoder::addTo(Agreement& total) const
 {
     const ComplexInt* const own = turnSumRow + kTurnMargin;
-    for (int bin = 0; bin < kLastBin; ++bin)
-        total.turns[bin] = {fx::wrapAdd(total.turns[bin].re, own[bin].re),
-                            fx::wrapAdd(total.turns[bin].im, own[bin].im)};
+    const auto add = [](ComplexInt a, ComplexInt b) {
+        return ComplexInt{fx::wrapAdd(a.re, b.re), fx::wrapAdd(a.im, b.im)};
+    };
+    std::transform(own, own + kLastBin, total.turns, total.turns, add);
+    if (isApproaching())
+        std::transform(targetSum, targetSum + kLastBin, total.targets, total.targets, add);
     auto& products = total.matches.products;
     std::transform(std::begin(products), std::end(products), hpMatches.products, products,
                    fx::wrapAdd64);
@@ -55,6 +74,8 @@ void Vocoder::addTo(Agreement& total) const
 void Vocoder::agreeOn(const Agreement& total)
 {
     std::copy(total.turns, total.turns + kLastBin, turnSum());
+    if (isApproaching())
+        std::copy(total.targets, total.targets + kLastBin, targetSum);
     hpMatches = total.matches;
 }
 
@@ -63,14 +84,14 @@ void Vocoder::agreeOn(const Agreement& total)
 // the middle of this frame and the next.
 const ComplexShort* Vocoder::nextPhasors(int channel, PhasorRow& room) const
 {
-    const auto& rows = phasorRing[channel];
+    const auto& ring = phasorRing[channel];
     const int row = phaseRow();
-    const int from = firstRowOfStep();
+    const int from = rows.ofStep;
     if (from == row)
-        return rows[row + 1];
+        return ring[row + 1];
     alignas(kLine) PhasorRow step;
-    kernels.phasorStep(step, rows[from], rows[from + 1]);
-    std::copy(rows[row], rows[row] + kBins, room);
+    kernels.phasorStep(step, ring[from], ring[from + 1]);
+    std::copy(ring[row], ring[row] + kBins, room);
     kernels.phasorAdvance(room, step);
     return room;
 }
@@ -82,21 +103,17 @@ const ComplexShort* Vocoder::phasorsToRestart(int channel, PhasorRow& room) cons
 {
     if (!does(Velora_VSP_Sound_LockedChannels))
         return phasorRing[channel][0];
-    constexpr double kQuarterTurn = 1.5707963267948966;
-    const int row = nearestRow();
-    const double angle = (double(frameClock) - row) * kQuarterTurn; // within an eighth of a turn
-    const double x = angle * angle;
-    // Taylor's series, within 1 in 10^7.
-    const double im = angle * (1.0 - x / 6.0 * (1.0 - x / 20.0 * (1.0 - x / 42.0)));
-    const double re = 1.0 - x / 2.0 * (1.0 - x / 12.0 * (1.0 - x / 30.0 * (1.0 - x / 56.0)));
+    const int row = rows.nearest;
+    // Within an eighth of a turn.
+    const Phasor step = phasorOfSmall((double(frameClock) - row) * kQuarterTurn);
     alignas(kLine) PhasorRow turn;
     double turnRe = 16384.0;
     double turnIm = 0.0;
     for (int bin = 0; bin < kBins; ++bin) {
         turn[bin] = {int16_t(turnRe), int16_t(turnIm)};
         const double before = turnRe;
-        turnRe = turnRe * re - turnIm * im;
-        turnIm = before * im + turnIm * re;
+        turnRe = turnRe * step.re - turnIm * step.im;
+        turnIm = before * step.im + turnIm * step.re;
     }
     std::copy(phasorRing[channel][row], phasorRing[channel][row] + kBins, room);
     kernels.phasorAdvance(room, turn);

@@ -131,10 +131,15 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
     switch (stage) {
     case 0:
         nearsOnset = false;
+        if (does(Velora_VSP_Sound_LockedChannels))
+            chooseRows();
         for (int c = 0; c < 2; ++c)
             synthesiseBands(c);
-        if (does(Velora_VSP_Sound_LockedChannels))
+        if (does(Velora_VSP_Sound_LockedChannels)) {
             sumTurns();
+            if (isApproaching())
+                sumTargets();
+        }
         advancePhases();
         matchSegments(frames);
         break;
@@ -215,8 +220,11 @@ void Vocoder::lockPhases(int channel)
     const bool gains = effectiveSpeed > 1.0f && !does(Velora_VSP_Sound_EvenLevel);
     int peaks = 0;
     if (does(Velora_VSP_Sound_LockedChannels)) {
-        if (channel == 0)
+        if (channel == 0) {
             kernels.commonTurns(turns, turnSum());
+            if (isApproaching())
+                steerTurns();
+        }
         turnBands(channel);
         int listed = 0;
         if (gains)

@@ -81,6 +81,10 @@ int Vocoder::segmentStart(int frames) const
         return frames;
     const int last = lastSegment(frames);
     const int wanted = std::min(int((frameClock + effectiveSpeed) * float(frames)), last);
+    if (isThere()) {
+        const int there = int(std::lround((frameClock + approach.lead + 1.0f) * float(frames)));
+        return std::clamp(there, 0, last);
+    }
     constexpr float kNoneFollows = 2.0f;
     if (nearsOnset || effectiveSpeed >= kNoneFollows)
         return wanted;
@@ -102,7 +106,7 @@ void Vocoder::matchSegments(int frames)
 {
     hpPlace = segmentStart(frames);
     hpMatches = {};
-    if (!does(Velora_VSP_Sound_LockedChannels) || bandFactor == 1 || nearsOnset ||
+    if (!does(Velora_VSP_Sound_LockedChannels) || bandFactor == 1 || nearsOnset || isThere() ||
         hpPlace == followingSegment(frames))
         return;
     const int reach = 2 * bandFactor;

@@ -69,12 +69,17 @@ public:
     };
     struct Agreement {
         ComplexInt turns[kBins]; // weighted, of each bin
+        ComplexInt targets[kBins];
         Matches matches;
     };
     /// Adds this engine's.
     void addTo(Agreement& total) const;
     /// Goes by those of all engines.
     void agreeOn(const Agreement& total);
+
+    /// With LockedChannels: the next synthesis frame's phases are steered towards the input `lead` hops
+    /// ahead of where the frame lies, by `share` of what they differ by, 0 to 1.
+    void steer(float lead, float share);
 
     /// After reset, for a stream that has been playing: the first frame takes its phases from the
     /// input.
@@ -130,6 +135,7 @@ protected:
         effectiveSpeed = 1.0f;
         hopPart = HopPart::none;
         startsInPhase = false;
+        approach = {};
         unheardHops = 0;
         clear(splitState, interpState, hpRing, hpBefore, hpSegRing);
         clear(bandCog, bandFlagRing, transientThreshold, transientDecision, transientDecisionPrev);
@@ -141,7 +147,7 @@ protected:
         outputLimit = kNoLimit;
         carryCount = 0;
         levelKeeper.reset();
-        clear(hopsSinceFrame, hpStart, hpStepRing);
+        clear(hopsSinceFrame, hpStart, hpStepRing, tookFirst);
     }
 
     bool does(Velora_VSP_Sound_T what) const { return (sound & what) != 0; }
@@ -206,6 +212,20 @@ protected:
     // With LockedChannels: what this frame's analysis phases are turned by.
     alignas(kLine) SpectrumRow turnSumRow = {}; // turnSum and room on both sides of it
     alignas(kLine) PhasorRow turns;             // Q14
+    // With LockedChannels, this synthesis frame: the row nearest to it, and the first of the two whose
+    // middle is nearest to the middle of this frame and the next.
+    struct Rows {
+        int nearest;
+        int ofStep;
+    };
+    Rows rows = {0, 0};
+    bool tookFirst[2] = {}; // history: of two that were as near, of each kind
+    struct Approach {
+        float lead = 0.0f; // hops of input
+        float share = 0.0f;
+    };
+    Approach approach;                    // this synthesis frame
+    alignas(kLine) SpectrumRow targetSum; // while it has a share: what turns are to become
     int alikeHops = kAlikeHops; // history, with LockedChannels: hops whose channels were the same
 
     LevelKeeper levelKeeper; // history, with EvenLevel: level of the low band
@@ -231,16 +251,22 @@ private:
     int32_t positionInHop() const; // Q15
     const ComplexShort* phasorsToRestart(int channel, PhasorRow& room) const;
     int nearestRow() const; // of the rings, to that position
+    void chooseRows();
     void synthesiseBands(int channel);
     void advancePhases();
     void lockPhases(int channel);
     // With LockedChannels: what follows reads the running phases before they advance.
     void sumTurns();
     void turnBands(int channel);
-    // The first of the two rows whose middle is nearest to the middle of this frame and the next: up
-    // to a speed of 2.
-    int firstRowOfStep() const;
-    int phaseRow() const; // the row whose phases this frame is given
+    // While input is approached:
+    void sumTargets();
+    void steerTurns();
+    double targetTurn(int channel, int bin) const;
+    double angleToTarget(int bin) const;
+    bool isApproaching() const { return approach.share > 0.0f; }
+    bool isThere() const { return approach.share >= 1.0f; }
+    // The row whose phases this frame is given: up to a speed of 1.0 the first of step.
+    int phaseRow() const { return effectiveSpeed < 1.0f ? rows.ofStep : rows.nearest; }
     const ComplexShort* nextPhasors(int channel, PhasorRow& room) const;
     // Left and right go through one complex transform and differ by a step or two behind it even
     // where they were the same.

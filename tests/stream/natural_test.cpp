@@ -307,6 +307,48 @@ TEST(NaturalSound, FadesDontDip)
     EXPECT_GT(levels[levels.size() / 20], -1.0);
 }
 
+/// How far a partial sinks within 40 ms of a frame, dB.
+double dipAt(const std::vector<double>& of, double hertz, std::size_t frame)
+{
+    constexpr std::size_t kReach = 2048;
+    constexpr std::size_t kStep = 256;
+    const double level = (std::abs(partial(of, hertz, frame - 5 * kReach)) +
+                          std::abs(partial(of, hertz, frame + 3 * kReach))) /
+                         2;
+    double lowest = level;
+    for (std::size_t from = frame - 2 * kReach; from <= frame; from += kStep)
+        lowest = std::min(lowest, std::abs(partial(of, hertz, from)));
+    return decibels(level * level / (lowest * lowest));
+}
+
+// Where the input itself takes over, tones of any phase meet their own. All four channels are steered
+// alike.
+TEST(NaturalSound, TonesDontDipOnThePlannedWayToTheInput)
+{
+    constexpr std::int64_t kChange = 30011; // frames of input
+    const Stereo in = chord(90000);
+    for (const double speed : {0.6, 0.75, 1.25, 1.5, 2.0}) {
+        std::vector<float> samples;
+        for (std::size_t n = 0; n < in.frames(); ++n)
+            samples.insert(samples.end(),
+                           {float(in.left[n]), float(in.right[n]), float(in.right[n]), 0.0f});
+        Stream<float> stream(kRate, 4);
+        stream.setSpeed(speed);
+        const std::int64_t at = stream.setSpeedAt(kChange, 1.0);
+        std::vector<float> made;
+        stream.process(samples, made);
+        stream.flush(made);
+        for (std::size_t channel = 0; channel < 3; ++channel) {
+            std::vector<double> out;
+            for (std::size_t n = channel; n < made.size(); n += 4)
+                out.push_back(double(made[n]));
+            for (const double hertz : kChord)
+                EXPECT_LT(dipAt(out, hertz, std::size_t(at)), 1.5)
+                    << hertz << " Hz, channel " << channel << ", from " << speed;
+        }
+    }
+}
+
 /// Seconds by which a tone that rises from `start` Hz by `rise` Hz a second sounds late: what it is
 /// too low by.
 double lateness(const std::vector<double>& of, double start, double rise, int rate)
