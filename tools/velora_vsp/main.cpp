@@ -9,6 +9,7 @@
 #include "interruption.h"
 #include "job.h"
 #include "options.h"
+#include "play.h"
 #include "progress.h"
 #include "summary.h"
 
@@ -19,12 +20,10 @@ constexpr int kReaderGone = 141; // as of a process that a closed pipe has ended
 
 void announcePitch(const Options& options)
 {
-    for (const double speed : {0.5, 0.25, 0.125})
-        if (options.speed.holds(speed) && !options.keepPitch && !options.quiet)
-            std::fprintf(stderr,
-                         "velora-vsp: at speed %g the pitch drops with the speed, as on a slowed "
-                         "tape (--keep-pitch keeps it)\n",
-                         speed);
+    for (const double speed : kTapeSpeeds)
+        if ((options.speed.holds(speed) || options.silenceSpeed == speed) && !options.keepPitch &&
+            !options.quiet)
+            std::fprintf(stderr, "velora-vsp: %s\n", pitchNotice(speed).c_str());
 }
 
 int changeOne(const Options& options)
@@ -45,8 +44,11 @@ int changeOne(const Options& options)
 
 int main(int argc, char** argv)
 {
+    Options options;
     try {
-        const Options options = readOptions(argc, argv);
+        readOptions(argc, argv, options);
+        if (!options.mistake.empty())
+            reportMistake(options.mistake, options);
         if (options.finished)
             return options.exitCode;
         catchInterruptions();
@@ -60,6 +62,7 @@ int main(int argc, char** argv)
         return kReaderGone;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "velora-vsp: %s\n", error.what());
+        reportMistake(error.what(), options);
         return kFailed;
     }
 }
