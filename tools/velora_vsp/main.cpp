@@ -40,29 +40,43 @@ int changeOne(const Options& options)
     return 0;
 }
 
+int run(int argc, char** argv, Options& options)
+{
+    readOptions(argc, argv, options);
+    if (!options.mistake.empty())
+        reportMistake(options.mistake, options);
+    if (options.finished)
+        return options.exitCode;
+    catchInterruptions();
+    announcePitch(options);
+    if (options.folder.empty())
+        return changeOne(options);
+    return changeAll(options) ? 0 : kFailed;
+}
+
+int runAndTell(int argc, char** argv)
+{
+    Options options;
+    try {
+        return run(argc, argv, options);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "velora-vsp: %s\n", error.what());
+        reportMistake(error.what(), options);
+        return kFailed;
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    Options options;
     try {
-        readOptions(argc, argv, options);
-        if (!options.mistake.empty())
-            reportMistake(options.mistake, options);
-        if (options.finished)
-            return options.exitCode;
-        catchInterruptions();
-        announcePitch(options);
-        if (options.folder.empty())
-            return changeOne(options);
-        return changeAll(options) ? 0 : kFailed;
+        return runAndTell(argc, argv);
     } catch (const Interrupted&) {
         dieOfInterruption();
     } catch (const ReaderGone&) {
         return kReaderGone;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "velora-vsp: %s\n", error.what());
-        reportMistake(error.what(), options);
+    } catch (const std::exception&) { // the object could not be written, as has been said
         return kFailed;
     }
 }
