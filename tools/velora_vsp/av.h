@@ -45,6 +45,12 @@ private:
     AVDictionary* dictionary = nullptr;
 };
 
+/// For `io_open`: what one file says opens no other.
+inline int refuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
+{
+    return AVERROR(EPERM);
+}
+
 /// What an error code of these libraries means.
 inline std::string avReason(int error)
 {

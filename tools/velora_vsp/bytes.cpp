@@ -188,6 +188,13 @@ void Bytes::rethrow()
         std::rethrow_exception(failure);
 }
 
+void Bytes::put(const std::string& text)
+{
+    avio_write(io.get(), reinterpret_cast<const uint8_t*>(text.data()), int(text.size()));
+    avio_flush(io.get());
+    rethrow();
+}
+
 void Bytes::sync()
 {
     if (fsync(file) != 0 && errno != EINVAL && errno != EROFS)

@@ -13,6 +13,13 @@
 
 constexpr char kPipe[] = "-"; // as a file name: standard input or output
 
+/// Where a file name leads to.
+/// @param standard  what - stands for: /dev/stdin or /dev/stdout
+inline std::filesystem::path pathOf(const std::string& name, const char* standard)
+{
+    return name == kPipe ? standard : name;
+}
+
 /// Thrown when nobody reads the output any more.
 struct ReaderGone {};
 
@@ -40,6 +47,8 @@ public:
     /// To be called after each call that may have read or written: throws FileError, ReaderGone or
     /// Interrupted where one stopped it, as C passes no exceptions on.
     void rethrow();
+    /// Writes a text of its own, whole. Throws FileError, ReaderGone or Interrupted.
+    void put(const std::string& text);
     /// Makes sure that a file has reached the disk. Throws FileError.
     void sync();
 

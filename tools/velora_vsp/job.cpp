@@ -18,6 +18,7 @@
 #include "clock.h"
 #include "error.h"
 #include "interruption.h"
+#include "map_file.h"
 #include "media_input.h"
 #include "media_output.h"
 #include "output_choice.h"
@@ -29,11 +30,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-fs::path inputPath(const Options& options)
-{
-    return options.input == kPipe ? "/dev/stdin" : options.input;
-}
 
 // Whether files like the output hold sound, and at most a cover.
 bool isSoundOnly(const AVOutputFormat& container, const Options& options)
@@ -47,12 +43,16 @@ bool isSoundOnly(const AVOutputFormat& container, const Options& options)
                std::end(kExtensions);
 }
 
+void tell(const std::string& text, const Options& options, Progress& progress)
+{
+    progress.say((options.folder.empty() ? "" : options.input + ": ") + text);
+}
+
 /// All streams of an input on their way into an output.
 class Transfer {
 public:
-    Transfer(MediaInput& source, MediaOutput& target, const Options& given, Progress& shown,
-             size_t number)
-        : input(source), output(target), options(given), progress(shown), job(number),
+    Transfer(MediaInput& source, MediaOutput& target, const Options& given, Progress& shown)
+        : input(source), output(target), options(given), progress(shown),
           course(given.speed.from(given.part.from))
     {
         const AVFormatContext& format = input.format();
@@ -65,7 +65,7 @@ public:
             say(input.name() + " has no sound");
     }
 
-    void run();
+    void run(const Phase& phase);
     void sumUp(Summary& summary) const;
 
 private:
@@ -73,16 +73,12 @@ private:
     std::unique_ptr<Track> makeSound(const AVStream& stream);
     bool hasRoomFor(const AVStream& stream) const;
     void judge() const;
-    void say(const std::string& text) const
-    {
-        progress.say((options.folder.empty() ? "" : input.name() + ": ") + text);
-    }
+    void say(const std::string& text) const { tell(text, options, progress); }
 
     MediaInput& input;
     MediaOutput& output;
     const Options& options;
     Progress& progress;
-    const size_t job;
     const SpeedMap course;                      // from the start of the part on
     int best;                                   // the index of the sound that a player would choose
     std::vector<std::unique_ptr<Track>> tracks; // by index; null for what is left out
@@ -137,7 +133,7 @@ bool Transfer::hasRoomFor(const AVStream& stream) const
     return !isSoundOnly(container, options) && holds(container, stream.codecpar->codec_id);
 }
 
-void Transfer::run()
+void Transfer::run(const Phase& phase)
 {
     constexpr double kInterleaving = 10.0; // seconds that streams lie apart in a file, at most
     output.describeLike(input, course, options.part);
@@ -150,8 +146,7 @@ void Transfer::run()
         const auto index = size_t(packet->stream_index);
         if (index < tracks.size() && tracks[index])
             tracks[index]->take(*packet);
-        if (end > 0.0)
-            progress.show(job, input.position() / end);
+        phase.show(input.position(), end);
         throwIfInterrupted();
         if (input.position() > options.part.to + kInterleaving)
             break;
@@ -185,6 +180,17 @@ void Transfer::judge() const
         say(input.name() + ": rate or channels change on the way: converted to those at the start");
 }
 
+// In frames, not rounded.
+double idealLength(const SpeedMap& speed, const SoundTrack& sound)
+{
+    const double start = sound.playedFrom();
+    const auto frames = double(sound.played());
+    const int rate = sound.in().rate();
+    return speed.isConstant()
+               ? frames / speed.speedAt(0.0)
+               : (speed.outputAt(start + frames / rate) - speed.outputAt(start)) * rate;
+}
+
 void Transfer::sumUp(Summary& summary) const
 {
     if (sound == nullptr)
@@ -193,18 +199,10 @@ void Transfer::sumUp(Summary& summary) const
     summary.rate = sound->in().rate();
     summary.channels = sound->in().channels();
     summary.framesIn = sound->played();
-    summary.clipped = isCopy(options) ? 0 : sound->out().fullSamples();
+    summary.clipped = sound->out().clippedSamples();
     summary.framesOut = sound->out().position();
+    summary.framesIdeal = idealLength(options.speed, *sound);
     summary.encoding = describe(sound->encoding());
-}
-
-// In frames, not rounded.
-double idealLength(const Options& options, int64_t frames, int rate)
-{
-    const SpeedMap course = options.speed.from(options.part.from);
-    return options.speed.isConstant()
-               ? double(frames) / options.speed.speedAt(0.0)
-               : course.outputAt(options.part.from + double(frames) / rate) * rate;
 }
 
 // Where encoding again would only change the samples.
@@ -244,76 +242,99 @@ void refuseOwnInput(const Options& options)
 {
     std::error_code none;
     if (fs::is_regular_file("/dev/stdout", none) &&
-        fs::equivalent(inputPath(options), "/dev/stdout", none))
+        fs::equivalent(pathOf(options.input, "/dev/stdin"), "/dev/stdout", none))
         throw FileError("standard output", "is the input file itself");
 }
 
-/// What is done, and what is told of it.
-struct Work {
-    const Options& options;
+class Job {
+public:
+    Job(const Options& given, Progress& shown, size_t number);
+    Summary run();
+
+private:
+    void plan();
+    void transfer(MediaInput& input, Bytes& bytes);
+    void toFile(MediaInput& input);
+
+    Options options; // with the speed that was planned
     Progress& progress;
-    size_t job;
+    const Phase listening;
+    const Phase changing;
+    const AVOutputFormat& container;
+    std::optional<MapFile> map;
+    std::optional<OutputFile> file; // none for pipes and devices
     Summary summary;
 };
 
-void transfer(MediaInput& input, const AVOutputFormat& container, Bytes& bytes, Work& work)
+// About what reading all of the sound takes, of all that a job does then.
+double listeningShare(const Options& options)
+{
+    return needsListening(options) ? 0.2 : 0.0;
+}
+
+Job::Job(const Options& given, Progress& shown, size_t number)
+    : options(given), progress(shown), listening(shown, number, 0.0, listeningShare(given)),
+      changing(shown, number, listeningShare(given), 1.0), container(chooseContainer(given))
+{
+    if (!options.speedMapOut.empty())
+        map.emplace(options);
+    if (isStream(options.output))
+        refuseOwnInput(options);
+    else
+        file.emplace(options.output, pathOf(options.input, "/dev/stdin"), options.overwrite);
+}
+
+Summary Job::run()
+{
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    plan();
+    MediaInput input(options.input, options.rawOf(options.input));
+    if (file) {
+        toFile(input);
+    } else {
+        Bytes bytes = Bytes::output(options.output, options.output);
+        transfer(input, bytes);
+    }
+    summary.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    return summary;
+}
+
+void Job::plan()
+{
+    const Plan plan = makePlan(options, listening);
+    options.speed = plan.speed;
+    summary.speed = plan.pace;
+    summary.pauses = plan.pauses;
+    summary.saved = plan.saved;
+    const std::string notice = pitchNotice(plan.pace);
+    if (options.length && !options.keepPitch && !notice.empty())
+        tell(notice, options, progress);
+}
+
+void Job::transfer(MediaInput& input, Bytes& bytes)
 {
     MediaOutput output(container, bytes);
-    Transfer all(input, output, work.options, work.progress, work.job);
-    all.run();
-    all.sumUp(work.summary);
+    Transfer all(input, output, options, progress);
+    if (map)
+        map->write(options.speed);
+    all.run(changing);
+    all.sumUp(summary);
 }
 
-void toFile(MediaInput& input, const AVOutputFormat& container, Work& work)
+void Job::toFile(MediaInput& input)
 {
-    const Options& options = work.options;
-    OutputFile file(options.output, inputPath(options), options.overwrite);
-    Bytes bytes = Bytes::output(file.temporary(), options.output);
-    transfer(input, container, bytes, work);
+    Bytes bytes = Bytes::output(file->temporary(), options.output);
+    transfer(input, bytes);
     if (isBytewiseCopy(input, container, options))
-        copyBytes(options, file.temporary());
+        copyBytes(options, file->temporary());
     bytes.sync();
-    file.keep();
-}
-
-void writeMap(const Options& options, OutputFile& file)
-{
-    std::ofstream out(file.temporary());
-    out << options.speed.text();
-    out.close();
-    if (!out)
-        throw FileError(options.speedMapOut, "can't be written: is the disk full?");
-    file.keep();
+    file->keep();
 }
 
 } // namespace
 
-Summary changeSpeed(const Options& given, Progress& progress, size_t job)
+Summary changeSpeed(const Options& options, Progress& progress, size_t job)
 {
-    using Clock = std::chrono::steady_clock;
-    const auto start = Clock::now();
-    const Plan plan = makePlan(given);
-    Options options = given;
-    options.speed = plan.speed;
-    const AVOutputFormat& container = chooseContainer(options);
-    MediaInput input(options.input, options.input == kPipe ? options.raw : std::nullopt);
-    Work work{options, progress, job, {}};
-    Summary& summary = work.summary;
-    summary.pauses = plan.pauses;
-    summary.saved = plan.saved;
-    std::optional<OutputFile> map;
-    if (!options.speedMapOut.empty())
-        map.emplace(options.speedMapOut, inputPath(options), options.overwrite);
-    if (isStream(options.output)) {
-        refuseOwnInput(options);
-        Bytes bytes = Bytes::output(options.output, options.output);
-        transfer(input, container, bytes, work);
-    } else {
-        toFile(input, container, work);
-    }
-    if (map)
-        writeMap(options, *map);
-    summary.framesIdeal = idealLength(options, summary.framesIn, summary.rate);
-    summary.seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    return summary;
+    return Job(options, progress, job).run();
 }

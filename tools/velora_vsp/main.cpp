@@ -9,6 +9,7 @@
 #include "interruption.h"
 #include "job.h"
 #include "options.h"
+#include "play.h"
 #include "progress.h"
 #include "summary.h"
 
@@ -19,12 +20,10 @@ constexpr int kReaderGone = 141; // as of a process that a closed pipe has ended
 
 void announcePitch(const Options& options)
 {
-    for (const double speed : {0.5, 0.25, 0.125})
-        if (options.speed.holds(speed) && !options.keepPitch && !options.quiet)
-            std::fprintf(stderr,
-                         "velora-vsp: at speed %g the pitch drops with the speed, as on a slowed "
-                         "tape (--keep-pitch keeps it)\n",
-                         speed);
+    for (const double speed : kTapeSpeeds)
+        if ((options.speed.holds(speed) || options.silenceSpeed == speed) && !options.keepPitch &&
+            !options.quiet)
+            std::fprintf(stderr, "velora-vsp: %s\n", pitchNotice(speed).c_str());
 }
 
 int changeOne(const Options& options)
@@ -41,25 +40,43 @@ int changeOne(const Options& options)
     return 0;
 }
 
+int run(int argc, char** argv, Options& options)
+{
+    readOptions(argc, argv, options);
+    if (!options.mistake.empty())
+        reportMistake(options.mistake, options);
+    if (options.finished)
+        return options.exitCode;
+    catchInterruptions();
+    announcePitch(options);
+    if (options.folder.empty())
+        return changeOne(options);
+    return changeAll(options) ? 0 : kFailed;
+}
+
+int runAndTell(int argc, char** argv)
+{
+    Options options;
+    try {
+        return run(argc, argv, options);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "velora-vsp: %s\n", error.what());
+        reportMistake(error.what(), options);
+        return kFailed;
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     try {
-        const Options options = readOptions(argc, argv);
-        if (options.finished)
-            return options.exitCode;
-        catchInterruptions();
-        announcePitch(options);
-        if (options.folder.empty())
-            return changeOne(options);
-        return changeAll(options) ? 0 : kFailed;
+        return runAndTell(argc, argv);
     } catch (const Interrupted&) {
         dieOfInterruption();
     } catch (const ReaderGone&) {
         return kReaderGone;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "velora-vsp: %s\n", error.what());
+    } catch (const std::exception&) { // the object could not be written, as has been said
         return kFailed;
     }
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <span>
 #include <string_view>
 
 #include "clock.h"
@@ -14,11 +15,6 @@ namespace {
 // Playlists and the like: what they hold lies in other files, which no input may open.
 constexpr std::string_view kPointers[] = {
     "concat", "hls", "dash", "imf", "sdp", "rtsp", "webm_dash_manifest"};
-
-int refuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
-{
-    return AVERROR(EPERM);
-}
 
 // FFmpeg takes the samples of a big-endian WAV file for little-endian ones.
 void turnBytesOfRifx(AVCodecParameters& codec)
@@ -139,7 +135,24 @@ double MediaInput::startTime() const
 double MediaInput::duration() const
 {
     const bool isKnown = context->duration != AV_NOPTS_VALUE;
-    return isKnown ? double(context->duration) / AV_TIME_BASE : 0.0;
+    const double all = isKnown ? double(context->duration) / AV_TIME_BASE : 0.0;
+    const double played = playedDuration();
+    return played > 0.0 ? std::min(all, played) : all;
+}
+
+// Of the streams beside a list of chapters, which may go on when they have ended; 0 if there is none.
+double MediaInput::playedDuration() const
+{
+    bool hasList = false;
+    double last = 0.0;
+    for (const AVStream* stream : std::span(context->streams, context->nb_streams)) {
+        const int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
+        if (stream->codecpar->codec_type == AVMEDIA_TYPE_DATA)
+            hasList = true;
+        else if (stream->duration != AV_NOPTS_VALUE)
+            last = std::max(last, double(start + stream->duration) * av_q2d(stream->time_base));
+    }
+    return hasList && last > 0.0 ? last - startTime() : 0.0;
 }
 
 // Only what a header counts, not what is guessed from the size of a file.

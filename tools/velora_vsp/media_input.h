@@ -36,6 +36,7 @@ public:
 private:
     void open(const std::optional<RawFormat>& raw);
     const AVInputFormat* findFormat();
+    double playedDuration() const;
     double announcedDuration() const;
     bool isCountedInFrames() const;
     [[noreturn]] void failUnreadable(int error);

@@ -15,13 +15,8 @@ extern "C" {
 
 namespace {
 
-int refuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
-{
-    return AVERROR(EPERM);
-}
-
-// What would be wrong at another speed.
-bool tellsOfTheOldLength(std::string_view key)
+// Whether a tag describes the file that was read, its length, size or writer, rather than what is in it.
+bool describesTheFile(std::string_view key)
 {
     constexpr std::string_view kKeys[] = {
         "DURATION", "NUMBER_OF_FRAMES", "NUMBER_OF_BYTES", "BPS",           "iTunSMPB",
@@ -57,7 +52,7 @@ void copyTags(AVDictionary** to, const AVDictionary* from)
 {
     const AVDictionaryEntry* tag = nullptr;
     while ((tag = av_dict_get(from, "", tag, AV_DICT_IGNORE_SUFFIX)) != nullptr)
-        if (!tellsOfTheOldLength(tag->key))
+        if (!describesTheFile(tag->key))
             av_dict_set(to, tag->key, tag->value, AV_DICT_DONT_OVERWRITE);
 }
 

@@ -10,7 +10,7 @@
 #include "media_input.h"
 #include "speed_map.h"
 
-/// Adds tags, but those that hold only for the speed that they were written at.
+/// Adds tags, but those that describe the file that they come from, which another one isn't like.
 void copyTags(AVDictionary** to, const AVDictionary* from);
 
 class MediaOutput {

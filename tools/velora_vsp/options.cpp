@@ -1,11 +1,14 @@
 #include "options.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <sstream>
+#include <string_view>
 #include <system_error>
 #include <thread>
 
@@ -49,9 +52,9 @@ constexpr char kFooter[] =
     "Speed map: a time in the input (seconds, m:ss or h:mm:ss, with or without a fraction) and\n"
     "the speed from there on, or two with \"to\" between them where it glides up to the next "
     "line;\n"
-    "--speed-map-out writes such a file. Changes fall within a hop (10 to 16 ms) of their time: "
-    "counted in\n"
-    "the input below speed 1, in the output above it.\n"
+    "--speed-map-out writes such a file before the sound (- is standard output). Changes fall\n"
+    "within a hop (10 to 16 ms) of their time: counted in the input below speed 1, in the output\n"
+    "above it.\n"
     "\n"
     "Pitch: exactly 0.5, 0.25 and 0.125 lower it by one, two or three octaves, as on a slowed\n"
     "tape, unless --keep-pitch is given. At speed 1 the samples come out as they went in.\n"
@@ -80,18 +83,28 @@ constexpr char kFooter[] =
     "JSON: an object for each file, in a line: schema (1), input, output, format (of the "
     "samples),\n"
     "rate, channels, speed or map, framesIn, framesOut, framesIdeal, difference, seconds,\n"
-    "realTimeFactor, clipped, pauses, saved (seconds); or schema, input, output, error.";
+    "realTimeFactor, clipped (samples that full scale cut), pauses, saved (seconds). Of what\n"
+    "failed: schema, error, and input and output if they are known.";
 
-std::string checkSpeed(const std::string& text)
+/// Checks what an option was given by how it is parsed.
+/// @param problem  goes on after the text that can't be
+template <class Parse>
+std::string check(const std::string& text, Parse parse, const std::string& problem)
 {
-    if (parseSpeed(text))
+    if (parse(text))
         return {};
     std::string withPoint = text;
     std::replace(withPoint.begin(), withPoint.end(), ',', '.');
-    if (parseSpeed(withPoint))
+    if (withPoint != text && parse(withPoint))
         return "'" + text + "' has a comma: write " + withPoint;
-    return "'" + text + "' is not a speed: give a number from 0.125 to 8 " +
-           "(1 is normal, 0.5 half, 2 double speed)";
+    return "'" + text + "' " + problem;
+}
+
+std::string checkSpeed(const std::string& text)
+{
+    return check(text, parseSpeed,
+                 "is not a speed: give a number from 0.125 to 8 (1 is normal, 0.5 half, 2 double "
+                 "speed)");
 }
 
 std::optional<int> parseInteger(const std::string& text, int least, int most)
@@ -152,10 +165,8 @@ std::string checkBitRate(const std::string& text)
 
 std::string checkTime(const std::string& text)
 {
-    return parseTime(text) ? std::string()
-                           : "'" + text +
-                                 "' is not a time: give seconds, m:ss or h:mm:ss, such as "
-                                 "90.5 or 1:30.5";
+    return check(text, parseTime,
+                 "is not a time: give seconds, m:ss or h:mm:ss, such as 90.5 or 1:30.5");
 }
 
 // Decibels: -38, -38dB.
@@ -171,25 +182,50 @@ std::optional<double> parseLevel(const std::string& text)
 
 std::string checkLevel(const std::string& text)
 {
-    return parseLevel(text) ? std::string()
-                            : "'" + text +
-                                  "' is not a level below full scale: give -120dB to 0dB, "
-                                  "such as -38dB";
+    return check(text, parseLevel,
+                 "is not a level below full scale: give -120dB to 0dB, such as -38dB");
 }
 
 /// A number in a range, which "nan" isn't.
 CLI::Validator within(double lowest, double highest)
 {
-    const auto check = [=](std::string& text) -> std::string {
+    const auto isWithin = [=](const std::string& text) {
         char* end = nullptr;
         const double number = std::strtod(text.c_str(), &end);
-        if (!text.empty() && *end == '\0' && number >= lowest && number <= highest)
-            return {};
-        std::ostringstream problem;
-        problem << "'" << text << "' is not a number from " << lowest << " to " << highest;
-        return problem.str();
+        return !text.empty() && *end == '\0' && number >= lowest && number <= highest;
     };
-    return {check, "", ""};
+    const auto find = [=](std::string& text) -> std::string {
+        std::ostringstream problem;
+        problem << "is not a number from " << lowest << " to " << highest;
+        return check(text, isWithin, problem.str());
+    };
+    return {find, "", ""};
+}
+
+std::string checkInteger(const std::string& text)
+{
+    return parseInteger(text, -1000, 1000) ? std::string() : "'" + text + "' is not a whole number";
+}
+
+// Whether an argument is rather the name of a file than a short option with its value, such as -s1.5.
+bool looksLikeName(std::string_view argument)
+{
+    const size_t point = argument.rfind('.');
+    return argument.size() > 2 && argument[0] == '-' && argument[1] != '-' &&
+           point != std::string_view::npos && point + 1 < argument.size() &&
+           std::isalpha(static_cast<unsigned char>(argument[point + 1])) != 0;
+}
+
+// -out.wav would make a folder of the name ut.wav.
+void refuseFolderLikeName(std::string_view argument)
+{
+    std::error_code none;
+    if (!argument.starts_with("-o") || !looksLikeName(argument) ||
+        std::filesystem::is_directory(argument.substr(2), none))
+        return;
+    throw CLI::ValidationError("'" + std::string(argument) + "' is read as -o " +
+                               std::string(argument.substr(2)) +
+                               ": if it is a folder, write it like that");
 }
 
 /// Turns one of a few names into what it stands for.
@@ -210,6 +246,17 @@ CLI::Validator nameOf(const std::map<std::string, Value>& values)
     return {find, "", ""};
 }
 
+// What was wrong may have kept the parser from this. A single - is taken for the output.
+void noteWhatWasWanted(const std::vector<std::string>& arguments, Options& options)
+{
+    const auto has = [&](const char* argument) {
+        return std::find(arguments.begin(), arguments.end(), argument) != arguments.end();
+    };
+    options.json = options.json || has("--json");
+    if (options.output.empty() && has(kPipe))
+        options.output = kPipe;
+}
+
 std::string engineVersion()
 {
     const std::unique_ptr<Velora_VSP_Interface, void (*)(Velora_VSP_Interface*)> engine(
@@ -224,9 +271,9 @@ std::string versions()
 
 } // namespace
 
-Options readOptions(int argc, const char* const* argv)
+void readOptions(int argc, const char* const* argv, Options& options)
 {
-    Options options;
+    const std::vector<std::string> arguments(argv + 1, argv + std::max(argc, 1));
     std::string speed;
     std::string raw;
     std::string bitRate;
@@ -318,7 +365,8 @@ Options readOptions(int argc, const char* const* argv)
         ->check(within(-1000.0, 1000.0));
     app.add_option("--compression", options.compression,
                    "How hard the encoder tries, as it counts it")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(checkInteger, "", "compression");
     app.add_option("--bits", options.bits, "16, 24, 32 or float, for sound without loss")
         ->type_name("BITS")
         ->transform(nameOf<int>({{"16", 16}, {"24", 24}, {"32", 32}, {"float", 33}}));
@@ -328,13 +376,20 @@ Options readOptions(int argc, const char* const* argv)
     app.add_flag("--json", options.json, "Sum up in JSON (on standard error if OUT is -)");
     app.add_flag("-q,--quiet", options.quiet, "Say nothing but errors");
     app.set_version_flag("--version", versions, "Print the versions of tool and engine and exit");
-    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    app.failure_message([&](const CLI::App*, const CLI::Error& error) {
         const bool isUnknown = error.get_exit_code() == int(CLI::ExitCodes::ExtrasError);
-        return "velora-vsp: " + std::string(error.what()) +
-               (isUnknown ? "\nA name that begins with - is written ./-name" : "") +
+        const auto name = std::find_if(arguments.begin(), arguments.end(), looksLikeName);
+        options.mistake = error.what();
+        std::string hint;
+        if (isUnknown || name != arguments.end())
+            hint = "\nA name that begins with - is written ./" +
+                   (name != arguments.end() ? *name : "-name");
+        return "velora-vsp: " + options.mistake + hint +
                "\nTo see how it is used: velora-vsp --help\n";
     });
     try {
+        std::for_each(arguments.begin(), std::find(arguments.begin(), arguments.end(), "--"),
+                      refuseFolderLikeName);
         app.parse(argc, argv);
         const auto require = [](bool holds, const char* problem) {
             if (!holds)
@@ -360,6 +415,8 @@ Options readOptions(int argc, const char* const* argv)
             if (!options.output.empty())
                 options.inputs.push_back(options.output);
             options.inputs.insert(options.inputs.end(), more.begin(), more.end());
+            options.input.clear();
+            options.output.clear();
             require(std::find(options.inputs.begin(), options.inputs.end(), kPipe) ==
                         options.inputs.end(),
                     "- has no name to be written by: give it an OUT");
@@ -367,13 +424,17 @@ Options readOptions(int argc, const char* const* argv)
         }
         require(rawOption->empty() || options.input == kPipe || options.output == kPipe,
                 "--raw needs - as IN or OUT: a file says what it holds");
+        for (std::string* const name : {&options.output, &options.speedMapOut})
+            if (*name == "/dev/stdout") // whatever it is
+                *name = kPipe;
+        require(options.output != kPipe || options.speedMapOut != kPipe,
+                "Give --speed-map-out a file: the sound goes to standard output");
     } catch (const CLI::ParseError& error) {
         options.exitCode = app.exit(error) == 0 ? 0 : kWrongCommandLine;
         options.finished = true;
-        return options;
+        noteWhatWasWanted(arguments, options);
+        return;
     }
-    if (options.output == "/dev/stdout") // whatever it is
-        options.output = kPipe;
     options.speed = mapOption->empty() ? SpeedMap(parseSpeed(speed).value_or(1.0))
                                        : SpeedMap(options.speedMapName, isRamp);
     options.silenceSpeed = parseSpeed(silenceSpeed);
@@ -381,5 +442,4 @@ Options readOptions(int argc, const char* const* argv)
     options.length = parseTime(length);
     options.bitRate = parseBitRate(bitRate).value_or(0);
     options.raw = raw.empty() ? std::nullopt : parseRaw(raw);
-    return options;
 }

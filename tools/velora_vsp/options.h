@@ -13,6 +13,9 @@
 #include "raw_format.h"
 #include "speed_map.h"
 
+/// What --bits takes: 33 for float.
+constexpr int kBits[] = {16, 24, 32, 33};
+
 constexpr double kToTheEnd = std::numeric_limits<double>::infinity();
 
 struct Options {
@@ -48,8 +51,15 @@ struct Options {
     bool quiet = false;
     bool finished = false; // help or version was asked for and printed
     int exitCode = 0;      // non-zero: the command line was wrong, which has been said
+    std::string mistake;   // what was wrong
+
+    /// What --raw says of the input or output of this name: of - alone.
+    std::optional<RawFormat> rawOf(const std::string& name) const
+    {
+        return name == kPipe ? raw : std::nullopt;
+    }
 };
 
 /// Reads the command line and the speed map; prints help, version or what is wrong with the command
-/// line. Throws FileError for the map.
-Options readOptions(int argc, const char* const* argv);
+/// line. Throws FileError for the map; `options` then says where that is to be told.
+void readOptions(int argc, const char* const* argv, Options& options);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "encoder_limits.h"
 #include "error.h"
 #include "output_file.h"
 
@@ -289,35 +290,64 @@ void refuseOtherRaw(const SoundDecoder& sound, const Options& options)
                         std::to_string(sound.channels()) + ": neither is converted");
 }
 
+const AVCodec* chooseEncoder(const AVOutputFormat& container, const AVFormatContext& input,
+                             const AVStream& stream, const SoundDecoder& sound,
+                             const Options& options)
+{
+    if (!options.codec.empty())
+        return findEncoder(container, options);
+    const AVCodec* const encoder = avcodec_find_encoder(
+        chooseCodec(container, *input.iformat, stream.codecpar->codec_id,
+                    options.bits > 0 ? options.bits : sound.bits(), options.bits > 0));
+    if (encoder == nullptr || encoder->sample_fmts == nullptr)
+        throw FileError(options.output, "there is no encoder here for this kind of file: give "
+                                        "another extension, such as .wav");
+    return encoder;
+}
+
+void setBits(Encoding& encoding, int bits)
+{
+    encoding.format.format = chooseSampleFormat(*encoding.encoder, bits);
+    const bool isInteger = resolutionBits(encoding.format.format) == 32;
+    encoding.bits = isInteger ? std::min(bits, 24) : 0;
+}
+
+void refuseOtherBits(const Encoding& encoding, const Options& options)
+{
+    const std::string name = encoding.encoder->name;
+    if (options.bits == 0 || bitsOf(encoding) == options.bits)
+        return;
+    if (isLossy(encoding.encoder->id))
+        throw FileError(options.output, name + " has no --bits, which are of sound without loss: "
+                                               "leave it out");
+    std::string possible;
+    for (const int bits : kBits) {
+        Encoding other = encoding;
+        setBits(other, bits);
+        if (bitsOf(other) == bits)
+            possible += (possible.empty() ? "" : " or ") + bitsName(bits);
+    }
+    throw FileError(options.output, name + " can't hold samples of " + bitsName(options.bits) +
+                                        (possible.empty() ? "" : ", but " + possible));
+}
+
 } // namespace
 
 Encoding chooseEncoding(const AVOutputFormat& container, const AVFormatContext& input,
                         const AVStream& stream, const SoundDecoder& sound, const Options& options)
 {
-    const AVInputFormat& from = *input.iformat;
     refuseOtherRaw(sound, options);
-    const int bits = options.bits > 0 ? options.bits : sound.bits();
     Encoding encoding;
-    encoding.encoder =
-        !options.codec.empty()
-            ? findEncoder(container, options)
-            : avcodec_find_encoder(
-                  chooseCodec(container, from, stream.codecpar->codec_id, bits, options.bits > 0));
-    if (encoding.encoder == nullptr || encoding.encoder->sample_fmts == nullptr)
-        throw FileError(options.output, "there is no encoder here for this kind of file: give "
-                                        "another extension, such as .wav");
-    encoding.format.format = chooseSampleFormat(*encoding.encoder, bits);
+    encoding.encoder = chooseEncoder(container, input, stream, sound, options);
     encoding.format.rate = chooseRate(*encoding.encoder, sound.rate());
     encoding.format.layout = chooseLayout(*encoding.encoder, sound.layout(), options);
-    const bool isInteger = resolutionBits(encoding.format.format) == 32;
-    encoding.bits = isInteger ? std::min(bits, 24) : 0;
+    setBits(encoding, options.bits > 0 ? options.bits : sound.bits());
+    refuseOtherBits(encoding, options);
     encoding.quality = options.quality;
     encoding.compression = options.compression;
+    refuseBeyondLimits(encoding, options);
     if (!options.quality)
         encoding.bitRate = chooseBitRate(bitRateOf(stream, input), encoding, options);
-    if (options.bits > 0 && bitsOf(encoding) != options.bits)
-        throw FileError(options.output, std::string(encoding.encoder->name) +
-                                            " can't hold samples of " + bitsName(options.bits));
     return encoding;
 }
 

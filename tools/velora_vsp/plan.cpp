@@ -1,6 +1,7 @@
 #include "plan.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "clock.h"
 #include "error.h"
@@ -19,14 +20,14 @@ struct Content {
     std::vector<Span> pauses;
 };
 
-Content listen(const Options& options)
+Content listen(const Options& options, const Phase& progress)
 {
-    MediaInput input(options.input, options.input == kPipe ? options.raw : std::nullopt);
+    MediaInput input(options.input, options.rawOf(options.input));
     const int best = av_find_best_stream(&input.format(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
     if (best < 0)
         throw FileError(input.name(), "has no sound, which --silence-speed and --length need");
-    const bool isLow24 = options.input == kPipe && options.raw && options.raw->encoding->isLow24;
-    SoundDecoder decoder(input, *input.format().streams[best], {true, isLow24, input.hasFilm()});
+    SoundDecoder decoder(input, *input.format().streams[best],
+                         {true, isLow24(options.rawOf(options.input)), input.hasFilm()});
     PauseFinder finder(decoder.rate(), decoder.channels(), decoder.samples());
     Block block;
     const auto take = [&](const AVPacket* packet) {
@@ -38,11 +39,11 @@ Content listen(const Options& options)
     while (input.read(*packet)) {
         if (packet->stream_index == best)
             take(packet.get());
+        progress.show(input.position(), input.duration());
         throwIfInterrupted();
     }
     take(nullptr);
-    const double start =
-        input.hasFilm() ? std::max(decoder.startTime() - input.startTime(), 0.0) : 0.0;
+    const double start = decoder.startIn(input);
     Content content{start + double(decoder.position()) / decoder.rate(), {}};
     if (options.silenceSpeed)
         content.pauses = finder.pauses(options.silenceThreshold, options.silenceMargin);
@@ -76,6 +77,8 @@ double total(const std::vector<Span>& spans)
 // That makes what isn't a pause fill what pauses leave of the length.
 double speedFor(const Options& options, const Span& part, const std::vector<Span>& pauses)
 {
+    if (part.from >= part.to)
+        throw FileError(options.input, "ends at " + clock(part.to) + ", before --from");
     const double paused = total(pauses);
     const double room = *options.length - (paused > 0.0 ? paused / *options.silenceSpeed : 0.0);
     const double speed = (part.to - part.from - paused) / room;
@@ -83,26 +86,34 @@ double speedFor(const Options& options, const Span& part, const std::vector<Span
         return speed;
     const double inPauses = *options.length - room;
     const double rest = part.to - part.from - paused;
-    throw FileError(options.input, "can't be made " + clock(*options.length) +
-                                       " long: " + clock(inPauses + rest / kFastest) + " to " +
-                                       clock(inPauses + rest / kSlowest) + " is possible");
+    // Rounded to what is possible itself.
+    const double shortest = std::ceil(1000.0 * (inPauses + rest / kFastest)) / 1000.0;
+    const double longest = std::floor(1000.0 * (inPauses + rest / kSlowest)) / 1000.0;
+    throw FileError(options.input, "can't be made " + clock(*options.length) + " long: " +
+                                       clock(shortest) + " to " + clock(longest) + " is possible");
 }
 
 } // namespace
 
-Plan makePlan(const Options& options)
+bool needsListening(const Options& options)
 {
-    if (!options.silenceSpeed && !options.length)
-        return {options.speed};
+    return options.silenceSpeed || options.length;
+}
+
+Plan makePlan(const Options& options, const Phase& progress)
+{
+    if (!needsListening(options))
+        return {options.speed, options.speed.speedAt(0.0)};
     Bytes::makeRepeatable(options.input);
-    const Content content = listen(options);
+    const Content content = listen(options, progress);
     const Span part{options.part.from, std::min(options.part.to, content.end)};
     const std::vector<Span> pauses = within(content.pauses, part);
     const SpeedMap speed =
         options.length ? SpeedMap(speedFor(options, part, pauses)) : options.speed;
+    const double pace = speed.speedAt(0.0);
     if (pauses.empty())
-        return {speed};
-    Plan plan{speed.with(pauses, *options.silenceSpeed), int(pauses.size())};
+        return {speed, pace};
+    Plan plan{speed.with(pauses, *options.silenceSpeed), pace, int(pauses.size())};
     plan.saved = speed.outputAt(content.end) - plan.speed.outputAt(content.end);
     return plan;
 }

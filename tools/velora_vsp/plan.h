@@ -3,13 +3,19 @@
 #pragma once
 
 #include "options.h"
+#include "progress.h"
 
 struct Plan {
     SpeedMap speed;     // of the whole input, pauses and all
+    double pace;        // at its start, were there no pause
     int pauses = 0;     // that go at their own speed
     double saved = 0.0; // seconds of output by that
 };
 
-/// Reads all of the sound, if the options need that. Throws what MediaInput throws, and FileError if
-/// the length can't be reached.
-Plan makePlan(const Options& options);
+/// Whether all of the sound has to be read for it.
+bool needsListening(const Options& options);
+
+/// Reads all of the sound, if it has to. Throws what MediaInput throws, and FileError if the length
+/// can't be reached.
+/// @param progress  of the reading
+Plan makePlan(const Options& options, const Phase& progress);

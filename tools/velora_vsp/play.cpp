@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 
 namespace {
 
@@ -52,6 +53,17 @@ public:
 };
 
 } // namespace
+
+std::string pitchNotice(double speed)
+{
+    char number[16];
+    std::snprintf(number, sizeof number, "%g", speed);
+    for (const double slowed : kTapeSpeeds)
+        if (float(speed) == float(slowed))
+            return "at speed " + std::string(number) +
+                   " the pitch drops with the speed, as on a slowed tape (--keep-pitch keeps it)";
+    return {};
+}
 
 std::unique_ptr<Player> makePlayer(Samples samples, int rate, int channels, const SpeedMap& speed,
                                    double start, const Manner& manner)

@@ -2,11 +2,18 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include <velora/stream.hpp>
 
 #include "samples.h"
 #include "speed_map.h"
+
+/// Where the engine lowers the pitch by whole octaves, to single precision.
+constexpr double kTapeSpeeds[] = {0.5, 0.25, 0.125};
+
+/// What to tell of one of these; empty for all other speeds.
+std::string pitchNotice(double speed);
 
 /// How it is to sound.
 struct Manner {

@@ -1,6 +1,7 @@
 // Samples without a header, interleaved and little-endian, as --raw tells of them.
 #pragma once
 
+#include <optional>
 #include <string_view>
 
 /// What FFmpeg's libraries have for a name.
@@ -21,3 +22,8 @@ struct RawFormat {
     int channels = 0;
     const RawEncoding* encoding = nullptr;
 };
+
+inline bool isLow24(const std::optional<RawFormat>& raw)
+{
+    return raw && raw->encoding->isLow24;
+}

@@ -57,6 +57,11 @@ SoundDecoder::SoundDecoder(const MediaInput& input, const AVStream& track, const
     target = {avFormat(kind), track.codecpar->sample_rate, plainLayout(track.codecpar->ch_layout)};
 }
 
+double SoundDecoder::startIn(const MediaInput& input) const
+{
+    return input.hasFilm() ? std::max(start - input.startTime(), 0.0) : 0.0;
+}
+
 void SoundDecoder::decode(const AVPacket* packet, Block& out)
 {
     const int result = avcodec_send_packet(codec.get(), packet);

@@ -33,6 +33,9 @@ public:
     /// Seconds of the file's clock at which the first frame sounds; right once there is one.
     double startTime() const { return start; }
 
+    /// The same in seconds of media: sound by itself begins at once, beside a film where it began.
+    double startIn(const MediaInput& input) const;
+
     /// Appends the samples of a packet to `out`; of none, what is left at the end.
     void decode(const AVPacket* packet, Block& out);
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "clipping.h"
 #include "error.h"
 
 namespace {
@@ -19,31 +20,6 @@ void limit(Block& block)
     auto* const samples = reinterpret_cast<Sample*>(block.data());
     for (size_t n = 0; n < block.size() / sizeof(Sample); ++n)
         samples[n] = std::isnan(samples[n]) ? Sample(0) : std::clamp(samples[n], -kMost, kMost);
-}
-
-// Samples at or beyond full scale.
-template <class Sample>
-int64_t countFull(const Block& block, Sample lowest, Sample highest)
-{
-    const auto* const samples = reinterpret_cast<const Sample*>(block.data());
-    return std::count_if(samples, samples + block.size() / sizeof(Sample),
-                         [=](Sample sample) { return sample <= lowest || sample >= highest; });
-}
-
-int64_t countFull(const Block& block, Samples kind)
-{
-    switch (kind) {
-    case Samples::int16:
-        return countFull<int16_t>(block, INT16_MIN, INT16_MAX);
-    case Samples::int24:
-        return countFull<int32_t>(block, -0x800000, 0x7FFFFF);
-    case Samples::int32:
-        return countFull<int32_t>(block, INT32_MIN, INT32_MAX);
-    case Samples::float32:
-        return countFull<float>(block, -1.0f, 1.0f);
-    default:
-        return countFull<double>(block, -1.0, 1.0);
-    }
 }
 
 AvPtr<AVCodecContext> openEncoder(const MediaOutput& output, const Encoding& encoding,
@@ -75,19 +51,16 @@ AvPtr<AVCodecContext> openEncoder(const MediaOutput& output, const Encoding& enc
         throw FileError(output.name(),
                         "can't be written with " + std::to_string(encoding.format.channels()) +
                             " channel(s) at " + std::to_string(encoding.format.rate) + " Hz as " +
-                            encoding.encoder->name + ": " + avReason(result) +
-                            (encoding.quality || encoding.compression
-                                 ? " (it may not have this --quality or --compression)"
-                                 : ""));
+                            encoding.encoder->name + ": " + avReason(result));
     return codec;
 }
 
 } // namespace
 
 SoundEncoder::SoundEncoder(MediaOutput& to, const Encoding& encoding, Samples samples,
-                           const SoundFormat& from, bool isLow)
+                           const SoundFormat& from, bool isLow, bool comesFromEngine)
     : output(to), track(to.addStream()), codec(openEncoder(to, encoding, encoding.bitRate)),
-      kind(samples), source(from), isLow24(isLow)
+      kind(samples), source(from), isLow24(isLow), isFromEngine(comesFromEngine)
 {
     avcodec_parameters_from_context(track.codecpar, codec.get());
     track.time_base = codec->time_base;
@@ -100,8 +73,8 @@ SoundEncoder::SoundEncoder(MediaOutput& to, const Encoding& encoding, Samples sa
     waiting.reset(av_audio_fifo_alloc(target.format, target.channels(), kFreeFrameSize));
     if (waiting == nullptr || packet == nullptr)
         throw std::bad_alloc();
-    const bool keepsFloats = resolutionBits(target.format) > 32 && !isLossy(codec->codec_id);
-    isLimited = !keepsFloats && (kind == Samples::float32 || kind == Samples::float64);
+    keepsFloats = resolutionBits(target.format) > 32 && !isLossy(codec->codec_id);
+    isLimited = !keepsFloats && isFloat();
 }
 
 void SoundEncoder::startAt(double seconds)
@@ -114,8 +87,8 @@ void SoundEncoder::write(const Block& block)
     const size_t width = size_t(source.channels()) * sampleBytes(kind);
     const int frames = int(block.size() / width);
     framesIn += frames;
-    if (resolutionBits(codec->sample_fmt) <= 32)
-        full += countFull(block, kind);
+    if (!changesRate() && (isFloat() ? !keepsFloats : isFromEngine))
+        clipped += countClipped(block, kind);
     const auto* const data = reinterpret_cast<const uint8_t*>(prepare(block).data());
     convert(&data, frames);
 }
@@ -153,6 +126,9 @@ void SoundEncoder::convert(const uint8_t* const* data, int count)
     // Of a change of rate that ends a few frames late, these are left out.
     if (data == nullptr)
         got = int(std::min<int64_t>(got, length() - framesConverted));
+    if (changesRate() && !keepsFloats && got > 0)
+        clipped +=
+            countClipped(planes.data(), codec->sample_fmt, codec->ch_layout.nb_channels, got);
     queue(planes.data(), got);
 }
 

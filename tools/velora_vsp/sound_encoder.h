@@ -17,17 +17,19 @@ class SoundEncoder {
 public:
     /// Adds a stream to the output.
     /// @param samples  what write takes, with this layout and rate
-    /// @param isLow24  leaves 24-bit samples at the bottom of 32 bits
+    /// @param isLow24       leaves 24-bit samples at the bottom of 32 bits
+    /// @param isFromEngine  which ends integers at full scale, whatever they would have been
     /// Throws FileError if the encoder can't be had.
     SoundEncoder(MediaOutput& output, const Encoding& encoding, Samples samples,
-                 const SoundFormat& from, bool isLow24);
+                 const SoundFormat& from, bool isLow24, bool isFromEngine);
 
     AVStream& stream() const { return track; }
     /// Frames written so far, before any change of rate.
     int64_t position() const { return framesIn; }
 
-    /// Samples so far that are at or beyond full scale, if the encoder takes integers.
-    int64_t fullSamples() const { return full; }
+    /// Samples so far that full scale cut: integers that the engine left there, and what is beyond it
+    /// once its rate is the encoder's, unless this keeps that.
+    int64_t clippedSamples() const { return clipped; }
 
     /// To be called before the first frame, which will sound so many seconds after the start.
     void startAt(double seconds);
@@ -36,6 +38,8 @@ public:
     void finish();
 
 private:
+    bool isFloat() const { return kind == Samples::float32 || kind == Samples::float64; }
+    bool changesRate() const { return source.rate != codec->sample_rate; }
     const Block& prepare(const Block& block);
     void convert(const uint8_t* const* data, int count);
     void queue(const uint8_t* const* data, int count);
@@ -57,12 +61,14 @@ private:
     Samples kind;
     SoundFormat source;
     bool isLow24;
-    bool isLimited = false; // what the encoder takes for numbers is numbers
+    bool isFromEngine;
+    bool keepsFloats = false; // beyond full scale, too
+    bool isLimited = false;   // what the encoder takes for numbers is numbers
     Block prepared;
     Block converted;
     int64_t start = 0; // in frames of the output
     int64_t framesIn = 0;
-    int64_t full = 0;
+    int64_t clipped = 0;
     int64_t framesConverted = 0;
     int64_t framesSent = 0;
 };

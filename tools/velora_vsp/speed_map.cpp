@@ -132,7 +132,10 @@ double SpeedMap::Piece::outputAt(double at) const
     return output + std::log1p(slope * (at - media) / speed) / slope;
 }
 
-SpeedMap::SpeedMap(double speed) : SpeedMap(std::vector<Point>{{0.0, speed, speed}}) {}
+SpeedMap::SpeedMap(double speed)
+    : SpeedMap(std::vector<Point>{{0.0, possibleSpeed(speed), possibleSpeed(speed)}})
+{
+}
 
 SpeedMap::SpeedMap(const fs::path& file, bool ramp) : SpeedMap(readPoints(file, ramp)) {}
 
@@ -261,6 +264,7 @@ void SpeedMap::addRamp(std::vector<Step>& steps, const Piece& piece, double rate
 
 bool SpeedMap::holds(double speed) const
 {
-    return std::any_of(pieces.begin(), pieces.end(),
-                       [=](const Piece& p) { return p.slope == 0.0 && p.speed == speed; });
+    return std::any_of(pieces.begin(), pieces.end(), [=](const Piece& p) {
+        return p.slope == 0.0 && float(p.speed) == float(speed);
+    });
 }

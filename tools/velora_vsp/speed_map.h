@@ -22,6 +22,7 @@ struct Span {
 /// Speed over media time in seconds: pieces that are constant or linear.
 class SpeedMap {
 public:
+    /// One speed throughout, moved into the range that a stream takes.
     explicit SpeedMap(double speed);
 
     /// Reads lines of a time and the speed from there on, or `SPEED to SPEED` where it glides up to
@@ -56,7 +57,7 @@ public:
     /// Whether one speed holds throughout.
     bool isConstant() const { return pieces.size() == 1; }
 
-    /// Whether this speed holds anywhere for a while.
+    /// Whether this speed holds anywhere for a while, to the single precision that the engine has.
     bool holds(double speed) const;
 
 private:

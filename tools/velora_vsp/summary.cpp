@@ -95,7 +95,7 @@ std::string closingLine(const Summary& summary)
                static_cast<long long>(summary.framesIn), static_cast<long long>(summary.framesOut),
                summary.framesIdeal, difference, realTimeFactor(summary), summary.encoding.c_str());
     if (summary.clipped > 0)
-        line += format(", %lld samples at full scale", static_cast<long long>(summary.clipped));
+        line += format(", clipped samples: %lld", static_cast<long long>(summary.clipped));
     if (summary.pauses > 0)
         line += format(", %.1f s saved in %d pause%s", summary.saved, summary.pauses,
                        summary.pauses == 1 ? "" : "s");
@@ -105,7 +105,7 @@ std::string closingLine(const Summary& summary)
 std::string json(const Summary& summary, const Options& options)
 {
     const std::string speed = options.speedMapName.empty()
-                                  ? format("\"speed\": %.9g", options.speed.speedAt(0.0))
+                                  ? format("\"speed\": %.9g", summary.speed)
                                   : "\"map\": " + quoted(options.speedMapName);
     return "{\"schema\": 1, \"input\": " + quoted(options.input) +
            ", \"output\": " + quoted(options.output) +
@@ -122,10 +122,10 @@ std::string json(const Summary& summary, const Options& options)
                   summary.saved);
 }
 
-// Into the output itself nothing else may go.
+// Into the output itself, or the map, nothing else may go.
 void printJson(const std::string& text, const Options& options)
 {
-    if (options.output == kPipe)
+    if (options.output == kPipe || options.speedMapOut == kPipe)
         std::fputs(text.c_str(), stderr);
     else
         writeOutput(text.data(), text.size());
@@ -141,13 +141,22 @@ void report(const Summary& summary, const Options& options, Progress& progress)
         progress.say((options.folder.empty() ? "" : options.input + ": ") + closingLine(summary));
 }
 
+void reportMistake(const std::string& problem, const Options& options)
+{
+    if (!options.json)
+        return;
+    std::string text = "{\"schema\": 1, ";
+    if (!options.input.empty())
+        text += "\"input\": " + quoted(options.input) + ", ";
+    if (!options.output.empty())
+        text += "\"output\": " + quoted(options.output) + ", ";
+    printJson(text + "\"error\": " + quoted(problem) + "}\n", options);
+}
+
 void reportFailure(const std::exception& error, const Options& options, Progress& progress)
 {
     const bool isMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
     const std::string problem = isMemory ? "out of memory" : error.what();
     progress.complain(problem);
-    if (options.json)
-        printJson("{\"schema\": 1, \"input\": " + quoted(options.input) + ", \"output\": " +
-                      quoted(options.output) + ", \"error\": " + quoted(problem) + "}\n",
-                  options);
+    reportMistake(problem, options);
 }

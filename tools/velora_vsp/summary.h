@@ -11,6 +11,7 @@
 
 struct Summary {
     Samples samples = Samples::int16; // in which the sound was passed on
+    double speed = 1.0;               // but in pauses, if there is one throughout
     int rate = 0;                     // Hz
     int channels = 0;
     int64_t framesIn = 0;
@@ -18,13 +19,16 @@ struct Summary {
     double framesIdeal = 0.0; // the exact integral of 1 / speed over the input
     double seconds = 0.0;     // that it took
     std::string encoding;     // of what was written
-    int64_t clipped = 0;      // samples at or beyond full scale in it, where the speed isn't 1
+    int64_t clipped = 0;      // samples that full scale cut
     int pauses = 0;           // that went at their own speed
     double saved = 0.0;       // seconds of output by that
 };
 
 /// Says what was done, as the options want it said.
 void report(const Summary& summary, const Options& options, Progress& progress);
+
+/// Says to programs, if the options want that, that nothing could be begun.
+void reportMistake(const std::string& problem, const Options& options);
 
 /// Says that it wasn't.
 void reportFailure(const std::exception& error, const Options& options, Progress& progress);

@@ -5,11 +5,6 @@
 
 namespace {
 
-bool isLow24(const Options& options, const char* end)
-{
-    return options.raw && options.raw->encoding->isLow24 && end == std::string(kPipe);
-}
-
 void describe(AVStream& to, const AVStream& from)
 {
     to.disposition = from.disposition;
@@ -38,13 +33,13 @@ bool isCopy(const Options& options)
 SoundTrack::SoundTrack(const MediaInput& from, const AVStream& stream, MediaOutput& output,
                        const SpeedMap& map, const Options& given)
     : input(from), course(map), options(given),
-      decoder(from, stream, {!isCopy(given), isLow24(given, given.input.c_str()), from.hasFilm()}),
+      decoder(from, stream, {!isCopy(given), isLow24(given.rawOf(given.input)), from.hasFilm()}),
       chosen(chooseEncoding(output.container(), from.format(), stream, decoder, given)),
       blockBytes(blockBytesFor(decoder, from.hasFilm()))
 {
     const SoundFormat format{avFormat(decoder.samples()), decoder.rate(), decoder.layout()};
     encoder = std::make_unique<SoundEncoder>(output, chosen, decoder.samples(), format,
-                                             isLow24(given, given.output.c_str()));
+                                             isLow24(given.rawOf(given.output)), !isCopy(given));
     describe(encoder->stream(), stream);
 }
 
@@ -71,8 +66,9 @@ void SoundTrack::cutToPart(size_t place)
 {
     const size_t frameBytes = size_t(decoder.channels()) * sampleBytes(decoder.samples());
     const auto frameAt = [this](double media) {
-        return media < kToTheEnd ? int64_t(std::llround((media - start()) * decoder.rate()))
-                                 : INT64_MAX;
+        return media < kToTheEnd
+                   ? int64_t(std::llround((media - decoder.startIn(input)) * decoder.rate()))
+                   : INT64_MAX;
     };
     const auto count = int64_t((next.size() - place) / frameBytes);
     const int64_t from = std::clamp<int64_t>(frameAt(options.part.from) - framesDecoded, 0, count);
@@ -84,16 +80,14 @@ void SoundTrack::cutToPart(size_t place)
     framesPlayed += to - from;
 }
 
-// Seconds of media at which the track begins: sound that comes by itself at once, beside others where
-// it began.
-double SoundTrack::start() const
+double SoundTrack::playedFrom() const
 {
-    return input.hasFilm() ? std::max(decoder.startTime() - input.startTime(), 0.0) : 0.0;
+    return std::max(decoder.startIn(input), options.part.from);
 }
 
 void SoundTrack::begin()
 {
-    const double first = std::max(start(), options.part.from);
+    const double first = playedFrom();
     encoder->startAt(course.outputAt(first));
     player = isCopy(options)
                  ? makeCopier()

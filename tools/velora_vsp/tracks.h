@@ -30,6 +30,8 @@ public:
     const SoundDecoder& in() const { return decoder; }
     /// Frames of it that were played.
     int64_t played() const { return framesPlayed; }
+    /// Seconds of media at which these begin.
+    double playedFrom() const;
     const SoundEncoder& out() const { return *encoder; }
     const Encoding& encoding() const { return chosen; }
 
@@ -39,7 +41,6 @@ public:
 private:
     void pass(const AVPacket* packet);
     void cutToPart(size_t place);
-    double start() const;
     void begin();
 
     const MediaInput& input;

@@ -1,0 +1,9 @@
+// What encoders of sound can be asked for.
+#pragma once
+
+#include "options.h"
+#include "output_choice.h"
+
+/// Throws FileError, which says what is possible, if --quality, --compression or --bitrate ask for
+/// what the chosen encoder doesn't have.
+void refuseBeyondLimits(const Encoding& encoding, const Options& options);
