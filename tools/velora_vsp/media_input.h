@@ -35,9 +35,10 @@ public:
 
 private:
     void open(const std::optional<RawFormat>& raw);
-    const AVInputFormat* findFormat();
     double announcedDuration() const;
     bool isCountedInFrames() const;
+    bool readNext(AVPacket& packet);
+    uint8_t* endSkip(const AVPacket& packet) const;
     [[noreturn]] void failUnreadable(int error);
 
     Bytes bytes;
@@ -45,6 +46,7 @@ private:
         void operator()(AVFormatContext* input) const { avformat_close_input(&input); }
     };
     std::unique_ptr<AVFormatContext, Close> context;
+    AvPtr<AVPacket> ahead;  // was read already
     double announced = 0.0; // seconds of media that the header promises; 0 if it doesn't
     double end = 0.0;       // of what was read, in seconds of the file's clock
     std::string problem;
