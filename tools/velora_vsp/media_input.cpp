@@ -4,6 +4,7 @@
 #include <cmath>
 #include <functional>
 #include <iterator>
+#include <limits>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -20,9 +21,9 @@ constexpr std::string_view kPointers[] = {
     "concat", "hls", "dash", "imf", "sdp", "rtsp", "webm_dash_manifest"};
 
 // What streams: it begins with all that has to be known of the rest.
-constexpr char kStreams[] =
-    "aac,ac3,aiff,amr,amrnb,amrwb,aptx,asf,au,avi,dts,dtshd,eac3,flac,flv,gsm,loas,matroska,mlp,mp3,"
-    "mpeg,mpegts,nut,ogg,rm,sbc,sox,truehd,w64,wav";
+constexpr char kStreams[] = "aac,ac3,aiff,amr,amrnb,amrwb,aptx,asf,au,avi,dts,dtshd,eac3,flac,flv,"
+                            "gsm,loas,matroska,mlp,mp3,"
+                            "mpeg,mpegts,nut,ogg,rm,sbc,sox,truehd,w64,wav";
 
 uint32_t bigEndian(const uint8_t* from)
 {
@@ -57,6 +58,8 @@ bool needsFile(const std::vector<uint8_t>& start)
     return av_match_name("mp4", kind->name) == 0 || !beginsWithIndex(start);
 }
 
+constexpr double kNever = std::numeric_limits<double>::infinity();
+
 int refuseToOpen(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**)
 {
     return AVERROR(EPERM);
@@ -84,7 +87,7 @@ MediaInput::MediaInput(const std::string& path, const std::optional<RawFormat>& 
 {
     av_log_set_level(AV_LOG_QUIET);
     if (bytes.start().empty() && !raw)
-        throw FileError(name(), "is empty: a sound file is needed");
+        throw NoMedia(name(), "is empty: a sound file is needed");
     if (!bytes.isFile() && !raw && needsFile(bytes.start()))
         bytes.store();
     open(raw);
@@ -93,8 +96,29 @@ MediaInput::MediaInput(const std::string& path, const std::optional<RawFormat>& 
     if (result < 0)
         failUnreadable(result);
     if (context->nb_streams == 0)
-        throw FileError(name(), "has no sound");
+        throw NoMedia(name(), "has no sound");
+    beginning = findStart();
     announced = announcedDuration();
+}
+
+// Opus in Matroska has the time of what comes before the first sample.
+double MediaInput::findStart() const
+{
+    const bool isKnown = context->start_time != AV_NOPTS_VALUE;
+    const double first = isKnown ? double(context->start_time) / AV_TIME_BASE : 0.0;
+    if (av_match_name("matroska", context->iformat->name) == 0)
+        return first;
+    double sounding = kNever;
+    for (unsigned n = 0; n < context->nb_streams; ++n) {
+        const AVStream& stream = *context->streams[n];
+        const AVCodecParameters& codec = *stream.codecpar;
+        if (stream.start_time == AV_NOPTS_VALUE || isPicture(stream))
+            continue;
+        const bool hasDelay = codec.codec_id == AV_CODEC_ID_OPUS && codec.sample_rate > 0;
+        const double delay = hasDelay ? double(codec.initial_padding) / codec.sample_rate : 0.0;
+        sounding = std::min(sounding, double(stream.start_time) * av_q2d(stream.time_base) + delay);
+    }
+    return sounding < kNever ? std::max(first, sounding) : first;
 }
 
 void MediaInput::open(const std::optional<RawFormat>& raw)
@@ -124,8 +148,8 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
     if (result >= 0 &&
         std::find(std::begin(kPointers), std::end(kPointers), kind->name) != std::end(kPointers)) {
         avformat_free_context(opened);
-        throw FileError(name(),
-                        "only names other files (" + std::string(kind->name) + "): give these");
+        throw NoMedia(name(),
+                      "only names other files (" + std::string(kind->name) + "): give these");
     }
     if (result >= 0)
         result = avformat_open_input(&opened, "", kind, options.get()); // frees it if it fails
@@ -144,10 +168,10 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
 
 void MediaInput::failUnreadable(int error)
 {
-    throw FileError(name(), error == AVERROR_INVALIDDATA
-                                ? "is no kind of sound file that is known here, or its start is "
-                                  "damaged (samples without a header go in through -, with --raw)"
-                                : "can't be read: " + avReason(error));
+    if (error != AVERROR_INVALIDDATA)
+        throw FileError(name(), "can't be read: " + avReason(error));
+    throw NoMedia(name(), "is no kind of sound file that is known here, or its start is damaged "
+                          "(samples without a header go in through -, with --raw)");
 }
 
 bool MediaInput::hasFilm() const
@@ -200,12 +224,6 @@ uint8_t* MediaInput::endSkip(const AVPacket& packet) const
     return isMp3 && size >= 2 * kEnd && std::any_of(skip + kEnd, skip + 2 * kEnd, std::identity())
                ? skip + kEnd
                : nullptr;
-}
-
-double MediaInput::startTime() const
-{
-    const bool isKnown = context->start_time != AV_NOPTS_VALUE;
-    return isKnown ? double(context->start_time) / AV_TIME_BASE : 0.0;
 }
 
 double MediaInput::duration() const

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 #include <string_view>
-#include <vector>
 
 extern "C" {
 #include <libavutil/base64.h>
@@ -31,6 +30,11 @@ bool tellsOfTheOldLength(std::string_view key)
                        [=](std::string_view known) { return key.starts_with(known); });
 }
 
+bool isMatroska(const AVOutputFormat& container)
+{
+    return av_match_name(container.name, "matroska,webm") != 0;
+}
+
 // As FLAC and Ogg have a picture.
 std::string pictureBlock(const std::string& mime, const AVStream& picture)
 {
@@ -50,6 +54,15 @@ std::string pictureBlock(const std::string& mime, const AVStream& picture)
                  size_t(picture.attached_pic.size));
     return block;
 }
+
+// Whether what an encoder gives before the first sample is told beside the packets, whose times are
+// those of what the decoder gives, this included.
+bool tellsDelay(const AVStream& stream, const AVOutputFormat& container)
+{
+    return isMatroska(container) && stream.codecpar->codec_id == AV_CODEC_ID_OPUS;
+}
+
+constexpr int kOpusRate = 48000; // Hz, in which Opus counts, whatever it is given
 
 } // namespace
 
@@ -85,7 +98,6 @@ bool MediaOutput::addCover(const AVStream& picture)
 {
     const AVCodecID codec = picture.codecpar->codec_id;
     const auto size = size_t(picture.attached_pic.size);
-    const bool isMatroska = av_match_name("matroska", container().name) != 0;
     if ((codec != AV_CODEC_ID_PNG && codec != AV_CODEC_ID_MJPEG) || size == 0)
         return false;
     const std::string kind = codec == AV_CODEC_ID_PNG ? "png" : "jpeg";
@@ -97,7 +109,7 @@ bool MediaOutput::addCover(const AVStream& picture)
         av_dict_set(&context->metadata, "METADATA_BLOCK_PICTURE", text.data(), 0);
         return true;
     }
-    if (!isMatroska)
+    if (!isMatroska(container()))
         return false;
     AVStream& attachment = addStream();
     AVCodecParameters& content = *attachment.codecpar;
@@ -168,11 +180,30 @@ void MediaOutput::addChapter(int number, double start, double end, const AVDicti
 
 void MediaOutput::begin(AvOptions& options)
 {
+    const auto forEach = [this](auto change) {
+        for (unsigned n = 0; n < context->nb_streams; ++n)
+            change(*context->streams[n], tellsDelay(*context->streams[n], container()));
+    };
+    forEach([](const AVStream& stream, bool tells) {
+        AVCodecParameters& codec = *stream.codecpar;
+        if (tells) // FFmpeg takes it for that at any rate
+            codec.initial_padding =
+                int(av_rescale(codec.initial_padding, kOpusRate, codec.sample_rate));
+    });
     check(avformat_write_header(context.get(), options.get()));
+    forEach([this](const AVStream& stream, bool tells) {
+        delays.push_back(
+            tells ? av_rescale_q(stream.codecpar->initial_padding, {1, kOpusRate}, stream.time_base)
+                  : 0);
+    });
 }
 
 void MediaOutput::write(AVPacket& packet)
 {
+    const int64_t delay = delays[size_t(packet.stream_index)];
+    for (int64_t* time : {&packet.pts, &packet.dts})
+        if (*time != AV_NOPTS_VALUE)
+            *time += delay;
     const std::lock_guard lock(writing);
     check(av_interleaved_write_frame(context.get(), &packet));
 }
