@@ -102,8 +102,8 @@ Descriptor storePipe(int pipe, const std::string& name, const std::vector<uint8_
         fail(name, kProblem);
     const auto put = [&](const std::vector<uint8_t>& block) {
         for (size_t done = 0; done < block.size();) {
-            const ssize_t count = untilDone(
-                [&] { return ::write(store, block.data() + done, block.size() - done); });
+            const ssize_t count =
+                untilDone([&] { return ::write(store, block.data() + done, block.size() - done); });
             if (count < 0)
                 fail(name, kProblem);
             done += size_t(count);
