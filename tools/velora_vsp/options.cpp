@@ -80,7 +80,8 @@ constexpr char kFooter[] =
     "JSON: an object for each file, in a line: schema (1), input, output, format (of the "
     "samples),\n"
     "rate, channels, speed or map, framesIn, framesOut, framesIdeal, difference, seconds,\n"
-    "realTimeFactor, clipped, pauses, saved (seconds); or schema, input, output, error.";
+    "realTimeFactor, clipped, pauses, saved (seconds); or schema, input, output, and error or, of\n"
+    "many files, leftOut (why).";
 
 std::string checkSpeed(const std::string& text)
 {
