@@ -86,6 +86,44 @@ void writeAll(int file, const std::string& name, const void* from, size_t bytes,
     }
 }
 
+// What comes out of a pipe after `start`, in a file that has no name.
+Descriptor storePipe(int pipe, const std::string& name, const std::vector<uint8_t>& start)
+{
+    constexpr char kProblem[] = "has to be read more than once, but can't be stored: ";
+    std::error_code none;
+    Descriptor store(open(std::filesystem::temp_directory_path(none).c_str(),
+                          O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (store < 0) // the file system there may know no such files
+        if (const std::unique_ptr<std::FILE, int (*)(std::FILE*)> named(std::tmpfile(),
+                                                                        std::fclose);
+            named != nullptr)
+            store = Descriptor(fcntl(fileno(named.get()), F_DUPFD_CLOEXEC, 0));
+    if (store < 0)
+        fail(name, kProblem);
+    const auto put = [&](const std::vector<uint8_t>& block) {
+        for (size_t done = 0; done < block.size();) {
+            const ssize_t count =
+                untilDone([&] { return ::write(store, block.data() + done, block.size() - done); });
+            if (count < 0)
+                fail(name, kProblem);
+            done += size_t(count);
+        }
+    };
+    put(start);
+    std::vector<uint8_t> block;
+    do {
+        block.resize(kBufferBytes);
+        waitFor(pipe, POLLIN);
+        const ssize_t count = untilDone([&] { return ::read(pipe, block.data(), block.size()); });
+        if (count < 0)
+            fail(name, "can't be read: ");
+        block.resize(size_t(count));
+        put(block);
+    } while (!block.empty());
+    lseek(store, 0, SEEK_SET);
+    return store;
+}
+
 int standardInput()
 {
     if (isatty(STDIN_FILENO) != 0)
@@ -106,19 +144,19 @@ int standardOutput()
 Bytes Bytes::input(const std::string& path)
 {
     if (path == kPipe)
-        return {kStandardInput, standardInput(), false};
-    return {path, openFile(path, path, O_RDONLY), false};
+        return {kStandardInput, Descriptor(standardInput()), false};
+    return {path, Descriptor(openFile(path, path, O_RDONLY)), false};
 }
 
 Bytes Bytes::output(const std::filesystem::path& path, const std::string& name)
 {
     if (path == kPipe)
-        return {kStandardOutput, standardOutput(), true};
-    return {name, openFile(path, name, O_WRONLY), true};
+        return {kStandardOutput, Descriptor(standardOutput()), true};
+    return {name, Descriptor(openFile(path, name, O_WRONLY)), true};
 }
 
-Bytes::Bytes(std::string name, int descriptor, bool isOutput)
-    : shownName(std::move(name)), file(descriptor)
+Bytes::Bytes(std::string name, Descriptor opened, bool isOutput)
+    : shownName(std::move(name)), file(std::move(opened))
 {
     struct stat status {};
     if (fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
@@ -139,10 +177,11 @@ Bytes::Bytes(std::string name, int descriptor, bool isOutput)
         return static_cast<Bytes*>(self)->seek(offset, whence);
     };
     auto* const buffer = static_cast<uint8_t*>(av_malloc(kBufferBytes));
-    io.reset(avio_alloc_context(buffer, kBufferBytes, isOutput, this, readSome, writeBlock,
-                                origin >= 0 ? +move : nullptr));
+    io.reset(avio_alloc_context(buffer, kBufferBytes, isOutput, this, readSome, writeBlock, move));
     if (io == nullptr)
         throw std::bad_alloc();
+    if (!isFile())
+        io->seekable = 0;
 }
 
 void Bytes::makeRepeatable(const std::string& path)
@@ -154,32 +193,27 @@ void Bytes::makeRepeatable(const std::string& path)
         throw FileError(path,
                         "has to be read twice, which a pipe can't be: give a file, or pipe it "
                         "into -");
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> store(std::tmpfile(), std::fclose);
-    if (store == nullptr)
+    if (dup2(storePipe(standardInput(), kStandardInput, {}), STDIN_FILENO) < 0)
         fail(kStandardInput, "can't be stored: ");
-    std::vector<uint8_t> block(kBufferBytes);
-    for (;;) {
-        waitFor(standardInput(), POLLIN);
-        const ssize_t count =
-            untilDone([&] { return ::read(STDIN_FILENO, block.data(), block.size()); });
-        if (count < 0)
-            fail(kStandardInput, "can't be read: ");
-        if (count == 0)
-            break;
-        if (std::fwrite(block.data(), 1, size_t(count), store.get()) != size_t(count))
-            fail(kStandardInput, "can't be stored: ");
-    }
-    if (std::fflush(store.get()) != 0 || dup2(fileno(store.get()), STDIN_FILENO) < 0)
-        fail(kStandardInput, "can't be stored: ");
-    lseek(STDIN_FILENO, 0, SEEK_SET);
+}
+
+void Bytes::store()
+{
+    file = storePipe(file, shownName, startBytes);
+    origin = 0;
+    io->seekable = AVIO_SEEKABLE_NORMAL;
+}
+
+Descriptor::~Descriptor()
+{
+    if (number > STDERR_FILENO)
+        close(number);
 }
 
 Bytes::~Bytes()
 {
     if (file == STDIN_FILENO && origin >= 0)
         lseek(file, origin, SEEK_SET);
-    if (file > STDERR_FILENO)
-        close(file);
 }
 
 void Bytes::rethrow()
@@ -227,13 +261,13 @@ void Bytes::readStart()
         done += size_t(count);
     }
     startBytes.resize(done);
-    if (origin >= 0)
+    if (isFile())
         lseek(file, origin, SEEK_SET);
 }
 
 int64_t Bytes::read(uint8_t* to, size_t bytes)
 {
-    if (origin < 0 && startBytesRead < startBytes.size()) {
+    if (!isFile() && startBytesRead < startBytes.size()) {
         const size_t count = std::min(bytes, startBytes.size() - startBytesRead);
         std::memcpy(to, startBytes.data() + startBytesRead, count);
         startBytesRead += count;
@@ -249,10 +283,9 @@ int64_t Bytes::read(uint8_t* to, size_t bytes)
 int64_t Bytes::write(const uint8_t* from, size_t bytes)
 {
     constexpr size_t kWorthIt = size_t(1) << 23;
-    const bool isFile = origin >= 0;
-    writeAll(file, shownName, from, bytes, isFile ? bytes : PIPE_BUF);
+    writeAll(file, shownName, from, bytes, isFile() ? bytes : PIPE_BUF);
     unsyncedBytes += bytes;
-    if (isFile && unsyncedBytes >= kWorthIt) {
+    if (isFile() && unsyncedBytes >= kWorthIt) {
         sync_file_range(file, 0, 0, SYNC_FILE_RANGE_WRITE); // begins, so that sync is soon done
         unsyncedBytes = 0;
     }
@@ -261,6 +294,8 @@ int64_t Bytes::write(const uint8_t* from, size_t bytes)
 
 int64_t Bytes::seek(int64_t offset, int whence)
 {
+    if (!isFile()) // of no known size, which FFmpeg's reader of MP3 takes an error for
+        return (whence & AVSEEK_SIZE) != 0 ? 0 : AVERROR(ESPIPE);
     if ((whence & AVSEEK_SIZE) != 0) {
         struct stat status {};
         return fstat(file, &status) == 0 ? status.st_size - origin : AVERROR(errno);

@@ -7,6 +7,7 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "av.h"
@@ -22,6 +23,24 @@ inline std::filesystem::path pathOf(const std::string& name, const char* standar
 
 /// Thrown when nobody reads the output any more.
 struct ReaderGone {};
+
+/// An open file, closed at the end unless it is one of the standard streams.
+class Descriptor {
+public:
+    explicit Descriptor(int opened) : number(opened) {}
+    ~Descriptor();
+    Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept
+    {
+        std::swap(number, other.number);
+        return *this;
+    }
+
+    operator int() const { return number; }
+
+private:
+    int number;
+};
 
 class Bytes {
 public:
@@ -44,6 +63,12 @@ public:
     /// Up to 4096 bytes that an input starts with. They will be read all the same.
     const std::vector<uint8_t>& start() const { return startBytes; }
 
+    /// Whether it can be gone back in.
+    bool isFile() const { return origin >= 0; }
+    /// Makes a file of a pipe that nothing has been read from: stores all that comes out of it, in a
+    /// file without a name. Throws FileError, or Interrupted.
+    void store();
+
     /// To be called after each call that may have read or written: throws FileError, ReaderGone or
     /// Interrupted where one stopped it, as C passes no exceptions on.
     void rethrow();
@@ -53,7 +78,7 @@ public:
     void sync();
 
 private:
-    Bytes(std::string name, int descriptor, bool isOutput);
+    Bytes(std::string name, Descriptor opened, bool isOutput);
 
     template <class Call>
     int64_t guarded(Call call) noexcept;
@@ -63,7 +88,7 @@ private:
     int64_t seek(int64_t offset, int whence);
 
     std::string shownName;
-    int file;
+    Descriptor file;
     int64_t origin = -1; // where in a file the first byte stands; -1 if it can't be gone back in
     std::vector<uint8_t> startBytes;
     size_t startBytesRead = 0; // in a pipe

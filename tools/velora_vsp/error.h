@@ -9,7 +9,13 @@
 class FileError : public std::runtime_error {
 public:
     FileError(const std::filesystem::path& file, const std::string& problem)
-        : std::runtime_error(file.string() + ": " + problem)
+        : std::runtime_error(file.string() + ": " + problem), text(problem)
     {
     }
+
+    /// What is wrong, without the file.
+    const std::string& problem() const { return text; }
+
+private:
+    std::string text;
 };

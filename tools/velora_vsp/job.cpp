@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "bytes.h"
@@ -25,6 +26,7 @@
 #include "output_file.h"
 #include "plan.h"
 #include "progress.h"
+#include "text_converter.h"
 #include "tracks.h"
 
 namespace fs = std::filesystem;
@@ -93,6 +95,12 @@ std::unique_ptr<Track> Transfer::makeTrack(const AVStream& stream)
         return nullptr;
     if (hasRoomFor(stream))
         return std::make_unique<CopiedTrack>(input, stream, output, course, options.part);
+    const bool holdsText = !isSoundOnly(output.container(), options);
+    if (auto text = holdsText ? TextConverter::make(stream, output.container()) : nullptr) {
+        say("subtitles: " + codecName(stream) + " becomes " + avcodec_get_name(text->codec()));
+        return std::make_unique<CopiedTrack>(input, stream, output, course, options.part,
+                                             std::move(text));
+    }
     if (stream.codecpar->codec_type != AVMEDIA_TYPE_DATA)
         say("left out: " +
             std::string(isPicture(stream) ? "cover"

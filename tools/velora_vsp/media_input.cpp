@@ -2,9 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <iterator>
+#include <limits>
+#include <new>
 #include <span>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "clock.h"
 #include "error.h"
@@ -15,6 +20,46 @@ namespace {
 // Playlists and the like: what they hold lies in other files, which no input may open.
 constexpr std::string_view kPointers[] = {
     "concat", "hls", "dash", "imf", "sdp", "rtsp", "webm_dash_manifest"};
+
+// What streams: it begins with all that has to be known of the rest.
+constexpr char kStreams[] = "aac,ac3,aiff,amr,amrnb,amrwb,aptx,asf,au,avi,dts,dtshd,eac3,flac,flv,"
+                            "gsm,loas,matroska,mlp,mp3,"
+                            "mpeg,mpegts,nut,ogg,rm,sbc,sox,truehd,w64,wav";
+
+uint32_t bigEndian(const uint8_t* from)
+{
+    return uint32_t(from[0]) << 24 | uint32_t(from[1]) << 16 | uint32_t(from[2]) << 8 | from[3];
+}
+
+// Whether in an MP4 file, or one of its family, what lies where is told before that comes.
+bool beginsWithIndex(const std::vector<uint8_t>& start)
+{
+    for (size_t at = 0; at + 8 <= start.size();) {
+        const std::string_view kind(reinterpret_cast<const char*>(&start[at]) + 4, 4);
+        if (kind == "moov" || kind == "moof")
+            return true;
+        const uint32_t bytes = bigEndian(&start[at]);
+        if (kind == "mdat" || bytes < 8)
+            return false;
+        at += bytes;
+    }
+    return false;
+}
+
+// Whether what starts like this has to be gone back in, which a pipe can't be.
+bool needsFile(const std::vector<uint8_t>& start)
+{
+    std::vector<uint8_t> padded = start;
+    padded.resize(start.size() + AVPROBE_PADDING_SIZE);
+    const AVProbeData data{"", padded.data(), int(start.size()), nullptr};
+    int score = AVPROBE_SCORE_RETRY;
+    const AVInputFormat* const kind = av_probe_input_format2(&data, 1, &score);
+    if (kind == nullptr || av_match_name(kind->name, kStreams) != 0)
+        return false;
+    return av_match_name("mp4", kind->name) == 0 || !beginsWithIndex(start);
+}
+
+constexpr double kNever = std::numeric_limits<double>::infinity();
 
 // FFmpeg takes the samples of a big-endian WAV file for little-endian ones.
 void turnBytesOfRifx(AVCodecParameters& codec)
@@ -38,15 +83,38 @@ MediaInput::MediaInput(const std::string& path, const std::optional<RawFormat>& 
 {
     av_log_set_level(AV_LOG_QUIET);
     if (bytes.start().empty() && !raw)
-        throw FileError(name(), "is empty: a sound file is needed");
+        throw NoMedia(name(), "is empty: a sound file is needed");
+    if (!bytes.isFile() && !raw && needsFile(bytes.start()))
+        bytes.store();
     open(raw);
     const int result = avformat_find_stream_info(context.get(), nullptr);
     bytes.rethrow();
     if (result < 0)
         failUnreadable(result);
     if (context->nb_streams == 0)
-        throw FileError(name(), "has no sound");
+        throw NoMedia(name(), "has no sound");
+    beginning = findStart();
     announced = announcedDuration();
+}
+
+// Opus in Matroska has the time of what comes before the first sample.
+double MediaInput::findStart() const
+{
+    const bool isKnown = context->start_time != AV_NOPTS_VALUE;
+    const double first = isKnown ? double(context->start_time) / AV_TIME_BASE : 0.0;
+    if (av_match_name("matroska", context->iformat->name) == 0)
+        return first;
+    double sounding = kNever;
+    for (unsigned n = 0; n < context->nb_streams; ++n) {
+        const AVStream& stream = *context->streams[n];
+        const AVCodecParameters& codec = *stream.codecpar;
+        if (stream.start_time == AV_NOPTS_VALUE || isPicture(stream))
+            continue;
+        const bool hasDelay = codec.codec_id == AV_CODEC_ID_OPUS && codec.sample_rate > 0;
+        const double delay = hasDelay ? double(codec.initial_padding) / codec.sample_rate : 0.0;
+        sounding = std::min(sounding, double(stream.start_time) * av_q2d(stream.time_base) + delay);
+    }
+    return sounding < kNever ? std::max(first, sounding) : first;
 }
 
 void MediaInput::open(const std::optional<RawFormat>& raw)
@@ -76,8 +144,8 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
     if (result >= 0 &&
         std::find(std::begin(kPointers), std::end(kPointers), kind->name) != std::end(kPointers)) {
         avformat_free_context(opened);
-        throw FileError(name(),
-                        "only names other files (" + std::string(kind->name) + "): give these");
+        throw NoMedia(name(),
+                      "only names other files (" + std::string(kind->name) + "): give these");
     }
     if (result >= 0)
         result = avformat_open_input(&opened, "", kind, options.get()); // frees it if it fails
@@ -96,10 +164,10 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
 
 void MediaInput::failUnreadable(int error)
 {
-    throw FileError(name(), error == AVERROR_INVALIDDATA
-                                ? "is no kind of sound file that is known here, or its start is "
-                                  "damaged (samples without a header go in through -, with --raw)"
-                                : "can't be read: " + avReason(error));
+    if (error != AVERROR_INVALIDDATA)
+        throw FileError(name(), "can't be read: " + avReason(error));
+    throw NoMedia(name(), "is no kind of sound file that is known here, or its start is damaged "
+                          "(samples without a header go in through -, with --raw)");
 }
 
 bool MediaInput::hasFilm() const
@@ -113,12 +181,18 @@ bool MediaInput::hasFilm() const
 bool MediaInput::read(AVPacket& packet)
 {
     av_packet_unref(&packet);
-    const int result = av_read_frame(context.get(), &packet);
-    bytes.rethrow();
-    if (result < 0) {
-        if (result != AVERROR_EOF)
-            problem = avReason(result);
+    if (ahead != nullptr)
+        av_packet_move_ref(&packet, std::exchange(ahead, nullptr).get());
+    else if (!readNext(packet))
         return false;
+    if (uint8_t* const skip = endSkip(packet)) {
+        ahead.reset(av_packet_alloc());
+        if (ahead == nullptr)
+            throw std::bad_alloc();
+        if (readNext(*ahead))
+            std::fill_n(skip, sizeof(uint32_t), uint8_t(0));
+        else
+            ahead.reset();
     }
     const AVStream& stream = *context->streams[packet.stream_index];
     if (packet.pts != AV_NOPTS_VALUE && !isPicture(stream))
@@ -126,10 +200,26 @@ bool MediaInput::read(AVPacket& packet)
     return true;
 }
 
-double MediaInput::startTime() const
+bool MediaInput::readNext(AVPacket& packet)
 {
-    const bool isKnown = context->start_time != AV_NOPTS_VALUE;
-    return isKnown ? double(context->start_time) / AV_TIME_BASE : 0.0;
+    const int result = av_read_frame(context.get(), &packet);
+    bytes.rethrow();
+    if (result < 0 && result != AVERROR_EOF)
+        problem = avReason(result);
+    return result >= 0;
+}
+
+// Where a packet of MP3 says how much of its end is no sound. That holds for the last one, which it
+// isn't where files were joined.
+uint8_t* MediaInput::endSkip(const AVPacket& packet) const
+{
+    constexpr size_t kEnd = sizeof(uint32_t); // comes after what is skipped at its start
+    size_t size = 0;
+    uint8_t* const skip = av_packet_get_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
+    const bool isMp3 = av_match_name("mp3", context->iformat->name) != 0;
+    return isMp3 && size >= 2 * kEnd && std::any_of(skip + kEnd, skip + 2 * kEnd, std::identity())
+               ? skip + kEnd
+               : nullptr;
 }
 
 double MediaInput::duration() const

@@ -8,11 +8,18 @@
 
 #include "av.h"
 #include "bytes.h"
+#include "error.h"
 #include "raw_format.h"
+
+/// Thrown for a file whose content is nothing that can be played.
+class NoMedia : public FileError {
+public:
+    using FileError::FileError;
+};
 
 class MediaInput {
 public:
-    /// Finds out what the input is, unless told. Throws FileError, or Interrupted.
+    /// Finds out what the input is, unless told. Throws NoMedia, any other FileError, or Interrupted.
     MediaInput(const std::string& path, const std::optional<RawFormat>& raw);
 
     AVFormatContext& format() const { return *context; }
@@ -25,7 +32,7 @@ public:
     bool read(AVPacket& packet);
 
     /// Seconds from the start of the file's clock at which the first of its streams begins.
-    double startTime() const;
+    double startTime() const { return beginning; }
     /// Seconds of media that have been read.
     double position() const { return end - startTime(); }
     /// Seconds of media that there are, or seem to be; 0 if nothing tells.
@@ -35,10 +42,12 @@ public:
 
 private:
     void open(const std::optional<RawFormat>& raw);
-    const AVInputFormat* findFormat();
+    double findStart() const;
     double playedDuration() const;
     double announcedDuration() const;
     bool isCountedInFrames() const;
+    bool readNext(AVPacket& packet);
+    uint8_t* endSkip(const AVPacket& packet) const;
     [[noreturn]] void failUnreadable(int error);
 
     Bytes bytes;
@@ -46,7 +55,9 @@ private:
         void operator()(AVFormatContext* input) const { avformat_close_input(&input); }
     };
     std::unique_ptr<AVFormatContext, Close> context;
+    AvPtr<AVPacket> ahead;  // was read already
     double announced = 0.0; // seconds of media that the header promises; 0 if it doesn't
+    double beginning = 0.0; // as startTime has it
     double end = 0.0;       // of what was read, in seconds of the file's clock
     std::string problem;
 };

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 #include <string_view>
-#include <vector>
 
 extern "C" {
 #include <libavutil/base64.h>
@@ -26,6 +25,11 @@ bool describesTheFile(std::string_view key)
                        [=](std::string_view known) { return key.starts_with(known); });
 }
 
+bool isMatroska(const AVOutputFormat& container)
+{
+    return av_match_name(container.name, "matroska,webm") != 0;
+}
+
 // As FLAC and Ogg have a picture.
 std::string pictureBlock(const std::string& mime, const AVStream& picture)
 {
@@ -44,6 +48,16 @@ std::string pictureBlock(const std::string& mime, const AVStream& picture)
     block.append(reinterpret_cast<const char*>(picture.attached_pic.data),
                  size_t(picture.attached_pic.size));
     return block;
+}
+
+// What an Opus encoder gives before the first sample, in the stream's time base. Matroska says it
+// beside the packets, whose times are those of what the decoder gives, this included.
+int64_t toldDelay(const AVStream& stream, const AVOutputFormat& container)
+{
+    const AVCodecParameters& codec = *stream.codecpar;
+    if (!isMatroska(container) || codec.codec_id != AV_CODEC_ID_OPUS)
+        return 0;
+    return av_rescale_q(codec.initial_padding, {1, codec.sample_rate}, stream.time_base);
 }
 
 } // namespace
@@ -80,7 +94,6 @@ bool MediaOutput::addCover(const AVStream& picture)
 {
     const AVCodecID codec = picture.codecpar->codec_id;
     const auto size = size_t(picture.attached_pic.size);
-    const bool isMatroska = av_match_name("matroska", container().name) != 0;
     if ((codec != AV_CODEC_ID_PNG && codec != AV_CODEC_ID_MJPEG) || size == 0)
         return false;
     const std::string kind = codec == AV_CODEC_ID_PNG ? "png" : "jpeg";
@@ -92,7 +105,7 @@ bool MediaOutput::addCover(const AVStream& picture)
         av_dict_set(&context->metadata, "METADATA_BLOCK_PICTURE", text.data(), 0);
         return true;
     }
-    if (!isMatroska)
+    if (!isMatroska(container()))
         return false;
     AVStream& attachment = addStream();
     AVCodecParameters& content = *attachment.codecpar;
@@ -164,10 +177,16 @@ void MediaOutput::addChapter(int number, double start, double end, const AVDicti
 void MediaOutput::begin(AvOptions& options)
 {
     check(avformat_write_header(context.get(), options.get()));
+    for (unsigned n = 0; n < context->nb_streams; ++n)
+        delays.push_back(toldDelay(*context->streams[n], container()));
 }
 
 void MediaOutput::write(AVPacket& packet)
 {
+    const int64_t delay = delays[size_t(packet.stream_index)];
+    for (int64_t* time : {&packet.pts, &packet.dts})
+        if (*time != AV_NOPTS_VALUE)
+            *time += delay;
     const std::lock_guard lock(writing);
     check(av_interleaved_write_frame(context.get(), &packet));
 }

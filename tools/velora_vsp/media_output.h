@@ -1,9 +1,11 @@
 // A media file or pipe that is written packet by packet.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "av.h"
 #include "bytes.h"
@@ -43,4 +45,5 @@ private:
         void operator()(AVFormatContext* output) const { avformat_free_context(output); }
     };
     std::unique_ptr<AVFormatContext, Free> context;
+    std::vector<int64_t> delays; // by which a stream's packets come later, in its time base
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <initializer_list>
 #include <string_view>
@@ -44,6 +45,11 @@ const AVOutputFormat* findContainer(const std::string& name)
     return found != nullptr ? found : av_guess_format(name.c_str(), nullptr, nullptr);
 }
 
+bool isFlash(const AVOutputFormat& container)
+{
+    return std::string_view(container.name) == "flv";
+}
+
 // What the libraries can't be asked about a container.
 const std::vector<AVCodecID>* knownCodecs(const AVOutputFormat& container)
 {
@@ -54,11 +60,16 @@ const std::vector<AVCodecID>* knownCodecs(const AVOutputFormat& container)
         AV_CODEC_ID_AAC,  AV_CODEC_ID_AC3,   AV_CODEC_ID_EAC3,       AV_CODEC_ID_MP2,
         AV_CODEC_ID_MP3,  AV_CODEC_ID_OPUS,  AV_CODEC_ID_DTS,        AV_CODEC_ID_H264,
         AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG4, AV_CODEC_ID_MPEG2VIDEO, AV_CODEC_ID_DVB_SUBTITLE};
+    static const std::vector<AVCodecID> kFlash = {
+        AV_CODEC_ID_MP3,   AV_CODEC_ID_AAC,     AV_CODEC_ID_H264, AV_CODEC_ID_FLV1,
+        AV_CODEC_ID_MPEG4, AV_CODEC_ID_FLASHSV, AV_CODEC_ID_VP6F, AV_CODEC_ID_VP6A};
     static const std::vector<AVCodecID> kOpus = {AV_CODEC_ID_OPUS};
     if (std::string_view(container.name) == "opus")
         return &kOpus;
     if (isOgg(container))
         return &kOgg;
+    if (isFlash(container))
+        return &kFlash;
     return std::string_view(container.name) == "mpegts" ? &kTransportStream : nullptr;
 }
 
@@ -87,21 +98,55 @@ AVCodecID choosePcm(const AVOutputFormat& container, int bits)
     return best;
 }
 
+// Of MP3, Flash knows few rates.
+bool takesRate(const AVOutputFormat& container, AVCodecID codec, int rate)
+{
+    return !isFlash(container) || codec != AV_CODEC_ID_MP3 || rate == 44100 || rate == 22050 ||
+           rate == 11025;
+}
+
+// What sound is written as that has no reason to become something else.
+AVCodecID usualCodec(const AVOutputFormat& container)
+{
+    constexpr AVCodecID kOthers[] = {AV_CODEC_ID_AAC, AV_CODEC_ID_MP3, AV_CODEC_ID_MP2,
+                                     AV_CODEC_ID_AC3, AV_CODEC_ID_OPUS};
+    if (!isFlash(container) && avcodec_find_encoder(container.audio_codec) != nullptr)
+        return container.audio_codec;
+    for (const AVCodecID codec : kOthers) // 3GP is meant for AMR, which nothing here encodes
+        if (holds(container, codec) && avcodec_find_encoder(codec) != nullptr)
+            return codec;
+    return container.audio_codec;
+}
+
+// For what is compressed without loss and can't stay as it is; none where the container has only
+// lossy ones, or is usually for these.
+AVCodecID chooseLossless(const AVOutputFormat& container)
+{
+    for (const AVCodecID codec : {AV_CODEC_ID_FLAC, AV_CODEC_ID_ALAC})
+        if (!isOgg(container) && holds(container, codec))
+            return codec;
+    return AV_CODEC_ID_NONE;
+}
+
 AVCodecID chooseCodec(const AVOutputFormat& container, const AVInputFormat& from, AVCodecID codec,
-                      int bits, bool isBitsGiven)
+                      int rate, int bits, bool isBitsGiven)
 {
     const bool isForPcm = isPcm(container.audio_codec);
     if (isForPcm && isBitsGiven)
         return choosePcm(container, bits);
     const bool isUsual = isForPcm ? isPcm(codec) : !isOgg(container) || isLossy(codec);
-    const bool canKeep = holds(container, codec) && avcodec_find_encoder(codec) != nullptr;
+    const bool canKeep = holds(container, codec) && takesRate(container, codec, rate) &&
+                         avcodec_find_encoder(codec) != nullptr;
     if (canKeep && (isUsual || isSameKind(container, from)))
         return codec;
-    const AVCodecID pcm = choosePcm(container, bits);
-    return isForPcm && pcm != AV_CODEC_ID_NONE ? pcm : container.audio_codec;
+    const AVCodecID next = isForPcm                         ? choosePcm(container, bits)
+                           : isLossy(codec) || isPcm(codec) ? AV_CODEC_ID_NONE
+                                                            : chooseLossless(container);
+    return next != AV_CODEC_ID_NONE ? next : usualCodec(container);
 }
 
-const AVCodec* findEncoder(const AVOutputFormat& container, const Options& options)
+// What --codec names.
+const AVCodec* findEncoder(const Options& options)
 {
     const AVCodec* encoder = avcodec_find_encoder_by_name(options.codec.c_str());
     if (encoder == nullptr)
@@ -110,9 +155,38 @@ const AVCodec* findEncoder(const AVOutputFormat& container, const Options& optio
     if (encoder == nullptr || encoder->type != AVMEDIA_TYPE_AUDIO)
         throw FileError(options.output, "can't be written with --codec " + options.codec +
                                             ": there is no such encoder here for sound");
+    return encoder;
+}
+
+const AVCodec* findEncoder(const AVOutputFormat& container, const Options& options)
+{
+    const AVCodec* const encoder = findEncoder(options);
     if (!holds(container, encoder->id))
         throw FileError(options.output, "this kind of file can't hold " + options.codec);
     return encoder;
+}
+
+// By which sound files of a codec go.
+std::string extensionFor(AVCodecID codec)
+{
+    struct Usual {
+        AVCodecID codec;
+        const char* extension;
+    };
+    static constexpr Usual kUsual[] = {{AV_CODEC_ID_MP3, "mp3"},    {AV_CODEC_ID_AAC, "m4a"},
+                                       {AV_CODEC_ID_ALAC, "m4a"},   {AV_CODEC_ID_FLAC, "flac"},
+                                       {AV_CODEC_ID_VORBIS, "ogg"}, {AV_CODEC_ID_OPUS, "opus"}};
+    if (isPcm(codec))
+        return "wav";
+    for (const Usual& usual : kUsual)
+        if (usual.codec == codec)
+            return usual.extension;
+    void* walk = nullptr;
+    while (const AVOutputFormat* const container = av_muxer_iterate(&walk))
+        if (container->audio_codec == codec && container->video_codec == AV_CODEC_ID_NONE &&
+            container->extensions != nullptr)
+            return std::string(container->extensions, std::strcspn(container->extensions, ","));
+    return "mka";
 }
 
 // The narrowest that holds `bits`, else the widest.
@@ -219,6 +293,17 @@ std::string extensionFor(const std::string& format)
                                                              : known.substr(0, known.find(','));
 }
 
+std::filesystem::path nameForCodec(const Options& options, const std::filesystem::path& name,
+                                   bool hasFilm)
+{
+    const AVCodecID codec = findEncoder(options)->id;
+    const std::string extension = extensionOf(name.string());
+    const AVOutputFormat* const same = extension.empty() ? nullptr : findContainer(extension);
+    if (same != nullptr && holds(*same, codec) && (isPcm(codec) || !isPcm(same->audio_codec)))
+        return name;
+    return std::filesystem::path(name).replace_extension(hasFilm ? "mkv" : extensionFor(codec));
+}
+
 bool holds(const AVOutputFormat& container, AVCodecID codec)
 {
     if (const auto* known = knownCodecs(container))
@@ -297,7 +382,7 @@ const AVCodec* chooseEncoder(const AVOutputFormat& container, const AVFormatCont
     if (!options.codec.empty())
         return findEncoder(container, options);
     const AVCodec* const encoder = avcodec_find_encoder(
-        chooseCodec(container, *input.iformat, stream.codecpar->codec_id,
+        chooseCodec(container, *input.iformat, stream.codecpar->codec_id, sound.rate(),
                     options.bits > 0 ? options.bits : sound.bits(), options.bits > 0));
     if (encoder == nullptr || encoder->sample_fmts == nullptr)
         throw FileError(options.output, "there is no encoder here for this kind of file: give "

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -16,6 +17,11 @@ const AVOutputFormat& chooseContainer(const Options& options);
 
 /// The extension that files have which --format makes. Throws FileError if it names no kind of file.
 std::string extensionFor(const std::string& format);
+
+/// The name of what becomes of a file of this name by --codec: the same where such files hold that
+/// codec, else with the extension by which files of it go. Throws FileError if there is no such encoder.
+std::filesystem::path nameForCodec(const Options& options, const std::filesystem::path& name,
+                                   bool hasFilm);
 
 /// Whether the container has room for streams of this codec.
 bool holds(const AVOutputFormat& container, AVCodecID codec);

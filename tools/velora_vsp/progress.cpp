@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <numeric>
 #include <utility>
 
@@ -50,16 +51,21 @@ void Progress::show(size_t job, double done)
     shown = std::move(now);
 }
 
-// Fits into 40 columns. How long it will still take is said once that can be told.
+// Fits into 40 columns, and of up to 9999 files tells how many are done. How long it will still take is said once that can be told.
 std::string Progress::bar() const
 {
-    constexpr int kWidth = 16;
+    const size_t all = parts.size();
+    const auto ended = size_t(std::count(parts.begin(), parts.end(), 1.0));
+    char files[48] = "";
+    if (all > 1)
+        std::snprintf(files, sizeof files, " %zu/%zu", ended, all);
+    const int width = std::max(16 - int(std::strlen(files)), 4);
     constexpr double kTelling = 0.02;
     const double done = std::inner_product(parts.begin(), parts.end(), weights.begin(), 0.0);
-    const std::string blocks(size_t(done * kWidth + 1e-6), '#');
+    const std::string blocks(size_t(done * width + 1e-6), '#');
     char text[64];
-    std::snprintf(text, sizeof text, "[%-*s] %3d %%", kWidth, blocks.c_str(),
-                  int(100.0 * done + 1e-6));
+    std::snprintf(text, sizeof text, "[%-*s] %3d %%%s", width, blocks.c_str(),
+                  int(100.0 * done + 1e-6), files);
     if (done < kTelling)
         return text;
     const double taken =

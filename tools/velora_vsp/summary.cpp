@@ -160,3 +160,13 @@ void reportFailure(const std::exception& error, const Options& options, Progress
     progress.complain(problem);
     reportMistake(problem, options);
 }
+
+void reportLeftOut(const std::string& reason, const Options& options, Progress& progress)
+{
+    if (options.json)
+        printJson("{\"schema\": 1, \"input\": " + quoted(options.input) + ", \"output\": " +
+                      quoted(options.output) + ", \"leftOut\": " + quoted(reason) + "}\n",
+                  options);
+    else
+        progress.say(options.input + ": left out: " + reason);
+}

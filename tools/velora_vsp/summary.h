@@ -32,3 +32,6 @@ void reportMistake(const std::string& problem, const Options& options);
 
 /// Says that it wasn't.
 void reportFailure(const std::exception& error, const Options& options, Progress& progress);
+
+/// Says that the input is one of many which isn't played, and why.
+void reportLeftOut(const std::string& reason, const Options& options, Progress& progress);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -116,11 +117,16 @@ void SoundTrack::finish()
 // ---- All else ----
 
 CopiedTrack::CopiedTrack(const MediaInput& source, const AVStream& stream, MediaOutput& target,
-                         const SpeedMap& map, const Span& played)
-    : input(source), from(stream), output(target), to(target.addStream()), course(map), part(played)
+                         const SpeedMap& map, const Span& played,
+                         std::unique_ptr<TextConverter> ofText)
+    : input(source), from(stream), output(target), to(target.addStream()), course(map),
+      part(played), converter(std::move(ofText))
 {
     constexpr AVRational kFine = {1, 90000};
-    avcodec_parameters_copy(to.codecpar, from.codecpar);
+    if (converter != nullptr)
+        converter->describe(*to.codecpar);
+    else
+        avcodec_parameters_copy(to.codecpar, from.codecpar);
     const AVOutputFormat& container = output.container();
     if (container.codec_tag == nullptr ||
         av_codec_get_id(container.codec_tag, from.codecpar->codec_tag) != from.codecpar->codec_id)
@@ -152,6 +158,8 @@ int64_t CopiedTrack::outputTime(int64_t time) const
 
 void CopiedTrack::take(AVPacket& packet)
 {
+    if (converter != nullptr && !converter->convert(packet))
+        return;
     packet.stream_index = to.index;
     packet.pos = -1;
     if (isPicture(from)) {

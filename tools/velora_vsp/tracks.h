@@ -11,6 +11,7 @@
 #include "play.h"
 #include "sound_decoder.h"
 #include "sound_encoder.h"
+#include "text_converter.h"
 #include "worker.h"
 
 class Track {
@@ -62,8 +63,10 @@ private:
 /// Picture, subtitles and the like: as they are, at other times.
 class CopiedTrack : public Track {
 public:
+    /// @param converter  of text; null for what stays as it is
     CopiedTrack(const MediaInput& input, const AVStream& stream, MediaOutput& output,
-                const SpeedMap& course, const Span& part);
+                const SpeedMap& course, const Span& part,
+                std::unique_ptr<TextConverter> converter = nullptr);
 
     void take(AVPacket& packet) override;
 
@@ -79,6 +82,7 @@ private:
     AVStream& to;
     const SpeedMap& course;
     const Span& part;
+    const std::unique_ptr<TextConverter> converter;
     std::vector<AvPtr<AVPacket>>
         held; // before the part, since the last picture that needs no other
     int64_t lastDecoding = INT64_MIN;

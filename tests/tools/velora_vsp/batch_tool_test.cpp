@@ -120,3 +120,49 @@ TEST_F(ToolBatch, WithNobodyToReportToItEndsInOrder)
     EXPECT_EQ(shell(batch + " >/dev/full; echo $?; cat log").text,
               "1\nvelora-vsp: standard output: can't be written: No space left on device\n");
 }
+
+// Whatever it is called; and nothing is taken twice, or forever.
+TEST_F(ToolBatch, ContentAndNotNamesDecideAndEachFileIsTakenOnce)
+{
+    std::ofstream(at("in/fake.wav")) << "no sound";
+    std::ofstream(at("in/notes.txt")) << "nor this";
+    shell("ffmpeg -v error -f lavfi -i testsrc=s=16x16 -frames:v 1 in/one.jpg; mkdir far; "
+          "cp in/two.wav far/three.wav; cd in; ln -s .. sub/loop; ln -s one.wav again.wav; "
+          "ln -s nowhere.wav gone.wav; ln -s ../far near");
+    const Result result = tool("-s 2 -o out/. -r in// --format flac --json");
+    EXPECT_EQ(result.exitCode, 0) << result.text;
+    EXPECT_EQ(below("out"),
+              (std::set<std::string>{"one.flac", "sub/one.flac", "two.flac", "near/three.flac"}));
+    std::set<std::string> played;
+    std::set<std::string> leftOut;
+    std::istringstream lines(result.text);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with('{')) {
+            const Json json = Json::parse(line);
+            (json.contains("leftOut") ? leftOut : played).insert(std::string(json.at("input")));
+            EXPECT_EQ(line.find("//"), std::string::npos) << line;
+            EXPECT_EQ(line.find("/./"), std::string::npos) << line;
+        }
+    EXPECT_EQ(played, (std::set<std::string>{"in/one.wav", "in/two.wav", "in/sub/one.wav",
+                                             "in/near/three.wav"}));
+    for (const char* name : {"in/fake.wav", "in/notes.txt", "in/one.jpg", "in/again.wav",
+                             "in/gone.wav", "in/sub/loop"})
+        EXPECT_EQ(leftOut.count(name), 1u) << name << ": " << result.text;
+}
+
+TEST_F(ToolBatch, NoInputIsWrittenOverByWhateverName)
+{
+    shell("mkdir out; cp in/two.wav out/one.wav; ln -s ../in/two.wav out/two.wav");
+    const Result result = tool("-s 2 -f -o out in/one.wav out/one.wav in/two.wav");
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(read("out/one.wav").frames(), 8820) << result.text;
+    EXPECT_EQ(read("in/two.wav").frames(), 8820) << result.text;
+}
+
+TEST_F(ToolBatch, ACodecChoosesTheExtension)
+{
+    runQuietly("-s 2 -o out in/one.wav --codec libopus");
+    runQuietly("-s 2 -o out in/one.wav --codec pcm_s24le");
+    runQuietly("-s 2 -o out in/two.wav --codec alac");
+    EXPECT_EQ(below("out"), (std::set<std::string>{"one.opus", "one.wav", "two.m4a"}));
+}

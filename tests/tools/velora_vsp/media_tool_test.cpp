@@ -122,6 +122,11 @@ TEST_F(ToolMedia, CodecAndBitRateStayWhereTheyCan)
     EXPECT_EQ(chosen("in.mp3 out.wav"), "pcm_f32le");
     EXPECT_EQ(chosen("in.mp3 out.opus"), "opus");
     EXPECT_EQ(chosen("in.wav out.m4a"), "aac");
+    EXPECT_EQ(chosen("in.wav out.flv"), "aac");
+    EXPECT_EQ(chosen("in.wav out.3gp"), "aac");
+    ffmpeg("-i in.wav in.flac");
+    EXPECT_EQ(chosen("in.flac out.m4a"), "alac");
+    EXPECT_EQ(chosen("in.flac out.mov"), "alac");
     ffmpeg("-i in.wav -c:a dca -strict -2 in.mka");
     EXPECT_EQ(chosen("in.mka out.mka"), "dts");
     EXPECT_EQ(chosen("in.wav out.mka --codec ac3 --bitrate 64k"), "ac3");
@@ -187,6 +192,29 @@ TEST_F(ToolMedia, KindsThatStreamGoThroughPipes)
     }
     EXPECT_NE(shell("\"$T\" in.wav - -s 2 --format mp4 | cat >/dev/null").text.find("into a pipe"),
               std::string::npos);
+}
+
+// What has to be gone back in, and what tells at its start where it ends.
+TEST_F(ToolMedia, PipesGiveTheSameSoundAsFilesOfEveryKind)
+{
+    write("in.wav", noise(2, 100017));
+    ffmpeg("-i in.wav in.mp3");
+    ffmpeg("-i in.wav in.m4a");
+    ffmpeg("-i in.wav -c:a alac in.caf");
+    ffmpeg("-i in.wav -metadata title=Noise in.wv");
+    shell("cat in.mp3 in.mp3 >joined.mp3");
+    for (const char* name : {"in.mp3", "joined.mp3", "in.m4a", "in.caf", "in.wv"}) {
+        runQuietly(std::string(name) + " named.wav -f -s 1 --codec pcm_f32le");
+        for (const char* pipe :
+             {"cat $f | \"$T\" -", "rm -f pipe; mkfifo pipe; cat $f >pipe & \"$T\" pipe"})
+            EXPECT_EQ(shell("f=" + std::string(name) + "; " + pipe +
+                            " piped.wav -f -q -s 1 --codec pcm_f32le")
+                          .text,
+                      "")
+                << name;
+        EXPECT_TRUE(read("piped.wav").samples == read("named.wav").samples) << name;
+    }
+    EXPECT_EQ(framesIn("- out.wav -s 2 <in.mp3"), 100017);
 }
 
 TEST_F(ToolMedia, NamesOfPipesAndDevicesAreWrittenTo)
@@ -438,6 +466,45 @@ TEST_F(ToolFilm, FlashesAndClicksStayInStepAlongEveryCourse)
             expectInStep(out, course, 12, 0.04 / 0.6, 0.7);
         }
     }
+}
+
+// Opus tells of what comes before its first sample, which a picture doesn't wait for.
+TEST_F(ToolFilm, OpusInMatroskaBeginsWithThePicture)
+{
+    makeFilm("film.mkv", 4, "r=50,drawbox=enable='between(mod(t,1),0.39,0.45)':color=white:t=fill",
+             "-c:v mpeg4 -c:a flac");
+    runQuietly("film.mkv out.mkv -s 1 --codec libopus");
+    const Json packets = probe("out.mkv").at("packets");
+    const auto first = std::find_if(packets.begin(), packets.end(), [](const Json& packet) {
+        return packet.at("codec_type") == "video";
+    });
+    ffmpeg("-copyts -i out.mkv -map 0:a -af aresample=async=1:first_pts=0 heard.wav");
+    const Sound heard = read("heard.wav");
+    const double click = kEvent * heard.rate;
+    EXPECT_EQ(std::stod(std::string(first->at("pts_time"))), 0.0);
+    EXPECT_NEAR(centreOfEnergy(heard, click, 0.1 * heard.rate), click, 0.002 * heard.rate);
+}
+
+TEST_F(ToolFilm, SubtitlesBecomeWhatTheContainerHolds)
+{
+    makeFilm("film.mp4", 12, "r=25", "-c:v mpeg4 -c:a aac");
+    std::ofstream(at("s.srt"))
+        << "1\n00:00:01,000 --> 00:00:02,000\nHello\n\n2\n00:00:09,000 --> 00:00:10,500\nWorld\n";
+    ffmpeg("-i film.mp4 -i s.srt -map 0 -map 1 -c copy -c:s mov_text texts.mp4");
+    runQuietly("texts.mp4 texts.mkv -s 1.25");
+    runQuietly("texts.mkv again.mp4 -s 1.25");
+    EXPECT_EQ(probe("texts.mkv").at("streams").at(2).at("codec_name"), "subrip");
+    EXPECT_EQ(probe("again.mp4").at("streams").at(2).at("codec_name"), "mov_text");
+    std::istringstream lines(shell("ffmpeg -v error -i again.mp4 -map 0:s -f srt -").text);
+    std::vector<std::string> texts;
+    for (std::string line; std::getline(lines, line);)
+        texts.push_back(line);
+    ASSERT_GE(texts.size(), 7u);
+    // AAC in Matroska comes by its first packet later, and all else with it.
+    EXPECT_EQ(texts[1].substr(0, 10), "00:00:00,6");
+    EXPECT_EQ(texts[2], "Hello");
+    EXPECT_EQ(texts[5].substr(0, 10), "00:00:05,7");
+    EXPECT_EQ(texts[6], "World");
 }
 
 TEST_F(ToolFilm, APartOfItStaysInStep)
