@@ -24,6 +24,7 @@
 #include "output_file.h"
 #include "plan.h"
 #include "progress.h"
+#include "report.h"
 #include "tracks.h"
 
 namespace fs = std::filesystem;
@@ -50,9 +51,10 @@ bool isSoundOnly(const AVOutputFormat& container, const Options& options)
 /// All streams of an input on their way into an output.
 class Transfer {
 public:
+    /// @param page  hears the first sound; may be null
     Transfer(MediaInput& source, MediaOutput& target, const Options& given, Progress& shown,
-             size_t number)
-        : input(source), output(target), options(given), progress(shown), job(number),
+             size_t number, Report* page)
+        : input(source), output(target), options(given), progress(shown), job(number), report(page),
           course(given.speed.from(given.part.from))
     {
         const AVFormatContext& format = input.format();
@@ -83,6 +85,7 @@ private:
     const Options& options;
     Progress& progress;
     const size_t job;
+    Report* const report;
     const SpeedMap course;                      // from the start of the part on
     int best;                                   // the index of the sound that a player would choose
     std::vector<std::unique_ptr<Track>> tracks; // by index; null for what is left out
@@ -120,8 +123,11 @@ std::unique_ptr<Track> Transfer::makeSound(const AVStream& stream)
     const int bits = bitsOf(track->encoding());
     if (bits > 0 && bits < track->in().bits())
         say("samples are rounded from " + bitsName(track->in().bits()) + " to " + bitsName(bits));
-    if (sound == nullptr)
+    if (sound == nullptr) {
         sound = track.get();
+        if (report != nullptr)
+            track->tell(*report);
+    }
     return track;
 }
 
@@ -254,12 +260,13 @@ struct Work {
     Progress& progress;
     size_t job;
     Summary summary;
+    Report* report = nullptr;
 };
 
 void transfer(MediaInput& input, const AVOutputFormat& container, Bytes& bytes, Work& work)
 {
     MediaOutput output(container, bytes);
-    Transfer all(input, output, work.options, work.progress, work.job);
+    Transfer all(input, output, work.options, work.progress, work.job, work.report);
     all.run();
     all.sumUp(work.summary);
 }
@@ -274,6 +281,23 @@ void toFile(MediaInput& input, const AVOutputFormat& container, Work& work)
         copyBytes(options, file.temporary());
     bytes.sync();
     file.keep();
+}
+
+// Each of the files that are written has a name of its own.
+void refuseSameNames(const Options& options)
+{
+    const std::string names[] = {isStream(options.output) ? "" : options.output,
+                                 options.speedMapOut, options.reportName};
+    const auto placeOf = [](const std::string& name) {
+        std::error_code none;
+        const fs::path place = fs::weakly_canonical(fs::absolute(name, none), none);
+        return none ? fs::path(name) : place;
+    };
+    for (size_t n = 0; n < std::size(names); ++n)
+        for (size_t other = 0; other < n; ++other)
+            if (!names[n].empty() && !names[other].empty() &&
+                placeOf(names[n]) == placeOf(names[other]))
+                throw FileError(names[n], "would be written twice: give each file its own name");
 }
 
 void writeMap(const Options& options, OutputFile& file)
@@ -301,9 +325,16 @@ Summary changeSpeed(const Options& given, Progress& progress, size_t job)
     Summary& summary = work.summary;
     summary.pauses = plan.pauses;
     summary.saved = plan.saved;
+    refuseSameNames(options);
     std::optional<OutputFile> map;
     if (!options.speedMapOut.empty())
         map.emplace(options.speedMapOut, inputPath(options), options.overwrite);
+    std::optional<OutputFile> page;
+    Report report(options);
+    if (!options.reportName.empty()) {
+        page.emplace(options.reportName, inputPath(options), options.overwrite);
+        work.report = &report;
+    }
     if (isStream(options.output)) {
         refuseOwnInput(options);
         Bytes bytes = Bytes::output(options.output, options.output);
@@ -315,5 +346,9 @@ Summary changeSpeed(const Options& given, Progress& progress, size_t job)
         writeMap(options, *map);
     summary.framesIdeal = idealLength(options, summary.framesIn, summary.rate);
     summary.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    if (page) {
+        report.write(page->temporary(), json(summary, options));
+        page->keep();
+    }
     return summary;
 }

@@ -74,6 +74,11 @@ constexpr char kFooter[] =
     "Output: picture, subtitles and covers are copied, with new times, where the kind of file has\n"
     "room for them; what is left out is said. Into - goes WAV unless --format says otherwise.\n"
     "\n"
+    "Report: a page in HTML that needs no other file and no network: waveforms and spectrograms "
+    "on\n"
+    "the time of the input, speed, level and pitch by frequency, the figures of --json, and both\n"
+    "sounds to listen to, up to 90 seconds of each.\n"
+    "\n"
     "Exit codes: 0 done, 1 failed, 2 wrong command line, 130 interrupted (143 terminated), 141\n"
     "the reader of - has gone. Of many files, 1 if any failed.\n"
     "\n"
@@ -291,6 +296,9 @@ Options readOptions(int argc, const char* const* argv)
     app.add_option("--speed-map-out", options.speedMapOut,
                    "Write the speeds that were taken to a text file")
         ->type_name("FILE");
+    app.add_option("--report", options.reportName,
+                   "Write a page that shows and plays what went in and what came out")
+        ->type_name("FILE");
     app.add_flag("-k,--keep-pitch", options.keepPitch,
                  "Keep the pitch at speeds 0.5, 0.25 and 0.125 too");
     app.add_option("--sound", options.sound, "natural (the default) or engine")
@@ -364,6 +372,7 @@ Options readOptions(int argc, const char* const* argv)
                         options.inputs.end(),
                     "- has no name to be written by: give it an OUT");
             require(options.speedMapOut.empty(), "--speed-map-out goes with one file");
+            require(options.reportName.empty(), "--report goes with one file");
         }
         require(rawOption->empty() || options.input == kPipe || options.output == kPipe,
                 "--raw needs - as IN or OUT: a file says what it holds");

@@ -26,5 +26,8 @@ struct Summary {
 /// Says what was done, as the options want it said.
 void report(const Summary& summary, const Options& options, Progress& progress);
 
+/// The same as a JSON object in a line.
+std::string json(const Summary& summary, const Options& options);
+
 /// Says that it wasn't.
 void reportFailure(const std::exception& error, const Options& options, Progress& progress);
