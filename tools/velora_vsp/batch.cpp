@@ -377,7 +377,8 @@ void Batch::play(size_t number)
     }
     Summary summary;
     try {
-        fs::create_directories(fs::path(item.output).parent_path());
+        if (const fs::path folder = fs::path(item.output).parent_path(); !folder.empty())
+            fs::create_directories(folder);
         summary = changeSpeed(one, progress, number);
     } catch (const std::exception& error) {
         ++failed;

@@ -26,6 +26,7 @@
 #include "output_file.h"
 #include "plan.h"
 #include "progress.h"
+#include "report.h"
 #include "text_converter.h"
 #include "tracks.h"
 
@@ -53,8 +54,10 @@ void tell(const std::string& text, const Options& options, Progress& progress)
 /// All streams of an input on their way into an output.
 class Transfer {
 public:
-    Transfer(MediaInput& source, MediaOutput& target, const Options& given, Progress& shown)
-        : input(source), output(target), options(given), progress(shown),
+    /// @param page  hears the first sound; may be null
+    Transfer(MediaInput& source, MediaOutput& target, const Options& given, Progress& shown,
+             Report* page)
+        : input(source), output(target), options(given), progress(shown), report(page),
           course(given.speed.from(given.part.from))
     {
         const AVFormatContext& format = input.format();
@@ -81,6 +84,7 @@ private:
     MediaOutput& output;
     const Options& options;
     Progress& progress;
+    Report* const report;
     const SpeedMap course;                      // from the start of the part on
     int best;                                   // the index of the sound that a player would choose
     std::vector<std::unique_ptr<Track>> tracks; // by index; null for what is left out
@@ -124,8 +128,11 @@ std::unique_ptr<Track> Transfer::makeSound(const AVStream& stream)
     const int bits = bitsOf(track->encoding());
     if (bits > 0 && bits < track->in().bits())
         say("samples are rounded from " + bitsName(track->in().bits()) + " to " + bitsName(bits));
-    if (sound == nullptr)
+    if (sound == nullptr) {
         sound = track.get();
+        if (report != nullptr)
+            track->tell(*report);
+    }
     return track;
 }
 
@@ -272,7 +279,24 @@ private:
     std::optional<MapFile> map;
     std::optional<OutputFile> file; // none for pipes and devices
     Summary summary;
+    std::optional<OutputFile> page; // of the report
+    std::optional<Report> report;
 };
+
+// The report has a name of its own.
+void refuseSameNames(const Options& options)
+{
+    const auto placeOf = [](const std::string& name) {
+        std::error_code none;
+        const fs::path place = fs::weakly_canonical(fs::absolute(name, none), none);
+        return none ? fs::path(name) : place;
+    };
+    const std::string output = isStream(options.output) ? "" : options.output;
+    for (const std::string& other : {output, options.speedMapOut})
+        if (!other.empty() && placeOf(other) == placeOf(options.reportName))
+            throw FileError(options.reportName,
+                            "would be written twice: give each file its own name");
+}
 
 // About what reading all of the sound takes, of all that a job does then.
 double listeningShare(const Options& options)
@@ -290,6 +314,10 @@ Job::Job(const Options& given, Progress& shown, size_t number)
         refuseOwnInput(options);
     else
         file.emplace(options.output, pathOf(options.input, "/dev/stdin"), options.overwrite);
+    if (!options.reportName.empty()) {
+        refuseSameNames(options);
+        page.emplace(options.reportName, pathOf(options.input, "/dev/stdin"), options.overwrite);
+    }
 }
 
 Summary Job::run()
@@ -297,6 +325,8 @@ Summary Job::run()
     using Clock = std::chrono::steady_clock;
     const auto start = Clock::now();
     plan();
+    if (page)
+        report.emplace(options);
     MediaInput input(options.input, options.rawOf(options.input));
     if (file) {
         toFile(input);
@@ -305,6 +335,10 @@ Summary Job::run()
         transfer(input, bytes);
     }
     summary.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    if (page) {
+        report->write(page->temporary(), json(summary, options));
+        page->keep();
+    }
     return summary;
 }
 
@@ -323,7 +357,7 @@ void Job::plan()
 void Job::transfer(MediaInput& input, Bytes& bytes)
 {
     MediaOutput output(container, bytes);
-    Transfer all(input, output, options, progress);
+    Transfer all(input, output, options, progress, report ? &*report : nullptr);
     if (map)
         map->write(options.speed);
     all.run(changing);

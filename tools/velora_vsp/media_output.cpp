@@ -50,15 +50,14 @@ std::string pictureBlock(const std::string& mime, const AVStream& picture)
     return block;
 }
 
-// What an Opus encoder gives before the first sample, in the stream's time base. Matroska says it
-// beside the packets, whose times are those of what the decoder gives, this included.
-int64_t toldDelay(const AVStream& stream, const AVOutputFormat& container)
+// Whether what an encoder gives before the first sample is told beside the packets, whose times are
+// those of what the decoder gives, this included.
+bool tellsDelay(const AVStream& stream, const AVOutputFormat& container)
 {
-    const AVCodecParameters& codec = *stream.codecpar;
-    if (!isMatroska(container) || codec.codec_id != AV_CODEC_ID_OPUS)
-        return 0;
-    return av_rescale_q(codec.initial_padding, {1, codec.sample_rate}, stream.time_base);
+    return isMatroska(container) && stream.codecpar->codec_id == AV_CODEC_ID_OPUS;
 }
+
+constexpr int kOpusRate = 48000; // Hz, in which Opus counts, whatever it is given
 
 } // namespace
 
@@ -176,9 +175,22 @@ void MediaOutput::addChapter(int number, double start, double end, const AVDicti
 
 void MediaOutput::begin(AvOptions& options)
 {
+    const auto forEach = [this](auto change) {
+        for (unsigned n = 0; n < context->nb_streams; ++n)
+            change(*context->streams[n], tellsDelay(*context->streams[n], container()));
+    };
+    forEach([](const AVStream& stream, bool tells) {
+        AVCodecParameters& codec = *stream.codecpar;
+        if (tells) // FFmpeg takes it for that at any rate
+            codec.initial_padding =
+                int(av_rescale(codec.initial_padding, kOpusRate, codec.sample_rate));
+    });
     check(avformat_write_header(context.get(), options.get()));
-    for (unsigned n = 0; n < context->nb_streams; ++n)
-        delays.push_back(toldDelay(*context->streams[n], container()));
+    forEach([this](const AVStream& stream, bool tells) {
+        delays.push_back(
+            tells ? av_rescale_q(stream.codecpar->initial_padding, {1, kOpusRate}, stream.time_base)
+                  : 0);
+    });
 }
 
 void MediaOutput::write(AVPacket& packet)

@@ -77,6 +77,11 @@ constexpr char kFooter[] =
     "Output: picture, subtitles and covers are copied, with new times, where the kind of file has\n"
     "room for them; what is left out is said. Into - goes WAV unless --format says otherwise.\n"
     "\n"
+    "Report: a page in HTML that needs no other file and no network: waveforms and spectrograms "
+    "on\n"
+    "the time of the input, speed, level and pitch by frequency, the figures of --json, and both\n"
+    "sounds to listen to, up to 90 seconds of each.\n"
+    "\n"
     "Exit codes: 0 done, 1 failed, 2 wrong command line, 130 interrupted (143 terminated), 141\n"
     "the reader of - has gone. Of many files, 1 if any failed.\n"
     "\n"
@@ -84,7 +89,8 @@ constexpr char kFooter[] =
     "samples),\n"
     "rate, channels, speed or map, framesIn, framesOut, framesIdeal, difference, seconds,\n"
     "realTimeFactor, clipped (samples that full scale cut), pauses, saved (seconds). Of what\n"
-    "failed: schema, error, and input and output if they are known.";
+    "failed: schema, error, and input and output if they are known; of many files, leftOut (why)\n"
+    "for what isn't played.";
 
 /// Checks what an option was given by how it is parsed.
 /// @param problem  goes on after the text that can't be
@@ -338,6 +344,9 @@ void readOptions(int argc, const char* const* argv, Options& options)
     app.add_option("--speed-map-out", options.speedMapOut,
                    "Write the speeds that were taken to a text file")
         ->type_name("FILE");
+    app.add_option("--report", options.reportName,
+                   "Write a page that shows and plays what went in and what came out")
+        ->type_name("FILE");
     app.add_flag("-k,--keep-pitch", options.keepPitch,
                  "Keep the pitch at speeds 0.5, 0.25 and 0.125 too");
     app.add_option("--sound", options.sound, "natural (the default) or engine")
@@ -421,6 +430,7 @@ void readOptions(int argc, const char* const* argv, Options& options)
                         options.inputs.end(),
                     "- has no name to be written by: give it an OUT");
             require(options.speedMapOut.empty(), "--speed-map-out goes with one file");
+            require(options.reportName.empty(), "--report goes with one file");
         }
         require(rawOption->empty() || options.input == kPipe || options.output == kPipe,
                 "--raw needs - as IN or OUT: a file says what it holds");

@@ -34,6 +34,7 @@ struct Options {
     double silenceThreshold = -38.0;    // dB below full scale
     double silenceMargin = 0.15;        // seconds beside sound that are no pause
     std::string speedMapOut;            // where to write the map that was used; empty: nowhere
+    std::string reportName;             // where to write the page about it; empty: nowhere
     bool keepPitch = false;             // at the speeds 0.5, 0.25 and 0.125
     velora::Sound sound = velora::Sound::natural;
     velora::Material material = velora::Material::music;

@@ -163,6 +163,8 @@ void OutputFile::refuseExisting() const
     const fs::file_status status = fs::status(name, none);
     if (fs::is_directory(status))
         throw FileError(name, "is a directory: give the name of a file");
+    if (fs::exists(status) && !fs::is_regular_file(status))
+        throw FileError(name, "is a pipe or a device: give the name of a file");
     if (!overwrite && fs::exists(fs::symlink_status(name, none)))
         throw FileError(name, kExists);
 }

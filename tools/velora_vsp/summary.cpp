@@ -102,6 +102,17 @@ std::string closingLine(const Summary& summary)
     return line;
 }
 
+// Into the output itself, or the map, nothing else may go.
+void printJson(const std::string& text, const Options& options)
+{
+    if (options.output == kPipe || options.speedMapOut == kPipe)
+        std::fputs(text.c_str(), stderr);
+    else
+        writeOutput(text.data(), text.size());
+}
+
+} // namespace
+
 std::string json(const Summary& summary, const Options& options)
 {
     const std::string speed = options.speedMapName.empty()
@@ -121,17 +132,6 @@ std::string json(const Summary& summary, const Options& options)
                   realTimeFactor(summary), static_cast<long long>(summary.clipped), summary.pauses,
                   summary.saved);
 }
-
-// Into the output itself, or the map, nothing else may go.
-void printJson(const std::string& text, const Options& options)
-{
-    if (options.output == kPipe || options.speedMapOut == kPipe)
-        std::fputs(text.c_str(), stderr);
-    else
-        writeOutput(text.data(), text.size());
-}
-
-} // namespace
 
 void report(const Summary& summary, const Options& options, Progress& progress)
 {

@@ -30,6 +30,9 @@ void report(const Summary& summary, const Options& options, Progress& progress);
 /// Says to programs, if the options want that, that nothing could be begun.
 void reportMistake(const std::string& problem, const Options& options);
 
+/// The same as a JSON object in a line.
+std::string json(const Summary& summary, const Options& options);
+
 /// Says that it wasn't.
 void reportFailure(const std::exception& error, const Options& options, Progress& progress);
 

@@ -95,8 +95,16 @@ void SoundTrack::begin()
                  : makePlayer(decoder.samples(), decoder.rate(), decoder.channels(), course, first,
                               {options.keepPitch ? velora::Pitch::keep : velora::Pitch::drop,
                                options.sound, options.material});
-    writing.emplace([this](const Block& block) { encoder->write(block); });
+    if (report != nullptr)
+        report->begin(decoder.samples(), decoder.rate(), decoder.layout(), first);
+    writing.emplace([this](const Block& block) {
+        if (report != nullptr)
+            report->takeOutput(block);
+        encoder->write(block);
+    });
     playing.emplace([this](const Block& block) {
+        if (report != nullptr)
+            report->takeInput(block);
         player->play(block, made);
         writing->give(made);
     });

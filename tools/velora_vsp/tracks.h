@@ -9,6 +9,7 @@
 #include "media_output.h"
 #include "options.h"
 #include "play.h"
+#include "report.h"
 #include "sound_decoder.h"
 #include "sound_encoder.h"
 #include "text_converter.h"
@@ -29,6 +30,8 @@ public:
                const SpeedMap& course, const Options& options);
 
     const SoundDecoder& in() const { return decoder; }
+    /// Lets a report see what goes in and what comes out.
+    void tell(Report& to) { report = &to; }
     /// Frames of it that were played.
     int64_t played() const { return framesPlayed; }
     /// Seconds of media at which these begin.
@@ -47,6 +50,7 @@ private:
     const MediaInput& input;
     const SpeedMap& course;
     const Options& options;
+    Report* report = nullptr;
     SoundDecoder decoder;
     Encoding chosen;
     std::unique_ptr<SoundEncoder> encoder;

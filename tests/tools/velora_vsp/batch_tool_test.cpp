@@ -78,7 +78,7 @@ TEST_F(ToolBatch, WhatFailsIsToldAndTheOthersGoOn)
             json.contains("error") ? ++failed : ++done;
         }
     EXPECT_EQ(done, 2);
-    EXPECT_EQ(failed, 2);
+    EXPECT_EQ(failed, 4);
 }
 
 TEST_F(ToolBatch, NothingIsOverwrittenAndABatchCanGoOn)
