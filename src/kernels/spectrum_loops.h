@@ -25,6 +25,15 @@ VSP_INLINE void forBins(int n, Body body)
         body(k, I32x1{});
 }
 
+/// The same for all bins below kLastBin, which is a whole number of vectors.
+template <class V, class Body>
+VSP_INLINE void forBinsBelowLast(Body body)
+{
+    static_assert(kLastBin % V::lanes == 0);
+    for (int k = 0; k < kLastBin; k += V::lanes)
+        body(k, V{});
+}
+
 template <class V>
 void separateChannels(ComplexInt* left, ComplexInt* right, const int32_t* re, const int32_t* im)
 {

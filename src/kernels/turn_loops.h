@@ -37,7 +37,7 @@ template <class V>
 void sumTurns(ComplexInt* sum, const int32_t* const (&M)[2], const ComplexShort* const (&S)[2],
               const ComplexShort* const (&A)[2])
 {
-    forBins<V>(kLastBin, [&](int k, auto lanes) {
+    forBinsBelowLast<V>([&](int k, auto lanes) {
         using W = decltype(lanes);
         W re = set1(0, W{});
         W im = re;
@@ -106,7 +106,7 @@ VSP_INLINE void addNeighbours(V& re, V& im, const ComplexInt* sum, int k)
 template <class V>
 void commonTurns(ComplexShort* turns, const ComplexInt* sum)
 {
-    forBins<V>(kLastBin, [=](int n, auto lanes) {
+    forBinsBelowLast<V>([=](int n, auto lanes) {
         using W = decltype(lanes);
         const int k = n + 1;
         W re, im, turnRe, turnIm;
