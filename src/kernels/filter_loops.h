@@ -42,9 +42,22 @@ public:
     {
     }
 
+    /// Takes a frame, and gives what comes of the one before: the second sections run beside the
+    /// first ones of the frame that follows, so that neither waits for the other.
     [[gnu::always_inline]] V4 run(const Frame* in)
     {
-        const V4 u = first.run(loadFrameTwice<kInputBits>(in, V4{}));
+        const V4 y = finish();
+        start(in);
+        return y;
+    }
+    /// Takes the first frame.
+    [[gnu::always_inline]] void start(const Frame* in)
+    {
+        u = first.run(loadFrameTwice<kInputBits>(in, V4{}));
+    }
+    /// Gives what comes of the last frame.
+    [[gnu::always_inline]] V4 finish()
+    {
         const V4 y = next.run(u);
         // What the first-order section of branch b gives, from the same sums as a second-order one.
         return joinHalves(wrapSub(next.pS1, next.d2.S), y);
@@ -59,26 +72,35 @@ public:
 private:
     NegatingSection2<V4> first;
     NegatingSection2<V4> next; // q = 0 in branch b
+    V4 u{};                    // what the first sections gave last
 };
 
 template <class V4>
 void split(Frame* low, Frame* high, const Frame* in, int32_t (*state)[7], const int16_t* coeffs_q14,
            int frames, int factor)
 {
+    if (frames == 0)
+        return;
     SplitSections<V4> sections(state, coeffs_q14);
+    sections.start(in);
     // Two frames at a time; the second of them is never one that the low band keeps.
     int n = 0;
-    for (; n + 2 <= frames; n += 2) {
-        const V4 y0 = sections.run(in + n);
-        const V4 y1 = sections.run(in + n + 1);
+    const auto giveTwo = [&](V4 y0, V4 y1) {
         const auto b = joinLowHalves(y0, y1);
         const auto a = joinHighHalves(y0, y1);
         storeTwoFrames(high + n, shiftRight<5>(wrapSub(b, a)));
         if ((n & (factor - 1)) == 0)
             storeLowFrame(low++, shiftRight<5>(wrapAdd(b, a)));
+    };
+    for (; n + 2 < frames; n += 2) {
+        const V4 y0 = sections.run(in + n + 1);
+        giveTwo(y0, sections.run(in + n + 2));
     }
-    if (n < frames) {
-        const V4 y = sections.run(in + n);
+    if (n + 1 < frames) {
+        const V4 y0 = sections.run(in + n + 1);
+        giveTwo(y0, sections.finish());
+    } else {
+        const V4 y = sections.finish();
         const auto b = joinLowHalves(y, y);
         const auto a = joinHighHalves(y, y);
         storeLowFrame(high + n, shiftRight<5>(wrapSub(b, a)));
