@@ -10,6 +10,7 @@
 #include "fixed/frame.h"
 #include "kernels/vector_lanes.h"
 #include "kernels/vector_scalar.h"
+#include "kernels/vector_twice.h"
 
 #if __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
 #error "frames are loaded and stored as words: big-endian ARM takes the portable kernels"
@@ -41,6 +42,15 @@ VSP_INLINE unsigned maskBits(I32x4 mask)
     const int32x4_t bits = vandq_s32(mask.v, vld1q_s32(kBit));
     const int32x2_t halves = vadd_s32(vget_low_s32(bits), vget_high_s32(bits));
     return unsigned(vget_lane_s32(vpadd_s32(halves, halves), 0));
+}
+VSP_INLINE unsigned maskBits(Twice<I32x4> mask)
+{
+    static const uint8_t kBit[8] = {1, 2, 4, 8, 16, 32, 64, 128};
+    const int16x8_t words = vcombine_s16(vmovn_s32(mask.low.v), vmovn_s32(mask.high.v));
+    uint8x8_t bits = vand_u8(vreinterpret_u8_s8(vmovn_s16(words)), vld1_u8(kBit));
+    for (int i = 0; i < 3; ++i)
+        bits = vpadd_u8(bits, bits);
+    return vget_lane_u8(bits, 0);
 }
 /// (2 a b 2^15) >> 32 is the same, since b is above -65536.
 VSP_INLINE I32x4 mulShift16(I32x4 a, I32x4 b)
