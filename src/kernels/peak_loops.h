@@ -206,10 +206,8 @@ struct CogRecursion {
 template <class V4>
 void filterBins(ComplexInt* y, const ComplexInt* x)
 {
-    constexpr int kSegments = 4;
-    constexpr int kSegmentBins = kLastBin / kSegments;
-    constexpr int kEarly = 32;
-    static_assert(kSegments * kSegmentBins == kLastBin);
+    constexpr int kSegmentBins = kLastBin / kFilterSegments;
+    static_assert(kFilterSegments == 4 && kFilterSegments * kSegmentBins == kLastBin);
     const auto first = [](int segment) { return 1 + segment * kSegmentBins; };
     const ComplexInt zero = {0, 0};
     CogRecursion<V4> single;
@@ -222,9 +220,9 @@ void filterBins(ComplexInt* y, const ComplexInt* x)
     for (int k = 0; k < 2; ++k)
         y[k] = {mirrored[1 - k].re, fx::wrapNeg(mirrored[1 - k].im)};
 
-    ComplexInt assumed[kSegments][2]; // the two values before each segment
-    CogRecursion<V4> pairs[2];        // of segments 0 and 1, 2 and 3
-    for (int n = -kEarly; n < 0; ++n)
+    ComplexInt assumed[kFilterSegments][2]; // the two values before each segment
+    CogRecursion<V4> pairs[2];              // of segments 0 and 1, 2 and 3
+    for (int n = -kFilterEarlyBins; n < 0; ++n)
         for (int pair = 0; pair < 2; ++pair) {
             const int k = first(2 * pair) + n;
             const V4 value = pairs[pair].next(
@@ -244,7 +242,7 @@ void filterBins(ComplexInt* y, const ComplexInt* x)
                 words(y + k + 1), words(y + k + 1 + kSegmentBins),
                 pairs[pair].next(loadTwoEach(words(x + k), words(x + k + kSegmentBins), V4{})));
         }
-    for (int segment = 1; segment < kSegments; ++segment) {
+    for (int segment = 1; segment < kFilterSegments; ++segment) {
         const int k = first(segment);
         const auto isAsAssumed = [&](int n) {
             return y[k - 1 + n].re == assumed[segment][n].re &&
