@@ -11,6 +11,8 @@ namespace vsp {
 /// A recursive filter across bins stands for the derivative with respect to frequency. Its values y
 /// are held times four, so that a Q14 weight and a shift by 16 give the product.
 inline constexpr int kMirroredBins = 13;        // from which the values below bin 0 are had
+inline constexpr int kFilterSegments = 4;       // that fast loops filter at once
+inline constexpr int kFilterEarlyBins = 32;     // that they start each of them early
 inline constexpr int32_t kCogFeedback1 = -8168; // Q14, on y(k - 1)
 inline constexpr int32_t kCogFeedback2 = -204;  // Q14, on y(k - 2)
 inline constexpr int32_t kCogAbove = 11639;     // Q14, weight of y(k + 1)

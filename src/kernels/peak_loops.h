@@ -1,6 +1,7 @@
 // Spectral peaks, and the centre of gravity of each band.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
@@ -14,31 +15,50 @@
 
 namespace vsp::VSP_KERNEL_SET {
 
+/// Bits of as many bins as a register has: how many peaks lie in a few bins can't be foretold, and at
+/// the end of each list of them the processor guesses anew.
+using PeakBits = uintptr_t;
+
+/// Lists the peaks from bin `first` on, at most as many bins as PeakBits has. Returns their number.
+template <class V>
+VSP_INLINE int listPeaks(int16_t* list, const int32_t* mag, int first, int bins)
+{
+    PeakBits bits = 0;
+    forBins<V>(bins, [&](int n, auto lanes) {
+        using W = decltype(lanes);
+        const int32_t* const m = mag + first + n;
+        const W around =
+            max(max(load(m - 2, W{}), load(m - 1, W{})), max(load(m + 1, W{}), load(m + 2, W{})));
+        const W isPeak = greater(load(m, W{}), max(around, set1(kPeakFloor, W{})));
+        bits |= PeakBits(maskBits(isPeak)) << n;
+    });
+    int count = 0;
+    for (; bits != 0; bits &= bits - 1)
+        list[count++] = int16_t(first + __builtin_ctzll(bits));
+    return count;
+}
+
 template <class V>
 int findPeaks(int16_t* peakList, int* listed, const int32_t* mag, const int8_t* status,
               const int16_t (*bands)[kBands])
 {
-    int band = 0;
+    constexpr int kAtOnce = 8 * int(sizeof(PeakBits));
     int total = 0;
-    int count = 0;
-    const auto search = [&](int k, auto lanes) {
-        using W = decltype(lanes);
-        const W here = load(mag + k, W{});
-        const W around = max(max(load(mag + k - 2, W{}), load(mag + k - 1, W{})),
-                             max(load(mag + k + 1, W{}), load(mag + k + 2, W{})));
-        const W floor = set1(kPeakFloor, W{});
-        for (unsigned bits = maskBits(greater(here, max(around, floor))); bits != 0;
-             bits &= bits - 1) {
-            const int peak = k + __builtin_ctz(bits);
-            ++total;
+    for (int k = kFirstPeakBin; k <= kLastPeakBin; k += kAtOnce)
+        total += listPeaks<V>(peakList + total, mag, k, std::min(kAtOnce, kLastPeakBin + 1 - k));
+    // Only those of idle bands stay.
+    int count = total;
+    if (std::any_of(status, status + kBands, [](int8_t busy) { return busy != 0; })) {
+        count = 0;
+        int band = 0;
+        for (int i = 0; i < total; ++i) {
+            const int16_t peak = peakList[i];
             while (peak > bands[1][band])
                 ++band;
-            if (status[band] == 0)
-                peakList[count++] = int16_t(peak);
+            peakList[count] = peak;
+            count += status[band] == 0 ? 1 : 0;
         }
-    };
-    forBins<V>(kLastPeakBin - kFirstPeakBin + 1,
-               [&](int n, auto lanes) { search(kFirstPeakBin + n, lanes); });
+    }
     *listed = count;
     return total;
 }
@@ -206,10 +226,8 @@ struct CogRecursion {
 template <class V4>
 void filterBins(ComplexInt* y, const ComplexInt* x)
 {
-    constexpr int kSegments = 4;
-    constexpr int kSegmentBins = kLastBin / kSegments;
-    constexpr int kEarly = 32;
-    static_assert(kSegments * kSegmentBins == kLastBin);
+    constexpr int kSegmentBins = kLastBin / kFilterSegments;
+    static_assert(kFilterSegments == 4 && kFilterSegments * kSegmentBins == kLastBin);
     const auto first = [](int segment) { return 1 + segment * kSegmentBins; };
     const ComplexInt zero = {0, 0};
     CogRecursion<V4> single;
@@ -222,9 +240,9 @@ void filterBins(ComplexInt* y, const ComplexInt* x)
     for (int k = 0; k < 2; ++k)
         y[k] = {mirrored[1 - k].re, fx::wrapNeg(mirrored[1 - k].im)};
 
-    ComplexInt assumed[kSegments][2]; // the two values before each segment
-    CogRecursion<V4> pairs[2];        // of segments 0 and 1, 2 and 3
-    for (int n = -kEarly; n < 0; ++n)
+    ComplexInt assumed[kFilterSegments][2]; // the two values before each segment
+    CogRecursion<V4> pairs[2];              // of segments 0 and 1, 2 and 3
+    for (int n = -kFilterEarlyBins; n < 0; ++n)
         for (int pair = 0; pair < 2; ++pair) {
             const int k = first(2 * pair) + n;
             const V4 value = pairs[pair].next(
@@ -244,7 +262,7 @@ void filterBins(ComplexInt* y, const ComplexInt* x)
                 words(y + k + 1), words(y + k + 1 + kSegmentBins),
                 pairs[pair].next(loadTwoEach(words(x + k), words(x + k + kSegmentBins), V4{})));
         }
-    for (int segment = 1; segment < kSegments; ++segment) {
+    for (int segment = 1; segment < kFilterSegments; ++segment) {
         const int k = first(segment);
         const auto isAsAssumed = [&](int n) {
             return y[k - 1 + n].re == assumed[segment][n].re &&
