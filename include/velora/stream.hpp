@@ -34,7 +34,8 @@
 ///
 /// Time: a hop (see hopFrames) is 10 to 16 ms at the usual rates. In the mean sound comes within
 /// a millisecond of where the time map puts it; a tone that glides above 2 may be a third of a hop
-/// late. A click comes within 1.4 hops, below speed 0.5 within a hop of media time. Above 1.0 single clicks lose level; above 2 they may be skipped.
+/// late. A click comes within 1.4 hops, below speed 0.5 within a hop of media time. Above 1.0 single
+/// clicks lose level; above 2 they may be skipped.
 ///
 /// Threads: a stream is driven by one thread at a time; different streams are independent. Any
 /// thread may meanwhile call clock and requestSpeed.
