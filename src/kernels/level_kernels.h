@@ -13,6 +13,14 @@ struct Ramp {
     float step;
 };
 
+/// Peaks beyond full scale are bent: what lies above the knee is taken back by
+/// bend (|x| - kKnee)^2 / (4 (kBentPeak - kKnee)), so that at a bend of 1 the most that may come in,
+/// kMostBent, becomes kBentPeak, where the curve is level. In 16-bit units; next to nothing of a hot
+/// master reaches full scale.
+inline constexpr float kKnee = 16384.0f;
+inline constexpr float kBentPeak = 32760.0f;
+inline constexpr float kMostBent = 2.0f * kBentPeak - kKnee;
+
 /// Full scale of the format times the gain is at most 2^30. Samples are those of stereo frames,
 /// interleaved; arrays [2 * frames], out not overlapping in.
 struct LevelKernels {
@@ -34,6 +42,10 @@ struct LevelKernels {
     void (*out16)(int16_t* out, const int16_t* in, Ramp gain, int frames);
     void (*out24)(int32_t* out, const int16_t* in, Ramp gain, int frames);
     void (*out32)(int32_t* out, const int16_t* in, Ramp gain, int frames);
+    /// The same, bent.
+    void (*bent16)(int16_t* out, const int16_t* in, Ramp gain, Ramp bend, int frames);
+    void (*bent24)(int32_t* out, const int16_t* in, Ramp gain, Ramp bend, int frames);
+    void (*bent32)(int32_t* out, const int16_t* in, Ramp gain, Ramp bend, int frames);
     void (*outFloat)(float* out, const int16_t* in, Ramp gain, int frames);
 };
 

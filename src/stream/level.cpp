@@ -33,12 +33,12 @@ constexpr int kMostGainFine = 14;
 // Octaves a second by which the gain rises: 15 dB.
 constexpr double kRise = 2.5;
 
-// Share by which the limiter's gain comes back, a stretch: 5 ms at 48 kHz. A slower one would take
-// more than 1 dB from loud masters.
+// Share by which the limiter goes back, a stretch: 5 ms at 48 kHz. A slower one would take more than
+// 1 dB from loud masters.
 constexpr double kLimiterRise = 1.0 / 4.0;
 
-// What the limiter keeps to, 16-bit units: next to nothing of a hot master reaches full scale.
-constexpr double kLimit = 32760.0;
+// Less bend than this changes no sample.
+constexpr double kLeastBend = 1.0 / 65536.0;
 
 // Frames of output over which the inverse gain runs evenly.
 constexpr std::int64_t kStretch = 64;
@@ -275,30 +275,58 @@ void LevelCurve::scaleOut(std::byte* out, const std::int16_t (*in)[2], std::int6
 {
     const double unit = 1.0 / double(unitOf(depth));
     double begin = inverseAt(from);
-    double most = limitAt(in, std::min(count, kStretch), begin);
+    PeakLimiter needed = neededFor(in, std::min(count, kStretch), begin);
     for (std::int64_t done = 0; done < count; done += kStretch) {
         const std::int64_t part = std::min(count - done, kStretch);
         const double end = inverseAt(from + double(done + part) * speed);
-        const double nextMost =
-            limitAt(in + done + part, std::min(count - done - part, kStretch), end);
-        const double limit = limiter.gain;
-        limiter.gain = std::min({limit + (1.0 - limit) * kLimiterRise, most, nextMost});
-        const double head = begin * limit * unit;
-        const double tail = end * limiter.gain * unit;
-        write(out, in + done, {float(head), float((tail - head) / double(part))}, part);
+        const PeakLimiter next =
+            neededFor(in + done + part, std::min(count - done - part, kStretch), end);
+        const PeakLimiter before = limiter;
+        limiter.gain =
+            std::min({before.gain + (1.0 - before.gain) * kLimiterRise, needed.gain, next.gain});
+        limiter.bend = std::max({before.bend - before.bend * kLimiterRise, needed.bend, next.bend});
+        if (limiter.bend < kLeastBend)
+            limiter.bend = 0.0;
+        const auto ramp = [part](double head, double tail) {
+            return Ramp{float(head), float((tail - head) / double(part))};
+        };
+        const Ramp gain = ramp(begin * before.gain * unit, end * limiter.gain * unit);
+        if (before.bend > 0.0 || limiter.bend > 0.0)
+            writeBent(out, in + done, gain, ramp(before.bend, limiter.bend), part);
+        else
+            write(out, in + done, gain, part);
         out += part * bytesPerFrame(depth);
         begin = end;
-        most = nextMost;
+        needed = next;
     }
 }
 
-// The most gain, up to 1, that brings no frame of a stretch beyond full scale.
-double LevelCurve::limitAt(const std::int16_t (*in)[2], std::int64_t count, double inverse) const
+// The least that brings no frame of a stretch beyond full scale.
+PeakLimiter LevelCurve::neededFor(const std::int16_t (*in)[2], std::int64_t count,
+                                  double inverse) const
 {
+    constexpr double kKneeToPeak = double(kBentPeak) - double(kKnee);
     if (depth == Velora_BitDepth_Float || count <= 0)
-        return 1.0;
+        return {};
     const double highest = double(kernels.peak16(*in, int(2 * count)) + 1) * inverse;
-    return highest > kLimit ? kLimit / highest : 1.0;
+    if (highest <= double(kBentPeak))
+        return {};
+    if (highest >= double(kMostBent))
+        return {double(kMostBent) / highest, 1.0};
+    const double above = highest - double(kKnee);
+    return {1.0, (highest - double(kBentPeak)) * 4.0 * kKneeToPeak / (above * above)};
+}
+
+void LevelCurve::writeBent(std::byte* out, const std::int16_t (*in)[2], Ramp gain, Ramp bend,
+                           std::int64_t count) const
+{
+    const int stretch = int(count);
+    if (depth == Velora_BitDepth_16)
+        kernels.bent16(reinterpret_cast<std::int16_t*>(out), *in, gain, bend, stretch);
+    else if (depth == Velora_BitDepth_24)
+        kernels.bent24(reinterpret_cast<std::int32_t*>(out), *in, gain, bend, stretch);
+    else
+        kernels.bent32(reinterpret_cast<std::int32_t*>(out), *in, gain, bend, stretch);
 }
 
 void LevelCurve::write(std::byte* out, const std::int16_t (*in)[2], Ramp gain,

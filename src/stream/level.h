@@ -13,11 +13,12 @@
 
 namespace vsp {
 
-/// Takes integers back to full scale where stretching makes peaks above it: a gain that falls within
-/// a few milliseconds and comes back as fast. For each pair of channels of each voice one, which
-/// starts anew with it.
+/// Takes integers back to full scale where stretching makes peaks above it: peaks are bent, and those
+/// that are too high for that get a gain as well. Both set in within a few milliseconds and go as fast.
+/// For each pair of channels of each voice one, which starts anew with it.
 struct PeakLimiter {
     double gain = 1.0;
+    double bend = 0.0; // as in kernels/level_kernels.h, 0 to 1
 };
 
 /// The gain over a stream's input, from the peaks of what lies ahead; the same for all channels. It
@@ -92,8 +93,10 @@ private:
     void settleBlock();
     std::int32_t lowestAhead();
     const Block& block(std::int64_t number) const;
-    double limitAt(const std::int16_t (*in)[2], std::int64_t count, double inverse) const;
+    PeakLimiter neededFor(const std::int16_t (*in)[2], std::int64_t count, double inverse) const;
     void write(std::byte* out, const std::int16_t (*in)[2], Ramp gain, std::int64_t count) const;
+    void writeBent(std::byte* out, const std::int16_t (*in)[2], Ramp gain, Ramp bend,
+                   std::int64_t count) const;
 
     const LevelKernels& kernels;
     Velora_BitDepth_T depth;
