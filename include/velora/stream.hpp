@@ -19,9 +19,9 @@
 ///
 /// Sound: at speed 1.0 samples pass untouched, bit for bit and at once. At other speeds the pitch
 /// stays (but see Pitch), and so do loudness, treble and what lies between the channels: equal ones
-/// come out equal. Inside sound is 16 bits wide, but near full scale whatever its level, so quiet
-/// passages stay clean; floats pass full scale, integers are limited to it, and "not a number" is
-/// silence. Sound::engine is the bare engine instead: 16 bits, cut at full scale; below 0.5, and at
+/// come out equal. Inside sound is 16 bits wide, but near full scale whatever its level (within 2 s
+/// behind a loud passage), so quiet passages stay clean; floats pass full scale, integers bend at it,
+/// and what isn't finite is silence. Sound::engine is the bare engine instead: 16 bits, cut at full scale; below 0.5, and at
 /// 0.5 with Pitch::drop, dull and quieter by a low-pass at 2 kHz (1 kHz at rates above 48000 Hz, 0.5
 /// kHz above 96000 Hz) and a gain of -13 dB; equal channels of a pair (1 and 2, 3 and 4, ...) differ
 /// by up to 3 steps of 16 bits.

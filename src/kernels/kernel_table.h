@@ -98,7 +98,7 @@ struct KernelTable {
     void (*sumTurns)(ComplexInt* sum, const int32_t* const (&M)[2],
                      const ComplexShort* const (&S)[2], const ComplexShort* const (&A)[2]);
     /// The direction of each bin of `sum` and of its neighbours together, those beside it at half
-    /// their weight, the next ones at an eighth; phase 0 where
+    /// their weight, the next ones at a thirty-second; phase 0 where
     /// there is nothing. Bin 0 keeps its phase, so that a constant stays one, and so does bin 1 below
     /// it, which then belongs to the constant.
     /// @param turns  Q14, length 1.0 within 0.4 %

@@ -27,12 +27,12 @@ struct LevelKernels {
     const char* name;
 
     /// Highest magnitude of [samples], in the format's units; that of a negative value may be 1
-    /// less. Floats: "not a number" is 0.
+    /// less. Of floats, what isn't finite is 0.
     int32_t (*peak16)(const int16_t* in, int samples);
     int32_t (*peak32)(const int32_t* in, int samples);
     float (*peakFloat)(const float* in, int samples);
 
-    /// in * gain as 16-bit samples, halves away from zero, limited. "Not a number" is 0.
+    /// in * gain as 16-bit samples, halves away from zero, limited. What isn't finite is 0.
     void (*in16)(int16_t* out, const int16_t* in, Ramp gain, int frames);
     void (*in32)(int16_t* out, const int32_t* in, Ramp gain, int frames);
     void (*inFloat)(int16_t* out, const float* in, Ramp gain, int frames);

@@ -32,8 +32,7 @@ int32_t peakOf(const Sample* in, int samples)
 
 constexpr int32_t kInfinity = 0x7F800000; // the bits of the float
 
-// Floats of one sign are in the order of their bits, as integers; above infinity stands what is not
-// a number.
+// Floats of one sign are in the order of their bits, as integers; from infinity on they aren't finite.
 inline float peakFloat(const float* in, int samples)
 {
     int32_t peak = 0;
@@ -41,7 +40,7 @@ inline float peakFloat(const float* in, int samples)
         int32_t bits;
         std::memcpy(&bits, in + n, sizeof bits);
         bits &= INT32_MAX;
-        bits = bits > kInfinity ? 0 : bits;
+        bits = bits >= kInfinity ? 0 : bits;
         peak = bits > peak ? bits : peak;
     }
     float found;
@@ -86,7 +85,7 @@ VSP_INLINE V rounded(F x)
     return {decltype(V::v)(__builtin_convertvector(x + F(half), Signed))};
 }
 
-/// Samples as lanes of floats; what is not a number is 0.
+/// Samples as lanes of floats; what isn't finite is 0.
 template <class V>
 VSP_INLINE auto floats(V x)
 {
@@ -108,7 +107,7 @@ VSP_INLINE auto loadFloats(const float* p)
 {
     using R = Register<sizeof(V)>;
     const auto x = typename R::Float(*reinterpret_cast<const typename R::FloatInMemory*>(p));
-    return (typename R::Signed(x) & INT32_MAX) <= kInfinity ? x : typename R::Float{};
+    return (typename R::Signed(x) & INT32_MAX) < kInfinity ? x : typename R::Float{};
 }
 VSP_INLINE float loadFloat(int32_t x)
 {
@@ -116,7 +115,7 @@ VSP_INLINE float loadFloat(int32_t x)
 }
 VSP_INLINE float loadFloat(float x)
 {
-    return x == x ? x : 0.0f;
+    return x - x == 0.0f ? x : 0.0f; // infinity less itself is no number
 }
 
 /// Runs vectors(n, gains) over as many samples as fit two vectors at a time, gains those of the

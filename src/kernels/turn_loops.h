@@ -112,7 +112,7 @@ void commonTurns(ComplexShort* turns, const ComplexInt* sum)
         W re, im, turnRe, turnIm;
         loadPairs(sum + k, re, im);
         addNeighbours<1, 1>(re, im, sum, k);
-        addNeighbours<2, 3>(re, im, sum, k);
+        addNeighbours<2, 5>(re, im, sum, k);
         phasorOf(turnRe, turnIm, re, im);
         storeShortPairs(turns + k, turnRe, turnIm);
     });
