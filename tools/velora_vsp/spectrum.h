@@ -30,7 +30,7 @@ public:
 
 private:
     struct FreeTransform {
-        void operator()(AVTXContext* transform) const { av_tx_uninit(&transform); }
+        void operator()(AVTXContext* made) const { av_tx_uninit(&made); }
     };
     void analyse(size_t first);
     void addPair(size_t first, size_t channel);

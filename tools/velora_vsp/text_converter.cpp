@@ -54,7 +54,7 @@ AvPtr<AVCodecContext> openDecoder(const AVStream& stream)
 AvPtr<AVCodecContext> openEncoder(const AVCodec* codec, const AVCodecContext& decoder)
 {
     AvPtr<AVCodecContext> context = allocate(codec);
-    context->time_base = AV_TIME_BASE_Q;
+    context->time_base = {1, AV_TIME_BASE};
     const auto bytes = size_t(decoder.subtitle_header_size);
     context->subtitle_header = static_cast<uint8_t*>(av_mallocz(bytes + 1));
     if (context->subtitle_header == nullptr)
