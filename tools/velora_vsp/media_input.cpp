@@ -178,6 +178,28 @@ bool MediaInput::hasFilm() const
         });
 }
 
+// FFmpeg's own choice may be a commentary, if more packets of it have been seen.
+int MediaInput::bestSound() const
+{
+    constexpr int kAside =
+        AV_DISPOSITION_COMMENT | AV_DISPOSITION_HEARING_IMPAIRED | AV_DISPOSITION_VISUAL_IMPAIRED;
+    int best = -1;
+    int highest = -1;
+    for (const AVStream* stream : std::span(context->streams, context->nb_streams)) {
+        const AVCodecParameters& codec = *stream->codecpar;
+        if (codec.codec_type != AVMEDIA_TYPE_AUDIO || codec.sample_rate <= 0 ||
+            codec.ch_layout.nb_channels <= 0)
+            continue;
+        const int rank = ((stream->disposition & kAside) == 0 ? 2 : 0) +
+                         ((stream->disposition & AV_DISPOSITION_DEFAULT) != 0 ? 1 : 0);
+        if (rank > highest) {
+            highest = rank;
+            best = stream->index;
+        }
+    }
+    return best;
+}
+
 bool MediaInput::read(AVPacket& packet)
 {
     av_packet_unref(&packet);

@@ -124,7 +124,7 @@ void MediaOutput::describeLike(const MediaInput& input, const SpeedMap& course, 
 {
     const AVFormatContext& from = input.format();
     copyTags(&context->metadata, from.metadata);
-    const int sound = av_find_best_stream(&input.format(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    const int sound = input.bestSound();
     if (sound >= 0 && from.metadata == nullptr) // Ogg has the tags of a file in its stream
         copyTags(&context->metadata, from.streams[sound]->metadata);
 
