@@ -164,7 +164,8 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
 
 void MediaInput::failUnreadable(int error)
 {
-    if (error != AVERROR_INVALIDDATA)
+    // What comes of the bytes, as what keeps them from being read has been thrown before.
+    if (error != AVERROR_INVALIDDATA && error != AVERROR(EINVAL) && error != AVERROR_EOF)
         throw FileError(name(), "can't be read: " + avReason(error));
     throw NoMedia(name(), "is no kind of sound file that is known here, or its start is damaged "
                           "(samples without a header go in through -, with --raw)");
