@@ -452,7 +452,9 @@ int bitsOf(const Encoding& encoding)
 
 std::string bitsName(int bits)
 {
-    return bits > 32 ? "floating point" : std::to_string(bits) + " bits";
+    return bits > 33    ? "64-bit floating point"
+           : bits == 33 ? "floating point"
+                        : std::to_string(bits) + " bits";
 }
 
 std::string describe(const Encoding& encoding)
