@@ -46,6 +46,13 @@ bool beginsWithIndex(const std::vector<uint8_t>& start)
     return false;
 }
 
+// Whether it is an MP4 file, or one of its family.
+bool isMp4(const std::vector<uint8_t>& start)
+{
+    constexpr std::string_view kKind = "ftyp";
+    return start.size() >= 8 && std::equal(kKind.begin(), kKind.end(), start.begin() + 4);
+}
+
 // Whether what starts like this has to be gone back in, which a pipe can't be.
 bool needsFile(const std::vector<uint8_t>& start)
 {
@@ -167,6 +174,10 @@ void MediaInput::failUnreadable(int error)
     // What comes of the bytes, as what keeps them from being read has been thrown before.
     if (error != AVERROR_INVALIDDATA && error != AVERROR(EINVAL) && error != AVERROR_EOF)
         throw FileError(name(), "can't be read: " + avReason(error));
+    if (isMp4(bytes.start()))
+        throw NoMedia(name(),
+                      "has no index, as MP4 files have it at their end: it is incomplete or "
+                      "damaged");
     throw NoMedia(name(), "is no kind of sound file that is known here, or its start is damaged "
                           "(samples without a header go in through -, with --raw)");
 }

@@ -313,8 +313,8 @@ TEST_F(ToolMedia, TheMainSoundIsTakenAndNamesOfItsWriterStayBehind)
         << ";FFMETADATA1\ntitle=A film\n"
            "[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\nEND=1500\ntitle=One\n"
            "[CHAPTER]\nTIMEBASE=1/1000\nSTART=1500\nEND=3000\ntitle=Two\n";
-    ffmpeg("-i in.wav -i talk.wav -i tags.txt -map 0 -map 1 -map_metadata 2 -c:a:0 flac "
-           "-c:a:1 libopus -disposition:a:0 0 -disposition:a:1 comment in.mkv");
+    ffmpeg("-f lavfi -i testsrc=s=32x32:r=25:d=3 -i in.wav -i talk.wav -map 0 -map 1 -map 2 "
+           "-c:v mpeg4 -c:a:0 flac -c:a:1 libopus -disposition:a:1 comment in.mkv");
     tool("in.mkv out.mp3 -s 1.5");
     EXPECT_EQ(probe("out.mp3").at("streams").at(0).at("channels"), 2);
 
