@@ -83,8 +83,7 @@ Content lookInto(const fs::path& file)
         return {}; // which gives its content but once
     const MediaInput input(file.string(), std::nullopt);
     const bool hasFilm = input.hasFilm() && isFilm(*input.format().iformat);
-    if (!hasFilm &&
-        av_find_best_stream(&input.format(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0) < 0)
+    if (!hasFilm && input.bestSound() < 0)
         throw NoMedia(file.string(), "has no sound");
     return {hasFilm};
 }

@@ -61,7 +61,7 @@ public:
           course(given.speed.from(given.part.from))
     {
         const AVFormatContext& format = input.format();
-        best = av_find_best_stream(&input.format(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+        best = input.bestSound();
         for (unsigned n = 0; n < format.nb_streams; ++n)
             tracks.push_back(makeTrack(*format.streams[n]));
         if (std::all_of(tracks.begin(), tracks.end(), [](const auto& track) { return !track; }))

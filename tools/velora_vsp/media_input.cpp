@@ -46,6 +46,13 @@ bool beginsWithIndex(const std::vector<uint8_t>& start)
     return false;
 }
 
+// Whether it is an MP4 file, or one of its family.
+bool isMp4(const std::vector<uint8_t>& start)
+{
+    constexpr std::string_view kKind = "ftyp";
+    return start.size() >= 8 && std::equal(kKind.begin(), kKind.end(), start.begin() + 4);
+}
+
 // Whether what starts like this has to be gone back in, which a pipe can't be.
 bool needsFile(const std::vector<uint8_t>& start)
 {
@@ -164,8 +171,13 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
 
 void MediaInput::failUnreadable(int error)
 {
-    if (error != AVERROR_INVALIDDATA)
+    // What comes of the bytes, as what keeps them from being read has been thrown before.
+    if (error != AVERROR_INVALIDDATA && error != AVERROR(EINVAL) && error != AVERROR_EOF)
         throw FileError(name(), "can't be read: " + avReason(error));
+    if (isMp4(bytes.start()))
+        throw NoMedia(name(),
+                      "has no index, as MP4 files have it at their end: it is incomplete or "
+                      "damaged");
     throw NoMedia(name(), "is no kind of sound file that is known here, or its start is damaged "
                           "(samples without a header go in through -, with --raw)");
 }
@@ -176,6 +188,28 @@ bool MediaInput::hasFilm() const
         context->streams, context->streams + context->nb_streams, [](const AVStream* stream) {
             return stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !isPicture(*stream);
         });
+}
+
+// FFmpeg's own choice may be a commentary, if more packets of it have been seen.
+int MediaInput::bestSound() const
+{
+    constexpr int kAside =
+        AV_DISPOSITION_COMMENT | AV_DISPOSITION_HEARING_IMPAIRED | AV_DISPOSITION_VISUAL_IMPAIRED;
+    int best = -1;
+    int highest = -1;
+    for (const AVStream* stream : std::span(context->streams, context->nb_streams)) {
+        const AVCodecParameters& codec = *stream->codecpar;
+        if (codec.codec_type != AVMEDIA_TYPE_AUDIO || codec.sample_rate <= 0 ||
+            codec.ch_layout.nb_channels <= 0)
+            continue;
+        const int rank = ((stream->disposition & kAside) == 0 ? 2 : 0) +
+                         ((stream->disposition & AV_DISPOSITION_DEFAULT) != 0 ? 1 : 0);
+        if (rank > highest) {
+            highest = rank;
+            best = stream->index;
+        }
+    }
+    return best;
 }
 
 bool MediaInput::read(AVPacket& packet)

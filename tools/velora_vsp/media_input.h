@@ -27,6 +27,8 @@ public:
 
     /// Whether there is a picture that moves.
     bool hasFilm() const;
+    /// The index of the sound that a player would choose; -1 if there is none.
+    int bestSound() const;
 
     /// Reads the next packet; false at the end. Throws FileError, or Interrupted.
     bool read(AVPacket& packet);

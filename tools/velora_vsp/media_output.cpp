@@ -15,14 +15,14 @@ extern "C" {
 namespace {
 
 // Whether a tag describes the file that was read, its length, size or writer, rather than what is in it.
-bool describesTheFile(std::string_view key)
+bool describesTheFile(const char* key)
 {
-    constexpr std::string_view kKeys[] = {
-        "DURATION", "NUMBER_OF_FRAMES", "NUMBER_OF_BYTES", "BPS",           "iTunSMPB",
-        "TLEN",     "encoder",          "major_brand",     "minor_version", "compatible_brands"};
-    return key.starts_with("_STATISTICS") ||
-           std::any_of(std::begin(kKeys), std::end(kKeys),
-                       [=](std::string_view known) { return key.starts_with(known); });
+    constexpr const char* kStarts[] = {
+        "duration",   "number_of_frames", "number_of_bytes", "bps",           "itunsmpb",
+        "tlen",       "encoder",          "major_brand",     "minor_version", "compatible_brands",
+        "_statistics"};
+    return std::any_of(std::begin(kStarts), std::end(kStarts),
+                       [=](const char* start) { return av_stristart(key, start, nullptr) != 0; });
 }
 
 bool isMatroska(const AVOutputFormat& container)
@@ -124,7 +124,7 @@ void MediaOutput::describeLike(const MediaInput& input, const SpeedMap& course, 
 {
     const AVFormatContext& from = input.format();
     copyTags(&context->metadata, from.metadata);
-    const int sound = av_find_best_stream(&input.format(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    const int sound = input.bestSound();
     if (sound >= 0 && from.metadata == nullptr) // Ogg has the tags of a file in its stream
         copyTags(&context->metadata, from.streams[sound]->metadata);
 

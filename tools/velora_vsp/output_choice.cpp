@@ -63,6 +63,9 @@ const std::vector<AVCodecID>* knownCodecs(const AVOutputFormat& container)
     static const std::vector<AVCodecID> kFlash = {
         AV_CODEC_ID_MP3,   AV_CODEC_ID_AAC,     AV_CODEC_ID_H264, AV_CODEC_ID_FLV1,
         AV_CODEC_ID_MPEG4, AV_CODEC_ID_FLASHSV, AV_CODEC_ID_VP6F, AV_CODEC_ID_VP6A};
+    static const std::vector<AVCodecID> kProgramStream = {
+        AV_CODEC_ID_MP2,  AV_CODEC_ID_MP3,        AV_CODEC_ID_AC3,        AV_CODEC_ID_DTS,
+        AV_CODEC_ID_H264, AV_CODEC_ID_MPEG1VIDEO, AV_CODEC_ID_MPEG2VIDEO, AV_CODEC_ID_DVD_SUBTITLE};
     static const std::vector<AVCodecID> kOpus = {AV_CODEC_ID_OPUS};
     if (std::string_view(container.name) == "opus")
         return &kOpus;
@@ -70,6 +73,8 @@ const std::vector<AVCodecID>* knownCodecs(const AVOutputFormat& container)
         return &kOgg;
     if (isFlash(container))
         return &kFlash;
+    if (isOneOf(container.name, {"mpeg", "vob", "dvd", "svcd", "vcd"}))
+        return &kProgramStream;
     return std::string_view(container.name) == "mpegts" ? &kTransportStream : nullptr;
 }
 
@@ -308,7 +313,7 @@ bool holds(const AVOutputFormat& container, AVCodecID codec)
 {
     if (const auto* known = knownCodecs(container))
         return std::find(known->begin(), known->end(), codec) != known->end();
-    if (std::string_view(container.name) == "mov" &&
+    if (isOneOf(container.name, {"mov", "ismv"}) &&
         (codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_OPUS))
         return false;         // which its muxer only finds out when it begins
     const bool isUnreadable = // by all but FFmpeg
@@ -447,7 +452,9 @@ int bitsOf(const Encoding& encoding)
 
 std::string bitsName(int bits)
 {
-    return bits > 32 ? "floating point" : std::to_string(bits) + " bits";
+    return bits > 33    ? "64-bit floating point"
+           : bits == 33 ? "floating point"
+                        : std::to_string(bits) + " bits";
 }
 
 std::string describe(const Encoding& encoding)

@@ -23,7 +23,7 @@ struct Content {
 Content listen(const Options& options, const Phase& progress)
 {
     MediaInput input(options.input, options.rawOf(options.input));
-    const int best = av_find_best_stream(&input.format(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    const int best = input.bestSound();
     if (best < 0)
         throw FileError(input.name(), "has no sound, which --silence-speed and --length need");
     SoundDecoder decoder(input, *input.format().streams[best],

@@ -304,6 +304,32 @@ TEST_F(ToolMedia, TagsChaptersAndCoverGoAlong)
     }
 }
 
+TEST_F(ToolMedia, NamesOfTheWriterStayBehindAndChaptersKeepTheirs)
+{
+    write("in.wav", tone(440.0, 3 * 44100, 44100, 2));
+    std::ofstream(at("tags.txt"))
+        << ";FFMETADATA1\ntitle=A film\n"
+           "[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\nEND=1500\ntitle=One\n"
+           "[CHAPTER]\nTIMEBASE=1/1000\nSTART=1500\nEND=3000\ntitle=Two\n";
+    ffmpeg("-i in.wav -i tags.txt -map_metadata 1 -c:a libopus in.webm"); // with ENCODER=...
+    tool("in.webm out.opus -s 1.5");
+    const Json json = probe("out.opus");
+    EXPECT_EQ(json.at("chapters").at(1).at("tags").at("title"), "Two");
+    EXPECT_EQ(json.dump().find("libopus"), std::string::npos) << json;
+}
+
+TEST_F(ToolMedia, MpegProgramStreamsKeepTheirPicture)
+{
+    write("in.wav", tone(440.0, 2 * 48000, 48000));
+    ffmpeg("-f lavfi -i testsrc=s=64x64:r=25:d=2 -i in.wav -c:v mpeg2video -c:a ac3 in.vob");
+    for (const char* out : {"out.vob", "out.mpg"}) {
+        runQuietly(std::string("in.vob ") + out + " -s 1.5");
+        const std::string streams = probe(out).at("streams").dump();
+        EXPECT_NE(streams.find("mpeg2video"), std::string::npos) << out;
+        EXPECT_NE(streams.find("ac3"), std::string::npos) << out;
+    }
+}
+
 // ---- Films ----
 
 TEST_F(ToolMedia, PictureSubtitlesAndAllSoundStayInStep)
