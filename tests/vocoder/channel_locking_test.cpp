@@ -268,7 +268,7 @@ TEST(ChannelLocking, TurnsAreTheWeightedMeanOfTheirNeighbourhood)
     for (int k = 2; k < kLastBin; ++k) {
         const std::complex<double>* const here = expected + k + kTurnReach;
         const std::complex<double> mean =
-            here[0] + 0.5 * (here[-1] + here[1]) + 0.125 * (here[-2] + here[2]);
+            here[0] + (here[-1] + here[1]) / 2.0 + (here[-2] + here[2]) / 32.0;
         EXPECT_NEAR(std::abs(of(turns[k])), 1.0, 0.005) << k;
         if (std::abs(mean) > 20000) {
             EXPECT_NEAR(std::arg(of(turns[k]) * std::conj(mean)), 0.0, 0.002) << k;
