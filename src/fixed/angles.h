@@ -18,16 +18,22 @@ struct Phasor {
 inline Phasor phasorOfSmall(double angle)
 {
     const double x = angle * angle;
-    return {1.0 - x / 2.0 * (1.0 - x / 12.0 * (1.0 - x / 30.0 * (1.0 - x / 56.0))),
-            angle * (1.0 - x / 6.0 * (1.0 - x / 20.0 * (1.0 - x / 42.0)))};
+    return {1.0 - x * (1.0 / 2.0 - x * (1.0 / 24.0 - x * (1.0 / 720.0 - x * (1.0 / 40320.0)))),
+            angle * (1.0 - x * (1.0 / 6.0 - x * (1.0 / 120.0 - x * (1.0 / 5040.0))))};
 }
 
-/// Of any angle of fewer than 2^30 turns, in radians.
+/// The integer nearest to x, of two that are as near either one; |x| below 2^31.
+inline int nearestTo(double x)
+{
+    return int(x + (x < 0.0 ? -0.5 : 0.5));
+}
+
+/// Of any angle of fewer than 2^28 turns, in radians.
 inline Phasor phasorOf(double angle)
 {
-    const double quarters = std::floor(angle / kQuarterTurn + 0.5);
-    const Phasor p = phasorOfSmall(angle - quarters * kQuarterTurn);
-    switch (int(quarters - 4.0 * std::floor(quarters / 4.0))) {
+    const int quarters = nearestTo(angle * (1.0 / kQuarterTurn));
+    const Phasor p = phasorOfSmall(angle - double(quarters) * kQuarterTurn);
+    switch (quarters & 3) {
     case 0:
         return p;
     case 1:

@@ -7,9 +7,10 @@
 #include <cmath>
 #include <cstdint>
 #include <iterator>
+#include <type_traits>
 
 #include "fixed/angles.h"
-#include "fixed/fixed.h"
+#include "fixed/complex.h"
 #include "kernels/peaks.h"
 #include "kernels/sizes.h"
 #include "vocoder/vocoder.h"
@@ -18,26 +19,15 @@ namespace vsp {
 
 namespace {
 
-template <class Value>
-bool isPeak(int bin, Value valueOf)
-{
-    const auto value = valueOf(bin);
-    for (int distance = 1; distance <= kPeakReach; ++distance)
-        if (value <= valueOf(bin - distance) || value < valueOf(bin + distance))
-            return false;
-    return true;
-}
+// Peaks this much below the highest one follow those beside them.
+constexpr int32_t kFaint = 512;
+
+constexpr double kUnit = 1 << 14; // of a phasor in Q14
 
 double angleBetween(ComplexShort from, ComplexShort to)
 {
     return angleOf(double(to.re * from.re + to.im * from.im),
                    double(to.im * from.re - to.re * from.im));
-}
-
-// Energy of a bin that all channels have a turn for.
-double energyOf(ComplexInt turn)
-{
-    return double(turn.re) * turn.re + double(turn.im) * turn.im;
 }
 
 } // namespace
@@ -49,59 +39,83 @@ void Vocoder::steer(float lead, float share)
     approach = isInRange ? Approach{lead, share} : Approach{};
 }
 
+// The audible peaks of `mag` to `list`, in all bands, so that engines that are steered together list the
+// same ones; returns their number.
+int Vocoder::listClearPeaks(int16_t* list, const int32_t* mag) const
+{
+    constexpr int8_t kIdleBands[kBands] = {};
+    int count = 0;
+    kernels.findPeaks(list, &count, mag, kIdleBands, bandTable);
+    int32_t highest = 0;
+    for (int n = 0; n < count; ++n)
+        highest = std::max(highest, mag[list[n]]);
+    const auto isFaint = [=](int16_t bin) { return mag[bin] < highest / kFaint; };
+    return int(std::remove_if(list, list + count, isFaint) - list);
+}
+
 void Vocoder::sumTargets()
 {
     std::fill(std::begin(targetSum), std::end(targetSum), ComplexInt{0, 0});
-    const auto magnitude = [this](int bin) { return interpMag[0][bin] + interpMag[1][bin]; };
-    for (int bin = kFirstPeakBin; bin <= kLastPeakBin; ++bin) {
-        if (!isPeak(bin, magnitude))
-            continue;
-        for (int c = 0; c < 2; ++c) {
-            const Phasor turn = phasorOf(targetTurn(c, bin));
-            const double weight = interpMag[c][bin];
-            targetSum[bin].re = fx::wrapAdd(targetSum[bin].re, int32_t(weight * turn.re));
-            targetSum[bin].im = fx::wrapAdd(targetSum[bin].im, int32_t(weight * turn.im));
-        }
+    MagnitudeRow both;
+    for (int bin = 0; bin < kBins; ++bin)
+        both[bin] = interpMag[0][bin] + interpMag[1][bin];
+    const int peaks = listClearPeaks(peakList, both);
+    const Target target = targetOfFrame();
+    for (int n = 0; n < peaks; ++n) {
+        const int bin = peakList[n];
+        const int louder = interpMag[1][bin] > interpMag[0][bin] ? 1 : 0;
+        const Phasor turn = targetTurn(target, louder, bin);
+        targetSum[bin] = {int32_t(both[bin] * turn.re), int32_t(both[bin] * turn.im)};
     }
 }
 
-// What this frame's analysis phase of a bin is to be turned by: how far the phase moves to the place
-// that is approached, in radians. Between two rows, and beyond them, it moves on as between those that
-// lie nearest; bin k by about k quarters of a turn a hop.
-double Vocoder::targetTurn(int channel, int bin) const
+Vocoder::Target Vocoder::targetOfFrame() const
+{
+    constexpr int kLastRow = std::remove_reference_t<decltype(phasorRing[0])>::size - 1;
+    const double place = double(frameClock) + double(approach.lead);
+    const int nearest = std::clamp(nearestTo(place), 0, kLastRow);
+    const int before = place < double(nearest) ? nearest - 1 : nearest;
+    return {nearest, std::clamp(before, 0, kLastRow - 1), place - double(nearest)};
+}
+
+// What this frame's analysis phase of a bin is to be turned by: to that of the nearest row, and on to
+// the place that is approached as the phase moves between the two rows that lie nearest; that of bin k
+// moves by about k quarters of a turn a hop.
+Phasor Vocoder::targetTurn(const Target& target, int channel, int bin) const
 {
     const auto& ring = phasorRing[channel];
-    const double place = double(frameClock) + double(approach.lead);
-    const auto rowAt = [](double position, int last) {
-        return int(std::clamp(std::floor(position), 0.0, double(last)));
-    };
-    const int nearest = rowAt(place + 0.5, ring.size - 1);
-    const int before = rowAt(place, ring.size - 2);
     const double centre = bin * kQuarterTurn;
-    const double step = angleBetween(ring[before][bin], ring[before + 1][bin]) - centre;
-    const double whole = std::floor(step / (4.0 * kQuarterTurn) + 0.5);
-    const double aHop = centre + step - whole * 4.0 * kQuarterTurn;
-    return angleBetween(ring[phaseRow()][bin], ring[nearest][bin]) +
-           (place - double(nearest)) * aHop;
+    const double step =
+        angleBetween(ring[target.before][bin], ring[target.before + 1][bin]) - centre;
+    const int whole = nearestTo(step * (0.25 / kQuarterTurn));
+    const double aHop = centre + step - double(whole) * 4.0 * kQuarterTurn;
+    const Phasor on = phasorOf(target.rest * aHop);
+    const ComplexShort from = ring[phaseRow()][bin];
+    const ComplexShort to = ring[target.nearest][bin];
+    const double re = double(to.re * from.re + to.im * from.im) / (kUnit * kUnit);
+    const double im = double(to.im * from.re - to.re * from.im) / (kUnit * kUnit);
+    return {re * on.re - im * on.im, re * on.im + im * on.re};
 }
 
 void Vocoder::steerTurns()
 {
-    const ComplexInt* const sums = turnSum();
-    int peaks = 0;
-    for (int bin = kFirstPeakBin; bin <= kLastPeakBin; ++bin)
-        if (isPeak(bin, [=](int at) { return energyOf(sums[at]); }))
-            peakList[peaks++] = int16_t(bin);
+    MagnitudeRow mag;
+    PhasorRow ignored;
+    kernels.Velora_VSP_MagPhase_Bins(mag, ignored, turnSum());
+    const int peaks = listClearPeaks(peakList, mag);
+    PhasorRow back; // against the way that each bin is to be turned
+    std::fill(std::begin(back), std::end(back), kPhaseZero);
     for (int n = 0, first = 0; n < peaks; ++n) {
-        const int last = n + 1 < peaks ? (peakList[n] + peakList[n + 1]) / 2 : kLastBin - 1;
-        const Phasor turn = phasorOf(angleToTarget(peakList[n]) * double(approach.share));
-        for (int bin = first; bin <= last; ++bin) {
-            const ComplexShort t = turns[bin];
-            turns[bin] = {int16_t(std::floor(t.re * turn.re - t.im * turn.im + 0.5)),
-                          int16_t(std::floor(t.im * turn.re + t.re * turn.im + 0.5))};
-        }
-        first = last + 1;
+        const int end = n + 1 < peaks ? (peakList[n] + peakList[n + 1]) / 2 + 1 : kLastBin;
+        const Phasor step = phasorOf(angleToTarget(peakList[n]) * double(approach.share));
+        std::fill(back + first, back + end,
+                  ComplexShort{int16_t(nearestTo(step.re * kUnit)),
+                               int16_t(nearestTo(-step.im * kUnit))});
+        first = end;
     }
+    PhasorRow turned;
+    kernels.phasorStep(turned, back, turns);
+    std::copy(turned, turned + kBins, turns);
 }
 
 // Other engines' peaks may lie a bin or two beside the one that all have in common.

@@ -13,6 +13,7 @@
 #include <velora/vsp.h>
 
 #include "fft/spectra.h"
+#include "fixed/angles.h"
 #include "fixed/cache_line.h"
 #include "fixed/complex.h"
 #include "fixed/frame.h"
@@ -261,7 +262,16 @@ private:
     // While input is approached:
     void sumTargets();
     void steerTurns();
-    double targetTurn(int channel, int bin) const;
+    /// Where between the rows the place lies that is approached: the nearest row, the first of the two
+    /// around it, and hops beyond the nearest.
+    struct Target {
+        int nearest;
+        int before;
+        double rest;
+    };
+    Target targetOfFrame() const;
+    Phasor targetTurn(const Target& target, int channel, int bin) const;
+    int listClearPeaks(int16_t* list, const int32_t* mag) const;
     double angleToTarget(int bin) const;
     bool isApproaching() const { return approach.share > 0.0f; }
     bool isThere() const { return approach.share >= 1.0f; }
