@@ -2,6 +2,7 @@
 // rounded by itself, so every vector gives the same.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
@@ -13,20 +14,19 @@
 
 namespace vsp::VSP_KERNEL_SET {
 
-// |x|, or one less for a negative one: it has no corner.
-VSP_INLINE int32_t nearAbs(int32_t x)
+// |x|, or one less for a negative one: it has no corner, and fits where x does.
+template <class Sample>
+VSP_INLINE Sample nearAbs(Sample x)
 {
-    return x ^ (x >> 31);
+    return Sample(x < 0 ? ~x : x);
 }
 
 template <class Sample>
 int32_t peakOf(const Sample* in, int samples)
 {
-    int32_t peak = 0;
-    for (int n = 0; n < samples; ++n) {
-        const int32_t x = nearAbs(in[n]);
-        peak = x > peak ? x : peak;
-    }
+    Sample peak = 0;
+    for (int n = 0; n < samples; ++n)
+        peak = std::max(peak, nearAbs(in[n]));
     return peak;
 }
 
