@@ -418,7 +418,7 @@ function drawLevels()
     const bands = data.thirds;
     const all = bands.flatMap(band => [band.in, band.out]);
     const top = Math.ceil(Math.max(...all) / 10) * 10;
-    const bottom = Math.max(Math.floor(Math.min(...all) / 10) * 10, top - 90);
+    const bottom = Math.max(Math.min(Math.floor(Math.min(...all) / 10) * 10, top - 10), top - 90);
     const line = side => ({stroke: colour(side), width: 2, points: {show: true, size: 6, fill: colour("card")}});
     const isNarrow = byId("levels").clientWidth < 600;
     const ticks = isNarrow ? [125, 500, 2000, 8000] : [62.5, 125, 250, 500, 1000, 2000, 4000, 8000, 16000];
