@@ -373,7 +373,8 @@ function drawSpeed()
 {
     const fastest = Math.max(...data.speeds);
     const slowest = Math.min(...data.speeds);
-    const ticks = fastest - slowest > fastest / 4 ? [0, slowest, fastest] : [0, fastest];
+    // No two on top of each other.
+    const ticks = [0, slowest, fastest].filter((tick, n, all) => all.length - 1 === n || all[n + 1] - tick > fastest / 4);
     heading("Speed", "speed");
     drawing(84, {
         scales: {y: {range: [0, fastest * 1.25]}},
@@ -394,7 +395,9 @@ function drawCourse()
     drawWave("in");
     drawWave("out");
     const values = {in: levels("in"), out: levels("out")};
-    const loudest = Math.max(values.in.reduce((a, b) => Math.max(a, b), 0), values.out.reduce((a, b) => Math.max(a, b), 0));
+    const softest = 2 * kRange; // silence is to look like silence
+    const loudest = Math.max(values.in.reduce((a, b) => Math.max(a, b), softest),
+        values.out.reduce((a, b) => Math.max(a, b), softest));
     drawSpectrogram("in", values.in, loudest);
     drawSpectrogram("out", values.out, loudest);
     drawScale();
