@@ -52,5 +52,5 @@ velora_add_deb(velora_development libvelora-vsp-dev libdevel "${same_version}"
     "Plays sound faster or slower, 0.125 to 8 times, at the same pitch. This\npackage holds headers, static libraries, and files for CMake and\npkg-config.")
 velora_add_deb(velora_tools velora-tools sound "${same_version}"
     "plays files of sound and film faster or slower at the same pitch"
-    "The command velora-vsp reads and writes what FFmpeg's libraries know, and\nkeeps picture, subtitles and chapters in step.")
+    "The command velora-vsp reads and writes what FFmpeg's libraries know, and\nkeeps picture, subtitles and chapters in step.\nvelora-play plays through the sound card, with keys for the speed.")
 include(CPack)

@@ -18,6 +18,9 @@ foreach(kind shared static)
     endif()
 endforeach()
 install(DIRECTORY include/velora TYPE INCLUDE COMPONENT velora_development)
+if(NOT VELORA_DEBIAN) # whose packages have it as copyright
+    install(FILES LICENSE TYPE DOC COMPONENT velora_development)
+endif()
 
 # The files for pkg-config find the prefix from their own place, wherever it has been moved to, unless the folders were
 # given as absolute paths.

@@ -6,12 +6,18 @@ if(VELORA_DEBIAN AND NOT (VELORA_SCDOC AND VELORA_GZIP))
     message(FATAL_ERROR "Not found: scdoc, gzip.\n  apt-get install scdoc gzip")
 endif()
 
+# Where zsh looks without being told: Debian keeps one of its places for packages.
+set(velora_zsh_folder site-functions)
+if(VELORA_DEBIAN)
+    set(velora_zsh_folder vendor-completions)
+endif()
+
 function(velora_tool_words tool)
     set(completions "${PROJECT_SOURCE_DIR}/tools/completions")
     install(FILES "${completions}/${tool}.bash" RENAME ${tool}
         DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT velora_tools)
     install(FILES "${completions}/_${tool}"
-        DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions" COMPONENT velora_tools)
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/${velora_zsh_folder}" COMPONENT velora_tools)
     install(FILES "${completions}/${tool}.fish"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" COMPONENT velora_tools)
     if(VELORA_SCDOC AND VELORA_GZIP)

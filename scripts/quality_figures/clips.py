@@ -150,7 +150,9 @@ def hot() -> Clip:
     band = dense()
     sound = scaled(np.tanh(4 * band.sound), -0.01)
     about = "the same band, limited, peaks at full scale"
-    return replace(band, name="hot", about=about, sound=sound, kinds=frozenset({"clipping", "level"}))
+    return replace(
+        band, name="hot", about=about, sound=sound, kinds=frozenset({"clipping", "level"})
+    )
 
 
 def quiet() -> Clip:

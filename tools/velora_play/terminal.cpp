@@ -117,7 +117,7 @@ void Terminal::show(const std::string& line)
 {
     if (!showsLine || line == shown)
         return;
-    const std::string bytes = "\r" + line + "\033[K";
+    const std::string bytes = "\r\033[?7l" + line + "\033[K\033[?7h";
     put(bytes.data(), bytes.size());
     shown = line;
 }

@@ -192,6 +192,12 @@ std::string checkLevel(const std::string& text)
                  "is not a level below full scale: give -120dB to 0dB, such as -38dB");
 }
 
+// As a variable of a shell gives it that isn't set.
+std::string checkNotEmpty(const std::string& name)
+{
+    return name.empty() ? "is empty: give a name" : "";
+}
+
 /// A number in a range, which "nan" isn't.
 CLI::Validator within(double lowest, double highest)
 {
@@ -302,7 +308,8 @@ void readOptions(int argc, const char* const* argv, Options& options)
     app.add_option("FILES", more, "With -o: all names are of files to play")->type_name("");
     app.add_option("-o,--output-dir", options.folder,
                    "Write a file of the same name into DIR for each")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->check(checkNotEmpty, "", "name");
     app.add_flag("-r,--recursive", options.isRecursive, "With -o: take all files in folders, too");
     app.add_flag("--skip-existing", options.skipsExisting,
                  "With -o: leave out what has been written before");
@@ -343,10 +350,12 @@ void readOptions(int argc, const char* const* argv, Options& options)
                                    ->check(within(0.0, 10.0));
     app.add_option("--speed-map-out", options.speedMapOut,
                    "Write the speeds that were taken to a text file")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(checkNotEmpty, "", "name");
     app.add_option("--report", options.reportName,
                    "Write a page that shows and plays what went in and what came out")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(checkNotEmpty, "", "name");
     app.add_flag("-k,--keep-pitch", options.keepPitch,
                  "Keep the pitch at speeds 0.5, 0.25 and 0.125 too");
     app.add_option("--sound", options.sound, "natural (the default) or engine")
@@ -437,6 +446,7 @@ void readOptions(int argc, const char* const* argv, Options& options)
         for (std::string* const name : {&options.output, &options.speedMapOut})
             if (*name == "/dev/stdout") // whatever it is
                 *name = kPipe;
+        require(options.reportName != kPipe, "Give --report the name of a file");
         require(options.output != kPipe || options.speedMapOut != kPipe,
                 "Give --speed-map-out a file: the sound goes to standard output");
     } catch (const CLI::ParseError& error) {

@@ -194,5 +194,11 @@ TEST_F(Report, OverwritesNothing)
     }
     EXPECT_EQ(page("there.html"), "there");
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
-    EXPECT_EQ(tool("-o folder in.wav -s 2 --report page.html").exitCode, 2);
+    for (const char* const wrong :
+         {"-o folder in.wav --report page.html", "in.wav out.wav --report -",
+          "in.wav out.wav --report ''", "-f -o '' in.wav there.html"}) {
+        EXPECT_EQ(tool(std::string(wrong) + " -s 2").exitCode, 2) << wrong;
+        EXPECT_EQ(fileNames(), before) << wrong;
+    }
+    EXPECT_EQ(page("there.html"), "there");
 }

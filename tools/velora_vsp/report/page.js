@@ -373,7 +373,8 @@ function drawSpeed()
 {
     const fastest = Math.max(...data.speeds);
     const slowest = Math.min(...data.speeds);
-    const ticks = fastest - slowest > fastest / 4 ? [0, slowest, fastest] : [0, fastest];
+    // No two on top of each other.
+    const ticks = [0, slowest, fastest].filter((tick, n, all) => all.length - 1 === n || all[n + 1] - tick > fastest / 4);
     heading("Speed", "speed");
     drawing(84, {
         scales: {y: {range: [0, fastest * 1.25]}},
@@ -394,7 +395,9 @@ function drawCourse()
     drawWave("in");
     drawWave("out");
     const values = {in: levels("in"), out: levels("out")};
-    const loudest = Math.max(values.in.reduce((a, b) => Math.max(a, b), 0), values.out.reduce((a, b) => Math.max(a, b), 0));
+    const softest = 2 * kRange; // silence is to look like silence
+    const loudest = Math.max(values.in.reduce((a, b) => Math.max(a, b), softest),
+        values.out.reduce((a, b) => Math.max(a, b), softest));
     drawSpectrogram("in", values.in, loudest);
     drawSpectrogram("out", values.out, loudest);
     drawScale();
@@ -418,7 +421,7 @@ function drawLevels()
     const bands = data.thirds;
     const all = bands.flatMap(band => [band.in, band.out]);
     const top = Math.ceil(Math.max(...all) / 10) * 10;
-    const bottom = Math.max(Math.floor(Math.min(...all) / 10) * 10, top - 90);
+    const bottom = Math.max(Math.min(Math.floor(Math.min(...all) / 10) * 10, top - 10), top - 90);
     const line = side => ({stroke: colour(side), width: 2, points: {show: true, size: 6, fill: colour("card")}});
     const isNarrow = byId("levels").clientWidth < 600;
     const ticks = isNarrow ? [125, 500, 2000, 8000] : [62.5, 125, 250, 500, 1000, 2000, 4000, 8000, 16000];
