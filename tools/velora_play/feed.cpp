@@ -67,7 +67,7 @@ void Feed::reopen()
     decoder.reset();
     input = std::make_unique<MediaInput>(path, std::nullopt);
     AVFormatContext& format = input->format();
-    const int best = av_find_best_stream(&format, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    const int best = input->bestSound();
     if (best < 0)
         throw FileError(input->name(), "has no sound");
     for (unsigned n = 0; n < format.nb_streams; ++n)

@@ -133,6 +133,7 @@ function showPlayers()
         box.append(make("div", side === "in" ? "Input" : "Output", "label " + side));
         const audio = make("audio");
         audio.controls = true;
+        audio.setAttribute("aria-label", side === "in" ? "Input" : "Output");
         audio.src = data[side].sound;
         box.append(audio);
         byId("players").append(box);
@@ -221,6 +222,8 @@ function drawing(height, parts, values, isLast)
         setScale: [(plot, key) => key === "x" && plot.playhead && showPlace(place)],
     }, parts.hooks);
     const plot = new uPlot(options, values, byId("plots"));
+    plot.root.setAttribute("role", "img");
+    plot.root.setAttribute("aria-label", plot.root.previousElementSibling.textContent);
     plot.playhead = make("div", undefined, "playhead");
     plot.over.append(plot.playhead);
     plot.over.addEventListener("click", () => {
