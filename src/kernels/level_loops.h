@@ -171,14 +171,14 @@ void scaleOut16(int16_t* out, const int16_t* in, Ramp gain, int frames)
 /// What full scale of so many bits is, and what a unit of 16 bits is in it.
 template <int bits>
 struct Format {
-    static constexpr float unit = float(1 << (bits - 16));
-    static constexpr float highest = bits == 32 ? kHighest32 : 32768.0f * unit - 1.0f;
+    static constexpr float kUnit = float(1 << (bits - 16));
+    static constexpr float kHighest = bits == 32 ? kHighest32 : 32768.0f * kUnit - 1.0f;
 };
 
 template <class V, int bits>
 void scaleOut(int32_t* out, const int16_t* in, Ramp gain, int frames)
 {
-    constexpr float kHighest = Format<bits>::highest;
+    constexpr float kHighest = Format<bits>::kHighest;
     int n = 0;
     if constexpr (V::lanes > 1)
         n = forVectors<V>(gain, 2 * frames, [=](int k, auto first, auto second) {
@@ -199,14 +199,14 @@ template <class Sample, int bits>
 void bendOut(Sample* out, const int16_t* in, Ramp gain, Ramp bend, int frames)
 {
     using F = Format<bits>;
-    constexpr float kRoom = 2.0f * (kBentPeak - kKnee) * F::unit; // above the knee
+    constexpr float kRoom = 2.0f * (kBentPeak - kKnee) * F::kUnit; // above the knee
     constexpr float kFactor = 1.0f / (2.0f * kRoom);
     for (int n = 0; n < 2 * frames; ++n) {
         const float x = float(in[n]) * gainOf(gain, n >> 1);
         const float magnitude = x < 0.0f ? -x : x;
-        const float above = within(magnitude - kKnee * F::unit, 0.0f, kRoom);
+        const float above = within(magnitude - kKnee * F::kUnit, 0.0f, kRoom);
         const float bent = magnitude - gainOf(bend, n >> 1) * (above * above) * kFactor;
-        out[n] = Sample(rounded(x < 0.0f ? -bent : bent, -F::highest - 1.0f, F::highest));
+        out[n] = Sample(rounded(x < 0.0f ? -bent : bent, -F::kHighest - 1.0f, F::kHighest));
     }
 }
 
