@@ -165,7 +165,7 @@ Bytes::Bytes(std::string name, Descriptor opened, bool isOutput)
     if (!isOutput)
         readStart();
 
-    const auto readSome = [](void* self, uint8_t* to, int bytes) {
+    const auto readBlock = [](void* self, uint8_t* to, int bytes) {
         auto* const from = static_cast<Bytes*>(self);
         return int(from->guarded([&] { return from->read(to, size_t(bytes)); }));
     };
@@ -177,7 +177,7 @@ Bytes::Bytes(std::string name, Descriptor opened, bool isOutput)
         return static_cast<Bytes*>(self)->seek(offset, whence);
     };
     auto* const buffer = static_cast<uint8_t*>(av_malloc(kBufferBytes));
-    io.reset(avio_alloc_context(buffer, kBufferBytes, isOutput, this, readSome, writeBlock, move));
+    io.reset(avio_alloc_context(buffer, kBufferBytes, isOutput, this, readBlock, writeBlock, move));
     if (io == nullptr)
         throw std::bad_alloc();
     if (!isFile())
@@ -267,6 +267,20 @@ void Bytes::readStart()
 
 int64_t Bytes::read(uint8_t* to, size_t bytes)
 {
+    const int64_t count = readSome(to, bytes);
+    if (count <= 0)
+        return count;
+    const int64_t seen = placeWatched - place;
+    place += count;
+    if (watcher && seen >= 0 && seen < count) {
+        watcher(to + seen, size_t(count - seen));
+        placeWatched = place;
+    }
+    return count;
+}
+
+int64_t Bytes::readSome(uint8_t* to, size_t bytes)
+{
     if (!isFile() && startBytesRead < startBytes.size()) {
         const size_t count = std::min(bytes, startBytes.size() - startBytesRead);
         std::memcpy(to, startBytes.data() + startBytesRead, count);
@@ -302,7 +316,9 @@ int64_t Bytes::seek(int64_t offset, int whence)
     }
     whence &= ~AVSEEK_FORCE;
     const int64_t position = lseek(file, whence == SEEK_SET ? origin + offset : offset, whence);
-    return position < 0 ? AVERROR(errno) : position - origin;
+    if (position < 0)
+        return AVERROR(errno);
+    return place = position - origin;
 }
 
 void writeOutput(const void* from, size_t bytes)

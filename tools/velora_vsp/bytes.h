@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -63,6 +64,10 @@ public:
     /// Up to 4096 bytes that an input starts with. They will be read all the same.
     const std::vector<uint8_t>& start() const { return startBytes; }
 
+    /// Lets somebody see each byte that an input is read from once, from the first one on, in order.
+    /// To be called before anything is read.
+    void watch(std::function<void(const uint8_t*, size_t)> seen) { watcher = std::move(seen); }
+
     /// Whether it can be gone back in.
     bool isFile() const { return origin >= 0; }
     /// Makes a file of a pipe that nothing has been read from: stores all that comes out of it, in a
@@ -84,6 +89,7 @@ private:
     int64_t guarded(Call call) noexcept;
     void readStart();
     int64_t read(uint8_t* to, size_t bytes);
+    int64_t readSome(uint8_t* to, size_t bytes);
     int64_t write(const uint8_t* from, size_t bytes);
     int64_t seek(int64_t offset, int whence);
 
@@ -92,6 +98,9 @@ private:
     int64_t origin = -1; // where in a file the first byte stands; -1 if it can't be gone back in
     std::vector<uint8_t> startBytes;
     size_t startBytesRead = 0; // in a pipe
+    int64_t place = 0;         // of an input, at which the next byte is read
+    int64_t placeWatched = 0;  // up to which all was seen
+    std::function<void(const uint8_t*, size_t)> watcher;
     size_t unsyncedBytes = 0;
     std::exception_ptr failure;
     AvPtr<AVIOContext> io;

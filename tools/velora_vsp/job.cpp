@@ -176,7 +176,10 @@ void Transfer::run(const Phase& phase)
 // What was read may be less than what there was.
 void Transfer::judge() const
 {
-    std::string problem = input.position() < options.part.to ? input.whatIsMissing() : "";
+    const bool isLastDamaged =
+        sound != nullptr && sound->in().damaged() == 1 && sound->in().endsDamaged();
+    std::string problem =
+        input.position() < options.part.to ? input.whatIsMissing(isLastDamaged) : "";
     if (sound != nullptr && sound->played() == 0 && sound->in().position() > 0)
         throw FileError(input.name(), "ends at " + clock(input.position()) + ", before --from");
     if (problem.empty() && sound != nullptr && sound->in().damaged() > 0)

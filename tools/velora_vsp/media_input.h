@@ -9,6 +9,7 @@
 #include "av.h"
 #include "bytes.h"
 #include "error.h"
+#include "ogg_pages.h"
 #include "raw_format.h"
 
 /// Thrown for a file whose content is nothing that can be played.
@@ -40,19 +41,22 @@ public:
     /// Seconds of media that there are, or seem to be; 0 if nothing tells.
     double duration() const;
     /// Where the input ends before all that its header announces; empty if it doesn't.
-    std::string whatIsMissing() const;
+    /// @param lastIsDamaged  whether what was read last can't be decoded
+    std::string whatIsMissing(bool lastIsDamaged) const;
 
 private:
     void open(const std::optional<RawFormat>& raw);
     double findStart() const;
     double playedDuration() const;
     double announcedDuration() const;
+    double countedDuration() const;
     bool isCountedInFrames() const;
     bool readNext(AVPacket& packet);
     uint8_t* endSkip(const AVPacket& packet) const;
     [[noreturn]] void failUnreadable(int error);
 
     Bytes bytes;
+    OggPages pages; // of an Ogg file
     struct Close {
         void operator()(AVFormatContext* input) const { avformat_close_input(&input); }
     };
@@ -61,6 +65,7 @@ private:
     double announced = 0.0; // seconds of media that the header promises; 0 if it doesn't
     double beginning = 0.0; // as startTime has it
     double end = 0.0;       // of what was read, in seconds of the file's clock
+    bool endsInPacket = false; // by the last one that was read
     std::string problem;
 };
 

@@ -64,6 +64,7 @@ double SoundDecoder::startIn(const MediaInput& input) const
 
 void SoundDecoder::decode(const AVPacket* packet, Block& out)
 {
+    const int before = damagedPackets;
     const int result = avcodec_send_packet(codec.get(), packet);
     if (result < 0 && result != AVERROR_EOF)
         ++damagedPackets;
@@ -76,7 +77,9 @@ void SoundDecoder::decode(const AVPacket* packet, Block& out)
         else
             take(out);
     }
-    if (packet == nullptr)
+    if (packet != nullptr)
+        isLastDamaged = damagedPackets > before;
+    else
         convert(nullptr, 0, out);
 }
 

@@ -41,6 +41,8 @@ public:
 
     /// Packets that could not be decoded.
     int damaged() const { return damagedPackets; }
+    /// Whether the last one was such.
+    bool endsDamaged() const { return isLastDamaged; }
     /// Whether rate, channels or format changed on the way.
     bool hasChanged() const { return changes; }
 
@@ -64,5 +66,6 @@ private:
     int64_t frames = 0;
     double start = 0.0;
     int damagedPackets = 0;
+    bool isLastDamaged = false;
     bool changes = false;
 };

@@ -217,6 +217,30 @@ TEST_F(ToolMedia, PipesGiveTheSameSoundAsFilesOfEveryKind)
     EXPECT_EQ(framesIn("- out.wav -s 2 <in.mp3"), 100017);
 }
 
+// A header, a mark of the end, or a packet that isn't whole tells.
+TEST_F(ToolMedia, WhatIsCutIsToldByNameAndByPipeAlike)
+{
+    write("in.wav", noise(2, 200017));
+    for (const char* kind :
+         {"avi", "opus", "ogg", "oga", "caf", "w64", "wma", "wv", "mka", "mp3", "flv"}) {
+        const std::string name = "in." + std::string(kind);
+        ffmpeg("-i in.wav " + name);
+        runQuietly(name + " out.wav -f -s 2 --strict");
+        std::filesystem::resize_file(at(name), std::filesystem::file_size(at(name)) * 3 / 5);
+        std::set<std::string> told;
+        for (const std::string& input :
+             {name + " out.wav", "- out.wav <" + name, "- out.wav < <(cat " + name + ")"}) {
+            const Result result = shell("bash -c '\"$0\" " + input + " -f -s 2; exit $?' \"$T\"");
+            EXPECT_EQ(result.exitCode, 0) << input;
+            const size_t words = result.text.find("is incomplete: it ends after 0:00:0");
+            ASSERT_NE(words, std::string::npos) << input << ": " << result.text;
+            told.insert(result.text.substr(words, result.text.find('\n') - words));
+        }
+        EXPECT_EQ(told.size(), 1u) << kind;
+        EXPECT_EQ(tool(name + " out.wav -f -s 2 --strict").exitCode, 1) << kind;
+    }
+}
+
 TEST_F(ToolMedia, NamesOfPipesAndDevicesAreWrittenTo)
 {
     write("in.wav", noise(2, 30000));
