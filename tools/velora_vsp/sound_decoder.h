@@ -8,6 +8,7 @@
 
 #include "av.h"
 #include "media_input.h"
+#include "mp3_tags.h"
 #include "resampler.h"
 #include "samples.h"
 
@@ -47,6 +48,7 @@ public:
     bool hasChanged() const { return changes; }
 
 private:
+    const AVPacket* withoutTags(const AVPacket& packet);
     void take(Block& out);
     void trimLast();
     void fillGap(Block& out);
@@ -63,6 +65,9 @@ private:
     Samples kind = Samples::int16;
     DecodeManner manner;
     bool isMp4; // or of its family
+    bool isMp3; // by itself
+    Mp3Tags tags;
+    AvPtr<AVPacket> untagged; // a packet of which a part was a tag
     int64_t frames = 0;
     double start = 0.0;
     int damagedPackets = 0;

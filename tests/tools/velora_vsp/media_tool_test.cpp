@@ -241,6 +241,27 @@ TEST_F(ToolMedia, WhatIsCutIsToldByNameAndByPipeAlike)
     }
 }
 
+// Titles and covers in the middle are no damage, but what isn't one is.
+TEST_F(ToolMedia, JoinedMp3FilesArePlayedWholeWhateverTagsTheyHave)
+{
+    write("in.wav", noise(2, 100000));
+    ffmpeg("-f lavfi -i testsrc2=s=500x500 -frames:v 1 cover.jpg");
+    ffmpeg("-i in.wav -write_xing 0 -id3v2_version 0 bare.mp3");
+    ffmpeg("-i in.wav -i cover.jpg -map 0 -map 1 -c:v copy -write_xing 0 -metadata title=A "
+           "-write_id3v1 1 tagged.mp3");
+    ffmpeg("-i in.wav -metadata title=B counted.mp3");
+    const int64_t frames = framesIn("bare.mp3 out.wav -s 2");
+    shell("cat bare.mp3 tagged.mp3 bare.mp3 >joined.mp3; cat tagged.mp3 tagged.mp3 >twice.mp3; "
+          "cat bare.mp3 counted.mp3 >last.mp3");
+    EXPECT_EQ(framesIn("joined.mp3 out.wav -s 2 --strict"), 3 * frames);
+    EXPECT_EQ(framesIn("twice.mp3 out.wav -s 2 --strict"), 2 * frames);
+    EXPECT_EQ(framesIn("last.mp3 out.wav -s 2 --strict"), 2 * frames);
+    shell("(head -c 9000 bare.mp3; head -c 500 cover.jpg; tail -c +9500 bare.mp3) >damaged.mp3");
+    const Result damaged = tool("damaged.mp3 out.wav -f -s 2 --strict");
+    EXPECT_EQ(damaged.exitCode, 1);
+    EXPECT_NE(damaged.text.find("is damaged"), std::string::npos) << damaged.text;
+}
+
 TEST_F(ToolMedia, NamesOfPipesAndDevicesAreWrittenTo)
 {
     write("in.wav", noise(2, 30000));
