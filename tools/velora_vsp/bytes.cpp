@@ -229,6 +229,12 @@ void Bytes::put(const std::string& text)
     rethrow();
 }
 
+void Bytes::endAt(int64_t length)
+{
+    if (ftruncate(file, origin + length) != 0)
+        fail(shownName, "can't be written: ");
+}
+
 void Bytes::sync()
 {
     if (fsync(file) != 0 && errno != EINVAL && errno != EROFS)

@@ -79,6 +79,8 @@ public:
     void rethrow();
     /// Writes a text of its own, whole. Throws FileError, ReaderGone or Interrupted.
     void put(const std::string& text);
+    /// Cuts what comes behind in an output that is a file. Throws FileError.
+    void endAt(int64_t length);
     /// Makes sure that a file has reached the disk. Throws FileError.
     void sync();
 

@@ -262,6 +262,21 @@ TEST_F(ToolMedia, JoinedMp3FilesArePlayedWholeWhateverTagsTheyHave)
     EXPECT_NE(damaged.text.find("is damaged"), std::string::npos) << damaged.text;
 }
 
+TEST_F(ToolMedia, W64HoldsTheFramesThatItShouldForEveryReader)
+{
+    for (const int format : {SF_FORMAT_PCM_U8, SF_FORMAT_PCM_16, SF_FORMAT_PCM_24}) {
+        write("in.wav", noise(1, 30871, SF_FORMAT_WAV | format));
+        runQuietly("in.wav out.w64 -f -s 1");
+        EXPECT_EQ(read("out.w64").frames(), 30871);
+        EXPECT_TRUE(decoded("out.w64").samples == decoded("in.wav").samples);
+        EXPECT_EQ(framesIn("out.w64 out.wav -s 1 --strict"), 30871);
+    }
+    shell("\"$T\" in.wav - -s 1 -q --format w64 | cat >piped.w64; "
+          "cat piped.w64 | ffmpeg -v error -y -i - -c:a pcm_f32le decoded.wav");
+    EXPECT_EQ(read("decoded.wav").frames(), 30871);
+    EXPECT_EQ(framesIn("piped.w64 out.wav -s 1 --strict"), 30871);
+}
+
 TEST_F(ToolMedia, NamesOfPipesAndDevicesAreWrittenTo)
 {
     write("in.wav", noise(2, 30000));
