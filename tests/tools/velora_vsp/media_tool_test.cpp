@@ -277,6 +277,20 @@ TEST_F(ToolMedia, W64HoldsTheFramesThatItShouldForEveryReader)
     EXPECT_EQ(framesIn("piped.w64 out.wav -s 1 --strict"), 30871);
 }
 
+// Where its packets all have one length, a shorter last one can't be written.
+TEST_F(ToolMedia, AviHoldsWhatWasFlacAtEverySpeed)
+{
+    for (const int bits : {16, 24})
+        for (const char* speed : {"1", "1.5"}) {
+            write("in.flac",
+                  noise(1, 22049,
+                        SF_FORMAT_FLAC | (bits == 16 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_24)));
+            runQuietly("in.flac out.avi -f -s " + std::string(speed));
+            runQuietly("in.flac out.wav -f -s " + std::string(speed));
+            EXPECT_TRUE(decoded("out.avi").samples == decoded("out.wav").samples) << bits << speed;
+        }
+}
+
 TEST_F(ToolMedia, NamesOfPipesAndDevicesAreWrittenTo)
 {
     write("in.wav", noise(2, 30000));
