@@ -66,7 +66,7 @@ bool needsFile(const std::vector<uint8_t>& start)
     const AVProbeData data{"", padded.data(), int(start.size()), nullptr};
     int score = AVPROBE_SCORE_RETRY;
     const AVInputFormat* const kind = av_probe_input_format2(&data, 1, &score);
-    if (kind == nullptr || av_match_name(kind->name, kStreams) != 0)
+    if (kind == nullptr || av_match_list(kind->name, kStreams, ',') != 0)
         return false;
     return av_match_name("mp4", kind->name) == 0 || !beginsWithIndex(start);
 }

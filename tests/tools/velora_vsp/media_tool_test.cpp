@@ -291,6 +291,19 @@ TEST_F(ToolMedia, AviHoldsWhatWasFlacAtEverySpeed)
         }
 }
 
+TEST_F(ToolMedia, MatroskaStreamsWithAllItsTracks)
+{
+    write("in.wav", noise(2, 20 * 44100));
+    ffmpeg("-i in.wav -f lavfi -i testsrc2=s=64x48:r=25:d=20 -map 0 -map 0 -map 1 in.mkv");
+    const std::string bytes = std::to_string(std::filesystem::file_size(at("in.mkv")) * 7 / 10);
+    const Result result =
+        shell("(head -c " + bytes +
+              " in.mkv; for n in $(seq 200); do [ -s out.mkv ] && break; "
+              "sleep 0.1; done; [ -s out.mkv ] && echo streams >verdict; tail -c +$((1 + " +
+              bytes + ")) in.mkv) | \"$T\" - - -q -s 1.5 --format matroska >out.mkv; cat verdict");
+    EXPECT_EQ(result.text, "streams\n");
+}
+
 TEST_F(ToolMedia, NamesOfPipesAndDevicesAreWrittenTo)
 {
     write("in.wav", noise(2, 30000));
