@@ -124,6 +124,11 @@ Descriptor storePipe(int pipe, const std::string& name, const std::vector<uint8_
     return store;
 }
 
+std::string shownInput(const std::string& path)
+{
+    return path == kPipe ? kStandardInput : path;
+}
+
 int standardInput()
 {
     if (isatty(STDIN_FILENO) != 0)
@@ -141,8 +146,13 @@ int standardOutput()
 
 } // namespace
 
-Bytes Bytes::input(const std::string& path)
+Bytes Bytes::input(const std::string& path, int stored)
 {
+    if (stored != kNotStored) {
+        lseek(stored, 0, SEEK_SET);
+        return {shownInput(path), Descriptor(fcntl(stored, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),
+                false};
+    }
     if (path == kPipe)
         return {kStandardInput, Descriptor(standardInput()), false};
     return {path, Descriptor(openFile(path, path, O_RDONLY)), false};
@@ -184,17 +194,14 @@ Bytes::Bytes(std::string name, Descriptor opened, bool isOutput)
         io->seekable = 0;
 }
 
-void Bytes::makeRepeatable(const std::string& path)
+Descriptor Bytes::storedIfPipe(const std::string& path)
 {
     std::error_code none;
-    if (std::filesystem::is_regular_file(path == kPipe ? "/dev/stdin" : path, none))
-        return;
-    if (path != kPipe)
-        throw FileError(path,
-                        "has to be read twice, which a pipe can't be: give a file, or pipe it "
-                        "into -");
-    if (dup2(storePipe(standardInput(), kStandardInput, {}), STDIN_FILENO) < 0)
-        fail(kStandardInput, "can't be stored: ");
+    const bool isStandard = path == kPipe;
+    if (std::filesystem::is_regular_file(isStandard ? "/dev/stdin" : path, none))
+        return Descriptor(kNotStored);
+    const Descriptor pipe(isStandard ? standardInput() : openFile(path, path, O_RDONLY));
+    return storePipe(pipe, shownInput(path), {});
 }
 
 void Bytes::store()

@@ -46,13 +46,15 @@ private:
 class Bytes {
 public:
     /// Opens a file, a named pipe, or standard input. Throws FileError, or Interrupted.
-    static Bytes input(const std::string& path);
+    /// @param stored  what storedIfPipe gave for this path
+    static Bytes input(const std::string& path, int stored = kNotStored);
     /// Opens a file, named pipe or device that is there, which messages call `name`, or standard
     /// output. Throws FileError, or Interrupted.
     static Bytes output(const std::filesystem::path& path, const std::string& name);
-    /// Lets an input be opened more than once: what a pipe holds is stored as standard input. Throws
-    /// FileError, or Interrupted.
-    static void makeRepeatable(const std::string& path);
+    /// Lets an input be opened more than once: stores all that comes out of a pipe. Of a file,
+    /// kNotStored. Throws FileError, or Interrupted.
+    static Descriptor storedIfPipe(const std::string& path);
+    static constexpr int kNotStored = -1;
     /// Standard input that is a file is left where it stood.
     ~Bytes();
     Bytes(const Bytes&) = delete;

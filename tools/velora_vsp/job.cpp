@@ -270,7 +270,7 @@ public:
     Summary run();
 
 private:
-    void plan();
+    void plan(int stored);
     void transfer(MediaInput& input, Bytes& bytes);
     void toFile(MediaInput& input);
 
@@ -327,10 +327,12 @@ Summary Job::run()
 {
     using Clock = std::chrono::steady_clock;
     const auto start = Clock::now();
-    plan();
+    const Descriptor stored = needsListening(options) ? Bytes::storedIfPipe(options.input)
+                                                      : Descriptor(Bytes::kNotStored);
+    plan(stored);
     if (page)
         report.emplace(options);
-    MediaInput input(options.input, options.rawOf(options.input));
+    MediaInput input(options.input, options.rawOf(options.input), stored);
     if (file) {
         toFile(input);
     } else {
@@ -345,9 +347,9 @@ Summary Job::run()
     return summary;
 }
 
-void Job::plan()
+void Job::plan(int stored)
 {
-    const Plan plan = makePlan(options, listening);
+    const Plan plan = makePlan(options, stored, listening);
     options.speed = plan.speed;
     summary.speed = plan.pace;
     summary.pauses = plan.pauses;

@@ -90,8 +90,8 @@ void turnBytesOfRifx(AVCodecParameters& codec)
 
 } // namespace
 
-MediaInput::MediaInput(const std::string& path, const std::optional<RawFormat>& raw)
-    : bytes(Bytes::input(path))
+MediaInput::MediaInput(const std::string& path, const std::optional<RawFormat>& raw, int stored)
+    : bytes(Bytes::input(path, stored))
 {
     av_log_set_level(AV_LOG_QUIET);
     if (bytes.start().empty() && !raw)

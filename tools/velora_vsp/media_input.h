@@ -21,7 +21,9 @@ public:
 class MediaInput {
 public:
     /// Finds out what the input is, unless told. Throws NoMedia, any other FileError, or Interrupted.
-    MediaInput(const std::string& path, const std::optional<RawFormat>& raw);
+    /// @param stored  as Bytes::input has it
+    MediaInput(const std::string& path, const std::optional<RawFormat>& raw,
+               int stored = Bytes::kNotStored);
 
     AVFormatContext& format() const { return *context; }
     const std::string& name() const { return bytes.name(); }
