@@ -194,6 +194,9 @@ void Transfer::judge() const
         throw FileError(input.name(), problem);
     if (!problem.empty())
         say(input.name() + ": " + problem + "; all that is there was used");
+    if (input.hasFilm() && input.turningPoint() > 0.0)
+        say(input.name() + ": times run backwards at " + clock(input.turningPoint()) +
+            ": they go on from there");
     if (sound != nullptr && sound->in().hasChanged())
         say(input.name() + ": rate or channels change on the way: converted to those at the start");
 }

@@ -249,7 +249,33 @@ bool MediaInput::readNext(AVPacket& packet)
     bytes.rethrow();
     if (result < 0 && result != AVERROR_EOF)
         problem = avReason(result);
+    if (result >= 0)
+        makeContinuous(packet);
     return result >= 0;
+}
+
+// Where files were joined, times may begin anew. Streams don't come there at once, but then go on by as
+// much as the first that did.
+void MediaInput::makeContinuous(AVPacket& packet)
+{
+    constexpr double kBack = 1.0; // seconds: less is disorder
+    clocks.resize(std::max<size_t>(clocks.size(), context->nb_streams));
+    Clock& stream = clocks[size_t(packet.stream_index)];
+    const AVRational base = context->streams[packet.stream_index]->time_base;
+    if (packet.dts != AV_NOPTS_VALUE) {
+        const double time = double(packet.dts) * av_q2d(base);
+        if (time + shifts[stream.restarts] < stream.next - kBack) {
+            if (++stream.restarts == shifts.size()) {
+                shifts.push_back(stream.next - time);
+                turn = turn > 0.0 ? turn : stream.next - startTime();
+            }
+        }
+        stream.next = time + shifts[stream.restarts] + double(packet.duration) * av_q2d(base);
+    }
+    const int64_t shift = std::llround(shifts[stream.restarts] / av_q2d(base));
+    for (int64_t* time : {&packet.pts, &packet.dts})
+        if (*time != AV_NOPTS_VALUE)
+            *time += shift;
 }
 
 // Where a packet of MP3 says how much of its end is no sound. That holds for the last one, which it

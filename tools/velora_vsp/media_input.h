@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "av.h"
 #include "bytes.h"
@@ -46,6 +47,9 @@ public:
     /// @param lastIsDamaged  whether what was read last can't be decoded
     std::string whatIsMissing(bool lastIsDamaged) const;
 
+    /// Seconds of media at which times began anew, from where on they go on; 0 if they never did.
+    double turningPoint() const { return turn; }
+
 private:
     void open(const std::optional<RawFormat>& raw);
     double findStart() const;
@@ -54,6 +58,7 @@ private:
     double countedDuration() const;
     bool isCountedInFrames() const;
     bool readNext(AVPacket& packet);
+    void makeContinuous(AVPacket& packet);
     uint8_t* endSkip(const AVPacket& packet) const;
     [[noreturn]] void failUnreadable(int error);
 
@@ -67,7 +72,14 @@ private:
     double announced = 0.0; // seconds of media that the header promises; 0 if it doesn't
     double beginning = 0.0; // as startTime has it
     double end = 0.0;       // of what was read, in seconds of the file's clock
-    bool endsInPacket = false; // by the last one that was read
+    struct Clock {
+        double next = -1e9;  // seconds at which the next packet should come
+        size_t restarts = 0; // of its times
+    };
+    std::vector<Clock> clocks;       // of the streams
+    std::vector<double> shifts{0.0}; // by which times come later, in seconds, after each restart
+    double turn = 0.0;               // as turningPoint has it
+    bool endsInPacket = false;       // by the last one that was read
     std::string problem;
 };
 

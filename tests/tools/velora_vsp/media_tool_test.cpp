@@ -650,6 +650,31 @@ TEST_F(ToolFilm, NothingDriftsInThreeHours)
     expectInStep("out.mkv", {{{0.0, 1.3}}, false}, kSeconds, 0.2 / 1.3);
 }
 
+// Broadcasts that were joined begin their times anew.
+TEST_F(ToolMedia, TimesThatRunBackwardsGoOnFromThere)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25:d=3 -f lavfi -i sine=d=3 -c:v mpeg4 -bf 2 -c:a mp2 "
+           "one.ts");
+    shell("cat one.ts one.ts >joined.ts");
+    const Result result = tool("joined.ts out.mkv -s 1.5");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_NE(result.text.find("joined.ts: times run backwards at 0:00:0"), std::string::npos)
+        << result.text;
+    double last = -1.0;
+    int pictures = 0;
+    const Json out = probe("out.mkv");
+    for (const Json& packet : out.at("packets")) {
+        if (packet.at("codec_type") != "video")
+            continue;
+        const double time = std::stod(std::string(packet.at("dts_time")));
+        EXPECT_GT(time, last);
+        EXPECT_LT(time - last, pictures++ == 0 ? 2.0 : 0.2);
+        last = time;
+    }
+    EXPECT_EQ(pictures, 150);
+    EXPECT_NEAR(last, 4.0, 0.15);
+}
+
 TEST_F(ToolMedia, FilmsGoIntoOtherContainersAndWithoutPictureOrSound)
 {
     write("a.wav", tone(440.0, 3 * 44100));
