@@ -646,8 +646,17 @@ TEST_F(ToolFilm, NothingDriftsInThreeHours)
     makeFilm("long.mkv", kSeconds,
              "r=5,drawbox=enable='between(mod(t,1),0.39,0.45)':color=white:t=fill",
              "-c:v mpeg4 -bf 2 -c:a pcm_s16le");
-    runQuietly("long.mkv out.mkv -s 1.3");
-    expectInStep("out.mkv", {{{0.0, 1.3}}, false}, kSeconds, 0.2 / 1.3);
+    const Course courses[] = {
+        {{{0.0, 1.3}}, false},
+        {{{0.0, 1.0}, {1000.3, 1.7}, {4000.0, 0.8}, {9000.7, 1.5}}, false},
+        {{{0.0, 0.9}, {5000.0, 2.0}, {10000.0, 1.1}}, true},
+    };
+    for (const Course& course : courses) {
+        course.write(at("map.txt"));
+        runQuietly("long.mkv out.mkv -f -m map.txt" +
+                   std::string(course.isRamp() ? " --ramp" : ""));
+        expectInStep("out.mkv", course, kSeconds, 0.2 / 0.8);
+    }
 }
 
 // Broadcasts that were joined begin their times anew.
