@@ -124,6 +124,11 @@ Descriptor storePipe(int pipe, const std::string& name, const std::vector<uint8_
     return store;
 }
 
+std::string shownInput(const std::string& path)
+{
+    return path == kPipe ? kStandardInput : path;
+}
+
 int standardInput()
 {
     if (isatty(STDIN_FILENO) != 0)
@@ -141,8 +146,13 @@ int standardOutput()
 
 } // namespace
 
-Bytes Bytes::input(const std::string& path)
+Bytes Bytes::input(const std::string& path, int stored)
 {
+    if (stored != kNotStored) {
+        lseek(stored, 0, SEEK_SET);
+        return {shownInput(path), Descriptor(fcntl(stored, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),
+                false};
+    }
     if (path == kPipe)
         return {kStandardInput, Descriptor(standardInput()), false};
     return {path, Descriptor(openFile(path, path, O_RDONLY)), false};
@@ -165,7 +175,7 @@ Bytes::Bytes(std::string name, Descriptor opened, bool isOutput)
     if (!isOutput)
         readStart();
 
-    const auto readSome = [](void* self, uint8_t* to, int bytes) {
+    const auto readBlock = [](void* self, uint8_t* to, int bytes) {
         auto* const from = static_cast<Bytes*>(self);
         return int(from->guarded([&] { return from->read(to, size_t(bytes)); }));
     };
@@ -177,24 +187,21 @@ Bytes::Bytes(std::string name, Descriptor opened, bool isOutput)
         return static_cast<Bytes*>(self)->seek(offset, whence);
     };
     auto* const buffer = static_cast<uint8_t*>(av_malloc(kBufferBytes));
-    io.reset(avio_alloc_context(buffer, kBufferBytes, isOutput, this, readSome, writeBlock, move));
+    io.reset(avio_alloc_context(buffer, kBufferBytes, isOutput, this, readBlock, writeBlock, move));
     if (io == nullptr)
         throw std::bad_alloc();
     if (!isFile())
         io->seekable = 0;
 }
 
-void Bytes::makeRepeatable(const std::string& path)
+Descriptor Bytes::storedIfPipe(const std::string& path)
 {
     std::error_code none;
-    if (std::filesystem::is_regular_file(path == kPipe ? "/dev/stdin" : path, none))
-        return;
-    if (path != kPipe)
-        throw FileError(path,
-                        "has to be read twice, which a pipe can't be: give a file, or pipe it "
-                        "into -");
-    if (dup2(storePipe(standardInput(), kStandardInput, {}), STDIN_FILENO) < 0)
-        fail(kStandardInput, "can't be stored: ");
+    const bool isStandard = path == kPipe;
+    if (std::filesystem::is_regular_file(isStandard ? "/dev/stdin" : path, none))
+        return Descriptor(kNotStored);
+    const Descriptor pipe(isStandard ? standardInput() : openFile(path, path, O_RDONLY));
+    return storePipe(pipe, shownInput(path), {});
 }
 
 void Bytes::store()
@@ -227,6 +234,12 @@ void Bytes::put(const std::string& text)
     avio_write(io.get(), reinterpret_cast<const uint8_t*>(text.data()), int(text.size()));
     avio_flush(io.get());
     rethrow();
+}
+
+void Bytes::endAt(int64_t length)
+{
+    if (ftruncate(file, origin + length) != 0)
+        fail(shownName, "can't be written: ");
 }
 
 void Bytes::sync()
@@ -267,6 +280,20 @@ void Bytes::readStart()
 
 int64_t Bytes::read(uint8_t* to, size_t bytes)
 {
+    const int64_t count = readSome(to, bytes);
+    if (count <= 0)
+        return count;
+    const int64_t seen = placeWatched - place;
+    place += count;
+    if (watcher && seen >= 0 && seen < count) {
+        watcher(to + seen, size_t(count - seen));
+        placeWatched = place;
+    }
+    return count;
+}
+
+int64_t Bytes::readSome(uint8_t* to, size_t bytes)
+{
     if (!isFile() && startBytesRead < startBytes.size()) {
         const size_t count = std::min(bytes, startBytes.size() - startBytesRead);
         std::memcpy(to, startBytes.data() + startBytesRead, count);
@@ -302,7 +329,9 @@ int64_t Bytes::seek(int64_t offset, int whence)
     }
     whence &= ~AVSEEK_FORCE;
     const int64_t position = lseek(file, whence == SEEK_SET ? origin + offset : offset, whence);
-    return position < 0 ? AVERROR(errno) : position - origin;
+    if (position < 0)
+        return AVERROR(errno);
+    return place = position - origin;
 }
 
 void writeOutput(const void* from, size_t bytes)

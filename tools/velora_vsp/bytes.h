@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,13 +46,15 @@ private:
 class Bytes {
 public:
     /// Opens a file, a named pipe, or standard input. Throws FileError, or Interrupted.
-    static Bytes input(const std::string& path);
+    /// @param stored  what storedIfPipe gave for this path
+    static Bytes input(const std::string& path, int stored = kNotStored);
     /// Opens a file, named pipe or device that is there, which messages call `name`, or standard
     /// output. Throws FileError, or Interrupted.
     static Bytes output(const std::filesystem::path& path, const std::string& name);
-    /// Lets an input be opened more than once: what a pipe holds is stored as standard input. Throws
-    /// FileError, or Interrupted.
-    static void makeRepeatable(const std::string& path);
+    /// Lets an input be opened more than once: stores all that comes out of a pipe. Of a file,
+    /// kNotStored. Throws FileError, or Interrupted.
+    static Descriptor storedIfPipe(const std::string& path);
+    static constexpr int kNotStored = -1;
     /// Standard input that is a file is left where it stood.
     ~Bytes();
     Bytes(const Bytes&) = delete;
@@ -62,6 +65,10 @@ public:
     const std::string& name() const { return shownName; }
     /// Up to 4096 bytes that an input starts with. They will be read all the same.
     const std::vector<uint8_t>& start() const { return startBytes; }
+
+    /// Lets somebody see each byte that an input is read from once, from the first one on, in order.
+    /// To be called before anything is read.
+    void watch(std::function<void(const uint8_t*, size_t)> seen) { watcher = std::move(seen); }
 
     /// Whether it can be gone back in.
     bool isFile() const { return origin >= 0; }
@@ -74,6 +81,8 @@ public:
     void rethrow();
     /// Writes a text of its own, whole. Throws FileError, ReaderGone or Interrupted.
     void put(const std::string& text);
+    /// Cuts what comes behind in an output that is a file. Throws FileError.
+    void endAt(int64_t length);
     /// Makes sure that a file has reached the disk. Throws FileError.
     void sync();
 
@@ -84,6 +93,7 @@ private:
     int64_t guarded(Call call) noexcept;
     void readStart();
     int64_t read(uint8_t* to, size_t bytes);
+    int64_t readSome(uint8_t* to, size_t bytes);
     int64_t write(const uint8_t* from, size_t bytes);
     int64_t seek(int64_t offset, int whence);
 
@@ -92,6 +102,9 @@ private:
     int64_t origin = -1; // where in a file the first byte stands; -1 if it can't be gone back in
     std::vector<uint8_t> startBytes;
     size_t startBytesRead = 0; // in a pipe
+    int64_t place = 0;         // of an input, at which the next byte is read
+    int64_t placeWatched = 0;  // up to which all was seen
+    std::function<void(const uint8_t*, size_t)> watcher;
     size_t unsyncedBytes = 0;
     std::exception_ptr failure;
     AvPtr<AVIOContext> io;

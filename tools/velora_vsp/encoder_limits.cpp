@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <iterator>
 #include <new>
 #include <optional>
+#include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -170,4 +172,19 @@ void refuseBeyondLimits(const Encoding& encoding, const Options& options)
                fromTo(kilobits(known->lowest), kilobits(known->highest)));
     if (!opensWith(encoding, options.bitRate))
         refuse(encoding, options, "--bitrate", possibleBitRates(encoding, options.bitRate));
+}
+
+int64_t takenBitRate(const AVCodecContext& codec)
+{
+    constexpr int kHigh[] = {32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320};
+    constexpr int kLow[] = {8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160};
+    constexpr size_t kLowest = 8; // of the low ones, all that is left below 16 kHz
+    if (std::string_view(codec.codec->name) != "libmp3lame")
+        return codec.bit_rate;
+    const std::span<const int> all(codec.sample_rate >= 32000 ? kHigh : kLow);
+    const std::span<const int> steps = codec.sample_rate < 16000 ? all.first(kLowest) : all;
+    const auto wanted = int(codec.bit_rate / 1000);
+    return 1000 * int64_t(*std::min_element(steps.begin(), steps.end(), [=](int one, int other) {
+               return std::abs(one - wanted) < std::abs(other - wanted);
+           }));
 }

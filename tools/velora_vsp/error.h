@@ -9,7 +9,7 @@
 class FileError : public std::runtime_error {
 public:
     FileError(const std::filesystem::path& file, const std::string& problem)
-        : std::runtime_error(file.string() + ": " + problem), text(problem)
+        : std::runtime_error((file.empty() ? "''" : file.string()) + ": " + problem), text(problem)
     {
     }
 

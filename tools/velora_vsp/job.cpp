@@ -176,7 +176,10 @@ void Transfer::run(const Phase& phase)
 // What was read may be less than what there was.
 void Transfer::judge() const
 {
-    std::string problem = input.position() < options.part.to ? input.whatIsMissing() : "";
+    const bool isLastDamaged =
+        sound != nullptr && sound->in().damaged() == 1 && sound->in().endsDamaged();
+    std::string problem =
+        input.position() < options.part.to ? input.whatIsMissing(isLastDamaged) : "";
     if (sound != nullptr && sound->played() == 0 && sound->in().position() > 0)
         throw FileError(input.name(), "ends at " + clock(input.position()) + ", before --from");
     if (problem.empty() && sound != nullptr && sound->in().damaged() > 0)
@@ -191,6 +194,9 @@ void Transfer::judge() const
         throw FileError(input.name(), problem);
     if (!problem.empty())
         say(input.name() + ": " + problem + "; all that is there was used");
+    if (input.hasFilm() && input.turningPoint() > 0.0)
+        say(input.name() + ": times run backwards at " + clock(input.turningPoint()) +
+            ": they go on from there");
     if (sound != nullptr && sound->in().hasChanged())
         say(input.name() + ": rate or channels change on the way: converted to those at the start");
 }
@@ -267,7 +273,7 @@ public:
     Summary run();
 
 private:
-    void plan();
+    void plan(int stored);
     void transfer(MediaInput& input, Bytes& bytes);
     void toFile(MediaInput& input);
 
@@ -324,10 +330,12 @@ Summary Job::run()
 {
     using Clock = std::chrono::steady_clock;
     const auto start = Clock::now();
-    plan();
+    const Descriptor stored = needsListening(options) ? Bytes::storedIfPipe(options.input)
+                                                      : Descriptor(Bytes::kNotStored);
+    plan(stored);
     if (page)
         report.emplace(options);
-    MediaInput input(options.input, options.rawOf(options.input));
+    MediaInput input(options.input, options.rawOf(options.input), stored);
     if (file) {
         toFile(input);
     } else {
@@ -342,9 +350,9 @@ Summary Job::run()
     return summary;
 }
 
-void Job::plan()
+void Job::plan(int stored)
 {
-    const Plan plan = makePlan(options, listening);
+    const Plan plan = makePlan(options, stored, listening);
     options.speed = plan.speed;
     summary.speed = plan.pace;
     summary.pauses = plan.pauses;

@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
+#include "announced_length.h"
 #include "clock.h"
 #include "error.h"
-#include "wav_length.h"
 
 namespace {
 
@@ -46,6 +46,11 @@ bool beginsWithIndex(const std::vector<uint8_t>& start)
     return false;
 }
 
+bool startsWith(const std::vector<uint8_t>& start, std::string_view word)
+{
+    return start.size() >= word.size() && std::equal(word.begin(), word.end(), start.begin());
+}
+
 // Whether it is an MP4 file, or one of its family.
 bool isMp4(const std::vector<uint8_t>& start)
 {
@@ -61,7 +66,7 @@ bool needsFile(const std::vector<uint8_t>& start)
     const AVProbeData data{"", padded.data(), int(start.size()), nullptr};
     int score = AVPROBE_SCORE_RETRY;
     const AVInputFormat* const kind = av_probe_input_format2(&data, 1, &score);
-    if (kind == nullptr || av_match_name(kind->name, kStreams) != 0)
+    if (kind == nullptr || av_match_list(kind->name, kStreams, ',') != 0)
         return false;
     return av_match_name("mp4", kind->name) == 0 || !beginsWithIndex(start);
 }
@@ -85,14 +90,16 @@ void turnBytesOfRifx(AVCodecParameters& codec)
 
 } // namespace
 
-MediaInput::MediaInput(const std::string& path, const std::optional<RawFormat>& raw)
-    : bytes(Bytes::input(path))
+MediaInput::MediaInput(const std::string& path, const std::optional<RawFormat>& raw, int stored)
+    : bytes(Bytes::input(path, stored))
 {
     av_log_set_level(AV_LOG_QUIET);
     if (bytes.start().empty() && !raw)
         throw NoMedia(name(), "is empty: a sound file is needed");
     if (!bytes.isFile() && !raw && needsFile(bytes.start()))
         bytes.store();
+    if (!raw && startsWith(bytes.start(), "OggS"))
+        bytes.watch([this](const uint8_t* from, size_t count) { pages.take(from, count); });
     open(raw);
     const int result = avformat_find_stream_info(context.get(), nullptr);
     bytes.rethrow();
@@ -162,10 +169,7 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
     if (result < 0)
         failUnreadable(result);
     context.reset(opened);
-    const std::vector<uint8_t>& start = bytes.start();
-    constexpr std::string_view kBigEndian = "RIFX";
-    if (start.size() > kBigEndian.size() && context->nb_streams > 0 &&
-        std::equal(kBigEndian.begin(), kBigEndian.end(), start.begin()))
+    if (startsWith(bytes.start(), "RIFX") && context->nb_streams > 0)
         turnBytesOfRifx(*context->streams[0]->codecpar);
 }
 
@@ -178,6 +182,10 @@ void MediaInput::failUnreadable(int error)
         throw NoMedia(name(),
                       "has no index, as MP4 files have it at their end: it is incomplete or "
                       "damaged");
+    if (startsWith(bytes.start(), "caff"))
+        throw NoMedia(name(),
+                      "has no table of packets, as CAF files may have it at their end: it is "
+                      "incomplete or damaged");
     throw NoMedia(name(), "is no kind of sound file that is known here, or its start is damaged "
                           "(samples without a header go in through -, with --raw)");
 }
@@ -231,6 +239,7 @@ bool MediaInput::read(AVPacket& packet)
     const AVStream& stream = *context->streams[packet.stream_index];
     if (packet.pts != AV_NOPTS_VALUE && !isPicture(stream))
         end = std::max(end, double(packet.pts + packet.duration) * av_q2d(stream.time_base));
+    endsInPacket = (packet.flags & AV_PKT_FLAG_CORRUPT) != 0;
     return true;
 }
 
@@ -240,7 +249,33 @@ bool MediaInput::readNext(AVPacket& packet)
     bytes.rethrow();
     if (result < 0 && result != AVERROR_EOF)
         problem = avReason(result);
+    if (result >= 0)
+        makeContinuous(packet);
     return result >= 0;
+}
+
+// Where files were joined, times may begin anew. Streams don't come there at once, but then go on by as
+// much as the first that did.
+void MediaInput::makeContinuous(AVPacket& packet)
+{
+    constexpr double kBack = 1.0; // seconds: less is disorder
+    clocks.resize(std::max<size_t>(clocks.size(), context->nb_streams));
+    Clock& stream = clocks[size_t(packet.stream_index)];
+    const AVRational base = context->streams[packet.stream_index]->time_base;
+    if (packet.dts != AV_NOPTS_VALUE) {
+        const double time = double(packet.dts) * av_q2d(base);
+        if (time + shifts[stream.restarts] < stream.next - kBack) {
+            if (++stream.restarts == shifts.size()) {
+                shifts.push_back(stream.next - time);
+                turn = turn > 0.0 ? turn : stream.next - startTime();
+            }
+        }
+        stream.next = time + shifts[stream.restarts] + double(packet.duration) * av_q2d(base);
+    }
+    const int64_t shift = std::llround(shifts[stream.restarts] / av_q2d(base));
+    for (int64_t* time : {&packet.pts, &packet.dts})
+        if (*time != AV_NOPTS_VALUE)
+            *time += shift;
 }
 
 // Where a packet of MP3 says how much of its end is no sound. That holds for the last one, which it
@@ -285,8 +320,25 @@ double MediaInput::announcedDuration() const
     const AVCodecParameters& first = *context->streams[0]->codecpar;
     const int64_t wavBytes = announcedWavBytes(bytes.start());
     if (wavBytes >= 0 && isCountedInFrames())
-        return double(wavBytes) / (first.block_align * double(first.sample_rate));
+        return double(wavBytes / first.block_align) / double(first.sample_rate);
+    if (av_match_name(context->iformat->name, "asf") != 0)
+        return announcedAsfSeconds(bytes.start());
+    if (av_match_name(context->iformat->name, "avi,caf") != 0)
+        return countedDuration();
     return context->duration_estimation_method == AVFMT_DURATION_FROM_STREAM ? duration() : 0.0;
+}
+
+// Where headers count what is in a stream, in its time base, but FFmpeg makes the duration fit the
+// size of the file. What AVI has no packets for, such as before a stream begins, may be counted, too,
+// so the shortest one has to do.
+double MediaInput::countedDuration() const
+{
+    constexpr int64_t kBoundless = 0x40000000; // is what FFmpeg announces in a pipe
+    double shortest = kNever;
+    for (const AVStream* stream : std::span(context->streams, context->nb_streams))
+        if (stream->nb_frames > 0 && stream->nb_frames != kBoundless)
+            shortest = std::min(shortest, double(stream->nb_frames) * av_q2d(stream->time_base));
+    return shortest < kNever ? shortest : 0.0;
 }
 
 bool MediaInput::isCountedInFrames() const
@@ -296,13 +348,18 @@ bool MediaInput::isCountedInFrames() const
            first.block_align > 0 && first.sample_rate > 0;
 }
 
-std::string MediaInput::whatIsMissing() const
+std::string MediaInput::whatIsMissing(bool lastIsDamaged) const
 {
     const double slack = isCountedInFrames() ? 0.00002 : 0.25; // seconds
-    if (!problem.empty())
+    const std::string ends = "is incomplete: it ends after " + clock(position());
+    if (!problem.empty() && avio_feof(context->pb) == 0)
         return "can't be read beyond " + clock(position()) + ": " + problem;
     // Some writers count from the start of the clock, some from that of the first stream.
     if (std::max(position(), end) < announced - slack)
-        return "is incomplete: it ends after " + clock(position()) + " of " + clock(announced);
+        return ends + " of " + clock(announced);
+    if (!problem.empty() || lastIsDamaged || (endsInPacket && !isCountedInFrames()))
+        return ends + ", in the middle of a packet";
+    if (!pages.areComplete())
+        return ends + ", without the mark of an end (recordings of broadcasts may have none)";
     return {};
 }

@@ -5,10 +5,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "av.h"
 #include "bytes.h"
 #include "error.h"
+#include "ogg_pages.h"
 #include "raw_format.h"
 
 /// Thrown for a file whose content is nothing that can be played.
@@ -20,7 +22,9 @@ public:
 class MediaInput {
 public:
     /// Finds out what the input is, unless told. Throws NoMedia, any other FileError, or Interrupted.
-    MediaInput(const std::string& path, const std::optional<RawFormat>& raw);
+    /// @param stored  as Bytes::input has it
+    MediaInput(const std::string& path, const std::optional<RawFormat>& raw,
+               int stored = Bytes::kNotStored);
 
     AVFormatContext& format() const { return *context; }
     const std::string& name() const { return bytes.name(); }
@@ -40,19 +44,26 @@ public:
     /// Seconds of media that there are, or seem to be; 0 if nothing tells.
     double duration() const;
     /// Where the input ends before all that its header announces; empty if it doesn't.
-    std::string whatIsMissing() const;
+    /// @param lastIsDamaged  whether what was read last can't be decoded
+    std::string whatIsMissing(bool lastIsDamaged) const;
+
+    /// Seconds of media at which times began anew, from where on they go on; 0 if they never did.
+    double turningPoint() const { return turn; }
 
 private:
     void open(const std::optional<RawFormat>& raw);
     double findStart() const;
     double playedDuration() const;
     double announcedDuration() const;
+    double countedDuration() const;
     bool isCountedInFrames() const;
     bool readNext(AVPacket& packet);
+    void makeContinuous(AVPacket& packet);
     uint8_t* endSkip(const AVPacket& packet) const;
     [[noreturn]] void failUnreadable(int error);
 
     Bytes bytes;
+    OggPages pages; // of an Ogg file
     struct Close {
         void operator()(AVFormatContext* input) const { avformat_close_input(&input); }
     };
@@ -61,6 +72,14 @@ private:
     double announced = 0.0; // seconds of media that the header promises; 0 if it doesn't
     double beginning = 0.0; // as startTime has it
     double end = 0.0;       // of what was read, in seconds of the file's clock
+    struct Clock {
+        double next = -1e9;  // seconds at which the next packet should come
+        size_t restarts = 0; // of its times
+    };
+    std::vector<Clock> clocks;       // of the streams
+    std::vector<double> shifts{0.0}; // by which times come later, in seconds, after each restart
+    double turn = 0.0;               // as turningPoint has it
+    bool endsInPacket = false;       // by the last one that was read
     std::string problem;
 };
 

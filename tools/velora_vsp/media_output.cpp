@@ -7,6 +7,7 @@
 
 extern "C" {
 #include <libavutil/base64.h>
+#include <libavutil/intreadwrite.h>
 }
 
 #include "error.h"
@@ -29,6 +30,14 @@ bool isMatroska(const AVOutputFormat& container)
 {
     return av_match_name(container.name, "matroska,webm") != 0;
 }
+
+bool isW64(const AVOutputFormat& container)
+{
+    return std::string_view(container.name) == "w64";
+}
+
+constexpr int64_t kW64FileSizeAt = 16;
+constexpr int64_t kW64SizeBytes = 8; // in which a chunk has its size, before its content
 
 // As FLAC and Ogg have a picture.
 std::string pictureBlock(const std::string& mime, const AVStream& picture)
@@ -185,7 +194,13 @@ void MediaOutput::begin(AvOptions& options)
             codec.initial_padding =
                 int(av_rescale(codec.initial_padding, kOpusRate, codec.sample_rate));
     });
+    const int flushing = context->flush_packets;
+    if (isW64(container()))
+        context->flush_packets = 0; // as its header isn't done yet
     check(avformat_write_header(context.get(), options.get()));
+    context->flush_packets = flushing;
+    if (isW64(container()))
+        openW64();
     forEach([this](const AVStream& stream, bool tells) {
         delays.push_back(
             tells ? av_rescale_q(stream.codecpar->initial_padding, {1, kOpusRate}, stream.time_base)
@@ -205,9 +220,41 @@ void MediaOutput::write(AVPacket& packet)
 
 void MediaOutput::end()
 {
+    check(av_interleaved_write_frame(context.get(), nullptr)); // what waits for other streams
+    const int64_t dataEnd = avio_tell(context->pb);
     check(av_write_trailer(context.get()));
+    if (isW64(container()))
+        closeW64(dataEnd);
     avio_flush(context->pb);
     check(context->pb->error);
+}
+
+// FFmpeg leaves lengths in a pipe that no reader takes. The header is still in its buffer.
+void MediaOutput::openW64()
+{
+    constexpr uint64_t kBoundless = uint64_t(1) << 62;
+    dataStart = avio_tell(context->pb);
+    if (context->pb->seekable != 0)
+        return;
+    AV_WL64(context->pb->buffer + kW64FileSizeAt, kBoundless);
+    AV_WL64(context->pb->buf_ptr - kW64SizeBytes, kBoundless);
+}
+
+// FFmpeg fills the last 8 bytes up and counts this as samples. Some readers do so, too, if it is there.
+void MediaOutput::closeW64(int64_t dataEnd)
+{
+    constexpr int64_t kHeadBytes = 24; // of a chunk, which are counted
+    if (context->pb->seekable == 0)
+        return;
+    const auto set = [this](int64_t place, int64_t size) {
+        avio_seek(context->pb, place, SEEK_SET);
+        avio_wl64(context->pb, uint64_t(size));
+    };
+    set(kW64FileSizeAt, dataEnd);
+    set(dataStart - kW64SizeBytes, kHeadBytes + dataEnd - dataStart);
+    avio_flush(context->pb);
+    bytes.rethrow();
+    bytes.endAt(dataEnd);
 }
 
 void MediaOutput::check(int result)

@@ -37,6 +37,8 @@ public:
 
 private:
     void addChapter(int number, double start, double end, const AVDictionary* tags);
+    void openW64();
+    void closeW64(int64_t dataEnd);
     void check(int result);
 
     Bytes& bytes;
@@ -45,5 +47,6 @@ private:
         void operator()(AVFormatContext* output) const { avformat_free_context(output); }
     };
     std::unique_ptr<AVFormatContext, Free> context;
+    int64_t dataStart = 0;       // of W64: where its samples begin, in bytes
     std::vector<int64_t> delays; // by which a stream's packets come later, in its time base
 };

@@ -125,12 +125,12 @@ AVCodecID usualCodec(const AVOutputFormat& container)
 
 // For what is compressed without loss and can't stay as it is; none where the container has only
 // lossy ones, or is usually for these.
-AVCodecID chooseLossless(const AVOutputFormat& container)
+AVCodecID chooseLossless(const AVOutputFormat& container, int bits)
 {
     for (const AVCodecID codec : {AV_CODEC_ID_FLAC, AV_CODEC_ID_ALAC})
         if (!isOgg(container) && holds(container, codec))
             return codec;
-    return AV_CODEC_ID_NONE;
+    return choosePcm(container, bits);
 }
 
 AVCodecID chooseCodec(const AVOutputFormat& container, const AVInputFormat& from, AVCodecID codec,
@@ -146,7 +146,7 @@ AVCodecID chooseCodec(const AVOutputFormat& container, const AVInputFormat& from
         return codec;
     const AVCodecID next = isForPcm                         ? choosePcm(container, bits)
                            : isLossy(codec) || isPcm(codec) ? AV_CODEC_ID_NONE
-                                                            : chooseLossless(container);
+                                                            : chooseLossless(container, bits);
     return next != AV_CODEC_ID_NONE ? next : usualCodec(container);
 }
 
@@ -315,7 +315,9 @@ bool holds(const AVOutputFormat& container, AVCodecID codec)
         return std::find(known->begin(), known->end(), codec) != known->end();
     if (isOneOf(container.name, {"mov", "ismv"}) &&
         (codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_OPUS))
-        return false;         // which its muxer only finds out when it begins
+        return false; // which its muxer only finds out when it begins
+    if (std::string_view(container.name) == "avi" && codec == AV_CODEC_ID_FLAC)
+        return false;         // whose last packet is shorter, which its muxer refuses
     const bool isUnreadable = // by all but FFmpeg
         codec == AV_CODEC_ID_ALAC && std::string_view(container.name) == "caf";
     return !isUnreadable && avformat_query_codec(&container, codec, FF_COMPLIANCE_NORMAL) == 1;

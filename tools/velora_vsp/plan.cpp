@@ -20,9 +20,9 @@ struct Content {
     std::vector<Span> pauses;
 };
 
-Content listen(const Options& options, const Phase& progress)
+Content listen(const Options& options, int stored, const Phase& progress)
 {
-    MediaInput input(options.input, options.rawOf(options.input));
+    MediaInput input(options.input, options.rawOf(options.input), stored);
     const int best = input.bestSound();
     if (best < 0)
         throw FileError(input.name(), "has no sound, which --silence-speed and --length need");
@@ -100,12 +100,11 @@ bool needsListening(const Options& options)
     return options.silenceSpeed || options.length;
 }
 
-Plan makePlan(const Options& options, const Phase& progress)
+Plan makePlan(const Options& options, int stored, const Phase& progress)
 {
     if (!needsListening(options))
         return {options.speed, options.speed.speedAt(0.0)};
-    Bytes::makeRepeatable(options.input);
-    const Content content = listen(options, progress);
+    const Content content = listen(options, stored, progress);
     const Span part{options.part.from, std::min(options.part.to, content.end)};
     const std::vector<Span> pauses = within(content.pauses, part);
     const SpeedMap speed =

@@ -17,5 +17,6 @@ bool needsListening(const Options& options);
 
 /// Reads all of the sound, if it has to. Throws what MediaInput throws, and FileError if the length
 /// can't be reached.
+/// @param stored    what the input was stored as, as Bytes::input has it
 /// @param progress  of the reading
-Plan makePlan(const Options& options, const Phase& progress);
+Plan makePlan(const Options& options, int stored, const Phase& progress);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
 
 #include <velora/stream.hpp>
 
@@ -35,7 +36,8 @@ int bitsOf(const AVCodecContext& codec)
 
 SoundDecoder::SoundDecoder(const MediaInput& input, const AVStream& track, const DecodeManner& how)
     : name(input.name()), stream(track), manner(how),
-      isMp4(av_match_name("mp4", input.format().iformat->name) != 0)
+      isMp4(av_match_name("mp4", input.format().iformat->name) != 0),
+      isMp3(av_match_name("mp3", input.format().iformat->name) != 0)
 {
     const AVCodec* const decoder = avcodec_find_decoder(track.codecpar->codec_id);
     codec.reset(avcodec_alloc_context3(decoder));
@@ -62,8 +64,30 @@ double SoundDecoder::startIn(const MediaInput& input) const
     return input.hasFilm() ? std::max(start - input.startTime(), 0.0) : 0.0;
 }
 
+// Of a packet what is no tag; null if it is nothing else.
+const AVPacket* SoundDecoder::withoutTags(const AVPacket& packet)
+{
+    const size_t bytes = tags.bytesIn({packet.data, size_t(packet.size)});
+    if (bytes == 0)
+        return &packet;
+    if (bytes == size_t(packet.size))
+        return nullptr;
+    untagged.reset(av_packet_clone(&packet));
+    if (untagged == nullptr)
+        throw std::bad_alloc();
+    untagged->data += bytes;
+    untagged->size -= int(bytes);
+    return untagged.get();
+}
+
 void SoundDecoder::decode(const AVPacket* packet, Block& out)
 {
+    const int before = damagedPackets;
+    if (packet != nullptr && isMp3) {
+        packet = withoutTags(*packet);
+        if (packet == nullptr)
+            return;
+    }
     const int result = avcodec_send_packet(codec.get(), packet);
     if (result < 0 && result != AVERROR_EOF)
         ++damagedPackets;
@@ -76,7 +100,9 @@ void SoundDecoder::decode(const AVPacket* packet, Block& out)
         else
             take(out);
     }
-    if (packet == nullptr)
+    if (packet != nullptr)
+        isLastDamaged = damagedPackets > before;
+    else
         convert(nullptr, 0, out);
 }
 

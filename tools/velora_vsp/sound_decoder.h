@@ -8,6 +8,7 @@
 
 #include "av.h"
 #include "media_input.h"
+#include "mp3_tags.h"
 #include "resampler.h"
 #include "samples.h"
 
@@ -41,10 +42,13 @@ public:
 
     /// Packets that could not be decoded.
     int damaged() const { return damagedPackets; }
+    /// Whether the last one was such.
+    bool endsDamaged() const { return isLastDamaged; }
     /// Whether rate, channels or format changed on the way.
     bool hasChanged() const { return changes; }
 
 private:
+    const AVPacket* withoutTags(const AVPacket& packet);
     void take(Block& out);
     void trimLast();
     void fillGap(Block& out);
@@ -61,8 +65,12 @@ private:
     Samples kind = Samples::int16;
     DecodeManner manner;
     bool isMp4; // or of its family
+    bool isMp3; // by itself
+    Mp3Tags tags;
+    AvPtr<AVPacket> untagged; // a packet of which a part was a tag
     int64_t frames = 0;
     double start = 0.0;
     int damagedPackets = 0;
+    bool isLastDamaged = false;
     bool changes = false;
 };

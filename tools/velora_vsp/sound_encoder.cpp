@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "clipping.h"
+#include "encoder_limits.h"
 #include "error.h"
 
 namespace {
@@ -75,6 +76,11 @@ SoundEncoder::SoundEncoder(MediaOutput& to, const Encoding& encoding, Samples sa
         throw std::bad_alloc();
     keepsFloats = resolutionBits(target.format) > 32 && !isLossy(codec->codec_id);
     isLimited = !keepsFloats && isFloat();
+}
+
+int64_t SoundEncoder::bitRate() const
+{
+    return takenBitRate(*codec);
 }
 
 void SoundEncoder::startAt(double seconds)

@@ -24,6 +24,8 @@ public:
                  const SoundFormat& from, bool isLow24, bool isFromEngine);
 
     AVStream& stream() const { return track; }
+    /// Bits per second that the encoder took, which may be near those asked for.
+    int64_t bitRate() const;
     /// Frames written so far, before any change of rate.
     int64_t position() const { return framesIn; }
 

@@ -41,6 +41,8 @@ SoundTrack::SoundTrack(const MediaInput& from, const AVStream& stream, MediaOutp
     const SoundFormat format{avFormat(decoder.samples()), decoder.rate(), decoder.layout()};
     encoder = std::make_unique<SoundEncoder>(output, chosen, decoder.samples(), format,
                                              isLow24(given.rawOf(given.output)), !isCopy(given));
+    if (chosen.bitRate > 0)
+        chosen.bitRate = encoder->bitRate();
     describe(encoder->stream(), stream);
 }
 

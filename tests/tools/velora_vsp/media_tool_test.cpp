@@ -217,6 +217,93 @@ TEST_F(ToolMedia, PipesGiveTheSameSoundAsFilesOfEveryKind)
     EXPECT_EQ(framesIn("- out.wav -s 2 <in.mp3"), 100017);
 }
 
+// A header, a mark of the end, or a packet that isn't whole tells.
+TEST_F(ToolMedia, WhatIsCutIsToldByNameAndByPipeAlike)
+{
+    write("in.wav", noise(2, 200017));
+    for (const char* kind :
+         {"avi", "opus", "ogg", "oga", "caf", "w64", "wma", "wv", "mka", "mp3", "flv"}) {
+        const std::string name = "in." + std::string(kind);
+        ffmpeg("-i in.wav " + name);
+        runQuietly(name + " out.wav -f -s 2 --strict");
+        std::filesystem::resize_file(at(name), std::filesystem::file_size(at(name)) * 3 / 5);
+        std::set<std::string> told;
+        for (const std::string& input :
+             {name + " out.wav", "- out.wav <" + name, "- out.wav < <(cat " + name + ")"}) {
+            const Result result = shell("bash -c '\"$0\" " + input + " -f -s 2; exit $?' \"$T\"");
+            EXPECT_EQ(result.exitCode, 0) << input;
+            const size_t words = result.text.find("is incomplete: it ends after 0:00:0");
+            ASSERT_NE(words, std::string::npos) << input << ": " << result.text;
+            told.insert(result.text.substr(words, result.text.find('\n') - words));
+        }
+        EXPECT_EQ(told.size(), 1u) << kind;
+        EXPECT_EQ(tool(name + " out.wav -f -s 2 --strict").exitCode, 1) << kind;
+    }
+}
+
+// Titles and covers in the middle are no damage, but what isn't one is.
+TEST_F(ToolMedia, JoinedMp3FilesArePlayedWholeWhateverTagsTheyHave)
+{
+    write("in.wav", noise(2, 100000));
+    ffmpeg("-f lavfi -i testsrc2=s=500x500 -frames:v 1 cover.jpg");
+    ffmpeg("-i in.wav -write_xing 0 -id3v2_version 0 bare.mp3");
+    ffmpeg("-i in.wav -i cover.jpg -map 0 -map 1 -c:v copy -write_xing 0 -metadata title=A "
+           "-write_id3v1 1 tagged.mp3");
+    ffmpeg("-i in.wav -metadata title=B counted.mp3");
+    const int64_t frames = framesIn("bare.mp3 out.wav -s 2");
+    shell("cat bare.mp3 tagged.mp3 bare.mp3 >joined.mp3; cat tagged.mp3 tagged.mp3 >twice.mp3; "
+          "cat bare.mp3 counted.mp3 >last.mp3");
+    EXPECT_EQ(framesIn("joined.mp3 out.wav -s 2 --strict"), 3 * frames);
+    EXPECT_EQ(framesIn("twice.mp3 out.wav -s 2 --strict"), 2 * frames);
+    EXPECT_EQ(framesIn("last.mp3 out.wav -s 2 --strict"), 2 * frames);
+    shell("(head -c 9000 bare.mp3; head -c 500 cover.jpg; tail -c +9500 bare.mp3) >damaged.mp3");
+    const Result damaged = tool("damaged.mp3 out.wav -f -s 2 --strict");
+    EXPECT_EQ(damaged.exitCode, 1);
+    EXPECT_NE(damaged.text.find("is damaged"), std::string::npos) << damaged.text;
+}
+
+TEST_F(ToolMedia, W64HoldsTheFramesThatItShouldForEveryReader)
+{
+    for (const int format : {SF_FORMAT_PCM_U8, SF_FORMAT_PCM_16, SF_FORMAT_PCM_24}) {
+        write("in.wav", noise(1, 30871, SF_FORMAT_WAV | format));
+        runQuietly("in.wav out.w64 -f -s 1");
+        EXPECT_EQ(read("out.w64").frames(), 30871);
+        EXPECT_TRUE(decoded("out.w64").samples == decoded("in.wav").samples);
+        EXPECT_EQ(framesIn("out.w64 out.wav -s 1 --strict"), 30871);
+    }
+    shell("\"$T\" in.wav - -s 1 -q --format w64 | cat >piped.w64; "
+          "cat piped.w64 | ffmpeg -v error -y -i - -c:a pcm_f32le decoded.wav");
+    EXPECT_EQ(read("decoded.wav").frames(), 30871);
+    EXPECT_EQ(framesIn("piped.w64 out.wav -s 1 --strict"), 30871);
+}
+
+// Where its packets all have one length, a shorter last one can't be written.
+TEST_F(ToolMedia, AviHoldsWhatWasFlacAtEverySpeed)
+{
+    for (const int bits : {16, 24})
+        for (const char* speed : {"1", "1.5"}) {
+            write("in.flac",
+                  noise(1, 22049,
+                        SF_FORMAT_FLAC | (bits == 16 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_24)));
+            runQuietly("in.flac out.avi -f -s " + std::string(speed));
+            runQuietly("in.flac out.wav -f -s " + std::string(speed));
+            EXPECT_TRUE(decoded("out.avi").samples == decoded("out.wav").samples) << bits << speed;
+        }
+}
+
+TEST_F(ToolMedia, MatroskaStreamsWithAllItsTracks)
+{
+    write("in.wav", noise(2, 20 * 44100));
+    ffmpeg("-i in.wav -f lavfi -i testsrc2=s=64x48:r=25:d=20 -map 0 -map 0 -map 1 in.mkv");
+    const std::string bytes = std::to_string(std::filesystem::file_size(at("in.mkv")) * 7 / 10);
+    const Result result =
+        shell("(head -c " + bytes +
+              " in.mkv; for n in $(seq 200); do [ -s out.mkv ] && break; "
+              "sleep 0.1; done; [ -s out.mkv ] && echo streams >verdict; tail -c +$((1 + " +
+              bytes + ")) in.mkv) | \"$T\" - - -q -s 1.5 --format matroska >out.mkv; cat verdict");
+    EXPECT_EQ(result.text, "streams\n");
+}
+
 TEST_F(ToolMedia, NamesOfPipesAndDevicesAreWrittenTo)
 {
     write("in.wav", noise(2, 30000));
@@ -559,8 +646,42 @@ TEST_F(ToolFilm, NothingDriftsInThreeHours)
     makeFilm("long.mkv", kSeconds,
              "r=5,drawbox=enable='between(mod(t,1),0.39,0.45)':color=white:t=fill",
              "-c:v mpeg4 -bf 2 -c:a pcm_s16le");
-    runQuietly("long.mkv out.mkv -s 1.3");
-    expectInStep("out.mkv", {{{0.0, 1.3}}, false}, kSeconds, 0.2 / 1.3);
+    const Course courses[] = {
+        {{{0.0, 1.3}}, false},
+        {{{0.0, 1.0}, {1000.3, 1.7}, {4000.0, 0.8}, {9000.7, 1.5}}, false},
+        {{{0.0, 0.9}, {5000.0, 2.0}, {10000.0, 1.1}}, true},
+    };
+    for (const Course& course : courses) {
+        course.write(at("map.txt"));
+        runQuietly("long.mkv out.mkv -f -m map.txt" +
+                   std::string(course.isRamp() ? " --ramp" : ""));
+        expectInStep("out.mkv", course, kSeconds, 0.2 / 0.8);
+    }
+}
+
+// Broadcasts that were joined begin their times anew.
+TEST_F(ToolMedia, TimesThatRunBackwardsGoOnFromThere)
+{
+    ffmpeg("-f lavfi -i testsrc2=s=64x48:r=25:d=3 -f lavfi -i sine=d=3 -c:v mpeg4 -bf 2 -c:a mp2 "
+           "one.ts");
+    shell("cat one.ts one.ts >joined.ts");
+    const Result result = tool("joined.ts out.mkv -s 1.5");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_NE(result.text.find("joined.ts: times run backwards at 0:00:0"), std::string::npos)
+        << result.text;
+    double last = -1.0;
+    int pictures = 0;
+    const Json out = probe("out.mkv");
+    for (const Json& packet : out.at("packets")) {
+        if (packet.at("codec_type") != "video")
+            continue;
+        const double time = std::stod(std::string(packet.at("dts_time")));
+        EXPECT_GT(time, last);
+        EXPECT_LT(time - last, pictures++ == 0 ? 2.0 : 0.2);
+        last = time;
+    }
+    EXPECT_EQ(pictures, 150);
+    EXPECT_NEAR(last, 4.0, 0.15);
 }
 
 TEST_F(ToolMedia, FilmsGoIntoOtherContainersAndWithoutPictureOrSound)

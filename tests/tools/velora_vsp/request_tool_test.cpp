@@ -165,6 +165,11 @@ TEST_F(ToolRequest, WhatAnEncoderDoesNotHaveIsRefusedWithWhatItHas)
           "out.mp2 --bitrate 96k", "out.ogg --bitrate 96k", "out.wv --compression 0",
           "out.mka --codec ac3 --bitrate 640k"})
         runQuietly("in.wav " + std::string(right) + " -f -s 1.5");
+    // Some encoders know but a few bit rates, and take the next one.
+    for (const char* near : {"out.mp3 --bitrate 100k", "out.mka --codec ac3 --bitrate 100k"})
+        EXPECT_NE(tool("in.wav " + std::string(near) + " -f -s 1.5").text.find(" at 96 kb/s"),
+                  std::string::npos)
+            << near;
 }
 
 // ---- Lengths ----

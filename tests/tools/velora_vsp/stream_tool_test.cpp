@@ -285,10 +285,13 @@ TEST_F(ToolTest, PausesGoAtTheirOwnSpeed)
         EXPECT_NEAR(double(read("out.wav").frames()), (8.4 / 1.5 + 2.6 / 4.0) * 44100.0, 1000.0)
             << hum;
         runQuietly("in.wav mapped.wav -f -m map.txt");
-        EXPECT_EQ(shell("cat in.wav | \"$T\" - piped.wav -f -q -s 1.5 --silence-speed 4 "
-                        "--silence-margin 0.2; cmp out.wav mapped.wav && cmp out.wav piped.wav")
-                      .text,
-                  "")
+        EXPECT_EQ(
+            shell("cat in.wav | \"$T\" - piped.wav -f -q -s 1.5 --silence-speed 4 "
+                  "--silence-margin 0.2; rm -f pipe; mkfifo pipe; cat in.wav >pipe & "
+                  "\"$T\" pipe named.wav -f -q -s 1.5 --silence-speed 4 --silence-margin 0.2; "
+                  "cmp out.wav mapped.wav && cmp out.wav piped.wav && cmp out.wav named.wav")
+                .text,
+            "")
             << hum;
     }
     write("even.wav", noise(2, 3 * 44100));
