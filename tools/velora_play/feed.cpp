@@ -205,7 +205,7 @@ void Feed::goTo(int64_t media)
     if (seconds > 0.0) {
         const auto time =
             int64_t((seconds + (knowsOrigin ? origin : 0.0)) / av_q2d(track->time_base));
-        if (av_seek_frame(&input->format(), track->index, time, AVSEEK_FLAG_BACKWARD) >= 0) {
+        if (input->seek(*track, time)) {
             counts = false;
             return openTrack();
         }

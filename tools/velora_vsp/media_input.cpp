@@ -254,6 +254,13 @@ bool MediaInput::readNext(AVPacket& packet)
     return result >= 0;
 }
 
+bool MediaInput::seek(const AVStream& stream, int64_t time)
+{
+    clocks.clear(); // what comes earlier now is no new beginning
+    shifts.resize(1);
+    return av_seek_frame(context.get(), stream.index, time, AVSEEK_FLAG_BACKWARD) >= 0;
+}
+
 // Where files were joined, times may begin anew. Streams don't come there at once, but then go on by as
 // much as the first that did.
 void MediaInput::makeContinuous(AVPacket& packet)

@@ -47,6 +47,10 @@ public:
     /// @param lastIsDamaged  whether what was read last can't be decoded
     std::string whatIsMissing(bool lastIsDamaged) const;
 
+    /// Goes to the last packet of a stream before `time`, in its time base, from which decoding may begin;
+    /// false if the file can't be gone back in.
+    bool seek(const AVStream& stream, int64_t time);
+
     /// Seconds of media at which times began anew, from where on they go on; 0 if they never did.
     double turningPoint() const { return turn; }
 

@@ -110,7 +110,7 @@ TEST_F(ToolTest, WhatIsWrongWithAPipeIsNamed)
         {"echo Hello, this is no sound | \"$T\" - out.wav -s 2", "no kind of sound file"},
         {"head -c 30 in.wav | \"$T\" - out.wav -s 2", "start is damaged"},
         {"head -c 5000 in.wav | \"$T\" - out.wav -s 2 --strict", "is incomplete"},
-        {"head -c 5 in.wav | \"$T\" - out.wav -s 2 --strict --raw 8000:2:s16", "is damaged"},
+        {"head -c 5 in.wav | \"$T\" - out.wav -s 2 --strict --raw 8000:2:s16", "is incomplete"},
         {"\"$T\" in.wav - -s 2 --raw 48000:2:s16 >/dev/null", "neither is converted"},
         {"\"$T\" - in.wav -f -s 2 <in.wav", "input file itself"},
         {"\"$T\" in.wav - -s 2 >>in.wav", "input file itself"},
