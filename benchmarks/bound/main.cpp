@@ -120,8 +120,8 @@ public:
         add<&K::Velora_VSP_PartSp_AnalysisSum>("analysisSum");
         add<&K::Velora_VSP_MagPhase_Bins>("magPhaseBins");
         add<&K::bandCentres>("bandCentres", Chain::allPass, [](auto, auto, auto) {
-            return double(vsp::kMirroredBins + vsp::kFilterEarlyBins +
-                          vsp::kLastBin / vsp::kFilterSegments);
+            constexpr int kOfSegment = vsp::kLastBin / vsp::kFilterSegments;
+            return double(vsp::kMirroredBins + vsp::kFilterEarlyBins + kOfSegment);
         });
         add<&K::phasorStep>("phasorStep");
         add<&K::phasorAdvance>("phasorAdvance");

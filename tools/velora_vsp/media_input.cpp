@@ -326,8 +326,10 @@ double MediaInput::announcedDuration() const
 {
     const AVCodecParameters& first = *context->streams[0]->codecpar;
     const int64_t wavBytes = announcedWavBytes(bytes.start());
-    if (wavBytes >= 0 && isCountedInFrames())
-        return double(wavBytes / first.block_align) / double(first.sample_rate);
+    if (wavBytes >= 0 && isCountedInFrames()) {
+        const int64_t frames = wavBytes / first.block_align;
+        return double(frames) / double(first.sample_rate);
+    }
     if (av_match_name(context->iformat->name, "asf") != 0)
         return announcedAsfSeconds(bytes.start());
     if (av_match_name(context->iformat->name, "avi,caf") != 0)
