@@ -7,12 +7,8 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -133,13 +129,5 @@ void printAll(int rounds)
 
 int main(int count, char** arguments)
 {
-    try {
-        if (count != 1 && (count != 3 || std::string_view(arguments[1]) != "--rounds"))
-            throw std::runtime_error("usage: crowd [--rounds N]");
-        printAll(count == 1 ? 9 : std::max(1, std::atoi(arguments[2])));
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "crowd: %s\n", error.what());
-        return 1;
-    }
-    return 0;
+    return printInRounds("crowd", count, arguments, printAll);
 }

@@ -15,9 +15,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <memory>
 #include <numeric>
 #include <stdexcept>
@@ -319,13 +316,5 @@ void printAll(int rounds)
 
 int main(int count, char** arguments)
 {
-    try {
-        if (count != 1 && (count != 3 || std::string_view(arguments[1]) != "--rounds"))
-            throw std::runtime_error("usage: bound [--rounds N]");
-        printAll(count == 1 ? 9 : std::max(1, std::atoi(arguments[2])));
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "bound: %s\n", error.what());
-        return 1;
-    }
-    return 0;
+    return printInRounds("bound", count, arguments, printAll);
 }

@@ -5,11 +5,13 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -40,6 +42,19 @@ void printMachine()
     std::printf("Machine: %s, %u processors, load %.2f.\n\n",
                 colon == std::string::npos ? "unknown" : line.substr(colon + 2).c_str(),
                 std::thread::hardware_concurrency(), load);
+}
+
+int printInRounds(const char* program, int count, char** arguments, void (*print)(int rounds))
+{
+    try {
+        if (count != 1 && (count != 3 || std::string_view(arguments[1]) != "--rounds"))
+            throw std::runtime_error("usage: " + std::string(program) + " [--rounds N]");
+        print(count == 1 ? 9 : std::max(1, std::atoi(arguments[2])));
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", program, error.what());
+        return 1;
+    }
+    return 0;
 }
 
 namespace {

@@ -13,6 +13,10 @@ double wallSeconds();   ///< since some moment
 /// Names the processor, and how busy it is.
 void printMachine();
 
+/// A program that measures in turns: its `main`, for the arguments [--rounds N], nine where N isn't
+/// given. An exception of `print` ends it with its text and 1.
+int printInRounds(const char* program, int count, char** arguments, void (*print)(int rounds));
+
 /// A whole clip, block by block.
 struct Pass {
     double cpuSeconds;               // of this thread, in processing calls alone
