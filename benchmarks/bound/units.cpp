@@ -93,7 +93,7 @@ double allPassNs()
     const int32_t coefficients[4] = {9000, 9000, 7000, 7000};
     const auto c = loadCoeffs(coefficients, I32x4Wide{});
     const I32x4Wide u = load(coefficients, I32x4Wide{});
-    return latency(u, [=](I32x4Wide S) { return wrapAdd(u, mulShift16(timesFour(S), c)); });
+    return latency(u, [=](I32x4Wide S) { return wrapAdd(u, timesQ14(S, c)); });
 }
 
 double biquadNs()

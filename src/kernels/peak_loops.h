@@ -196,17 +196,16 @@ struct CogRecursion {
     /// Goes on behind two values of each stretch.
     [[gnu::always_inline]] void start(V4 last, V4 before)
     {
-        const auto y = timesFour(shiftRight<2>(last));
-        c1y = mulShift16(y, c1);
-        c2y = mulShift16(y, c2);
-        c2yPrev = mulShift16(timesFour(shiftRight<2>(before)), c2);
+        c1y = timesQ14(shiftRight<2>(last), c1);
+        c2y = timesQ14(shiftRight<2>(last), c2);
+        c2yPrev = timesQ14(shiftRight<2>(before), c2);
     }
     [[gnu::always_inline]] V4 next(V4 x)
     {
         const V4 sum = wrapAdd(wrapAdd(x, c2yPrev), c1y);
         c2yPrev = c2y;
-        c1y = mulShift16(timesFour(sum), c1);
-        c2y = mulShift16(timesFour(sum), c2);
+        c1y = timesQ14(sum, c1);
+        c2y = timesQ14(sum, c2);
         return shiftLeft<2>(sum);
     }
     /// One stretch: y(k) for n values x(k), on behind y(-1) and y(-2).

@@ -4,8 +4,7 @@
 // Of a sum's terms, the one that is known last is added last.
 //
 // A delay of an all-pass section is the sum S before its first product, mod 2^32. Memory holds
-// W = 4 S, which is what a coefficient in Q14 multiplies: W c >> 16. Values stay far below 2^29, so
-// W >> 2 is S itself.
+// W = 4 S. Values stay far below 2^29, so W >> 2 is S itself, and W c >> 16 the same as S c >> 14.
 #pragma once
 
 #include <cstdint>
@@ -80,17 +79,16 @@ struct NegatingSection2 {
 
     [[gnu::always_inline]] NegatingSection2(CoeffsOf<V4> p_q14, CoeffsOf<V4> q_q14,
                                             const LaneWords& memory1, const LaneWords& memory2)
-        : p(p_q14), q(q_q14), d1(memory1), d2(memory2), pS1(mulShift16(timesFour(d1.S), p)),
-          qS1(mulShift16(timesFour(d1.S), q)), qS2(mulShift16(timesFour(d2.S), q))
+        : p(p_q14), q(q_q14), d1(memory1), d2(memory2), pS1(timesQ14(d1.S, p)),
+          qS1(timesQ14(d1.S, q)), qS2(timesQ14(d2.S, q))
     {
     }
     [[gnu::always_inline]] V4 run(V4 u)
     {
         const V4 S = wrapAdd(wrapAdd(u, qS2), pS1);
-        const auto W = timesFour(S);
-        const V4 qS = mulShift16(W, q);
+        const V4 qS = timesQ14(S, q);
         const V4 y = wrapAdd(wrapSub(pS1, d2.S), qS);
-        pS1 = mulShift16(W, p);
+        pS1 = timesQ14(S, p);
         qS2 = qS1;
         qS1 = qS;
         d2.S = d1.S;
@@ -111,13 +109,13 @@ struct NegatingSection1 {
     V4 pS1;
 
     [[gnu::always_inline]] NegatingSection1(CoeffsOf<V4> p_q14, const LaneWords& memory)
-        : p(p_q14), d1(memory), pS1(mulShift16(timesFour(d1.S), p))
+        : p(p_q14), d1(memory), pS1(timesQ14(d1.S, p))
     {
     }
     [[gnu::always_inline]] V4 run(V4 u)
     {
         const V4 S = wrapAdd(u, pS1);
-        pS1 = mulShift16(timesFour(S), p);
+        pS1 = timesQ14(S, p);
         const V4 y = wrapSub(pS1, d1.S);
         d1.S = S;
         return y;
@@ -132,7 +130,6 @@ template <class V4>
 struct Section2 {
     CoeffsOf<V4> c0, c1, minusC0, minusC1; // Q14
     Delay<V4> d1, d2;
-    FactorOf<V4> W1, W2;
 
     /// @param a, b  coefficients c0 and c1 in lanes 0 and 1, in lanes 2 and 3
     template <class Coeffs>
@@ -140,18 +137,15 @@ struct Section2 {
                                     const LaneWords& memory2)
         : c0(coeffsOf<V4>(a.c0_q14, b.c0_q14)), c1(coeffsOf<V4>(a.c1_q14, b.c1_q14)),
           minusC0(coeffsOf<V4>(-a.c0_q14, -b.c0_q14)), minusC1(coeffsOf<V4>(-a.c1_q14, -b.c1_q14)),
-          d1(memory1), d2(memory2), W1(timesFour(d1.S)), W2(timesFour(d2.S))
+          d1(memory1), d2(memory2)
     {
     }
     [[gnu::always_inline]] V4 run(V4 u)
     {
-        const V4 S = wrapAdd(wrapAdd(u, mulShift16(W2, minusC1)), mulShift16(W1, minusC0));
-        const auto W = timesFour(S);
-        const V4 y = wrapAdd(wrapAdd(mulShift16(W1, c0), d2.S), mulShift16(W, c1));
+        const V4 S = wrapAdd(wrapAdd(u, timesQ14(d2.S, minusC1)), timesQ14(d1.S, minusC0));
+        const V4 y = wrapAdd(wrapAdd(timesQ14(d1.S, c0), d2.S), timesQ14(S, c1));
         d2.S = d1.S;
         d1.S = S;
-        W2 = W1;
-        W1 = W;
         return y;
     }
     [[gnu::always_inline]] void keep() const
@@ -165,18 +159,15 @@ template <class V4>
 struct Section1 {
     CoeffsOf<V4> c, minusC; // Q14
     Delay<V4> d1;
-    FactorOf<V4> W1;
 
     [[gnu::always_inline]] Section1(int32_t a_q14, int32_t b_q14, const LaneWords& memory)
-        : c(coeffsOf<V4>(a_q14, b_q14)), minusC(coeffsOf<V4>(-a_q14, -b_q14)), d1(memory),
-          W1(timesFour(d1.S))
+        : c(coeffsOf<V4>(a_q14, b_q14)), minusC(coeffsOf<V4>(-a_q14, -b_q14)), d1(memory)
     {
     }
     [[gnu::always_inline]] V4 run(V4 u)
     {
-        const V4 S = wrapAdd(u, mulShift16(W1, minusC));
-        W1 = timesFour(S);
-        const V4 y = wrapAdd(d1.S, mulShift16(W1, c));
+        const V4 S = wrapAdd(u, timesQ14(d1.S, minusC));
+        const V4 y = wrapAdd(d1.S, timesQ14(S, c));
         d1.S = S;
         return y;
     }

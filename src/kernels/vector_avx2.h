@@ -249,14 +249,11 @@ VSP_INLINE void mulComplexQ31(I32x8& outRe, I32x8& outIm, I32x8 xRe, I32x8 xIm, 
                           _mm256_add_epi32(odd(xRe, wIm), odd(xIm, wRe)));
 }
 
-// ---- Four lanes of 64 bits for the recursive filters: values are the high halves, the low halves
-// hold anything. A factor is a low half with 0 above or its sign, a coefficient a low half shifted
-// up by 16; so a product has its W p >> 16 in the high half, ready to be added. ----
+// ---- Four lanes of 64 bits for the recursive filters: values are the low halves, the high halves
+// hold anything. Coefficients are shifted up by 16, so that a product of two low halves doesn't lose
+// what a shift by 30 brings back into the low one. ----
 struct I32x4Wide {
     static constexpr int lanes = 4;
-    __m256i v;
-};
-struct WideFactor {
     __m256i v;
 };
 struct WideCoeffs {
@@ -265,12 +262,12 @@ struct WideCoeffs {
 
 VSP_INLINE I32x4 narrow(I32x4Wide a)
 {
-    const __m256i order = _mm256_setr_epi32(1, 3, 5, 7, 1, 3, 5, 7);
+    const __m256i order = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6);
     return {_mm256_castsi256_si128(_mm256_permutevar8x32_epi32(a.v, order))};
 }
 VSP_INLINE I32x4Wide widen(I32x4 a)
 {
-    return {_mm256_slli_epi64(_mm256_cvtepu32_epi64(a.v), 32)};
+    return {_mm256_cvtepu32_epi64(a.v)};
 }
 VSP_INLINE I32x4Wide load(const int32_t* p, I32x4Wide)
 {
@@ -289,30 +286,23 @@ struct Sums4Wide {
 };
 VSP_INLINE Sums4Wide unsignedSums(I32x4Wide a)
 {
-    return {_mm256_srli_epi64(a.v, 32)};
+    return {joinEvenOdd(a.v, _mm256_setzero_si256())};
 }
-/// b is the same in all lanes.
 VSP_INLINE void addProducts(Sums4Wide& sum, I32x4Wide a, I32x4Wide b)
 {
-    sum.v = _mm256_add_epi64(sum.v, product32(oddLanes(a.v), b.v));
+    sum.v = _mm256_add_epi64(sum.v, product32(a.v, b.v));
 }
 VSP_INLINE I32x4Wide highWords(Sums4Wide sum)
 {
-    return {sum.v};
+    return {oddLanes(sum.v)};
 }
 VSP_INLINE I32x4Wide lowWords(Sums4Wide sum)
 {
-    return {_mm256_slli_epi64(sum.v, 32)};
+    return {sum.v};
 }
-VSP_INLINE WideFactor timesFour(I32x4Wide a)
+VSP_INLINE I32x4Wide timesQ14(I32x4Wide a, WideCoeffs b)
 {
-    __m256i W = _mm256_and_si256(_mm256_srli_epi64(a.v, 30), _mm256_set1_epi64x(0xFFFFFFFC));
-    asm("" : "+x"(W)); // clang would make products of 64 bits from what it knows about W
-    return {W};
-}
-VSP_INLINE I32x4Wide mulShift16(WideFactor a, WideCoeffs b)
-{
-    return {product32(a.v, b.v)};
+    return {_mm256_srli_epi64(product32(a.v, b.v), 30)};
 }
 template <int bits>
 VSP_INLINE I32x4Wide loadFrameTwice(const Frame* p, I32x4Wide)
@@ -320,8 +310,8 @@ VSP_INLINE I32x4Wide loadFrameTwice(const Frame* p, I32x4Wide)
     int32_t frame;
     __builtin_memcpy(&frame, p, sizeof frame);
     const __m256i places =
-        _mm256_setr_epi8(-1, -1, -1, -1, -1, -1, 0, 1, -1, -1, -1, -1, -1, -1, 2, 3, -1, -1, -1, -1,
-                         -1, -1, 0, 1, -1, -1, -1, -1, -1, -1, 2, 3);
+        _mm256_setr_epi8(-1, -1, 0, 1, -1, -1, -1, -1, -1, -1, 2, 3, -1, -1, -1, -1, -1, -1, 0, 1,
+                         -1, -1, -1, -1, -1, -1, 2, 3, -1, -1, -1, -1);
     return {_mm256_srai_epi32(_mm256_shuffle_epi8(_mm256_set1_epi32(frame), places), 16 - bits)};
 }
 VSP_INLINE I32x4Wide lowHalfTwice(I32x4Wide a)
@@ -336,18 +326,18 @@ VSP_INLINE I32x4Wide joinHalves(I32x4Wide a, I32x4Wide b)
 {
     return {_mm256_blend_epi32(a.v, b.v, 0xF0)};
 }
-VSP_INLINE __m256i highHalves(I32x4Wide a, I32x4Wide b)
+VSP_INLINE __m256i lowHalves(I32x4Wide a, I32x4Wide b)
 {
     return _mm256_castps_si256(_mm256_shuffle_ps(_mm256_castsi256_ps(a.v), _mm256_castsi256_ps(b.v),
-                                                 _MM_SHUFFLE(3, 1, 3, 1)));
+                                                 _MM_SHUFFLE(2, 0, 2, 0)));
 }
 VSP_INLINE I32x4 joinLowHalves(I32x4Wide a, I32x4Wide b)
 {
-    return {_mm256_castsi256_si128(highHalves(a, b))};
+    return {_mm256_castsi256_si128(lowHalves(a, b))};
 }
 VSP_INLINE I32x4 joinHighHalves(I32x4Wide a, I32x4Wide b)
 {
-    return {_mm256_extracti128_si256(highHalves(a, b), 1)};
+    return {_mm256_extracti128_si256(lowHalves(a, b), 1)};
 }
 VSP_INLINE I32x4Wide loadTwo(const int32_t* p, I32x4Wide)
 {
@@ -356,7 +346,7 @@ VSP_INLINE I32x4Wide loadTwo(const int32_t* p, I32x4Wide)
 VSP_INLINE void storeTwo(int32_t* p, I32x4Wide a)
 {
     const __m128i low = _mm256_castsi256_si128(a.v);
-    storeTwo(p, I32x4{_mm_shuffle_epi32(low, _MM_SHUFFLE(3, 1, 3, 1))});
+    storeTwo(p, I32x4{_mm_shuffle_epi32(low, _MM_SHUFFLE(2, 0, 2, 0))});
 }
 VSP_INLINE I32x4Wide loadTwoEach(const int32_t* p, const int32_t* q, I32x4Wide)
 {

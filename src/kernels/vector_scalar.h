@@ -222,8 +222,8 @@ VSP_INLINE void addShortProducts(ProductSum<n>& sum, const int16_t* a, const int
 // ---- Four lanes for the recursive filters: left and right of two sections ----
 using I32x4Scalar = Scalar<4>;
 
-/// Coefficients of a recursion, and four times its sum as they multiply it:
-/// mulShift16(timesFour(S), p). A target may keep either in a form of its own.
+/// Coefficients of a recursion, Q14, which a target may keep in a form of its own; and what it takes of
+/// a sum, below 2^29: a b >> 14.
 template <class V4>
 VSP_INLINE V4 loadCoeffs(const int32_t* p, V4)
 {
@@ -232,12 +232,10 @@ VSP_INLINE V4 loadCoeffs(const int32_t* p, V4)
 template <class V4>
 using CoeffsOf = decltype(loadCoeffs(static_cast<const int32_t*>(nullptr), V4{}));
 template <class V4>
-VSP_INLINE V4 timesFour(V4 a)
+VSP_INLINE V4 timesQ14(V4 a, V4 b)
 {
-    return shiftLeft<2>(a);
+    return mulShift16(shiftLeft<2>(a), b);
 }
-template <class V4>
-using FactorOf = decltype(timesFour(V4{}));
 /// As plain values for the steps behind the recursion.
 template <class V4>
 VSP_INLINE V4 narrow(V4 a)

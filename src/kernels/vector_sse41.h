@@ -183,57 +183,6 @@ VSP_INLINE int64_t total(ProductSumX4 sum)
     return int64_t(uint64_t(sum.v[0]) + uint64_t(sum.v[1]));
 }
 
-/// Four sums of products modulo 2^64: of lanes 0 and 2, of lanes 1 and 3.
-struct Sums4 {
-    __m128i even, odd;
-};
-/// The lanes as values of 0 to 2^32 - 1.
-VSP_INLINE Sums4 unsignedSums(I32x4 a)
-{
-    return {_mm_blend_epi16(a.v, _mm_setzero_si128(), 0xCC), oddLanes(a.v)};
-}
-VSP_INLINE void addProducts(Sums4& sum, I32x4 a, I32x4 b)
-{
-    sum.even = _mm_add_epi64(sum.even, product32(a.v, b.v));
-    sum.odd = _mm_add_epi64(sum.odd, product32(oddLanes(a.v), oddLanes(b.v)));
-}
-VSP_INLINE I32x4 highWords(Sums4 sum)
-{
-    return {joinEvenOdd(oddLanes(sum.even), sum.odd)};
-}
-VSP_INLINE I32x4 lowWords(Sums4 sum)
-{
-    return {joinEvenOdd(sum.even, _mm_slli_epi64(sum.odd, 32))};
-}
-
-template <int bits>
-VSP_INLINE I32x4 loadFrameTwice(const Frame* p, I32x4)
-{
-    int32_t frame;
-    __builtin_memcpy(&frame, p, sizeof frame);
-    return shiftLeft<bits>(I32x4{_mm_cvtepi16_epi32(_mm_set1_epi32(frame))});
-}
-VSP_INLINE I32x4 lowHalfTwice(I32x4 a)
-{
-    return {_mm_unpacklo_epi64(a.v, a.v)};
-}
-VSP_INLINE I32x4 highHalfTwice(I32x4 a)
-{
-    return {_mm_unpackhi_epi64(a.v, a.v)};
-}
-VSP_INLINE I32x4 joinHalves(I32x4 a, I32x4 b)
-{
-    return {_mm_blend_epi16(a.v, b.v, 0xF0)};
-}
-VSP_INLINE I32x4 joinLowHalves(I32x4 a, I32x4 b)
-{
-    return {_mm_unpacklo_epi64(a.v, b.v)};
-}
-VSP_INLINE I32x4 joinHighHalves(I32x4 a, I32x4 b)
-{
-    return {_mm_unpackhi_epi64(a.v, b.v)};
-}
-
 VSP_INLINE I32x4 loadTwo(const int32_t* p, I32x4)
 {
     return {_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))};

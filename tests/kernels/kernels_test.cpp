@@ -75,6 +75,11 @@ private:
     size_t offset;
 };
 
+// What 16-bit sound leaves in the delays of all-pass sections, and what the resamplers take: sums
+// stay within 29 bits.
+constexpr int kDelayBits = 24;
+constexpr int kQ4Bits = 20;
+
 struct Case {
     const char* name;
     std::function<void(const KernelTable&, Bench&)> run;
@@ -176,14 +181,14 @@ const Case kCases[] = {
      }},
     {"split",
      [](const KernelTable& k, Bench& b) {
-         auto* const state = reinterpret_cast<int32_t(*)[7]>(b.values<int32_t>(14, 32));
+         auto* const state = reinterpret_cast<int32_t(*)[7]>(b.values<int32_t>(14, kDelayBits));
          const bool four = b.pick(2) == 0;
          k.split(b.frames(512), b.frames(512), b.frames(512), state,
                  four ? kSplitCoeffsB : kSplitCoeffsA, 1 + b.pick(512), four ? 4 : 2);
      }},
     {"interpolators",
      [](const KernelTable& k, Bench& b) {
-         auto* const state = reinterpret_cast<int32_t(*)[6]>(b.values<int32_t>(12, 32));
+         auto* const state = reinterpret_cast<int32_t(*)[6]>(b.values<int32_t>(12, kDelayBits));
          const int low = 1 + b.pick(128);
          const bool four = b.pick(2) == 0;
          (four ? k.interpolateBy4 : k.interpolateBy2)(b.frames(512), b.frames(128), b.frames(512),
@@ -220,7 +225,7 @@ const Case kCases[] = {
          DecimatorState state[2];
          for (int pass = 0; pass < 2; ++pass)
              k.halveRate(reinterpret_cast<int32_t(*)[2]>(b.array<int32_t>(200)),
-                         reinterpret_cast<int32_t(*)[2]>(b.values<int32_t>(400, 32)), state,
+                         reinterpret_cast<int32_t(*)[2]>(b.values<int32_t>(400, kQ4Bits)), state,
                          b.pick(101));
      }},
     {"doubleRate",
@@ -228,7 +233,7 @@ const Case kCases[] = {
          HalfBandState state[2];
          for (int pass = 0; pass < 2; ++pass)
              k.doubleRate(reinterpret_cast<int32_t(*)[2]>(b.array<int32_t>(400)),
-                          reinterpret_cast<int32_t(*)[2]>(b.values<int32_t>(200, 32)), state,
+                          reinterpret_cast<int32_t(*)[2]>(b.values<int32_t>(200, kQ4Bits)), state,
                           b.pick(101));
      }},
     {"lowPassTwice",
