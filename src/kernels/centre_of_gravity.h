@@ -8,8 +8,8 @@
 
 namespace vsp {
 
-/// A recursive filter across bins stands for the derivative with respect to frequency. Its values y
-/// are held times four, so that a Q14 weight and a shift by 16 give the product.
+/// A recursive filter across bins stands for the derivative with respect to frequency; its values
+/// are y.
 inline constexpr int kMirroredBins = 13;        // from which the values below bin 0 are had
 inline constexpr int kFilterSegments = 4;       // that fast loops filter at once
 inline constexpr int kFilterEarlyBins = 32;     // that they start each of them early

@@ -9,6 +9,7 @@
 #include "fixed/fixed.h"
 #include "kernels/centre_of_gravity.h"
 #include "kernels/peaks.h"
+#include "kernels/recursive_sections.h"
 #include "kernels/sizes.h"
 #include "kernels/spectrum_loops.h"
 #include "kernels/vector_scalar.h"
@@ -177,103 +178,105 @@ void lockPeaks(ComplexInt* X, ComplexShort* S, const ComplexShort* A, const int1
     S[1] = S1;
 }
 
-/// y(k) = 4 (x(k) + c1 y(k - 1) + c2 y(k - 2)) on the real and the imaginary parts of two stretches of
-/// bins at once.
+/// y(k) = x(k) + c1 y(k - 1) + c2 y(k - 2) on the real and the imaginary parts of two stretches of bins
+/// at once.
 template <class V4>
 struct CogRecursion {
-    CoeffsOf<V4> c1, c2;
+    using Word = typename V4::Word;
+    CoeffsOf<V4> c1 = coeffsOf<V4>(kCogFeedback1, kCogFeedback1);
+    CoeffsOf<V4> c2 = coeffsOf<V4>(kCogFeedback2, kCogFeedback2);
     V4 c1y, c2y, c2yPrev; // products of the last two
 
+    /// Begins behind nothing.
     [[gnu::always_inline]] CogRecursion()
     {
-        const int32_t feedback1[4] = {kCogFeedback1, kCogFeedback1, kCogFeedback1, kCogFeedback1};
-        const int32_t feedback2[4] = {kCogFeedback2, kCogFeedback2, kCogFeedback2, kCogFeedback2};
-        c1 = loadCoeffs(feedback1, V4{});
-        c2 = loadCoeffs(feedback2, V4{});
         const int32_t nothing[4] = {};
         c1y = c2y = c2yPrev = load(nothing, V4{});
     }
     /// Goes on behind two values of each stretch.
     [[gnu::always_inline]] void start(V4 last, V4 before)
     {
-        c1y = timesQ14(shiftRight<2>(last), c1);
-        c2y = timesQ14(shiftRight<2>(last), c2);
-        c2yPrev = timesQ14(shiftRight<2>(before), c2);
+        c1y = timesQ14(last, c1);
+        c2y = timesQ14(last, c2);
+        c2yPrev = timesQ14(before, c2);
     }
     [[gnu::always_inline]] V4 next(V4 x)
     {
-        const V4 sum = wrapAdd(wrapAdd(x, c2yPrev), c1y);
+        const V4 y = wrapAdd(wrapAdd(x, c2yPrev), c1y);
         c2yPrev = c2y;
-        c1y = timesQ14(sum, c1);
-        c2y = timesQ14(sum, c2);
-        return shiftLeft<2>(sum);
+        c1y = timesQ14(y, c1);
+        c2y = timesQ14(y, c2);
+        return y;
     }
-    /// One stretch: y(k) for n values x(k), on behind y(-1) and y(-2).
-    void run(ComplexInt* y, const ComplexInt* x, int step, int n, const ComplexInt& last,
-             const ComplexInt& before)
+    /// One stretch: y(k) for n values x(k), each `step` bins from the one before.
+    void run(Word* y, const Word* x, int step, int n)
     {
-        start(loadTwo(words(&last), V4{}), loadTwo(words(&before), V4{}));
         for (int k = 0; k < n; ++k)
-            storeTwo(words(y + k * step), next(loadTwo(words(x + k * step), V4{})));
+            storeTwo(y + 2 * k * step, next(loadTwo(x + 2 * k * step, V4{})));
     }
 };
 
-/// Filters across bins: y(k - 1) at k, from the values x(k) of bins 0 to kLastBin. Each value waits
+/// Filters across bins: y(k - 1) at bin k, from the values x(k) of bins 0 to kLastBin. Each value waits
 /// for the one before. So that four can be on their way at once, the bins are cut into as many
 /// segments, each of which starts from nothing some bins early: by then the past is forgotten. Where
 /// it isn't, to the bit, the segment is done again.
 template <class V4>
-void filterBins(ComplexInt* y, const ComplexInt* x)
+void filterBins(typename V4::Word* y, const typename V4::Word* x)
 {
+    using Word = typename V4::Word;
     constexpr int kSegmentBins = kLastBin / kFilterSegments;
     static_assert(kFilterSegments == 4 && kFilterSegments * kSegmentBins == kLastBin);
-    const auto first = [](int segment) { return 1 + segment * kSegmentBins; };
-    const ComplexInt zero = {0, 0};
-    CogRecursion<V4> single;
+    constexpr int kSegmentWords = 2 * kSegmentBins;
+    const auto first = [](int segment) { return 2 * (1 + segment * kSegmentBins); }; // its word
 
     // Run backwards over the lowest bins and mirrored: the values at negative frequencies, from
     // which the recursion starts.
-    ComplexInt mirrored[kMirroredBins];
-    constexpr int kLast = kMirroredBins - 1;
-    single.run(mirrored + kLast, x + kLast, -1, kMirroredBins, zero, zero);
-    for (int k = 0; k < 2; ++k)
-        y[k] = {mirrored[1 - k].re, fx::wrapNeg(mirrored[1 - k].im)};
+    Word mirrored[2 * kMirroredBins];
+    constexpr int kLast = 2 * (kMirroredBins - 1);
+    CogRecursion<V4>().run(mirrored + kLast, x + kLast, -1, kMirroredBins);
+    for (int k = 0; k < 2; ++k) {
+        y[2 * k] = mirrored[2 - 2 * k];
+        y[2 * k + 1] = fx::wrapNeg(int32_t(mirrored[3 - 2 * k]));
+    }
 
-    ComplexInt assumed[kFilterSegments][2]; // the two values before each segment
-    CogRecursion<V4> pairs[2];              // of segments 0 and 1, 2 and 3
-    for (int n = -kFilterEarlyBins; n < 0; ++n)
-        for (int pair = 0; pair < 2; ++pair) {
-            const int k = first(2 * pair) + n;
-            const V4 value = pairs[pair].next(
-                loadTwoEach(words(x + (k < 0 ? 0 : k)), words(x + k + kSegmentBins), V4{}));
-            if (n >= -2)
-                storeTwoEach(words(&assumed[2 * pair][n + 2]), words(&assumed[2 * pair + 1][n + 2]),
-                             value);
+    Word assumed[kFilterSegments][4];     // the two bins before each segment
+    CogRecursion<V4> firstTwo, secondTwo; // segments
+    for (int n = -2 * kFilterEarlyBins; n < 0; n += 2) {
+        const Word* const from = x + first(1) + n;
+        const Word* const ofFirst = x + std::max(first(0) + n, 0); // which is started anew below
+        const V4 a = firstTwo.next(loadTwoEach(ofFirst, from, V4{}));
+        const V4 b =
+            secondTwo.next(loadTwoEach(from + kSegmentWords, from + 2 * kSegmentWords, V4{}));
+        if (n >= -4) {
+            storeTwoEach(assumed[0] + n + 4, assumed[1] + n + 4, a);
+            storeTwoEach(assumed[2] + n + 4, assumed[3] + n + 4, b);
         }
-    assumed[0][0] = y[0];
-    assumed[0][1] = y[1];
-    pairs[0].start(loadTwoEach(words(&assumed[0][1]), words(&assumed[1][1]), V4{}),
-                   loadTwoEach(words(&assumed[0][0]), words(&assumed[1][0]), V4{}));
-    for (int n = 0; n < kSegmentBins; ++n)
-        for (int pair = 0; pair < 2; ++pair) {
-            const int k = first(2 * pair) + n;
-            storeTwoEach(
-                words(y + k + 1), words(y + k + 1 + kSegmentBins),
-                pairs[pair].next(loadTwoEach(words(x + k), words(x + k + kSegmentBins), V4{})));
-        }
+    }
+    std::copy(y, y + 4, assumed[0]);
+    firstTwo.start(loadTwoEach(assumed[0] + 2, assumed[1] + 2, V4{}),
+                   loadTwoEach(assumed[0], assumed[1], V4{}));
+    for (int n = 0; n < kSegmentWords; n += 2) {
+        const Word* const from = x + first(0) + n;
+        Word* const to = y + first(0) + 2 + n;
+        storeTwoEach(to, to + kSegmentWords,
+                     firstTwo.next(loadTwoEach(from, from + kSegmentWords, V4{})));
+        storeTwoEach(
+            to + 2 * kSegmentWords, to + 3 * kSegmentWords,
+            secondTwo.next(loadTwoEach(from + 2 * kSegmentWords, from + 3 * kSegmentWords, V4{})));
+    }
     for (int segment = 1; segment < kFilterSegments; ++segment) {
-        const int k = first(segment);
+        Word* const start = y + first(segment) + 2;
         const auto isAsAssumed = [&](int n) {
-            return y[k - 1 + n].re == assumed[segment][n].re &&
-                   y[k - 1 + n].im == assumed[segment][n].im;
+            return int32_t(start[n - 4]) == int32_t(assumed[segment][n]);
         };
-        if (!isAsAssumed(0) || !isAsAssumed(1))
-            single.run(y + k + 1, x + k, 1, kSegmentBins, y[k], y[k - 1]);
+        if (isAsAssumed(0) && isAsAssumed(1) && isAsAssumed(2) && isAsAssumed(3))
+            continue;
+        CogRecursion<V4> again;
+        again.start(loadTwo(start - 2, V4{}), loadTwo(start - 4, V4{}));
+        again.run(start, x + first(segment), 1, kSegmentBins);
     }
 }
 
-/// Loaded from kMostLanes - n on, a mask of the first n lanes.
-constexpr int32_t kFirstLanes[2 * kMostLanes] = {-1, -1, -1, -1, -1, -1, -1, -1};
 /// A mask of the words of odd bins.
 constexpr int32_t kOddBins[kMostLanes] = {0, 0, -1, -1, 0, 0, -1, -1};
 
@@ -282,47 +285,39 @@ constexpr int32_t kOddBins[kMostLanes] = {0, 0, -1, -1, 0, 0, -1, -1};
 template <class V, class V4>
 void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right)
 {
-    constexpr int kPadded = kBins + V::lanes;
-    ComplexInt sum[kPadded] = {};     // x(k), 0 behind the last bin
-    ComplexInt filtered[kPadded + 1]; // y(k - 1) at k: one place for the mirrored bin
+    using Word = typename V4::Word;
+    Word sum[2 * kBins];            // x(k)
+    Word filtered[2 * (kBins + 2)]; // y(k - 1) at k: one place for the mirrored bin, one beyond
     for (int n = 0; n < 2 * kLastBin; n += V::lanes) {
         const V x = wrapAdd(shiftRight<1>(load(words(right) + n, V{})),
                             shiftRight<1>(load(words(left) + n, V{})));
         const V odd = load(kOddBins + n % 4, V{});
-        store(words(sum) + n, select(odd, wrapSub(set1(0, V{}), x), x));
+        storeWords(sum + n, select(odd, wrapSub(set1(0, V{}), x), x));
     }
-    sum[kLastBin] = {fx::wrapAdd(right[kLastBin].re >> 1, left[kLastBin].re >> 1),
-                     fx::wrapAdd(right[kLastBin].im >> 1, left[kLastBin].im >> 1)};
+    sum[2 * kLastBin] = fx::wrapAdd(right[kLastBin].re >> 1, left[kLastBin].re >> 1);
+    sum[2 * kLastBin + 1] = fx::wrapAdd(right[kLastBin].im >> 1, left[kLastBin].im >> 1);
     filterBins<V4>(filtered, sum);
-    for (int k = kBins; k < kPadded; ++k)
-        filtered[k + 1] = {0, 0};
+    filtered[2 * (kBins + 1)] = filtered[2 * (kBins + 1) + 1] = 0;
 
+    const auto aboveQ14 = coeffsOf<V4>(kCogAbove, kCogAbove);
+    const auto hereQ14 = coeffsOf<V4>(kCogHere, kCogHere);
+    const auto belowQ14 = coeffsOf<V4>(kCogBelow, kCogBelow);
+    const int32_t nothing[4] = {};
     for (int b = 0; b < kBands; ++b) {
-        auto cross = productSum(V{});
-        auto energy = productSum(V{});
-        const int end = bandTable[1][b] + 1;
-        for (int k = bandTable[0][b]; k < end; k += V::lanes) {
-            V xRe, xIm, aboveRe, aboveIm, hereRe, hereIm, belowRe, belowIm;
-            loadPairs(sum + k, xRe, xIm);
-            if (k + V::lanes > end) { // lanes of the next band count as silent
-                const V mask = load(kFirstLanes + kMostLanes - (end - k), V{});
-                xRe = select(mask, xRe, set1(0, V{}));
-                xIm = select(mask, xIm, set1(0, V{}));
-            }
-            loadPairs(filtered + k, belowRe, belowIm);
-            loadPairs(filtered + k + 1, hereRe, hereIm);
-            loadPairs(filtered + k + 2, aboveRe, aboveIm);
-            const auto derivative = [](V above, V here, V below) {
-                return wrapAdd(wrapAdd(mulShift16(above, set1(kCogAbove, V{})),
-                                       mulShift16(here, set1(kCogHere, V{}))),
-                               mulShift16(below, set1(kCogBelow, V{})));
-            };
-            addProducts(cross, derivative(aboveIm, hereIm, belowIm), xRe);
-            addProducts(cross, derivative(aboveRe, hereRe, belowRe), wrapSub(set1(0, V{}), xIm));
-            addProducts(energy, xRe, xRe);
-            addProducts(energy, xIm, xIm);
+        auto cross = pairSums(V4{}); // of Im y' Re x, of Re y' Im x
+        auto energy = pairSums(V4{});
+        const int end = 2 * (bandTable[1][b] + 1);
+        for (int k = 2 * bandTable[0][b]; k < end; k += V4::lanes) {
+            V4 x = load(sum + k, V4{});
+            if (k + V4::lanes > end) // the bin of the next band counts as silent
+                x = joinHalves(x, load(nothing, V4{}));
+            const V4 derivative = wrapAdd(wrapAdd(timesQ14(load(filtered + k + 4, V4{}), aboveQ14),
+                                                  timesQ14(load(filtered + k + 2, V4{}), hereQ14)),
+                                          timesQ14(load(filtered + k, V4{}), belowQ14));
+            addProducts(cross, swapPairs(derivative), x);
+            addProducts(energy, x, x);
         }
-        bandCog[b] = centreOfGravity(total(cross), total(energy));
+        bandCog[b] = centreOfGravity(difference(cross), total(energy));
     }
 }
 

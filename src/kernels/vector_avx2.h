@@ -168,11 +168,6 @@ VSP_INLINE ProductSumX8 productSum(I32x8)
 {
     return {_mm256_setzero_si256()};
 }
-VSP_INLINE void addProducts(ProductSumX8& sum, I32x8 a, I32x8 b)
-{
-    sum.v = _mm256_add_epi64(sum.v, _mm256_mul_epi32(a.v, b.v));
-    sum.v = _mm256_add_epi64(sum.v, _mm256_mul_epi32(oddLanes(a.v), oddLanes(b.v)));
-}
 VSP_INLINE void addShortProducts(ProductSumX8& sum, const int16_t* a, const int16_t* b)
 {
     const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a));
@@ -254,6 +249,7 @@ VSP_INLINE void mulComplexQ31(I32x8& outRe, I32x8& outIm, I32x8 xRe, I32x8 xIm, 
 // what a shift by 30 brings back into the low one. ----
 struct I32x4Wide {
     static constexpr int lanes = 4;
+    using Word = int64_t;
     __m256i v;
 };
 struct WideCoeffs {
@@ -300,6 +296,34 @@ VSP_INLINE I32x4Wide lowWords(Sums4Wide sum)
 {
     return {sum.v};
 }
+struct PairSumsWide {
+    __m256i v;
+};
+VSP_INLINE PairSumsWide pairSums(I32x4Wide)
+{
+    return {_mm256_setzero_si256()};
+}
+VSP_INLINE void addProducts(PairSumsWide& sums, I32x4Wide a, I32x4Wide b)
+{
+    sums.v = _mm256_add_epi64(sums.v, product32(a.v, b.v));
+}
+VSP_INLINE __m128i halvesTogether(PairSumsWide sums)
+{
+    return _mm_add_epi64(_mm256_castsi256_si128(sums.v), _mm256_extracti128_si256(sums.v, 1));
+}
+VSP_INLINE int64_t total(PairSumsWide sums)
+{
+    return total(ProductSumX4{halvesTogether(sums)});
+}
+VSP_INLINE int64_t difference(PairSumsWide sums)
+{
+    const __m128i both = halvesTogether(sums);
+    return int64_t(uint64_t(both[0]) - uint64_t(both[1]));
+}
+VSP_INLINE I32x4Wide swapPairs(I32x4Wide a)
+{
+    return {_mm256_shuffle_epi32(a.v, _MM_SHUFFLE(1, 0, 3, 2))};
+}
 VSP_INLINE I32x4Wide timesQ14(I32x4Wide a, WideCoeffs b)
 {
     return {_mm256_srli_epi64(product32(a.v, b.v), 30)};
@@ -339,22 +363,44 @@ VSP_INLINE I32x4 joinHighHalves(I32x4Wide a, I32x4Wide b)
 {
     return {_mm256_extracti128_si256(lowHalves(a, b), 1)};
 }
+VSP_INLINE I32x4Wide load(const int64_t* p, I32x4Wide)
+{
+    return {_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p))};
+}
+VSP_INLINE void storeWords(int64_t* p, I32x8 a)
+{
+    auto* const q = reinterpret_cast<__m256i*>(p);
+    _mm256_storeu_si256(q, _mm256_cvtepu32_epi64(_mm256_castsi256_si128(a.v)));
+    _mm256_storeu_si256(q + 1, _mm256_cvtepu32_epi64(_mm256_extracti128_si256(a.v, 1)));
+}
+VSP_INLINE __m128i twoWords(const int64_t* p)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+VSP_INLINE I32x4Wide loadTwo(const int64_t* p, I32x4Wide)
+{
+    return {join128(twoWords(p), _mm_setzero_si128())};
+}
 VSP_INLINE I32x4Wide loadTwo(const int32_t* p, I32x4Wide)
 {
     return widen(loadTwo(p, I32x4{}));
 }
+VSP_INLINE void storeTwo(int64_t* p, I32x4Wide a)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm256_castsi256_si128(a.v));
+}
 VSP_INLINE void storeTwo(int32_t* p, I32x4Wide a)
 {
-    const __m128i low = _mm256_castsi256_si128(a.v);
-    storeTwo(p, I32x4{_mm_shuffle_epi32(low, _MM_SHUFFLE(2, 0, 2, 0))});
+    storeTwo(p, narrow(a));
 }
-VSP_INLINE I32x4Wide loadTwoEach(const int32_t* p, const int32_t* q, I32x4Wide)
+VSP_INLINE I32x4Wide loadTwoEach(const int64_t* p, const int64_t* q, I32x4Wide)
 {
-    return widen(loadTwoEach(p, q, I32x4{}));
+    return {join128(twoWords(p), twoWords(q))};
 }
-VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4Wide a)
+VSP_INLINE void storeTwoEach(int64_t* p, int64_t* q, I32x4Wide a)
 {
-    storeTwoEach(p, q, narrow(a));
+    storeTwo(p, a);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(q), _mm256_extracti128_si256(a.v, 1));
 }
 VSP_INLINE void storeLowFrame(Frame* p, I32x4Wide a)
 {

@@ -20,6 +20,7 @@ namespace vsp::VSP_KERNEL_SET {
 
 struct I32x4 {
     static constexpr int lanes = 4;
+    using Word = int32_t;
     int32x4_t v;
 };
 
@@ -148,11 +149,6 @@ VSP_INLINE ProductSumX4 productSum(I32x4)
 {
     return {vdupq_n_s64(0)};
 }
-VSP_INLINE void addProducts(ProductSumX4& sum, I32x4 a, I32x4 b)
-{
-    sum.v = vmlal_s32(sum.v, vget_low_s32(a.v), vget_low_s32(b.v));
-    sum.v = vmlal_s32(sum.v, vget_high_s32(a.v), vget_high_s32(b.v));
-}
 VSP_INLINE void addShortProducts(ProductSumX4& sum, const int16_t* a, const int16_t* b)
 {
     const int16x8_t x = vmaxq_s16(vld1q_s16(a), vdupq_n_s16(kLowestFactor));
@@ -163,6 +159,31 @@ VSP_INLINE void addShortProducts(ProductSumX4& sum, const int16_t* a, const int1
 VSP_INLINE int64_t total(ProductSumX4 sum)
 {
     return int64_t(uint64_t(vgetq_lane_s64(sum.v, 0)) + uint64_t(vgetq_lane_s64(sum.v, 1)));
+}
+
+struct PairSumsX4 {
+    int64x2_t v;
+};
+VSP_INLINE PairSumsX4 pairSums(I32x4)
+{
+    return {vdupq_n_s64(0)};
+}
+VSP_INLINE void addProducts(PairSumsX4& sums, I32x4 a, I32x4 b)
+{
+    sums.v = vmlal_s32(sums.v, vget_low_s32(a.v), vget_low_s32(b.v));
+    sums.v = vmlal_s32(sums.v, vget_high_s32(a.v), vget_high_s32(b.v));
+}
+VSP_INLINE int64_t total(PairSumsX4 sums)
+{
+    return total(ProductSumX4{sums.v});
+}
+VSP_INLINE int64_t difference(PairSumsX4 sums)
+{
+    return int64_t(uint64_t(vgetq_lane_s64(sums.v, 0)) - uint64_t(vgetq_lane_s64(sums.v, 1)));
+}
+VSP_INLINE I32x4 swapPairs(I32x4 a)
+{
+    return {vrev64q_s32(a.v)};
 }
 
 /// Four sums of products modulo 2^64.

@@ -34,6 +34,7 @@ VSP_INLINE const int16_t* samples(const Frame* p)
 template <int n>
 struct Scalar {
     static constexpr int lanes = n;
+    using Word = int32_t;
     int32_t v[n];
 };
 using I32x1 = Scalar<1>;
@@ -193,12 +194,6 @@ struct ProductSum {
     int64_t v = 0;
 };
 template <int n>
-VSP_INLINE void addProducts(ProductSum<n>& sum, Scalar<n> a, Scalar<n> b)
-{
-    for (int i = 0; i < n; ++i)
-        sum.v = fx::wrapAdd64(sum.v, int64_t(a.v[i]) * b.v[i]);
-}
-template <int n>
 VSP_INLINE int64_t total(ProductSum<n> sum)
 {
     return sum.v;
@@ -219,7 +214,8 @@ VSP_INLINE void addShortProducts(ProductSum<n>& sum, const int16_t* a, const int
         sum.v = fx::wrapAdd64(sum.v, int32_t(a[i] < kLowestFactor ? kLowestFactor : a[i]) * b[i]);
 }
 
-// ---- Four lanes for the recursive filters: left and right of two sections ----
+// ---- Four lanes for the recursive filters: left and right of two sections. What they leave for later
+// loops is kept as Words, which a target may make as wide as its lanes. ----
 using I32x4Scalar = Scalar<4>;
 
 /// Coefficients of a recursion, Q14, which a target may keep in a form of its own; and what it takes of
@@ -241,6 +237,42 @@ template <class V4>
 VSP_INLINE V4 narrow(V4 a)
 {
     return a;
+}
+
+/// Sums of products modulo 2^64 of lanes 0 and 2, of lanes 1 and 3; both together, and the first less
+/// the second.
+struct PairSums {
+    int64_t even = 0;
+    int64_t odd = 0;
+};
+VSP_INLINE PairSums pairSums(I32x4Scalar)
+{
+    return {};
+}
+VSP_INLINE void addProducts(PairSums& sums, I32x4Scalar a, I32x4Scalar b)
+{
+    for (int i = 0; i < 4; i += 2) {
+        sums.even = fx::wrapAdd64(sums.even, int64_t(a.v[i]) * b.v[i]);
+        sums.odd = fx::wrapAdd64(sums.odd, int64_t(a.v[i + 1]) * b.v[i + 1]);
+    }
+}
+VSP_INLINE int64_t total(PairSums sums)
+{
+    return fx::wrapAdd64(sums.even, sums.odd);
+}
+VSP_INLINE int64_t difference(PairSums sums)
+{
+    return int64_t(uint64_t(sums.even) - uint64_t(sums.odd));
+}
+template <class V>
+VSP_INLINE void storeWords(int32_t* p, V a)
+{
+    store(p, a);
+}
+/// Lanes 1, 0, 3, 2.
+VSP_INLINE I32x4Scalar swapPairs(I32x4Scalar a)
+{
+    return {{a.v[1], a.v[0], a.v[3], a.v[2]}};
 }
 
 /// left, right, left, right of one frame, with more fraction bits.

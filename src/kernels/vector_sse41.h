@@ -165,11 +165,6 @@ VSP_INLINE ProductSumX4 productSum(I32x4)
 {
     return {_mm_setzero_si128()};
 }
-VSP_INLINE void addProducts(ProductSumX4& sum, I32x4 a, I32x4 b)
-{
-    sum.v = _mm_add_epi64(sum.v, product32(a.v, b.v));
-    sum.v = _mm_add_epi64(sum.v, product32(oddLanes(a.v), oddLanes(b.v)));
-}
 VSP_INLINE void addShortProducts(ProductSumX4& sum, const int16_t* a, const int16_t* b)
 {
     const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a));

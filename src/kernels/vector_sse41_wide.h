@@ -12,6 +12,7 @@ namespace vsp::VSP_KERNEL_SET {
 /// Values are the low halves of 64-bit lanes, the high halves hold anything.
 struct I64x2 {
     static constexpr int lanes = 2;
+    using Word = int64_t;
     __m128i v;
 };
 VSP_INLINE I64x2 load(const int32_t* p, I64x2)
@@ -26,6 +27,20 @@ VSP_INLINE I32x4 narrow(I64x2 a, I64x2 b)
 VSP_INLINE void store(int32_t* p, I64x2 a)
 {
     storeTwo(p, narrow(a, a));
+}
+
+VSP_INLINE I64x2 load(const int64_t* p, I64x2)
+{
+    return {_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))};
+}
+VSP_INLINE void store(int64_t* p, I64x2 a)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), a.v);
+}
+VSP_INLINE void storeWords(int64_t* p, I32x4 a)
+{
+    store(p, I64x2{_mm_unpacklo_epi32(a.v, a.v)});
+    store(p + 2, I64x2{_mm_unpackhi_epi32(a.v, a.v)});
 }
 
 using I32x4Wide = Twice<I64x2>;
@@ -75,6 +90,35 @@ VSP_INLINE I32x4Wide lowWords(Sums4Wide sum)
     return {{sum.low}, {sum.high}};
 }
 
+struct PairSumsWide {
+    __m128i v;
+};
+VSP_INLINE PairSumsWide pairSums(I32x4Wide)
+{
+    return {_mm_setzero_si128()};
+}
+VSP_INLINE void addProducts(PairSumsWide& sums, I32x4Wide a, I32x4Wide b)
+{
+    sums.v = _mm_add_epi64(sums.v, product32(a.low.v, b.low.v));
+    sums.v = _mm_add_epi64(sums.v, product32(a.high.v, b.high.v));
+}
+VSP_INLINE int64_t total(PairSumsWide sums)
+{
+    return total(ProductSumX4{sums.v});
+}
+VSP_INLINE int64_t difference(PairSumsWide sums)
+{
+    return int64_t(uint64_t(sums.v[0]) - uint64_t(sums.v[1]));
+}
+VSP_INLINE I64x2 swapPairs(I64x2 a)
+{
+    return {_mm_shuffle_epi32(a.v, _MM_SHUFFLE(1, 0, 3, 2))};
+}
+VSP_INLINE I32x4Wide swapPairs(I32x4Wide a)
+{
+    return {swapPairs(a.low), swapPairs(a.high)};
+}
+
 template <int bits>
 VSP_INLINE I32x4Wide loadFrameTwice(const Frame* p, I32x4Wide)
 {
@@ -103,19 +147,25 @@ VSP_INLINE I32x4 joinHighHalves(I32x4Wide a, I32x4Wide b)
 {
     return narrow(a.high, b.high);
 }
-VSP_INLINE I32x4Wide loadTwo(const int32_t* p, I32x4Wide)
+template <class Word>
+VSP_INLINE I32x4Wide loadTwo(const Word* p, I32x4Wide)
 {
     return {load(p, I64x2{}), {_mm_setzero_si128()}};
 }
-VSP_INLINE void storeTwo(int32_t* p, I32x4Wide a)
+template <class Word>
+VSP_INLINE void storeTwo(Word* p, I32x4Wide a)
 {
     store(p, a.low);
 }
-VSP_INLINE I32x4Wide loadTwoEach(const int32_t* p, const int32_t* q, I32x4Wide)
+VSP_INLINE I32x4Wide load(const int64_t* p, I32x4Wide)
+{
+    return {load(p, I64x2{}), load(p + 2, I64x2{})};
+}
+VSP_INLINE I32x4Wide loadTwoEach(const int64_t* p, const int64_t* q, I32x4Wide)
 {
     return {load(p, I64x2{}), load(q, I64x2{})};
 }
-VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4Wide a)
+VSP_INLINE void storeTwoEach(int64_t* p, int64_t* q, I32x4Wide a)
 {
     store(p, a.low);
     store(q, a.high);

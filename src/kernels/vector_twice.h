@@ -14,6 +14,7 @@ namespace vsp::VSP_KERNEL_SET {
 template <class V>
 struct Twice {
     static constexpr int lanes = 2 * V::lanes;
+    using Word = typename V::Word;
     V low;
     V high;
 };
