@@ -40,7 +40,7 @@ void runColumn(int32_t* re, int32_t* im, int stride, Levels levels)
         storeComplex(re, im, row * stride, x[row]);
 }
 
-Complex<I32x1> factor(Twiddle w)
+SameFactor<I32x1> factor(Twiddle w)
 {
     return broadcast(w, I32x1{});
 }
@@ -130,8 +130,8 @@ void Velora_FFT_NEON_stage1(int32_t* re, int32_t* im, int n)
 void Velora_FFT_NEON_stage2_3_IntLoop(int32_t* re, int32_t* im, const Twiddle* tA,
                                       const Twiddle* tB, const Twiddle* tC, int rowLen)
 {
-    const Complex<I32x1> w[7] = {factor(tA[0]), factor(tB[0]), factor(tB[1]), factor(tC[0]),
-                                 factor(tC[1]), factor(tC[2]), factor(tC[3])};
+    const SameFactor<I32x1> w[7] = {factor(tA[0]), factor(tB[0]), factor(tB[1]), factor(tC[0]),
+                                    factor(tC[1]), factor(tC[2]), factor(tC[3])};
     for (int c = 0; c < rowLen; ++c)
         runColumn<8>(re + c, im + c, rowLen, [&](auto& x) { radix8(x, w); });
 }

@@ -38,12 +38,19 @@ VSP_INLINE Complex<V> timesMinusI(Complex<V> x)
 {
     return {x.im, wrapSub(set1(0, V{}), x.re)};
 }
+/// How large the components of a transform may get on the way: that of a hop of 16-bit samples stays
+/// below 2^23.
+enum class Range { any, small };
+
 /// a + w b and a - w b, each product rounded by itself.
-template <class V>
-VSP_INLINE void butterfly(Complex<V>& a, Complex<V>& b, Complex<V> w_q31)
+template <Range range = Range::any, class V, class W>
+VSP_INLINE void butterfly(Complex<V>& a, Complex<V>& b, W w_q31)
 {
     Complex<V> wb;
-    mulComplexQ31(wb.re, wb.im, b.re, b.im, w_q31.re, w_q31.im);
+    if constexpr (range == Range::small)
+        mulSmallComplexQ31(wb.re, wb.im, b.re, b.im, w_q31);
+    else
+        mulComplexQ31(wb.re, wb.im, b.re, b.im, w_q31);
     b = sub(a, wb);
     a = add(a, wb);
 }
@@ -60,7 +67,7 @@ VSP_INLINE void storeComplex(int32_t* re, int32_t* im, int p, Complex<V> x)
     store(im + p, x.im);
 }
 template <class V>
-VSP_INLINE Complex<V> broadcast(Velora_FFT_Twiddle w, V)
+VSP_INLINE SameFactor<V> broadcast(Velora_FFT_Twiddle w, V)
 {
     return {set1(w.re, V{}), set1(w.im, V{})};
 }
@@ -130,16 +137,16 @@ VSP_INLINE void radix8FirstOfTwo(Complex<V> (&x)[kRadix])
 }
 
 /// Three levels of a column: one factor for the first, two and four for the next.
-template <class V>
-VSP_INLINE void radix8(Complex<V> (&x)[kRadix], const Complex<V> (&w)[kColumnTwiddles])
+template <Range range = Range::any, class V, class W>
+VSP_INLINE void radix8(Complex<V> (&x)[kRadix], const W (&w)[kColumnTwiddles])
 {
     for (int i = 0; i < 4; ++i)
-        butterfly(x[i], x[i + 4], w[0]);
+        butterfly<range>(x[i], x[i + 4], w[0]);
     for (int j = 0; j < 2; ++j)
         for (int i = 0; i < 2; ++i)
-            butterfly(x[4 * j + i], x[4 * j + i + 2], w[1 + j]);
+            butterfly<range>(x[4 * j + i], x[4 * j + i + 2], w[1 + j]);
     for (int j = 0; j < 4; ++j)
-        butterfly(x[2 * j], x[2 * j + 1], w[3 + j]);
+        butterfly<range>(x[2 * j], x[2 * j + 1], w[3 + j]);
 }
 
 template <class V>
@@ -171,11 +178,11 @@ void firstPassOfHop(int32_t* re, int32_t* im, const Frame* in)
 }
 
 /// Levels 3 to 5: blocks of 64 points, each with its own factors.
-template <class V>
+template <Range range, class V>
 void middlePass(int32_t* re, int32_t* im)
 {
     for (int j = 0; j < kRadix; ++j) {
-        Complex<V> w[kColumnTwiddles];
+        SameFactor<V> w[kColumnTwiddles];
         w[0] = broadcast(fftTwiddle[j], V{});
         for (int i = 0; i < 2; ++i)
             w[1 + i] = broadcast(fftTwiddle[2 * j + i], V{});
@@ -185,7 +192,7 @@ void middlePass(int32_t* re, int32_t* im)
             Complex<V> x[kRadix];
             for (int i = 0; i < kRadix; ++i)
                 x[i] = loadComplex(re, im, c + kRadix * i, V{});
-            radix8(x, w);
+            radix8<range>(x, w);
             for (int i = 0; i < kRadix; ++i)
                 storeComplex(re, im, c + kRadix * i, x[i]);
         }
@@ -195,7 +202,7 @@ void middlePass(int32_t* re, int32_t* im)
 /// Loads point i of V::lanes blocks of 8 points into x[i], and the blocks' factors. Lane l is block
 /// 8 bitrev(first + l) + bitrev(group), so that the lanes' results lie side by side.
 template <class V>
-VSP_INLINE void loadBlocks(Complex<V> (&x)[kRadix], Complex<V> (&w)[kColumnTwiddles],
+VSP_INLINE void loadBlocks(Complex<V> (&x)[kRadix], Factors<V> (&w)[kColumnTwiddles],
                            const int32_t* re, const int32_t* im, int group, int first)
 {
     const int32_t* blockRe[V::lanes];
@@ -217,15 +224,15 @@ VSP_INLINE void loadBlocks(Complex<V> (&x)[kRadix], Complex<V> (&w)[kColumnTwidd
 }
 
 /// Levels 6 to 8, from one pair of arrays to another, in natural order.
-template <class V>
+template <Range range, class V>
 void lastPass(int32_t* outRe, int32_t* outIm, const int32_t* re, const int32_t* im)
 {
     for (int group = 0; group < kRadix; ++group)
         for (int first = 0; first < kRadix; first += V::lanes) {
             Complex<V> x[kRadix];
-            Complex<V> w[kColumnTwiddles];
+            Factors<V> w[kColumnTwiddles];
             loadBlocks(x, w, re, im, group, first);
-            radix8(x, w);
+            radix8<range>(x, w);
             for (int i = 0; i < kRadix; ++i)
                 storeComplex(outRe, outIm, kColumns * kBitRev3[i] + kRadix * group + first, x[i]);
         }
@@ -238,7 +245,7 @@ void lastPassFirstQuarter(int32_t* outRe, int32_t* outIm, const int32_t* re, con
     for (int group = 0; group < kRadix; ++group)
         for (int first = 0; first < kRadix; first += V::lanes) {
             Complex<V> x[kRadix];
-            Complex<V> w[kColumnTwiddles];
+            Factors<V> w[kColumnTwiddles];
             loadBlocks(x, w, re, im, group, first);
             for (int i = 0; i < 4; ++i)
                 butterfly(x[i], x[i + 4], w[0]);
@@ -260,8 +267,8 @@ void fft512(int32_t* re, int32_t* im)
     __builtin_memcpy(workRe, re, sizeof workRe);
     __builtin_memcpy(workIm, im, sizeof workIm);
     firstPass<V>(workRe, workIm);
-    middlePass<V>(workRe, workIm);
-    lastPass<V>(re, im, workRe, workIm);
+    middlePass<Range::any, V>(workRe, workIm);
+    lastPass<Range::any, V>(re, im, workRe, workIm);
 }
 
 template <class V>
@@ -270,15 +277,15 @@ void fftOfHop(int32_t* re, int32_t* im, const Frame* in)
     alignas(kLine) int32_t workRe[kFftN];
     alignas(kLine) int32_t workIm[kFftN];
     firstPassOfHop<V>(workRe, workIm, in);
-    middlePass<V>(workRe, workIm);
-    lastPass<V>(re, im, workRe, workIm);
+    middlePass<Range::small, V>(workRe, workIm);
+    lastPass<Range::small, V>(re, im, workRe, workIm);
 }
 
 template <class V>
 void fftFirstQuarter(int32_t* outRe, int32_t* outIm, int32_t* re, int32_t* im)
 {
     firstPass<V>(re, im);
-    middlePass<V>(re, im);
+    middlePass<Range::any, V>(re, im);
     lastPassFirstQuarter<V>(outRe, outIm, re, im);
 }
 

@@ -227,21 +227,49 @@ VSP_INLINE I32x8 loadTwice(const int32_t* p, I32x8)
     return {_mm256_permutevar8x32_epi32(x, _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3))};
 }
 
-VSP_INLINE void mulComplexQ31(I32x8& outRe, I32x8& outIm, I32x8 xRe, I32x8 xIm, I32x8 wRe,
-                              I32x8 wIm)
+/// The odd lanes of a factor.
+VSP_INLINE Factors<I32x8> oddFactors(Factors<I32x8> w)
+{
+    return {{oddLanes(w.re.v)}, {oddLanes(w.im.v)}};
+}
+VSP_INLINE SameFactor<I32x8> oddFactors(SameFactor<I32x8> w)
+{
+    return w;
+}
+/// Sums and differences of rounded products are taken before even and odd lanes are joined.
+template <class W>
+VSP_INLINE void mulComplexQ31(I32x8& outRe, I32x8& outIm, I32x8 xRe, I32x8 xIm, W w)
 {
     const __m256i half = _mm256_set1_epi64x(1 << 30);
     const auto even = [=](I32x8 a, I32x8 b) {
         return _mm256_srli_epi64(_mm256_add_epi64(_mm256_mul_epi32(a.v, b.v), half), 31);
     };
     const auto odd = [=](I32x8 a, I32x8 b) {
-        const __m256i product = _mm256_mul_epi32(oddLanes(a.v), oddLanes(b.v));
-        return _mm256_slli_epi64(_mm256_add_epi64(product, half), 1);
+        return _mm256_slli_epi64(_mm256_add_epi64(_mm256_mul_epi32(oddLanes(a.v), b.v), half), 1);
     };
-    outRe.v = joinEvenOdd(_mm256_sub_epi32(even(xRe, wRe), even(xIm, wIm)),
-                          _mm256_sub_epi32(odd(xRe, wRe), odd(xIm, wIm)));
-    outIm.v = joinEvenOdd(_mm256_add_epi32(even(xRe, wIm), even(xIm, wRe)),
-                          _mm256_add_epi32(odd(xRe, wIm), odd(xIm, wRe)));
+    const W o = oddFactors(w);
+    outRe.v = joinEvenOdd(_mm256_sub_epi32(even(xRe, w.re), even(xIm, w.im)),
+                          _mm256_sub_epi32(odd(xRe, o.re), odd(xIm, o.im)));
+    outIm.v = joinEvenOdd(_mm256_add_epi32(even(xRe, w.im), even(xIm, w.re)),
+                          _mm256_add_epi32(odd(xRe, o.im), odd(xIm, o.re)));
+}
+/// Twice as large, products have their integers in the high half.
+template <class W>
+VSP_INLINE void mulSmallComplexQ31(I32x8& outRe, I32x8& outIm, I32x8 xRe, I32x8 xIm, W w)
+{
+    const __m256i half = _mm256_set1_epi64x(int64_t(1) << 31);
+    const auto product = [=](__m256i a, I32x8 b) {
+        return _mm256_add_epi64(_mm256_mul_epi32(a, b.v), half);
+    };
+    const __m256i re = wrapAdd(xRe, xRe).v;
+    const __m256i im = wrapAdd(xIm, xIm).v;
+    const __m256i oddRe = oddLanes(re);
+    const __m256i oddIm = oddLanes(im);
+    const W o = oddFactors(w);
+    outRe.v = joinEvenOdd(oddLanes(_mm256_sub_epi32(product(re, w.re), product(im, w.im))),
+                          _mm256_sub_epi32(product(oddRe, o.re), product(oddIm, o.im)));
+    outIm.v = joinEvenOdd(oddLanes(_mm256_add_epi32(product(re, w.im), product(im, w.re))),
+                          _mm256_add_epi32(product(oddRe, o.im), product(oddIm, o.re)));
 }
 
 // ---- Four lanes of 64 bits for the recursive filters: values are the low halves, the high halves

@@ -389,12 +389,28 @@ VSP_INLINE Scalar<n> loadTwice(const int32_t* p, Scalar<n>)
     return perLane<n>([=](int i) { return p[i / 2]; });
 }
 
-/// x * w with each product rounded by itself (mulRoundQ31).
+// ---- Complex factors, Q31 ----
+/// One for each lane, or the same one for all.
 template <class V>
-VSP_INLINE void mulComplexQ31(V& outRe, V& outIm, V xRe, V xIm, V wRe, V wIm)
+struct Factors {
+    V re, im;
+};
+template <class V>
+struct SameFactor {
+    V re, im;
+};
+/// x * w with each product rounded by itself (mulRoundQ31).
+template <class V, class W>
+VSP_INLINE void mulComplexQ31(V& outRe, V& outIm, V xRe, V xIm, W w)
 {
-    outRe = wrapSub(mulRoundQ31(xRe, wRe), mulRoundQ31(xIm, wIm));
-    outIm = wrapAdd(mulRoundQ31(xRe, wIm), mulRoundQ31(xIm, wRe));
+    outRe = wrapSub(mulRoundQ31(xRe, w.re), mulRoundQ31(xIm, w.im));
+    outIm = wrapAdd(mulRoundQ31(xRe, w.im), mulRoundQ31(xIm, w.re));
+}
+/// The same for components of x below 2^30.
+template <class V, class W>
+VSP_INLINE void mulSmallComplexQ31(V& outRe, V& outIm, V xRe, V xIm, W w)
+{
+    mulComplexQ31(outRe, outIm, xRe, xIm, w);
 }
 
 } // namespace vsp::VSP_KERNEL_SET

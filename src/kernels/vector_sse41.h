@@ -279,22 +279,47 @@ VSP_INLINE I32x4 loadTwice(const int32_t* p, I32x4)
     return {_mm_unpacklo_epi32(x, x)};
 }
 
+/// The odd lanes of a factor.
+VSP_INLINE Factors<I32x4> oddFactors(Factors<I32x4> w)
+{
+    return {{oddLanes(w.re.v)}, {oddLanes(w.im.v)}};
+}
+VSP_INLINE SameFactor<I32x4> oddFactors(SameFactor<I32x4> w)
+{
+    return w;
+}
 /// Sums and differences of rounded products are taken before even and odd lanes are joined.
-VSP_INLINE void mulComplexQ31(I32x4& outRe, I32x4& outIm, I32x4 xRe, I32x4 xIm, I32x4 wRe,
-                              I32x4 wIm)
+template <class W>
+VSP_INLINE void mulComplexQ31(I32x4& outRe, I32x4& outIm, I32x4 xRe, I32x4 xIm, W w)
 {
     const __m128i half = _mm_set1_epi64x(1 << 30);
     const auto even = [=](I32x4 a, I32x4 b) {
         return _mm_srli_epi64(_mm_add_epi64(product32(a.v, b.v), half), 31);
     };
     const auto odd = [=](I32x4 a, I32x4 b) {
-        const __m128i product = product32(oddLanes(a.v), oddLanes(b.v));
-        return _mm_slli_epi64(_mm_add_epi64(product, half), 1);
+        return _mm_slli_epi64(_mm_add_epi64(product32(oddLanes(a.v), b.v), half), 1);
     };
-    outRe.v = joinEvenOdd(_mm_sub_epi32(even(xRe, wRe), even(xIm, wIm)),
-                          _mm_sub_epi32(odd(xRe, wRe), odd(xIm, wIm)));
-    outIm.v = joinEvenOdd(_mm_add_epi32(even(xRe, wIm), even(xIm, wRe)),
-                          _mm_add_epi32(odd(xRe, wIm), odd(xIm, wRe)));
+    const W o = oddFactors(w);
+    outRe.v = joinEvenOdd(_mm_sub_epi32(even(xRe, w.re), even(xIm, w.im)),
+                          _mm_sub_epi32(odd(xRe, o.re), odd(xIm, o.im)));
+    outIm.v = joinEvenOdd(_mm_add_epi32(even(xRe, w.im), even(xIm, w.re)),
+                          _mm_add_epi32(odd(xRe, o.im), odd(xIm, o.re)));
+}
+/// Twice as large, products have their integers in the high half.
+template <class W>
+VSP_INLINE void mulSmallComplexQ31(I32x4& outRe, I32x4& outIm, I32x4 xRe, I32x4 xIm, W w)
+{
+    const __m128i half = _mm_set1_epi64x(int64_t(1) << 31);
+    const auto product = [=](__m128i a, I32x4 b) { return _mm_add_epi64(product32(a, b.v), half); };
+    const __m128i re = wrapAdd(xRe, xRe).v;
+    const __m128i im = wrapAdd(xIm, xIm).v;
+    const __m128i oddRe = oddLanes(re);
+    const __m128i oddIm = oddLanes(im);
+    const W o = oddFactors(w);
+    outRe.v = joinEvenOdd(oddLanes(_mm_sub_epi32(product(re, w.re), product(im, w.im))),
+                          _mm_sub_epi32(product(oddRe, o.re), product(oddIm, o.im)));
+    outIm.v = joinEvenOdd(oddLanes(_mm_add_epi32(product(re, w.im), product(im, w.re))),
+                          _mm_add_epi32(product(oddRe, o.im), product(oddIm, o.re)));
 }
 
 } // namespace vsp::VSP_KERNEL_SET
