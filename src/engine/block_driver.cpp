@@ -75,8 +75,18 @@ int Velora_VSP::callerHopFrames()
 
 void Velora_VSP::takeCallerHop(const void* in)
 {
-    for (int stage = 0; stage < Velora_VSP_Conductor::kTakeStages; ++stage)
-        takeCallerStage(stage, in);
+    const Frame* const frames = workingHop(in);
+    takeHop(frames, hopFrames());
+}
+
+// A hop of the caller's as 16 bits at the working rate.
+const Frame* Velora_VSP::workingHop(const void* in)
+{
+    const int frames = callerHopFrames();
+    if (isWorkingForm())
+        return static_cast<const Frame*>(in);
+    Convert_UHQ2MQ(mqIn, in, frames, rateShift, bitDepth);
+    return mqIn;
 }
 
 void Velora_VSP::takeCallerStage(int stage, const void* in)
@@ -84,32 +94,37 @@ void Velora_VSP::takeCallerStage(int stage, const void* in)
     static_assert(Velora_VSP_Conductor::kTakeStages == kTakeStages &&
                   Velora_VSP_Conductor::kUnheardHops == kUnheardHops &&
                   Velora_VSP_Conductor::kUnheardStages == kUnheardStages);
-    if (stage == 0) {
-        const int frames = callerHopFrames();
-        if (!isWorkingForm())
-            Convert_UHQ2MQ(mqIn, in, frames, rateShift, bitDepth);
-    }
-    takeStage(stage, isWorkingForm() ? static_cast<const Frame*>(in) : mqIn, hopFrames());
+    const Frame* const converted = isWorkingForm() ? static_cast<const Frame*>(in) : mqIn;
+    takeStage(stage, stage == 0 ? workingHop(in) : converted, hopFrames());
 }
 
 int Velora_VSP::giveCallerHop(void* out)
 {
     if (!hasFrame())
         return 0;
-    for (int stage = 0; stage < Velora_VSP_Conductor::kGiveStages; ++stage)
-        giveCallerStage(stage, out);
+    giveFrame(roomForHop(out), hopFrames());
+    finishHop(out);
     return hopFrames() << rateShift;
 }
 
 void Velora_VSP::giveCallerStage(int stage, void* out)
 {
     static_assert(Velora_VSP_Conductor::kGiveStages == kGiveStages + 1);
-    Frame* const frames = isWorkingForm() ? static_cast<Frame*>(out) : mqOut;
-    if (stage < kGiveStages) {
-        if (hasFrame())
-            giveStage(stage, frames, hopFrames());
-        return;
-    }
+    if (stage == kGiveStages)
+        finishHop(out);
+    else if (hasFrame())
+        giveStage(stage, roomForHop(out), hopFrames());
+}
+
+// Where a hop is made that the caller wants at `out`, and the rest of its way there.
+Frame* Velora_VSP::roomForHop(void* out)
+{
+    return isWorkingForm() ? static_cast<Frame*>(out) : mqOut;
+}
+
+void Velora_VSP::finishHop(void* out)
+{
+    Frame* const frames = roomForHop(out);
     filterOutput(frames, hopFrames());
     if (!isWorkingForm())
         Convert_MQ2UHQ(out, frames, hopFrames(), rateShift, bitDepth);

@@ -71,6 +71,9 @@ private:
     void setHighBand(float speed);
     int processPiece(void* out, const void* in, int frames);
     int runScheduler(vsp::Output& output, const vsp::Frame* in, int frames);
+    const vsp::Frame* workingHop(const void* in);
+    vsp::Frame* roomForHop(void* out);
+    void finishHop(void* out);
 
     // ---- Settings as the caller gave them ----
     Velora_BitDepth_T bitDepth = Velora_BitDepth_16; // in force at once

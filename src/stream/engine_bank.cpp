@@ -88,6 +88,17 @@ const void* EngineBank::engineInput(int pair, const PairQueue& in, std::int64_t 
 
 void EngineBank::takeHop(Stages stages, const PairQueue& in, std::int64_t at, float speed)
 {
+    if (isAll(stages))
+        for (int pair = 0; pair < pairs(); ++pair)
+            Velora_VSP_Conductor::TakeHop(engine(pair, speed), engineInput(pair, in, at, hop));
+    else
+        takeStages(stages, in, at, speed);
+    if (stages.to == stages.ofPair * pairs())
+        Velora_VSP_Conductor::ShareOnsets(engines.data(), pairs());
+}
+
+void EngineBank::takeStages(Stages stages, const PairQueue& in, std::int64_t at, float speed)
+{
     const void* source = levelled.data();
     for (int n = stages.from; n < stages.to; ++n) {
         const int pair = n / stages.ofPair;
@@ -96,8 +107,6 @@ void EngineBank::takeHop(Stages stages, const PairQueue& in, std::int64_t at, fl
             source = engineInput(pair, in, at, hop);
         Velora_VSP_Conductor::TakeStage(engine(pair, speed), stage, source);
     }
-    if (stages.to == stages.ofPair * pairs())
-        Velora_VSP_Conductor::ShareOnsets(engines.data(), pairs());
 }
 
 // Where an engine is to write a hop, which the queue has taken in already all but its first `skip`
@@ -124,6 +133,19 @@ void EngineBank::keep(int pair, PairQueue& out, std::int64_t skip, Media media)
 
 void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media media,
                          Approach approach, float speed)
+{
+    if (!isAll(stages) || sharesTurns)
+        return giveStages(stages, out, skip, media, approach, speed);
+    out.append(hop - skip);
+    for (int pair = 0; pair < pairs(); ++pair) {
+        Velora_VSP_Conductor::Steer(engines[std::size_t(pair)], approach.lead, approach.share);
+        Velora_VSP_Conductor::GiveHop(engine(pair, speed), engineOutput(pair, out, skip));
+        keep(pair, out, skip, media);
+    }
+}
+
+void EngineBank::giveStages(Stages stages, PairQueue& out, std::int64_t skip, Media media,
+                            Approach approach, float speed)
 {
     constexpr int kLast = kGiveStages - 1; // it and the one before write
     for (int n = stages.from; n < stages.to; ++n) {

@@ -32,8 +32,8 @@ public:
     };
     /// What a hop of output sounds.
     struct Media {
-        double frame; // input frame of the first one
-        double speed; // input frames that pass for each
+        double frame = 0.0; // input frame of the first one
+        double speed = 0.0; // input frames that pass for each
     };
 
     /// Brings the engines to where they have heard nothing but silence; the first hop of output comes
@@ -51,6 +51,13 @@ public:
 
 private:
     int pairs() const { return int(engines.size()); }
+    bool isAll(Stages stages) const
+    {
+        return stages.from == 0 && stages.to == stages.ofPair * pairs();
+    }
+    void takeStages(Stages stages, const PairQueue& in, std::int64_t at, float speed);
+    void giveStages(Stages stages, PairQueue& out, std::int64_t skip, Media media,
+                    Approach approach, float speed);
     void warmUp();
     void startPair(int pair, float speed);
     Velora_VSP_Interface* engine(int pair, float speed);

@@ -146,6 +146,10 @@ public:
         const bool isKnown = ready() >= until || now.inputWanted(rate) > input;
         if (join == Join::none && isKnown)
             return std::min(until, ready());
+        const bool isOneHop =
+            join == Join::none && !rate.isSmooth && !now.isDry() && until <= now.end + rate.hop;
+        if (isOneHop)
+            return now.givesNext(input, rate) ? until : ready();
         Schedule course = *this;
         course.proceed(until, Rehearsal{times});
         return std::min(until, course.ready());

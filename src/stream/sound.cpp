@@ -81,9 +81,11 @@ void Sound::run(const Voice& voice, int stages, bool isNext)
     }
 }
 
-// What its next hop of output sounds.
+// What its next hop of output sounds, which the level follows.
 EngineBank::Media Sound::mediaOf(const Voice& voice) const
 {
+    if (!level)
+        return {};
     const double frame = voice.mediaAt(map, voice.end);
     const double last = voice.mediaAt(map, voice.end + hopFrames());
     return {frame, (last - frame) / double(hopFrames())};

@@ -103,6 +103,17 @@ Voice Voice::at(double speed, const Rate& rate)
     return voice;
 }
 
+bool Voice::givesNext(std::int64_t input, const Rate& rate) const
+{
+    Voice voice = *this;
+    while (voice.inputWanted(rate) <= input) {
+        if (voice.nextStep() == Step::give || voice.nextStep() == Step::convert)
+            return true;
+        voice.move(rate);
+    }
+    return false;
+}
+
 bool Voice::turnsInto(const Voice& other) const
 {
     if (path != other.path)
@@ -280,9 +291,10 @@ std::int64_t Voice::mostLagHops(double speed)
     return kAnalysisDelayHops + std::int64_t(std::ceil(4.0 * speed)) + 4;
 }
 
+// The vocoder's speed next to the converter's fastest is none of the slow ones.
 bool Voice::isFiltered() const
 {
-    return !isNatural && isSlow(path == Path::vocoder ? vocoderSpeed(float(speed)) : float(speed));
+    return !isNatural && isSlow(float(speed)) && (path != Path::vocoder || float(speed) != 0.5f);
 }
 
 // The closest speed that sounds through the same filters.

@@ -89,6 +89,8 @@ struct Voice {
     /// Stages of the next step, of all pairs and of each.
     int stages(const Rate& rate) const { return rate.pairs * stagesOfPair(); }
     int stagesOfPair() const;
+    /// Whether it gives another hop of output if `input` frames have come in.
+    bool givesNext(std::int64_t input, const Rate& rate) const;
     /// Stages of all steps from one hop of output to the end of the next.
     std::int64_t stagesToGive(const Rate& rate) const;
 
