@@ -1,9 +1,11 @@
-// Between 16-bit samples and the caller's formats: plain loops that the compiler vectorises.
+// Between 16-bit samples and the caller's formats: plain loops that the compiler vectorises, but for
+// one that it makes too much of.
 #pragma once
 
 #include <cstdint>
 
 #include "fixed/floating_point.h"
+#include "kernels/vector_scalar.h"
 
 namespace vsp::VSP_KERNEL_SET {
 
@@ -20,15 +22,14 @@ void from32(int16_t* out, const int32_t* in, int samples)
     }
 }
 
-inline void fromFloat(int16_t* out, const float* in, int samples)
+template <class V>
+void fromFloat(int16_t* out, const float* in, int samples)
 {
-    for (int n = 0; n < samples; ++n) {
-        const float scaled = in[n] * 32768.0f;
-        // Clamped before the conversion, which has no value for anything beyond int32.
-        const float known = scaled == scaled ? scaled : 0.0f;
-        const float above = known > -32768.0f ? known : -32768.0f;
-        out[n] = int16_t(int32_t(above < 32767.0f ? above : 32767.0f));
-    }
+    int n = 0;
+    for (; V::lanes > 1 && n + 2 * V::lanes <= samples; n += 2 * V::lanes)
+        storeSaturated(out + n, loadQ15(in + n, V{}), loadQ15(in + n + V::lanes, V{}));
+    for (; n < samples; ++n)
+        out[n] = int16_t(loadQ15(in + n, I32x1{}).v[0]);
 }
 
 template <int bits>

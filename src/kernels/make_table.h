@@ -53,7 +53,7 @@ constexpr KernelTable makeTable(const char* name)
     table.lowPassTwice = lowPassTwice<V4>;
     table.from24Bit = from32<8>;
     table.from32Bit = from32<16>;
-    table.fromFloat = fromFloat;
+    table.fromFloat = fromFloat<V>;
     table.to24Bit = to32<8>;
     table.to32Bit = to32<16>;
     table.toFloat = toFloat;

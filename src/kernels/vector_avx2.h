@@ -135,6 +135,14 @@ VSP_INLINE I32x8 loadShorts(const int16_t* p, I32x8)
     return {_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)))};
 }
 
+/// The conversion gives INT32_MIN for all that doesn't fit.
+VSP_INLINE I32x8 loadQ15(const float* p, I32x8)
+{
+    const __m256 scaled = _mm256_mul_ps(_mm256_loadu_ps(p), _mm256_set1_ps(32768.0f));
+    const __m256 known = _mm256_and_ps(scaled, _mm256_cmp_ps(scaled, scaled, _CMP_ORD_Q));
+    return {_mm256_cvttps_epi32(_mm256_min_ps(known, _mm256_set1_ps(32767.0f)))};
+}
+
 VSP_INLINE void loadColumns(const int32_t* const (&block)[8], I32x8 (&x)[8])
 {
     // Rows l and l + 4 side by side, then two 4 x 4 transpositions at once for each half.

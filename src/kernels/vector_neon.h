@@ -113,6 +113,12 @@ VSP_INLINE I32x4 loadShorts(const int16_t* p, I32x4)
     return {vmovl_s16(vld1_s16(p))};
 }
 
+/// The conversion saturates, and gives 0 for what is not a number.
+VSP_INLINE I32x4 loadQ15(const float* p, I32x4)
+{
+    return {vcvtq_s32_f32(vmulq_n_f32(vld1q_f32(p), 32768.0f))};
+}
+
 VSP_INLINE void transpose(I32x4& a, I32x4& b, I32x4& c, I32x4& d)
 {
     const int32x4x2_t ab = vtrnq_s32(a.v, b.v);

@@ -166,6 +166,20 @@ VSP_INLINE Scalar<n> loadShorts(const int16_t* p, Scalar<n>)
     return perLane<n>([=](int i) { return p[i]; });
 }
 
+/// n floats as Q15, truncated toward zero. Not a number is 0; what is beyond 16 bits
+/// is saturated, or stays beyond them where there is more than one lane.
+template <int n>
+VSP_INLINE Scalar<n> loadQ15(const float* p, Scalar<n>)
+{
+    return perLane<n>([=](int i) {
+        const float scaled = p[i] * 32768.0f;
+        // Clamped before the conversion, which has no value for anything beyond int32.
+        const float known = scaled == scaled ? scaled : 0.0f;
+        const float above = known > -32768.0f ? known : -32768.0f;
+        return int32_t(above < 32767.0f ? above : 32767.0f);
+    });
+}
+
 /// Column i of x: point i of each of the n blocks.
 template <int n>
 VSP_INLINE void loadColumns(const int32_t* const (&block)[n], Scalar<n> (&x)[8])

@@ -130,6 +130,14 @@ VSP_INLINE I32x4 loadShorts(const int16_t* p, I32x4)
     return {_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)))};
 }
 
+/// The conversion gives INT32_MIN for all that doesn't fit.
+VSP_INLINE I32x4 loadQ15(const float* p, I32x4)
+{
+    const __m128 scaled = _mm_mul_ps(_mm_loadu_ps(p), _mm_set1_ps(32768.0f));
+    const __m128 known = _mm_and_ps(scaled, _mm_cmpord_ps(scaled, scaled));
+    return {_mm_cvttps_epi32(_mm_min_ps(known, _mm_set1_ps(32767.0f)))};
+}
+
 VSP_INLINE void transpose(I32x4& a, I32x4& b, I32x4& c, I32x4& d)
 {
     const __m128i ab0 = _mm_unpacklo_epi32(a.v, b.v);
