@@ -64,26 +64,10 @@ int findPeaks(int16_t* peakList, int* listed, const int32_t* mag, const int8_t* 
     return total;
 }
 
-/// x * conj(a) and x * a, with x two bits above the result and a in Q14.
-template <class V>
-VSP_INLINE void timesConj(V& outRe, V& outIm, V xRe, V xIm, V aRe, V aIm)
-{
-    const V minusIm = wrapSub(set1(0, V{}), aIm);
-    outRe = wrapAdd(mulShift16(xRe, aRe), mulShift16(xIm, aIm));
-    outIm = wrapAdd(mulShift16(xIm, aRe), mulShift16(xRe, minusIm));
-}
-template <class V>
-VSP_INLINE void times(V& outRe, V& outIm, V xRe, V xIm, V aRe, V aIm)
-{
-    const V minusIm = wrapSub(set1(0, V{}), aIm);
-    outRe = wrapAdd(mulShift16(xRe, aRe), mulShift16(xIm, minusIm));
-    outIm = wrapAdd(mulShift16(xRe, aIm), mulShift16(xIm, aRe));
-}
-
 /// Peaks padded to whole vectors by repeating the last one, which does no harm.
 constexpr int kPaddedPeaks = kMaxPeaks + kMostLanes;
 
-/// The turns that a peak gives to its region: of the spectrum (Q14) and of the phasors (Q16).
+/// The turns that a peak gives to its region: of the spectrum (Q14, raised) and of the phasors (Q16).
 struct PeakTurns {
     int32_t spectrumRe[kPaddedPeaks], spectrumIm[kPaddedPeaks];
     int32_t phasorRe[kPaddedPeaks], phasorIm[kPaddedPeaks];
@@ -98,6 +82,8 @@ VSP_INLINE void peakTurns(PeakTurns& turns, const ComplexInt* X, const ComplexSh
         pickBins(X, peaks + i, re, im);
         pickBins(S, peaks + i, sRe, sIm);
         pickBins(A, peaks + i, aRe, aIm);
+        const Raised<V> wRe = raised(aRe);
+        const Raised<V> wIm = raised(aIm);
 
         // Exactly on an axis the phase counts as 0.
         const Normalised<V> bin = Velora_VSP_InvMagPoly(re, im);
@@ -107,11 +93,11 @@ VSP_INLINE void peakTurns(PeakTurns& turns, const ComplexInt* X, const ComplexSh
         const V unitIm = shiftLeft<2>(shiftRight<14>(mulShort(bin.im, bin.inverse)));
         V turnRe, turnIm;
         timesConj(turnRe, turnIm, select(onAxis, set1(1 << 16, V{}), unitRe),
-                  select(onAxis, zero, unitIm), aRe, aIm);
-        store(turns.spectrumRe + i, turnRe);
-        store(turns.spectrumIm + i, turnIm);
+                  select(onAxis, zero, unitIm), wRe, wIm);
+        store(turns.spectrumRe + i, raised(turnRe).v);
+        store(turns.spectrumIm + i, raised(turnIm).v);
 
-        timesConj(turnRe, turnIm, shiftLeft<2>(sRe), shiftLeft<2>(sIm), aRe, aIm);
+        timesConj(turnRe, turnIm, shiftLeft<2>(sRe), shiftLeft<2>(sIm), wRe, wIm);
         store(turns.phasorRe + i, shiftLeft<2>(turnRe));
         store(turns.phasorIm + i, shiftLeft<2>(turnIm));
     }
@@ -128,13 +114,17 @@ VSP_INLINE void turnPairs(ComplexInt* X, ComplexShort* S, const ComplexShort* A,
         const auto choose = [=](V turned, V old) {
             return wanted != nullptr ? select(load(wanted + 2 * i, V{}), turned, old) : turned;
         };
-        V re, im, sRe, sIm, aRe, aIm;
+        V re, im, sRe, sIm;
+        Raised<V> aRe, aIm;
         pickPairs(X, first, re, im);
         pickPairs(S, first, sRe, sIm);
-        pickPairs(A, first, aRe, aIm);
+        pickRaisedPairs(A, first, aRe, aIm);
         const V m = shiftLeft<2>(cheapModulus(re, im));
-        const V mRe = shiftLeft<2>(mulShift16(m, loadTwice(turns.spectrumRe + i, V{})));
-        const V mIm = shiftLeft<2>(mulShift16(m, loadTwice(turns.spectrumIm + i, V{})));
+        const auto turnedBy = [=](const int32_t* turn) {
+            return shiftLeft<2>(mulShift16(m, Raised<V>{loadTwice(turn + i, V{})}));
+        };
+        const V mRe = turnedBy(turns.spectrumRe);
+        const V mIm = turnedBy(turns.spectrumIm);
         V newRe, newIm;
         times(newRe, newIm, mRe, mIm, aRe, aIm);
         putPairs(X, first, choose(newRe, re), choose(newIm, im));

@@ -227,8 +227,8 @@ void scaleOutput(Frame* out, const int32_t* re, const int32_t* im)
 template <class V>
 VSP_INLINE void storeWithPhase(ComplexInt* X, V x, const ComplexShort* P)
 {
-    V pRe, pIm;
-    loadShortPairs(P, pRe, pIm);
+    Raised<V> pRe, pIm;
+    loadRaisedPairs(P, pRe, pIm);
     const V m = shiftLeft<2>(x);
     storePairs(X, mulShift16(m, pRe), mulShift16(m, pIm));
 }

@@ -235,6 +235,52 @@ VSP_INLINE I32x8 loadTwice(const int32_t* p, I32x8)
     return {_mm256_permutevar8x32_epi32(x, _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3))};
 }
 
+// ---- Factors shifted up by 16 leave what is wanted in the high half of a product ----
+VSP_INLINE Raised<I32x8> raised(I32x8 a)
+{
+    return {{_mm256_slli_epi32(a.v, 16)}};
+}
+VSP_INLINE void raiseShorts(__m256i x, Raised<I32x8>& a, Raised<I32x8>& b)
+{
+    a.v.v = _mm256_slli_epi32(x, 16);
+    b.v.v = _mm256_blend_epi16(x, _mm256_setzero_si256(), 0x55);
+}
+template <class Pair>
+VSP_INLINE void loadRaisedPairs(const Pair* p, Raised<I32x8>& a, Raised<I32x8>& b)
+{
+    raiseShorts(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)), a, b);
+}
+VSP_INLINE void pickRaisedPairs(const ComplexShort* P, const int16_t* first, Raised<I32x8>& re,
+                                Raised<I32x8>& im)
+{
+    raiseShorts(join128(twoPhasorPairs(P + first[0], P + first[1]),
+                        twoPhasorPairs(P + first[2], P + first[3])),
+                re, im);
+}
+VSP_INLINE I32x8 mulShift16(I32x8 a, Raised<I32x8> b)
+{
+    const __m256i even = oddLanes(product32(a.v, b.v.v));
+    return {joinEvenOdd(even, product32(oddLanes(a.v), oddLanes(b.v.v)))};
+}
+VSP_INLINE __m256i sumOfProducts(__m256i a, __m256i b, __m256i c, __m256i d)
+{
+    return _mm256_add_epi32(product32(a, b), product32(c, d));
+}
+/// Even and odd lanes are joined when the sums are there.
+VSP_INLINE void times(I32x8& outRe, I32x8& outIm, I32x8 xRe, I32x8 xIm, Raised<I32x8> wRe,
+                      Raised<I32x8> wIm)
+{
+    const __m256i minus = wrapSub(I32x8{_mm256_setzero_si256()}, wIm.v).v;
+    const __m256i evenRe = sumOfProducts(xRe.v, wRe.v.v, xIm.v, minus);
+    const __m256i evenIm = sumOfProducts(xRe.v, wIm.v.v, xIm.v, wRe.v.v);
+    const __m256i oddRe =
+        sumOfProducts(oddLanes(xRe.v), oddLanes(wRe.v.v), oddLanes(xIm.v), oddLanes(minus));
+    const __m256i oddIm =
+        sumOfProducts(oddLanes(xRe.v), oddLanes(wIm.v.v), oddLanes(xIm.v), oddLanes(wRe.v.v));
+    outRe.v = joinEvenOdd(oddLanes(evenRe), oddRe);
+    outIm.v = joinEvenOdd(oddLanes(evenIm), oddIm);
+}
+
 /// The odd lanes of a factor.
 VSP_INLINE Factors<I32x8> oddFactors(Factors<I32x8> w)
 {

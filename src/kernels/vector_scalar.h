@@ -403,6 +403,47 @@ VSP_INLINE Scalar<n> loadTwice(const int32_t* p, Scalar<n>)
     return perLane<n>([=](int i) { return p[i / 2]; });
 }
 
+// ---- Factors within 16 bits, which a target may keep shifted up by 16 ----
+template <class V>
+struct Raised {
+    V v;
+};
+template <class V>
+VSP_INLINE Raised<V> raised(V a)
+{
+    return {a};
+}
+/// As loadShortPairs and pickPairs.
+template <class Pair, class V>
+VSP_INLINE void loadRaisedPairs(const Pair* p, Raised<V>& a, Raised<V>& b)
+{
+    loadShortPairs(p, a.v, b.v);
+}
+template <class V>
+VSP_INLINE void pickRaisedPairs(const ComplexShort* P, const int16_t* first, Raised<V>& re,
+                                Raised<V>& im)
+{
+    pickPairs(P, first, re.v, im.v);
+}
+template <class V>
+VSP_INLINE V mulShift16(V a, Raised<V> b)
+{
+    return mulShift16(a, b.v);
+}
+/// x * w and x * conj(w), the components of w above -32768: the sums of two mulShift16 each.
+template <class V>
+VSP_INLINE void times(V& outRe, V& outIm, V xRe, V xIm, Raised<V> wRe, Raised<V> wIm)
+{
+    const V minusIm = wrapSub(set1(0, V{}), wIm.v);
+    outRe = wrapAdd(mulShift16(xRe, wRe.v), mulShift16(xIm, minusIm));
+    outIm = wrapAdd(mulShift16(xRe, wIm.v), mulShift16(xIm, wRe.v));
+}
+template <class V>
+VSP_INLINE void timesConj(V& outRe, V& outIm, V xRe, V xIm, Raised<V> wRe, Raised<V> wIm)
+{
+    times(outIm, outRe, xIm, xRe, wRe, wIm);
+}
+
 // ---- Complex factors, Q31 ----
 /// One for each lane, or the same one for all.
 template <class V>

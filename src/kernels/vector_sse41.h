@@ -287,6 +287,50 @@ VSP_INLINE I32x4 loadTwice(const int32_t* p, I32x4)
     return {_mm_unpacklo_epi32(x, x)};
 }
 
+// ---- Factors shifted up by 16 leave what is wanted in the high half of a product ----
+VSP_INLINE Raised<I32x4> raised(I32x4 a)
+{
+    return {{_mm_slli_epi32(a.v, 16)}};
+}
+VSP_INLINE void raiseShorts(__m128i x, Raised<I32x4>& a, Raised<I32x4>& b)
+{
+    a.v.v = _mm_slli_epi32(x, 16);
+    b.v.v = _mm_blend_epi16(x, _mm_setzero_si128(), 0x55);
+}
+template <class Pair>
+VSP_INLINE void loadRaisedPairs(const Pair* p, Raised<I32x4>& a, Raised<I32x4>& b)
+{
+    raiseShorts(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), a, b);
+}
+VSP_INLINE void pickRaisedPairs(const ComplexShort* P, const int16_t* first, Raised<I32x4>& re,
+                                Raised<I32x4>& im)
+{
+    raiseShorts(twoPhasorPairs(P + first[0], P + first[1]), re, im);
+}
+VSP_INLINE I32x4 mulShift16(I32x4 a, Raised<I32x4> b)
+{
+    const __m128i even = oddLanes(product32(a.v, b.v.v));
+    return {joinEvenOdd(even, product32(oddLanes(a.v), oddLanes(b.v.v)))};
+}
+VSP_INLINE __m128i sumOfProducts(__m128i a, __m128i b, __m128i c, __m128i d)
+{
+    return _mm_add_epi32(product32(a, b), product32(c, d));
+}
+/// Even and odd lanes are joined when the sums are there.
+VSP_INLINE void times(I32x4& outRe, I32x4& outIm, I32x4 xRe, I32x4 xIm, Raised<I32x4> wRe,
+                      Raised<I32x4> wIm)
+{
+    const __m128i minus = wrapSub(I32x4{_mm_setzero_si128()}, wIm.v).v;
+    const __m128i evenRe = sumOfProducts(xRe.v, wRe.v.v, xIm.v, minus);
+    const __m128i evenIm = sumOfProducts(xRe.v, wIm.v.v, xIm.v, wRe.v.v);
+    const __m128i oddRe =
+        sumOfProducts(oddLanes(xRe.v), oddLanes(wRe.v.v), oddLanes(xIm.v), oddLanes(minus));
+    const __m128i oddIm =
+        sumOfProducts(oddLanes(xRe.v), oddLanes(wIm.v.v), oddLanes(xIm.v), oddLanes(wRe.v.v));
+    outRe.v = joinEvenOdd(oddLanes(evenRe), oddRe);
+    outIm.v = joinEvenOdd(oddLanes(evenIm), oddIm);
+}
+
 /// The odd lanes of a factor.
 VSP_INLINE Factors<I32x4> oddFactors(Factors<I32x4> w)
 {

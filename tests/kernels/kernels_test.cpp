@@ -37,9 +37,9 @@ public:
     {
         return reinterpret_cast<ComplexInt*>(values<int32_t>(2 * kBins, bits));
     }
-    ComplexShort* phasors()
+    ComplexShort* phasors(int bits = 16)
     {
-        return reinterpret_cast<ComplexShort*>(values<int16_t>(2 * kBins, 16));
+        return reinterpret_cast<ComplexShort*>(values<int16_t>(2 * kBins, bits));
     }
     Frame* frames(size_t count) { return reinterpret_cast<Frame*>(values<int16_t>(2 * count, 16)); }
     // Of two channels: outputs and residues of any value, inputs as samples leave them.
@@ -163,13 +163,11 @@ const Case kCases[] = {
          b.keep(k.findPeaks(peaks, &listed, b.values<int32_t>(kBins, 4 + b.pick(20)), status,
                             bandTable));
          if (listed > 0)
-             k.lockPeaks(b.bins(24), b.phasors(), b.phasors(), peaks, listed);
+             k.lockPeaks(b.bins(24), b.phasors(15), b.phasors(15), peaks, listed);
      }},
     {"turns",
      [](const KernelTable& k, Bench& b) {
-         const auto phasors = [&] {
-             return reinterpret_cast<ComplexShort*>(b.values<int16_t>(2 * kBins, 15));
-         };
+         const auto phasors = [&] { return b.phasors(15); };
          const int32_t* const M = b.values<int32_t>(kBins, 25);
          k.sumTurns(b.bins(1), {M, b.values<int32_t>(kBins, 2 + b.pick(24))},
                     {phasors(), phasors()}, {phasors(), phasors()});
