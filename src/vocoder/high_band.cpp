@@ -33,6 +33,8 @@ constexpr double kOneHalf = 0.7071067811865476; // square root of 1/2
 void Vocoder::setFades()
 {
     const int frames = hopFrames();
+    if (!fadesEvenly() || std::exchange(hpFadeFrames, frames) == frames)
+        return;
     for (int n = 0; n < frames; ++n) {
         const double rise = (n + 0.5) / frames;
         const double fall = 1.0 - rise;

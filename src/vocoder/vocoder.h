@@ -182,6 +182,7 @@ protected:
     int32_t hopsSinceFrame = 0;             // history: input hops taken since the last frame
     // Settings: what mixHighBand takes.
     int32_t hpFadeQ14[4][kMaxHop] = {};
+    int hpFadeFrames = 0; // for a hop of so many frames
     int32_t hpPlace = 0;                 // this synthesis frame: where the next segment belongs
     Matches hpMatches = {};              // this synthesis frame
     alignas(kLine) Frame hpOut[kMaxHop]; // this synthesis frame: high band
