@@ -19,7 +19,7 @@ enum class Chain { none, allPass, biquad };
 
 struct Units {
     std::vector<Unit> units;
-    double allPassNs; // S, W = 4 S, W c >> 16, added to the next sum
+    double allPassNs; // S, S c >> 14, added to the next sum
     double biquadNs;  // y, its product, added to the next sum
     double nsOf(Chain chain) const
     {

@@ -54,14 +54,19 @@ public:
     void UpSmpl2_polyphase(Frame* out, const Frame* in, int frames, int shift);
 
 private:
+    /// What is resampled goes in blocks of so many frames at the caller's rate, which stay in the
+    /// first-level cache.
+    static constexpr int kBlockFrames = 512;
+
     const KernelTable& kernels; // the hot loops, for this machine
 
     DecimatorState dsState[2];  // history: [channel], stage at the caller's rate
     DecimatorState dsState2[2]; // history: [channel], second stage at shift 2
     HalfBandState usState[2];   // history: [channel], stage from the working rate
     HalfBandState usState2[2];  // history: [channel], second stage at shift 2
-    alignas(kLine) Frame uhqInStage[kPieceFrames];      // this call: at the caller's rate
-    alignas(kLine) Frame uhqOutStage[2 * kPieceFrames]; // this block: at the caller's rate
+    // This block, at the caller's rate.
+    alignas(kLine) Frame uhqInStage[kBlockFrames];
+    alignas(kLine) Frame uhqOutStage[kBlockFrames];
 };
 
 } // namespace vsp

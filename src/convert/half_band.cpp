@@ -9,9 +9,6 @@
 namespace vsp {
 namespace {
 
-// Work goes in blocks that stay in the first-level cache.
-constexpr int kBlockFrames = 512; // at the caller's rate
-
 using Stereo = int32_t[2]; // left, right, Q4
 
 // Halves the rate of stereo frames: those at even positions of the stream go to branch A, at odd

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 
 #include "convert/bridge.h"
 
@@ -51,13 +50,21 @@ void toCaller(const KernelTable& kernels, void* out, const int16_t* in, int samp
 int FormatBridge::Convert_UHQ2MQ(Frame* out, const void* in, int frames, int shift,
                                  Velora_BitDepth_T depth)
 {
-    Frame* const target = shift > 0 ? uhqInStage : out;
-    toWorking(kernels, *target, in, 2 * frames, depth);
-    if (shift == 0)
+    if (shift == 0) {
+        toWorking(kernels, *out, in, 2 * frames, depth);
         return frames;
-    const Frame* const source =
-        depth == Velora_BitDepth_16 ? static_cast<const Frame*>(in) : uhqInStage;
-    return DownSmpl2_polyphase(out, source, frames, shift);
+    }
+    if (depth == Velora_BitDepth_16)
+        return DownSmpl2_polyphase(out, static_cast<const Frame*>(in), frames, shift);
+    const auto* source = static_cast<const std::byte*>(in);
+    int produced = 0;
+    for (int done = 0; done < frames; done += kBlockFrames) {
+        const int part = std::min(kBlockFrames, frames - done);
+        toWorking(kernels, *uhqInStage, source, 2 * part, depth);
+        produced += DownSmpl2_polyphase(out + produced, uhqInStage, part, shift);
+        source += part * bytesPerFrame(depth);
+    }
+    return produced;
 }
 
 void FormatBridge::Convert_MQ2UHQ(void* out, const Frame* in, int frames, int shift,
@@ -68,7 +75,7 @@ void FormatBridge::Convert_MQ2UHQ(void* out, const Frame* in, int frames, int sh
     if (depth == Velora_BitDepth_16)
         return UpSmpl2_polyphase(static_cast<Frame*>(out), in, frames, shift);
     auto* target = static_cast<std::byte*>(out);
-    const int most = int(std::size(uhqOutStage)) >> shift;
+    const int most = kBlockFrames >> shift;
     for (int done = 0; done < frames; done += most) {
         const int part = std::min(most, frames - done);
         UpSmpl2_polyphase(uhqOutStage, in + done, part, shift);
