@@ -43,7 +43,7 @@ public:
     DecimatorState decimator[2];
     HalfBandState halfBand[2];
     BiquadChannelState biquads[2][2];
-    int16_t peaks[kMaxPeaks] = {};
+    int16_t peaks[kPeakRoom] = {};
     int listed = 0;
 
     Arrays()

@@ -77,7 +77,7 @@ struct KernelTable {
     /// Where in time each band's energy lies (kernels/centre_of_gravity.h); bandCog [kBands].
     void (*bandCentres)(float* bandCog, const ComplexInt* left, const ComplexInt* right);
     /// Finds the peaks of a magnitude spectrum: bins above kPeakFloor and above their two
-    /// neighbours on each side. `peakList` [kMaxPeaks] takes those in bands whose status is 0,
+    /// neighbours on each side. `peakList` [kPeakRoom] takes those in bands whose status is 0,
     /// ascending, `listed` their number. Returns how many peaks the spectrum has in all, from
     /// kFirstPeakBin to kLastPeakBin.
     int (*findPeaks)(int16_t* peakList, int* listed, const int32_t* mag, const int8_t* status,

@@ -16,37 +16,38 @@
 
 namespace vsp::VSP_KERNEL_SET {
 
-/// Bits of as many bins as a register has: how many peaks lie in a few bins can't be foretold, and at
-/// the end of each list of them the processor guesses anew.
-using PeakBits = uintptr_t;
-
-/// Lists the peaks from bin `first` on, at most as many bins as PeakBits has. Returns their number.
+/// One bit for each of a few bins: whether it is a peak.
 template <class V>
-VSP_INLINE int listPeaks(int16_t* list, const int32_t* mag, int first, int bins)
+VSP_INLINE unsigned peakBits(const int32_t* mag, int bins)
 {
-    PeakBits bits = 0;
+    unsigned bits = 0;
     forBins<V>(bins, [&](int n, auto lanes) {
         using W = decltype(lanes);
-        const int32_t* const m = mag + first + n;
+        const int32_t* const m = mag + n;
         const W around =
             max(max(load(m - 2, W{}), load(m - 1, W{})), max(load(m + 1, W{}), load(m + 2, W{})));
         const W isPeak = greater(load(m, W{}), max(around, set1(kPeakFloor, W{})));
-        bits |= PeakBits(maskBits(isPeak)) << n;
+        bits |= maskBits(isPeak) << n;
     });
-    int count = 0;
-    for (; bits != 0; bits &= bits - 1)
-        list[count++] = int16_t(first + __builtin_ctzll(bits));
-    return count;
+    return bits;
 }
 
 template <class V>
 int findPeaks(int16_t* peakList, int* listed, const int32_t* mag, const int8_t* status,
               const int16_t (*bands)[kBands])
 {
-    constexpr int kAtOnce = 8 * int(sizeof(PeakBits));
     int total = 0;
-    for (int k = kFirstPeakBin; k <= kLastPeakBin; k += kAtOnce)
-        total += listPeaks<V>(peakList + total, mag, k, std::min(kAtOnce, kLastPeakBin + 1 - k));
+    const auto list = [&](int first, int bins) {
+        const GroupPeaks& peaks = kGroupPeaks[peakBits<V>(mag + first, bins)];
+        for (int i = 0; i < kMostOfGroup; ++i)
+            peakList[total + i] = int16_t(first + peaks.places[i]);
+        total += peaks.count;
+    };
+    constexpr int kEnd = kLastPeakBin + 1;
+    constexpr int kRest = (kEnd - kFirstPeakBin) % kGroupBins;
+    for (int k = kFirstPeakBin; k < kEnd - kRest; k += kGroupBins)
+        list(k, kGroupBins);
+    list(kEnd - kRest, kRest);
     // Only those of idle bands stay.
     int count = total;
     if (std::any_of(status, status + kBands, [](int8_t busy) { return busy != 0; })) {

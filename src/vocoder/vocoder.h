@@ -182,7 +182,7 @@ protected:
     int32_t hopsSinceFrame = 0;             // history: input hops taken since the last frame
     // Settings: what mixHighBand takes.
     int32_t hpFadeQ14[4][kMaxHop] = {};
-    int hpFadeFrames = 0; // for a hop of so many frames
+    int hpFadeFrames = 0;                // for a hop of so many frames
     int32_t hpPlace = 0;                 // this synthesis frame: where the next segment belongs
     Matches hpMatches = {};              // this synthesis frame
     alignas(kLine) Frame hpOut[kMaxHop]; // this synthesis frame: high band
@@ -210,7 +210,7 @@ protected:
     alignas(kLine) MagnitudeRow interpMag[2] = {}; // history: last interpolated magnitudes
     alignas(kLine) PhasorRow phaseAdvance[2];      // this hop: rotation over one hop, Q14
     alignas(kLine) PhasorRow synthPhasor[2];       // history: running phases, Q14
-    alignas(kLine) int16_t peakList[kMaxPeaks];    // this synthesis frame
+    alignas(kLine) int16_t peakList[kPeakRoom];    // this synthesis frame
     // With LockedChannels: what this frame's analysis phases are turned by.
     alignas(kLine) SpectrumRow turnSumRow = {}; // turnSum and room on both sides of it
     alignas(kLine) PhasorRow turns;             // Q14

@@ -155,7 +155,7 @@ const Case kCases[] = {
      }},
     {"peaks",
      [](const KernelTable& k, Bench& b) {
-         int16_t* const peaks = b.array<int16_t>(kMaxPeaks);
+         int16_t* const peaks = b.array<int16_t>(kPeakRoom);
          int listed = 0;
          int8_t status[kBands];
          for (int8_t& s : status)

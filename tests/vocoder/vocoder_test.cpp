@@ -142,7 +142,7 @@ protected:
 
     int32_t mag[kBins] = {};
     int8_t status[kBands] = {};
-    int16_t peaks[kMaxPeaks] = {};
+    int16_t peaks[kPeakRoom] = {};
     int listed = -1;
 };
 
