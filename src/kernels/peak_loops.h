@@ -170,7 +170,7 @@ void lockPeaks(ComplexInt* X, ComplexShort* S, const ComplexShort* A, const int1
 }
 
 /// y(k) = x(k) + c1 y(k - 1) + c2 y(k - 2) on the real and the imaginary parts of two stretches of bins
-/// at once.
+/// at once; y as multiplicands.
 template <class V4>
 struct CogRecursion {
     using Word = typename V4::Word;
@@ -187,16 +187,16 @@ struct CogRecursion {
     /// Goes on behind two values of each stretch.
     [[gnu::always_inline]] void start(V4 last, V4 before)
     {
-        c1y = timesQ14(last, c1);
-        c2y = timesQ14(last, c2);
-        c2yPrev = timesQ14(before, c2);
+        c1y = mulQ14(last, c1);
+        c2y = mulQ14(last, c2);
+        c2yPrev = mulQ14(before, c2);
     }
     [[gnu::always_inline]] V4 next(V4 x)
     {
-        const V4 y = wrapAdd(wrapAdd(x, c2yPrev), c1y);
+        const V4 y = multiplicand(wrapAdd(wrapAdd(x, c2yPrev), c1y));
         c2yPrev = c2y;
-        c1y = timesQ14(y, c1);
-        c2y = timesQ14(y, c2);
+        c1y = mulQ14(y, c1);
+        c2y = mulQ14(y, c2);
         return y;
     }
     /// One stretch: y(k) for n values x(k), each `step` bins from the one before.
@@ -302,9 +302,9 @@ void bandCentres(float* bandCog, const ComplexInt* left, const ComplexInt* right
             V4 x = load(sum + k, V4{});
             if (k + V4::lanes > end) // the bin of the next band counts as silent
                 x = joinHalves(x, load(nothing, V4{}));
-            const V4 derivative = wrapAdd(wrapAdd(timesQ14(load(filtered + k + 4, V4{}), aboveQ14),
-                                                  timesQ14(load(filtered + k + 2, V4{}), hereQ14)),
-                                          timesQ14(load(filtered + k, V4{}), belowQ14));
+            const V4 derivative = wrapAdd(wrapAdd(mulQ14(load(filtered + k + 4, V4{}), aboveQ14),
+                                                  mulQ14(load(filtered + k + 2, V4{}), hereQ14)),
+                                          mulQ14(load(filtered + k, V4{}), belowQ14));
             addProducts(cross, swapPairs(derivative), x);
             addProducts(energy, x, x);
         }

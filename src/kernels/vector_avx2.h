@@ -406,7 +406,11 @@ VSP_INLINE I32x4Wide swapPairs(I32x4Wide a)
 {
     return {_mm256_shuffle_epi32(a.v, _MM_SHUFFLE(1, 0, 3, 2))};
 }
-VSP_INLINE I32x4Wide timesQ14(I32x4Wide a, WideCoeffs b)
+VSP_INLINE I32x4Wide multiplicand(I32x4Wide a)
+{
+    return a;
+}
+VSP_INLINE I32x4Wide mulQ14(I32x4Wide a, WideCoeffs b)
 {
     return {_mm256_srli_epi64(product32(a.v, b.v), 30)};
 }

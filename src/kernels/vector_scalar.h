@@ -232,8 +232,8 @@ VSP_INLINE void addShortProducts(ProductSum<n>& sum, const int16_t* a, const int
 // loops is kept as Words, which a target may make as wide as its lanes. ----
 using I32x4Scalar = Scalar<4>;
 
-/// Coefficients of a recursion, Q14, which a target may keep in a form of its own; and what it takes of
-/// a sum, below 2^29: a b >> 14.
+/// Coefficients of a recursion, Q14, and what they multiply, below 2^29: a target may keep either in a
+/// form of its own. The product is a b >> 14.
 template <class V4>
 VSP_INLINE V4 loadCoeffs(const int32_t* p, V4)
 {
@@ -242,9 +242,19 @@ VSP_INLINE V4 loadCoeffs(const int32_t* p, V4)
 template <class V4>
 using CoeffsOf = decltype(loadCoeffs(static_cast<const int32_t*>(nullptr), V4{}));
 template <class V4>
-VSP_INLINE V4 timesQ14(V4 a, V4 b)
+VSP_INLINE V4 multiplicand(V4 a)
 {
-    return mulShift16(shiftLeft<2>(a), b);
+    return shiftLeft<2>(a);
+}
+template <class V4>
+VSP_INLINE V4 mulQ14(V4 a, V4 b)
+{
+    return mulShift16(a, b);
+}
+template <class V4, class Coeffs>
+VSP_INLINE V4 timesQ14(V4 a, Coeffs b)
+{
+    return mulQ14(multiplicand(a), b);
 }
 /// As plain values for the steps behind the recursion.
 template <class V4>

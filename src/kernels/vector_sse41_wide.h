@@ -59,13 +59,17 @@ VSP_INLINE WideCoeffs loadCoeffs(const int32_t* p, I32x4Wide)
 {
     return {shiftLeft<16>(load(p, I32x4Wide{}))};
 }
-VSP_INLINE I64x2 timesQ14(I64x2 a, I64x2 shiftedUp)
+VSP_INLINE I32x4Wide multiplicand(I32x4Wide a)
+{
+    return a;
+}
+VSP_INLINE I64x2 mulQ14(I64x2 a, I64x2 shiftedUp)
 {
     return {_mm_srli_epi64(product32(a.v, shiftedUp.v), 30)};
 }
-VSP_INLINE I32x4Wide timesQ14(I32x4Wide a, WideCoeffs b)
+VSP_INLINE I32x4Wide mulQ14(I32x4Wide a, WideCoeffs b)
 {
-    return {timesQ14(a.low, b.v.low), timesQ14(a.high, b.v.high)};
+    return {mulQ14(a.low, b.v.low), mulQ14(a.high, b.v.high)};
 }
 
 struct Sums4Wide {
