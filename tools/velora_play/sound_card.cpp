@@ -3,7 +3,24 @@
 #include <stdexcept>
 #include <string>
 
+#include <dlfcn.h>
+
 namespace {
+
+void ignore(const char*, int, const char*, int, const char*, ...) {}
+
+// ALSA's library, if SDL uses it, would write lines of its own about what goes wrong, from threads of
+// its own, too.
+void hushAlsa()
+{
+    using SetHandler = int (*)(decltype(&ignore));
+    void* const library = dlopen("libasound.so.2", RTLD_NOW); // for as long as the program runs
+    if (library == nullptr)
+        return;
+    const auto set = reinterpret_cast<SetHandler>(dlsym(library, "snd_lib_error_set_handler"));
+    if (set != nullptr)
+        set(ignore);
+}
 
 [[noreturn]] void fail()
 {
@@ -14,6 +31,7 @@ namespace {
 
 Sdl::Sdl()
 {
+    hushAlsa();
     SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
     SDL_LogSetOutputFunction([](void*, int, SDL_LogPriority, const char*) {}, nullptr);
     if (SDL_Init(SDL_INIT_AUDIO) != 0)

@@ -285,6 +285,11 @@ TEST_F(PlayTest, SaysInALineWhatIsWrong)
     EXPECT_EQ(play("in.wav --keys falling").exitCode, 1);
     EXPECT_EQ(play("").exitCode, 2);
     EXPECT_EQ(play("in.wav --speed 9").exitCode, 2);
+    writeMusic("in.wav", music(kRate / 4));
+    // A sound system's library has lines of its own to say to that.
+    EXPECT_EQ(play("in.wav", 23, "ALSA_CONFIG_PATH=/nonexistent SDL_AUDIODRIVER=alsa").text,
+              name + "no sound card can be used: "
+                     "ALSA: Couldn't open audio device: No such file or directory\n");
     const Result help = play("--help");
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_NE(help.text.find("far-forward"), std::string::npos);
