@@ -30,7 +30,7 @@ public:
     /// Whether the listener wants to quit though nothing sounds.
     bool quits() const { return wantsEnd.load(); }
 
-    /// Does what needs no file, while there is no audio thread.
+    /// Does what needs no file: for this thread while there is no audio thread.
     void obeyWithoutFile() { wantsEnd = listener.obeyWithoutFile() || wantsEnd; }
 
 private:

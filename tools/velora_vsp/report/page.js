@@ -432,6 +432,8 @@ function pointAt(media)
 function lookAt(seconds)
 {
     const all = middles[middles.length - 1] - middles[0];
+    if (all === 0)
+        return; // a sound so short that nothing is left to look closer at
     const closest = Math.min(8 * duration / data.columns, all); // in which there is something to see
     const width = Math.min(Math.max(seconds, closest), all);
     const min = Math.min(Math.max(pointed - width / 2, middles[0]), middles[0] + all - width);
@@ -450,8 +452,8 @@ function obeyKey(event)
     const actions = {
         ArrowRight: () => pointAt(pointed + width / 100),
         ArrowLeft: () => pointAt(pointed - width / 100),
-        PageDown: () => pointAt(pointed + width / 4),
-        PageUp: () => pointAt(pointed - width / 4),
+        PageUp: () => pointAt(pointed + width / 4), // as with any slider
+        PageDown: () => pointAt(pointed - width / 4),
         Home: () => pointAt(-Infinity),
         End: () => pointAt(Infinity),
         "+": zoom(width / 2),
