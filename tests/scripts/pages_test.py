@@ -18,6 +18,8 @@ from typing import Any
 
 LONGEST_BYTES = 5_000_000
 KEYS = {"Right": "\ue014", "Home": "\ue011", "End": "\ue010", "Enter": "\ue007"}
+PLACES_OUTSIDE = """plots.filter(plot => !plot.playhead.hidden &&
+    (plot.playhead.offsetLeft < 0 || plot.playhead.offsetLeft > plot.over.clientWidth)).length"""
 ELEMENT = "element-6066-11e4-a52e-4f735466cecf"  # as WebDriver calls it
 
 folder = Path()
@@ -139,6 +141,7 @@ class Pages(unittest.TestCase):
                             "document.querySelectorAll('#plots canvas').length"
                         )
                         self.assertEqual(drawn, 0 if page.stem == "nothing" else 6)
+                        self.assertEqual(self.browser.get(PLACES_OUTSIDE), 0)
                         self.browser.photograph(page.with_name(f"{page.stem}-{scheme}-{width}.png"))
 
     def test_of_an_hour_is_small(self) -> None:
@@ -166,7 +169,9 @@ class Pages(unittest.TestCase):
         text = self.browser.get("byId('readout').textContent")
         self.assertRegex(text, r"^0:00\.\d+ of the music, heard at .* speed 0\.75")
         self.assertEqual(self.browser.get("byId('plots').getAttribute('aria-valuetext')"), text)
-        self.browser.type("#plots", "End", "Right", "Enter")  # there is nothing beyond
+        self.browser.type("#plots", "End", "Right")  # there is nothing beyond
+        self.assertEqual(self.browser.get(PLACES_OUTSIDE), 0)
+        self.browser.type("#plots", "Enter")
         self.assertAlmostEqual(now(), first + everything[0], delta=0.011)
         self.assertAlmostEqual(
             self.browser.get("players.in.currentTime"),

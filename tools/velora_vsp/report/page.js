@@ -168,9 +168,14 @@ function goTo(media)
 function showPlace(media)
 {
     place = media;
-    for (const plot of plots)
-        if (plot.playhead)
-            plot.playhead.style.left = plot.valToPos(media, "x") + "px";
+    const drawn = Math.min(Math.max(media, middles[0]), middles[middles.length - 1]);
+    for (const plot of plots) {
+        if (!plot.playhead)
+            continue;
+        const {min, max} = plot.scales.x;
+        plot.playhead.hidden = drawn < min || drawn > max;
+        plot.playhead.style.left = plot.valToPos(drawn, "x") + "px";
+    }
 }
 
 // ---- Drawings over time ----
