@@ -378,6 +378,7 @@ protected:
     {
         int status = 0;
         waitpid(process, &status, 0);
+        process = -1;
         return status;
     }
     bool isAsBefore() const
@@ -388,6 +389,10 @@ protected:
     }
     void TearDown() override
     {
+        if (process > 0) { // after a failure
+            kill(process, SIGKILL);
+            end();
+        }
         close(other);
         close(terminal);
     }
