@@ -10,7 +10,7 @@ from . import report
 from .clips import BUILT_IN, Clip, given_clip
 from .measuring import measure, measure_cost
 from .stretchers import Stretcher, ours, peers, present
-from .tables import Results
+from .tables import Results, at_a_glance
 
 PROJECT = Path(__file__).resolve().parents[2]
 SPEEDS, QUICK_SPEEDS = [0.4, 0.6, 0.75, 1.25, 1.5, 2.0, 3.0], [0.6, 1.5]
@@ -118,7 +118,7 @@ def main() -> None:
         report.write_page(options.output / "page.html", results, clips, pictures, about)
     if options.document:
         report.update_document(PROJECT / "docs/sound.md", tables)
-    print(report.at_a_glance(results).markdown())
+    print(at_a_glance(results).markdown())
     print(f"\nThe rest is in {options.output}")
 
 

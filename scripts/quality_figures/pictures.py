@@ -15,6 +15,7 @@ import matplotlib.pyplot as plt  # noqa: E402 -- after the choice of what draws
 import numpy as np  # noqa: E402
 import scipy.fft  # noqa: E402
 from matplotlib.figure import Figure as Canvas  # noqa: E402
+from numpy.typing import NDArray  # noqa: E402
 from PIL import Image  # noqa: E402
 from scipy.signal import get_window  # noqa: E402
 
@@ -102,7 +103,7 @@ def _label(axis: plt.Axes, figure: Figure, speeds: list[float]) -> None:
     axis.legend(fontsize=6)
 
 
-def _levels(sound: Sound, rate: int, speed: float) -> np.ndarray:
+def _levels(sound: Sound, rate: int, speed: float) -> NDArray[np.float64]:
     """Levels [bins, columns] in dB; a column is the same stretch of the original at every speed."""
     length = int(2 ** round(np.log2(rate * WINDOW_SECONDS)))
     hop = max(1, int(SHOWN_SECONDS * rate / COLUMNS / speed))

@@ -4,7 +4,9 @@
 #include <chrono>
 #include <cmath>
 #include <filesystem>
+#include <system_error>
 
+#include "bytes.h"
 #include "error.h"
 #include "interruption.h"
 
@@ -16,6 +18,7 @@ constexpr int64_t kQueueSeconds = 8;
 // Decoders need some packets before what they give is right.
 constexpr double kWarmUpSeconds = 0.5;
 constexpr std::chrono::milliseconds kPause{4};
+constexpr int kMostChannels = 8; // that a sound card is asked for
 
 void toFloat(Samples kind, const Block& from, std::vector<float>& to)
 {
@@ -38,15 +41,16 @@ void toFloat(Samples kind, const Block& from, std::vector<float>& to)
 
 } // namespace
 
-Feed::Feed(const std::string& file) : path(file), isFile(std::filesystem::is_regular_file(file))
+Feed::Feed(const std::string& file) : path(file), isFile(canGoBackIn(file))
 {
-    reopen();
-    hertz = decoder->rate();
-    width = decoder->channels();
-    length = std::llround(input->duration() * hertz);
-    queue = std::make_unique<FrameQueue>(kQueueSeconds * hertz, width);
     const SignalsBlocked blocked;
     thread = std::thread([this] { run(); });
+}
+
+bool Feed::canGoBackIn(const std::string& path)
+{
+    std::error_code none;
+    return path != kPipe && std::filesystem::is_regular_file(path, none);
 }
 
 Feed::~Feed()
@@ -59,6 +63,8 @@ std::string Feed::stop()
     stops = true;
     if (thread.joinable())
         thread.join();
+    decoder.reset();
+    input.reset();
     return problem;
 }
 
@@ -88,15 +94,30 @@ void Feed::openTrack()
 
 void Feed::run()
 {
+    const StopsWith stopped(stops);
     try {
+        open();
         decodeAll();
     } catch (const Interrupted&) {
-        ended = true; // the signal is seen by all who need to
+        // A signal is seen by all who need to.
     } catch (const std::exception& error) {
         problem = error.what();
-        mark(Mark::Kind::end, wanted);
+        if (hasSound())
+            mark(Mark::Kind::end, wanted);
     }
-    ready = true;
+    ended = ready = true;
+}
+
+void Feed::open()
+{
+    reopen();
+    if (decoder->channels() > kMostChannels)
+        throw FileError(input->name(), "has " + std::to_string(decoder->channels()) +
+                                           " channels: 1 to 8 can be played");
+    hertz = decoder->rate();
+    width = decoder->channels();
+    length = std::llround(input->duration() * hertz);
+    queue = std::make_unique<FrameQueue>(kQueueSeconds * hertz, width);
 }
 
 void Feed::decodeAll()

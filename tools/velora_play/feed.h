@@ -41,22 +41,33 @@ public:
     static constexpr size_t kMarks = 1024;
     static constexpr size_t kOrders = 64;
 
-    /// Opens a file and starts to decode it. Throws FileError, or Interrupted.
+    /// Starts to open a file and to decode it.
     explicit Feed(const std::string& path);
     ~Feed();
     Feed(const Feed&) = delete;
     Feed& operator=(const Feed&) = delete;
 
+    /// Whether a path is that of a file rather than of a pipe, which gives what it holds but once.
+    static bool canGoBackIn(const std::string& path);
+
+    /// Whether there is enough to begin with, or nothing will ever be.
+    bool isReady() const { return ready.load(std::memory_order_acquire); }
+    /// Whether all is decoded that the listener has asked for.
+    bool isAllDecoded() const { return ended.load(std::memory_order_acquire); }
+    /// Ends the thread and closes the file.
+    /// @return what went wrong; empty if nothing did
+    std::string stop();
+
+    // Once it is ready.
+
+    /// Whether there is sound: not if the file can't be opened.
+    bool hasSound() const { return queue != nullptr; }
     int rate() const { return hertz; }
     int channels() const { return width; }
     /// Media frames there are, or seem to be; 0 if nothing tells.
     int64_t duration() const { return length; }
     /// Whether orders can be obeyed; not what comes through a pipe.
     bool canSeek() const { return isFile; }
-    /// Whether there is enough to begin with.
-    bool isReady() const { return ready.load(std::memory_order_acquire); }
-    /// Once the thread has ended: what went wrong; empty if nothing did.
-    std::string stop();
 
     // For the audio callback: these neither wait nor allocate.
     FrameQueue& frames() { return *queue; }
@@ -65,6 +76,7 @@ public:
 
 private:
     void run();
+    void open();
     void decodeAll();
     bool obey();
     void decodeMore();
@@ -89,7 +101,6 @@ private:
     bool knowsOrigin = false;
     bool counts = true; // from the start of the file: frame by frame
     bool atEnd = false; // of the file
-    bool ended = false; // nothing follows until the next order
     int64_t wanted = 0; // media frame that is to come next
     Order now{0, 0, 0, kNoLoop};
     int64_t sinceOrder = 0; // position in the queue at which the order's frames begin
@@ -101,6 +112,7 @@ private:
     Mailbox<Order, kOrders> orders;
     std::atomic<bool> stops = false;
     std::atomic<bool> ready = false;
+    std::atomic<bool> ended = false; // nothing follows until the next order
     std::string problem;
     std::thread thread;
 };

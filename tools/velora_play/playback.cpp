@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 namespace {
 
@@ -13,56 +12,52 @@ constexpr int64_t kPiece = 1024;      // frames of input at a time
 
 } // namespace
 
-Playback::Playback(Feed& source, double speed, std::vector<FrameAction> actions)
-    : feed(source), stream(source.rate(), source.channels(), velora::Options{}),
-      script(std::move(actions)), width(source.channels()), chosen(speed), shownSpeed(speed)
+Playback::Playback(Feed& source, Listener& who)
+    : feed(source), listener(who), stream(source.rate(), source.channels(), velora::Options{}),
+      width(source.channels())
 {
-    stream.setSpeed(speed);
 }
 
-void Playback::fill(float* out, int64_t frames)
+int64_t Playback::fill(float* out, int64_t frames)
 {
     float peak = 0.0F;
-    for (int64_t done = 0; done < frames;) {
-        takeActions();
+    int64_t done = 0;
+    for (takeActions(); done < frames && outcome() == Outcome::none; takeActions()) {
         float* const to = out + done * width;
-        const int64_t count = undisturbedFrames(frames - done);
-        const int64_t given = isSilent() ? 0 : play(to, count);
+        const int64_t wanted = undisturbedFrames(frames - done);
+        const int64_t given = listener.isSilent() ? 0 : play(to, wanted);
+        const int64_t count = outcome() == Outcome::none ? wanted : given;
         std::fill(to + given * width, to + count * width, 0.0F);
-        fade(to, count);
+        listener.fade(to, count, width);
         for (const float* sample = to; sample < to + count * width; ++sample)
             peak = std::max(peak, std::fabs(*sample));
-        if (outcome() != Outcome::none)
-            behind += count;
-        else
-            output += count;
+        output += count;
         done += count;
     }
     shownPeak = peak;
     show();
+    return done;
 }
 
 // ---- What the listener wants ----
 
 void Playback::takeActions()
 {
-    for (; used < script.size() && script[used].frame <= output && outcome() == Outcome::none;
-         ++used)
-        obey(script[used].action);
-    for (; typed.size() > 0; typed.drop(1))
-        obey(typed[0]);
+    while (outcome() == Outcome::none) {
+        const auto action = listener.next(output, stream.sampleRate());
+        if (!action)
+            return;
+        obey(*action);
+    }
 }
 
 // Frames up to the next thing that is known to come, `most` at most.
 int64_t Playback::undisturbedFrames(int64_t most) const
 {
-    if (outcome() != Outcome::none)
-        return most;
-    if (used < script.size())
-        most = std::min(most, script[used].frame - output);
+    most = std::min(most, listener.nextScripted(stream.sampleRate()) - output);
     if (isSought && due > output)
         most = std::min(most, due - output);
-    const int fadeLeft = pauses ? fadeStep : kFade - fadeStep;
+    const int fadeLeft = listener.fadeLeft();
     return fadeLeft > 0 ? std::min<int64_t>(most, fadeLeft) : most;
 }
 
@@ -72,18 +67,14 @@ void Playback::obey(Action action)
     const int64_t here = mediaNow();
     switch (action) {
     case Action::faster:
-        return changeSpeed(chosen + kStep);
     case Action::slower:
-        return changeSpeed(chosen - kStep);
     case Action::fineFaster:
-        return changeSpeed(chosen + kFineStep);
     case Action::fineSlower:
-        return changeSpeed(chosen - kFineStep);
     case Action::normal:
-        return changeSpeed(1.0);
+        listener.changeSpeed(action);
+        return stream.setSpeed(listener.speed(), kSpeedHops * stream.hopFrames());
     case Action::pause:
-        pauses = !pauses;
-        return;
+        return listener.pause();
     case Action::forward:
         return seekTo(here + seconds(kJump));
     case Action::back:
@@ -106,15 +97,6 @@ void Playback::obey(Action action)
     case Action::quit:
         return finish(Outcome::quit);
     }
-}
-
-// Whole hundredths, so that steps lead back to where they began.
-void Playback::changeSpeed(double speed)
-{
-    using AnyStream = velora::Stream<>;
-    const double whole = std::round(100.0 * speed) / 100.0;
-    chosen = std::clamp(whole, AnyStream::kSlowest, AnyStream::kFastest);
-    stream.setSpeed(chosen, kSpeedHops * stream.hopFrames());
 }
 
 void Playback::seekTo(int64_t media)
@@ -144,7 +126,7 @@ void Playback::setLoop(int64_t to)
             return void(loopFrom = -1);
         loopFrom = -1;
         loopTo = to;
-        const double ahead = kSeekDelay * stream.sampleRate() * chosen;
+        const double ahead = kSeekDelay * stream.sampleRate() * listener.speed();
         return seekTo(here + std::llround(ahead) + stream.latencyFrames());
     }
     const auto shortest = std::llround(kShortestLoop * stream.sampleRate());
@@ -154,8 +136,11 @@ void Playback::setLoop(int64_t to)
     seekTo(loopFrom);
 }
 
+// A file that the listener has gone to plays; one that follows goes on with a pause.
 void Playback::finish(Outcome outcome)
 {
+    if (outcome != Outcome::ended)
+        listener.playOn();
     result.store(outcome, std::memory_order_release);
 }
 
@@ -252,17 +237,6 @@ void Playback::jump(int64_t media)
     flushes = false;
 }
 
-void Playback::fade(float* out, int64_t frames)
-{
-    if (fadeStep == (pauses ? 0 : kFade))
-        return;
-    for (int64_t n = 0; n < frames; ++n) {
-        fadeStep += pauses ? -1 : 1;
-        for (int64_t channel = 0; channel < width; ++channel)
-            out[n * width + channel] *= float(fadeStep) / kFade;
-    }
-}
-
 // ---- What is shown ----
 
 int64_t Playback::mediaNow() const
@@ -273,13 +247,11 @@ int64_t Playback::mediaNow() const
 void Playback::show()
 {
     shownMedia = mediaNow();
-    shownSpeed = chosen;
-    shownPause = pauses;
     shownStart = loopFrom >= 0;
     shownLoop = loopTo != Feed::kNoLoop;
 }
 
 Position Playback::position() const
 {
-    return {shownMedia, shownSpeed, shownPause, shownStart, shownLoop, shownPeak};
+    return {shownMedia, listener.speed(), listener.pauses(), shownStart, shownLoop, shownPeak};
 }

@@ -10,6 +10,8 @@ namespace {
 std::atomic<int> pendingSignal = 0;
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may write it");
 
+thread_local const std::atomic<bool>* stopsThread = nullptr;
+
 void noteSignal(int signal)
 {
     pendingSignal = signal;
@@ -33,8 +35,18 @@ void catchInterruptions()
 
 void throwIfInterrupted()
 {
-    if (pendingSignal != 0)
+    if (pendingSignal != 0 || (stopsThread != nullptr && *stopsThread))
         throw Interrupted();
+}
+
+StopsWith::StopsWith(const std::atomic<bool>& stops)
+{
+    stopsThread = &stops;
+}
+
+StopsWith::~StopsWith()
+{
+    stopsThread = nullptr;
 }
 
 void dieOfInterruption()

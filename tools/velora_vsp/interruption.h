@@ -1,6 +1,7 @@
 // Ctrl-C and its relatives stop a job between two blocks, so that it can clear up after itself.
 #pragma once
 
+#include <atomic>
 #include <csignal>
 
 /// Thrown by throwIfInterrupted.
@@ -13,6 +14,15 @@ void catchInterruptions();
 
 /// Throws Interrupted if one of the signals has come.
 void throwIfInterrupted();
+
+/// While this lives, it throws in this thread when `stops` is true, too.
+class StopsWith {
+public:
+    explicit StopsWith(const std::atomic<bool>& stops);
+    ~StopsWith();
+    StopsWith(const StopsWith&) = delete;
+    StopsWith& operator=(const StopsWith&) = delete;
+};
 
 /// Ends the process as the signal that has come would have.
 [[noreturn]] void dieOfInterruption();

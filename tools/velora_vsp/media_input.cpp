@@ -186,8 +186,8 @@ void MediaInput::failUnreadable(int error)
         throw NoMedia(name(),
                       "has no table of packets, as CAF files may have it at their end: it is "
                       "incomplete or damaged");
-    throw NoMedia(name(), "is no kind of sound file that is known here, or its start is damaged "
-                          "(samples without a header go in through -, with --raw)");
+    throw UnknownMedia(name(),
+                       "is no kind of sound file that is known here, or its start is damaged");
 }
 
 bool MediaInput::hasFilm() const

@@ -19,6 +19,12 @@ public:
     using FileError::FileError;
 };
 
+/// Thrown where the content shows no kind at all: samples without a header, for one.
+class UnknownMedia : public NoMedia {
+public:
+    using NoMedia::NoMedia;
+};
+
 class MediaInput {
 public:
     /// Finds out what the input is, unless told. Throws NoMedia, any other FileError, or Interrupted.

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <new>
 
+#include "media_input.h"
+
 namespace {
 
 [[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...)
@@ -156,7 +158,9 @@ void reportMistake(const std::string& problem, const Options& options)
 void reportFailure(const std::exception& error, const Options& options, Progress& progress)
 {
     const bool isMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
-    const std::string problem = isMemory ? "out of memory" : error.what();
+    std::string problem = isMemory ? "out of memory" : error.what();
+    if (dynamic_cast<const UnknownMedia*>(&error) != nullptr)
+        problem += " (samples without a header go in through -, with --raw)";
     progress.complain(problem);
     reportMistake(problem, options);
 }

@@ -84,7 +84,8 @@ function showFigures()
         const cell = row.insertCell();
         cell.style.textAlign = "left";
         cell.append(make("code", key));
-        row.insertCell().textContent = typeof value === "number" ? +value.toPrecision(9) : value;
+        const isNumber = typeof value === "number";
+        row.append(make("td", isNumber ? +value.toPrecision(9) : value, isNumber ? "number" : undefined));
     }
     byId("json").textContent = JSON.stringify(figures);
 }
@@ -167,9 +168,14 @@ function goTo(media)
 function showPlace(media)
 {
     place = media;
-    for (const plot of plots)
-        if (plot.playhead)
-            plot.playhead.style.left = plot.valToPos(media, "x") + "px";
+    const drawn = Math.min(Math.max(media, middles[0]), middles[middles.length - 1]);
+    for (const plot of plots) {
+        if (!plot.playhead)
+            continue;
+        const {min, max} = plot.scales.x;
+        plot.playhead.hidden = drawn < min || drawn > max;
+        plot.playhead.style.left = plot.valToPos(drawn, "x") + "px";
+    }
 }
 
 // ---- Drawings over time ----
@@ -409,9 +415,79 @@ function drawCourse()
     showReadout(null);
 }
 
+// ---- Keys ----
+
+// All pictures show the same time, so together they are one slider along it.
+const slider = byId("plots");
+let pointed = data.start || 0; // seconds of the input
+
+function pointAt(media)
+{
+    const {min, max} = plots[0].scales.x;
+    pointed = Math.min(Math.max(media, middles[0]), middles[middles.length - 1]);
+    if (pointed < min || pointed > max)
+        lookAt(max - min);
+    for (const plot of plots)
+        plot.setCursor({left: plot.valToPos(pointed, "x"), top: 0});
+    slider.setAttribute("aria-valuenow", pointed.toFixed(2));
+    slider.setAttribute("aria-valuetext", byId("readout").textContent);
+}
+
+// Shows so many seconds around what is pointed at.
+function lookAt(seconds)
+{
+    const all = middles[middles.length - 1] - middles[0];
+    if (all === 0)
+        return; // a sound so short that nothing is left to look closer at
+    const closest = Math.min(8 * duration / data.columns, all); // in which there is something to see
+    const width = Math.min(Math.max(seconds, closest), all);
+    const min = Math.min(Math.max(pointed - width / 2, middles[0]), middles[0] + all - width);
+    for (const plot of plots)
+        plot.batch(() => plot.setScale("x", {min, max: min + width}));
+}
+
+function obeyKey(event)
+{
+    const {min, max} = plots[0].scales.x;
+    const width = max - min;
+    const zoom = seconds => () => {
+        lookAt(seconds);
+        pointAt(pointed);
+    };
+    const actions = {
+        ArrowRight: () => pointAt(pointed + width / 100),
+        ArrowLeft: () => pointAt(pointed - width / 100),
+        PageUp: () => pointAt(pointed + width / 4), // as with any slider
+        PageDown: () => pointAt(pointed - width / 4),
+        Home: () => pointAt(-Infinity),
+        End: () => pointAt(Infinity),
+        "+": zoom(width / 2),
+        "=": zoom(width / 2),
+        "-": zoom(width * 2),
+        "0": zoom(Infinity),
+        Enter: () => goTo(pointed),
+    };
+    if (event.ctrlKey || event.altKey || event.metaKey || !Object.hasOwn(actions, event.key))
+        return;
+    event.preventDefault();
+    actions[event.key]();
+}
+
+function takeKeys()
+{
+    slider.setAttribute("role", "slider");
+    slider.setAttribute("aria-valuemin", data.start);
+    slider.setAttribute("aria-valuemax", end);
+    slider.tabIndex = 0;
+    slider.addEventListener("keydown", obeyKey);
+    slider.addEventListener("focus", () => slider.matches(":focus-visible") && pointAt(pointed));
+    slider.addEventListener("blur", () => plots.forEach(plot => plot.setCursor({left: -10, top: -10})));
+}
+
 // ---- Bands ----
 
 let levelPlot = null;
+const kFloor = -90; // dB, below which is silence
 
 function drawLevels()
 {
@@ -423,8 +499,8 @@ function drawLevels()
     byId("levels").append(legend);
     const bands = data.thirds;
     const all = bands.flatMap(band => [band.in, band.out]);
-    const top = Math.ceil(Math.max(...all) / 10) * 10;
-    const bottom = Math.max(Math.min(Math.floor(Math.min(...all) / 10) * 10, top - 10), top - 90);
+    const top = Math.max(Math.ceil(Math.max(...all) / 10) * 10, kFloor + 10);
+    const bottom = Math.max(Math.min(Math.floor(Math.min(...all) / 10) * 10, top - 10), kFloor);
     const line = side => ({stroke: colour(side), width: 2, points: {show: true, size: 6, fill: colour("card")}});
     const isNarrow = byId("levels").clientWidth < 600;
     const ticks = isNarrow ? [125, 500, 2000, 8000] : [62.5, 125, 250, 500, 1000, 2000, 4000, 8000, 16000];
@@ -448,7 +524,6 @@ function drawLevels()
 function showOctaves()
 {
     const drop = -1200 * Math.log2(data.pitch);
-    const kFloor = -90;
     let note = "Levels are means over the whole sound, below a full-scale sine; what is played slowly counts as much in" +
         " the input as in the output. Pitch is how far the tones of a band came out from where they belong; 100 cents" +
         " are a semitone.";
@@ -506,6 +581,7 @@ if (data.columns) {
     showPlayers();
     showOctaves();
     draw();
+    takeKeys();
     isDark.addEventListener("change", draw);
     let width = innerWidth;
     addEventListener("resize", () => {
