@@ -77,16 +77,15 @@ Velora_VSP_Interface* EngineBank::engine(int pair, float speed)
 }
 
 // `frames` frames of a pair at `at` of `in`, as the engine takes them.
-const void* EngineBank::engineInput(int pair, const PairQueue& in, std::int64_t at,
-                                    std::int64_t frames)
+const void* EngineBank::engineInput(int pair, PairQueue& in, std::int64_t at, std::int64_t frames)
 {
     if (level == nullptr)
-        return in.at(pair, at);
+        return in.stretch(pair, at, frames);
     level->scaleIn(reinterpret_cast<Frame*>(levelled.data()), in.at(pair, at), at, frames);
     return levelled.data();
 }
 
-void EngineBank::takeHop(Stages stages, const PairQueue& in, std::int64_t at, float speed)
+void EngineBank::takeHop(Stages stages, PairQueue& in, std::int64_t at, float speed)
 {
     if (isAll(stages))
         for (int pair = 0; pair < pairs(); ++pair)
@@ -97,7 +96,7 @@ void EngineBank::takeHop(Stages stages, const PairQueue& in, std::int64_t at, fl
         Velora_VSP_Conductor::ShareOnsets(engines.data(), pairs());
 }
 
-void EngineBank::takeStages(Stages stages, const PairQueue& in, std::int64_t at, float speed)
+void EngineBank::takeStages(Stages stages, PairQueue& in, std::int64_t at, float speed)
 {
     const void* source = levelled.data();
     for (int n = stages.from; n < stages.to; ++n) {
@@ -166,7 +165,7 @@ void EngineBank::giveStages(Stages stages, PairQueue& out, std::int64_t skip, Me
 }
 
 void EngineBank::convert(Stages stages, PairQueue& out, std::int64_t skip, Media media,
-                         const PairQueue& in, std::int64_t at, float speed)
+                         PairQueue& in, std::int64_t at, float speed)
 {
     const int frames = hop / kConvertStages; // of output
     const int count = frames / converterRatio(speed);

@@ -40,13 +40,13 @@ public:
     /// after `hops` hops of input.
     void start(Stages stages, float speed, float hops);
     /// Analyses the hop at frame `at` of `in`, at `speed`.
-    void takeHop(Stages stages, const PairQueue& in, std::int64_t at, float speed);
+    void takeHop(Stages stages, PairQueue& in, std::int64_t at, float speed);
     /// Synthesises the next hop of output at `speed`, which sounds `media`, steered as `approach` says;
     /// all of it but the first `skip` frames is appended to `out`.
     void giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media media, Approach approach,
                  float speed);
     /// Converts the frames at `at` of `in` that make one hop of output, which sounds `media`.
-    void convert(Stages stages, PairQueue& out, std::int64_t skip, Media media, const PairQueue& in,
+    void convert(Stages stages, PairQueue& out, std::int64_t skip, Media media, PairQueue& in,
                  std::int64_t at, float speed);
 
 private:
@@ -55,13 +55,13 @@ private:
     {
         return stages.from == 0 && stages.to == stages.ofPair * pairs();
     }
-    void takeStages(Stages stages, const PairQueue& in, std::int64_t at, float speed);
+    void takeStages(Stages stages, PairQueue& in, std::int64_t at, float speed);
     void giveStages(Stages stages, PairQueue& out, std::int64_t skip, Media media,
                     Approach approach, float speed);
     void warmUp();
     void startPair(int pair, float speed);
     Velora_VSP_Interface* engine(int pair, float speed);
-    const void* engineInput(int pair, const PairQueue& in, std::int64_t at, std::int64_t frames);
+    const void* engineInput(int pair, PairQueue& in, std::int64_t at, std::int64_t frames);
     std::byte* engineOutput(int pair, PairQueue& out, std::int64_t skip);
     void keep(int pair, PairQueue& out, std::int64_t skip, Media media);
 

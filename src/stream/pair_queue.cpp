@@ -7,6 +7,7 @@
 #include <limits>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 #include "convert/bridge.h"
 #include "fixed/floating_point.h"
@@ -131,12 +132,44 @@ void PairQueue::append(std::int64_t count)
 
 void PairQueue::append(const Source& source, std::int64_t count)
 {
-    const std::int64_t from = end();
+    appendLater(source, count);
+    settle();
+}
+
+void PairQueue::appendLater(const Source& source, std::int64_t count)
+{
+    settle();
+    waiting = {source, end(), count};
     append(count);
-    if (channels == 2 && source.interleaved != nullptr) {
-        std::memcpy(at(0, from),
-                    static_cast<const std::byte*>(source.interleaved) + source.from * frameBytes,
-                    std::size_t(count * frameBytes));
+}
+
+// Whether the caller's frames are as they will be here.
+bool PairQueue::isPairs(const Source& source) const
+{
+    return channels == 2 && source.interleaved != nullptr;
+}
+
+const std::byte* PairQueue::pairsIn(const Source& source) const
+{
+    return static_cast<const std::byte*>(source.interleaved) + source.from * frameBytes;
+}
+
+const std::byte* PairQueue::stretch(int pair, std::int64_t frame, std::int64_t count)
+{
+    const std::int64_t offset = frame - waiting.frame;
+    if (isPairs(waiting.source) && offset >= 0 && offset + count <= waiting.count)
+        return pairsIn(waiting.source) + offset * frameBytes;
+    settle();
+    return at(pair, frame);
+}
+
+void PairQueue::settle()
+{
+    const auto [source, from, count] = std::exchange(waiting, {});
+    if (count == 0)
+        return;
+    if (isPairs(source)) {
+        std::memcpy(at(0, from), pairsIn(source), std::size_t(count * frameBytes));
         return;
     }
     withSample(depth, [&](auto sample) {
@@ -163,6 +196,7 @@ void PairQueue::appendSilence(std::int64_t count)
 
 void PairQueue::append(PairQueue& other, std::int64_t frame, std::int64_t count)
 {
+    other.settle();
     const std::int64_t from = end();
     append(count);
     for (int pair = 0; pair < pairs; ++pair)
@@ -171,6 +205,7 @@ void PairQueue::append(PairQueue& other, std::int64_t frame, std::int64_t count)
 
 void PairQueue::copyTo(const Destination& destination, std::int64_t frame, std::int64_t count)
 {
+    settle();
     if (channels == 2 && destination.interleaved != nullptr) {
         std::memcpy(static_cast<std::byte*>(destination.interleaved) +
                         destination.from * frameBytes,
@@ -195,6 +230,7 @@ void PairQueue::copyTo(const Destination& destination, std::int64_t frame, std::
 
 void PairQueue::appendReversed(PairQueue& other, std::int64_t end, std::int64_t count)
 {
+    other.settle();
     const std::int64_t from = this->end();
     append(count);
     for (int pair = 0; pair < pairs; ++pair)
@@ -205,6 +241,7 @@ void PairQueue::appendReversed(PairQueue& other, std::int64_t end, std::int64_t 
 void PairQueue::fadeFrom(PairQueue& old, std::int64_t frame, std::int64_t count, std::int64_t start,
                          std::int64_t total)
 {
+    settle();
     withSample(depth, [&](auto sample) {
         using Sample = decltype(sample);
         for (int pair = 0; pair < pairs; ++pair)
@@ -231,6 +268,7 @@ void PairQueue::restart(std::int64_t frame)
     first = frame;
     head = 0;
     frames = 0;
+    waiting = {};
 }
 
 } // namespace vsp

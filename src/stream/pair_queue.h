@@ -32,7 +32,7 @@ public:
     std::int64_t end() const { return first + frames; }
     std::int64_t room() const { return most - frames; }
 
-    /// Stereo frames of a pair from a frame of the stream on.
+    /// Stereo frames of a pair from a frame of the stream on, all of which are settled.
     std::byte* at(int pair, std::int64_t frame) { return data.data() + offset(pair, frame); }
     const std::byte* at(int pair, std::int64_t frame) const
     {
@@ -46,6 +46,12 @@ public:
     /// `count` more frames, at most room(), for the caller to fill.
     void append(std::int64_t count);
     void append(const Source& source, std::int64_t count);
+    /// The same, but the frames may be read from where they lie until settle() copies them, which
+    /// must come before the caller has that memory back. What is in the cache by then costs less.
+    void appendLater(const Source& source, std::int64_t count);
+    void settle();
+    /// `count` frames of a pair from a frame of the stream on, wherever they lie together.
+    const std::byte* stretch(int pair, std::int64_t frame, std::int64_t count);
     void appendSilence(std::int64_t count);
     /// From another queue, from `frame` on.
     void append(PairQueue& other, std::int64_t frame, std::int64_t count);
@@ -69,6 +75,8 @@ private:
     {
         return (pair * capacity + head + frame - first) * frameBytes;
     }
+    bool isPairs(const Source& source) const;
+    const std::byte* pairsIn(const Source& source) const;
     void moveToFront(std::vector<std::byte>& to, std::int64_t newCapacity);
 
     int channels;
@@ -81,6 +89,13 @@ private:
     std::int64_t head = 0;       // frames before `first`
     std::int64_t first = 0;      // frame number in the stream
     std::int64_t frames = 0;
+
+    struct Waiting { // to be copied
+        Source source;
+        std::int64_t frame; // in the stream
+        std::int64_t count;
+    };
+    Waiting waiting = {};
 };
 
 } // namespace vsp

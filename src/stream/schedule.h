@@ -143,13 +143,13 @@ public:
     /// The output frame up to which the input brings output, `until` at most.
     std::int64_t reach(std::int64_t until, const TimeMap& times) const
     {
-        const bool isKnown = ready() >= until || now.inputWanted(rate) > input;
-        if (join == Join::none && isKnown)
-            return std::min(until, ready());
+        const std::int64_t known = ready();
+        if (join == Join::none && (known >= until || now.inputWanted(rate) > input))
+            return std::min(until, known);
         const bool isOneHop =
             join == Join::none && !rate.isSmooth && !now.isDry() && until <= now.end + rate.hop;
         if (isOneHop)
-            return now.givesNext(input, rate) ? until : ready();
+            return now.givesNext(input, rate) ? until : known;
         Schedule course = *this;
         course.proceed(until, Rehearsal{times});
         return std::min(until, course.ready());

@@ -46,7 +46,10 @@ void Sound::join(std::int64_t frame, const Voice& now, const Voice& next)
 // Of what the voice takes next.
 void Sound::takeLevel(const Voice& voice)
 {
-    if (level && voice.done == 0)
+    if (!level)
+        return;
+    input.settle();
+    if (voice.done == 0)
         level->append(input, voice.fed + hopFrames() + level->lookAhead());
 }
 
@@ -137,6 +140,7 @@ void Sound::finishFade(std::int64_t until)
 
 void Sound::handOut(const Destination& out, std::int64_t frame, std::int64_t frames)
 {
+    input.settle(); // before `out` is written, which should be other memory
     finishFade(frame + frames);
     output().copyTo(out, frame, frames);
     output().dropBefore(frame + frames);

@@ -32,6 +32,12 @@ std::int64_t withinReach(std::int64_t frame)
     return std::clamp(frame, -kFarthest, kFarthest);
 }
 
+// The caller's memory is his again at the end of a call, however it ends.
+struct Settling {
+    PairQueue& queue;
+    ~Settling() { queue.settle(); }
+};
+
 std::int64_t hopOf(const StreamSettings& settings)
 {
     StreamSettings mono = settings;
@@ -246,7 +252,8 @@ std::int64_t Stream::process(const Source& in, std::int64_t frames, const Destin
         const std::int64_t part = roomForInput(std::min(frames - done, schedule.rate.hop));
         if (part == 0)
             break;
-        sound.input.append(Source{in.interleaved, in.planes, in.from + done}, part);
+        const Settling atEnd{sound.input};
+        sound.input.appendLater(Source{in.interleaved, in.planes, in.from + done}, part);
         accept(part);
         given += give(out, given, room);
         done += part;

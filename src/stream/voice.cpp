@@ -105,13 +105,16 @@ Voice Voice::at(double speed, const Rate& rate)
 
 bool Voice::givesNext(std::int64_t input, const Rate& rate) const
 {
-    Voice voice = *this;
-    while (voice.inputWanted(rate) <= input) {
-        if (voice.nextStep() == Step::give || voice.nextStep() == Step::convert)
-            return true;
-        voice.move(rate);
-    }
-    return false;
+    if (path == Path::converter)
+        return fed + std::int64_t(double(rate.hop) * speed) + rate.lookAheadOfPart <= input;
+    const std::int64_t hops = hopsToTake();
+    return hops == 0 || fed + hops * rate.hop + rate.lookAhead <= input;
+}
+
+// Before it gives the next hop of output.
+std::int64_t Voice::hopsToTake() const
+{
+    return clock >= 1.0f ? std::int64_t(clock) : 0;
 }
 
 bool Voice::turnsInto(const Voice& other) const
@@ -215,8 +218,7 @@ std::int64_t Voice::stagesToGive(const Rate& rate) const
 {
     if (path == Path::converter)
         return stages(rate);
-    const std::int64_t hops = clock >= 1.0f ? std::int64_t(clock) : 0;
-    return ahead - done + (hops * kTakeStages + kGiveStages) * rate.pairs;
+    return ahead - done + (hopsToTake() * kTakeStages + kGiveStages) * rate.pairs;
 }
 
 void Voice::follow(const TimeMap& times, const Rate& rate)

@@ -115,6 +115,7 @@ struct Voice {
     static constexpr std::int64_t kMostLeadHops = 5;
 
 private:
+    std::int64_t hopsToTake() const;
     bool isFiltered() const;
     float nearSpeed(double wanted) const;
     void placeConverter(std::int64_t output, double media, const Rate& rate);
