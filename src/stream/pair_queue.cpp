@@ -165,7 +165,10 @@ const std::byte* PairQueue::stretch(int pair, std::int64_t frame, std::int64_t c
 
 void PairQueue::settle()
 {
-    const auto [source, from, count] = std::exchange(waiting, {});
+    const Waiting now = std::exchange(waiting, {});
+    const Source& source = now.source;
+    const std::int64_t from = now.frame;
+    const std::int64_t count = now.count;
     if (count == 0)
         return;
     if (isPairs(source)) {
