@@ -238,9 +238,10 @@ void filterBins(typename V4::Word* y, const typename V4::Word* x)
         const V4 a = firstTwo.next(loadTwoEach(ofFirst, from, V4{}));
         const V4 b =
             secondTwo.next(loadTwoEach(from + kSegmentWords, from + 2 * kSegmentWords, V4{}));
-        if (n >= -4) {
-            storeTwoEach(assumed[0] + n + 4, assumed[1] + n + 4, a);
-            storeTwoEach(assumed[2] + n + 4, assumed[3] + n + 4, b);
+        const int kept = n + 4;
+        if (kept >= 0) {
+            storeTwoEach(assumed[0] + kept, assumed[1] + kept, a);
+            storeTwoEach(assumed[2] + kept, assumed[3] + kept, b);
         }
     }
     std::copy(y, y + 4, assumed[0]);
