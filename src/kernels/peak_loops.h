@@ -37,17 +37,23 @@ int findPeaks(int16_t* peakList, int* listed, const int32_t* mag, const int8_t* 
               const int16_t (*bands)[kBands])
 {
     int total = 0;
-    const auto list = [&](int first, int bins) {
-        const GroupPeaks& peaks = kGroupPeaks[peakBits<V>(mag + first, bins)];
+    const auto list = [&](int first, unsigned bits) {
+        const GroupPeaks& peaks = kGroupPeaks[bits];
         for (int i = 0; i < kMostOfGroup; ++i)
             peakList[total + i] = int16_t(first + peaks.places[i]);
         total += peaks.count;
     };
+    // Two groups at a time, which don't wait for each other.
     constexpr int kEnd = kLastPeakBin + 1;
-    constexpr int kRest = (kEnd - kFirstPeakBin) % kGroupBins;
-    for (int k = kFirstPeakBin; k < kEnd - kRest; k += kGroupBins)
-        list(k, kGroupBins);
-    list(kEnd - kRest, kRest);
+    int k = kFirstPeakBin;
+    for (; k + 2 * kGroupBins <= kEnd; k += 2 * kGroupBins) {
+        const unsigned bits = peakBits<V>(mag + k, kGroupBins);
+        const unsigned next = peakBits<V>(mag + k + kGroupBins, kGroupBins);
+        list(k, bits);
+        list(k + kGroupBins, next);
+    }
+    for (; k < kEnd; k += kGroupBins)
+        list(k, peakBits<V>(mag + k, std::min(kGroupBins, kEnd - k)));
     // Only those of idle bands stay.
     int count = total;
     if (std::any_of(status, status + kBands, [](int8_t busy) { return busy != 0; })) {
