@@ -488,10 +488,6 @@ VSP_INLINE void storeTwoEach(int64_t* p, int64_t* q, I32x4Wide a)
     storeTwo(p, a);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(q), _mm256_extracti128_si256(a.v, 1));
 }
-VSP_INLINE void storeLowFrame(Frame* p, I32x4Wide a)
-{
-    storeLowFrame(p, narrow(a));
-}
 VSP_INLINE void storeHighFrame(Frame* p, I32x4Wide a)
 {
     storeHighFrame(p, narrow(a));

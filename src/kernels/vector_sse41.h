@@ -194,15 +194,6 @@ VSP_INLINE void storeTwo(int32_t* p, I32x4 a)
 {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), a.v);
 }
-VSP_INLINE I32x4 loadTwoEach(const int32_t* p, const int32_t* q, I32x4)
-{
-    return {_mm_unpacklo_epi64(loadTwo(p, I32x4{}).v, loadTwo(q, I32x4{}).v)};
-}
-VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4 a)
-{
-    storeTwo(p, a);
-    storeTwo(q, I32x4{_mm_unpackhi_epi64(a.v, a.v)});
-}
 VSP_INLINE __m128i lowHalvesOfLanes(I32x4 a)
 {
     const __m128i order = _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);

@@ -174,10 +174,6 @@ VSP_INLINE void storeTwoEach(int64_t* p, int64_t* q, I32x4Wide a)
     store(p, a.low);
     store(q, a.high);
 }
-VSP_INLINE void storeLowFrame(Frame* p, I32x4Wide a)
-{
-    storeLowFrame(p, narrow(a));
-}
 VSP_INLINE void storeHighFrame(Frame* p, I32x4Wide a)
 {
     storeHighFrame(p, narrow(a));
