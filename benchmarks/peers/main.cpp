@@ -54,7 +54,7 @@ const Target kTargets[] = {
     {"Stream, engine", "avx2", {1.05, 1.05, 1.05, 1.05, 1.05, 1.05}},
 };
 constexpr double kMostHighRateCost = 1.75; // of the time per second of 44.1 kHz 16-bit music
-constexpr double kMostWorstCall = 3.0;    // of the median call
+constexpr double kMostWorstCall = 3.0;     // of the median call
 constexpr size_t kMostEngineBytes = size_t(320) * 1024;
 
 struct Settings {
