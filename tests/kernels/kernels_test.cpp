@@ -1,13 +1,16 @@
 // Every kernel of every table that this machine can run gives the output of the portable one, bit
 // for bit: corner values and random ones, every tail, unaligned arrays.
 
+#include <cmath>
 #include <functional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "convert/biquad.h"
 #include "kernels/band_split.h"
+#include "kernels/centre_of_gravity.h"
 #include "kernels/kernel_table.h"
 #include "kernels/peaks.h"
 #include "kernels/sizes.h"
@@ -291,5 +294,74 @@ std::string testName(const testing::TestParamInfo<Backend>& backend)
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, EveryBackend, testing::ValuesIn(backends()), testName);
+
+// The same bin after bin, without segments.
+void centresBinByBin(float* bandCog, const ComplexInt* left, const ComplexInt* right)
+{
+    const auto x = [=](int k, bool isIm) {
+        const int32_t sum =
+            isIm ? (right[k].im >> 1) + (left[k].im >> 1) : (right[k].re >> 1) + (left[k].re >> 1);
+        return k % 2 == 1 ? -sum : sum;
+    };
+    const auto term = [](int32_t y, int32_t weight_q14) {
+        return int32_t(int64_t(y) * weight_q14 >> 14);
+    };
+    int32_t filtered[kBins + 1][2]; // y(k) at k + 1
+    for (int part = 0; part < 2; ++part) {
+        const auto next = [&](int k, int32_t last, int32_t before) {
+            return x(k, part == 1) + term(last, kCogFeedback1) + term(before, kCogFeedback2);
+        };
+        int32_t y[2] = {};
+        for (int k = kMirroredBins - 1; k >= 0; --k)
+            y[1] = std::exchange(y[0], next(k, y[0], y[1]));
+        filtered[0][part] = part == 1 ? -y[1] : y[1];
+        filtered[1][part] = part == 1 ? -y[0] : y[0];
+        for (int k = 1; k < kBins; ++k)
+            filtered[k + 1][part] = next(k, filtered[k][part], filtered[k - 1][part]);
+    }
+    for (int b = 0; b < kBands; ++b) {
+        int64_t cross = 0;
+        int64_t energy = 0;
+        for (int k = bandTable[0][b]; k <= bandTable[1][b]; ++k) {
+            int64_t slope[2];
+            for (int part = 0; part < 2; ++part)
+                slope[part] = term(filtered[k + 2][part], kCogAbove) +
+                              term(filtered[k + 1][part], kCogHere) +
+                              term(filtered[k][part], kCogBelow);
+            cross += slope[1] * x(k, false) - slope[0] * x(k, true);
+            energy += int64_t(x(k, false)) * x(k, false) + int64_t(x(k, true)) * x(k, true);
+        }
+        bandCog[b] = centreOfGravity(cross, energy);
+    }
+}
+
+// Where the bins before a segment are loud and it is nearly silent, its start isn't what was assumed.
+TEST(BandCentres, OfSegmentsEqualThoseOfOneFilter)
+{
+    std::minstd_rand random(1);
+    for (int round = 0; round < 3000; ++round) {
+        ComplexInt spectrum[2][kBins] = {};
+        const int from = int(random() % kBins);
+        const int loud = int(random() % 80);
+        for (auto& channel : spectrum)
+            for (int k = 0; k < kBins; ++k) {
+                const int bits = k >= from && k < from + loud ? 25 : round % 4;
+                const auto value = [&] {
+                    return bits == 0 ? 0 : int32_t(uint32_t(random()) * 2u) >> (32 - bits);
+                };
+                channel[k] = {value(), value()};
+            }
+        float expected[kBands];
+        centresBinByBin(expected, spectrum[0], spectrum[1]);
+        for (const KernelTable* const* table = availableKernels(); *table != nullptr; ++table) {
+            float actual[kBands];
+            (*table)->bandCentres(actual, spectrum[0], spectrum[1]);
+            for (int b = 0; b < kBands; ++b)
+                ASSERT_TRUE(actual[b] == expected[b] ||
+                            (std::isnan(actual[b]) && std::isnan(expected[b])))
+                    << (*table)->name << " round " << round << " band " << b;
+        }
+    }
+}
 
 } // namespace
