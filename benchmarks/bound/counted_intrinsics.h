@@ -1,4 +1,4 @@
-// Makes each intrinsic that the AVX2 kernels use count itself. Constants and casts are free, and so are
+// Makes each intrinsic that the AVX2 kernels of 16-bit sound use count itself. Constants and casts are free, and so are
 // the scalar instructions around the vectors.
 #pragma once
 

@@ -8,8 +8,8 @@
 
 namespace vsp {
 
-/// A recursive filter across bins stands for the derivative with respect to frequency; its values
-/// are y.
+/// The derivative with respect to frequency is taken of y(k), what a recursive filter makes of the bins
+/// up to k.
 inline constexpr int kMirroredBins = 13;        // from which the values below bin 0 are had
 inline constexpr int kFilterSegments = 4;       // that fast loops filter at once
 inline constexpr int kFilterEarlyBins = 32;     // that they start each of them early

@@ -232,8 +232,8 @@ VSP_INLINE void addShortProducts(ProductSum<n>& sum, const int16_t* a, const int
 // loops is kept as Words, which a target may make as wide as its lanes. ----
 using I32x4Scalar = Scalar<4>;
 
-/// Coefficients of a recursion, Q14, and what they multiply, below 2^29: a target may keep either in a
-/// form of its own. The product is a b >> 14.
+/// timesQ14: a b >> 14, for values a below 2^29 and Q14 coefficients b of a recursion. A target may
+/// keep both in forms of its own, which loadCoeffs and multiplicand make and mulQ14 takes.
 template <class V4>
 VSP_INLINE V4 loadCoeffs(const int32_t* p, V4)
 {

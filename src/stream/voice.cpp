@@ -293,10 +293,9 @@ std::int64_t Voice::mostLagHops(double speed)
     return kAnalysisDelayHops + std::int64_t(std::ceil(4.0 * speed)) + 4;
 }
 
-// The vocoder's speed next to the converter's fastest is none of the slow ones.
 bool Voice::isFiltered() const
 {
-    return !isNatural && isSlow(float(speed)) && (path != Path::vocoder || float(speed) != 0.5f);
+    return !isNatural && isSlow(path == Path::vocoder ? vocoderSpeed(float(speed)) : float(speed));
 }
 
 // The closest speed that sounds through the same filters.
