@@ -94,8 +94,8 @@ void Velora_VSP::takeCallerStage(int stage, const void* in)
     static_assert(Velora_VSP_Conductor::kTakeStages == kTakeStages &&
                   Velora_VSP_Conductor::kUnheardHops == kUnheardHops &&
                   Velora_VSP_Conductor::kUnheardStages == kUnheardStages);
-    const Frame* const frames = stage == 0 || isWorkingForm() ? workingHop(in) : mqIn;
-    takeStage(stage, frames, hopFrames());
+    const Frame* const taken = isWorkingForm() ? static_cast<const Frame*>(in) : mqIn;
+    takeStage(stage, stage == 0 ? workingHop(in) : taken, hopFrames());
 }
 
 int Velora_VSP::giveCallerHop(void* out)
