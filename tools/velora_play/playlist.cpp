@@ -136,7 +136,9 @@ void Playlist::prepare()
             return;
         card.reset();
     }
-    deck.lay(*upcoming->playback);
+    // Before the listener's wish to go back is seen here, what comes is not what is wanted.
+    deck.lay(*upcoming->playback,
+             playing && playing->isClosed && playing->playback->outcome() == Outcome::previous);
     upcoming->isLaid = true;
     if (!card)
         card.emplace(deck, feed.rate(), feed.channels());
