@@ -454,6 +454,25 @@ TEST_F(PlayTerminal, GoesOnWhenAFileCanNotBeReadAnyMore)
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
 }
 
+TEST_F(PlayTerminal, ShowsItsLineAgainAfterAStop)
+{
+    start();
+    ASSERT_TRUE(waitFor("1.00x"));
+    ASSERT_EQ(::write(terminal, " ", 1), 1);
+    ASSERT_TRUE(waitFor("||"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200)); // until the line stays as it is
+    kill(process, SIGTSTP);
+    ASSERT_TRUE(waitFor("\033[?25h"));
+    EXPECT_EQ(waitpid(process, nullptr, WUNTRACED), process);
+    EXPECT_TRUE(isAsBefore());
+    shown.clear();
+    kill(process, SIGCONT);
+    ASSERT_TRUE(waitFor("||")); // though nothing has changed
+    ASSERT_EQ(::write(terminal, "q", 1), 1);
+    const int status = end();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
 TEST_F(PlayTerminal, IsLeftAsItWasWhateverEndsThePlayer)
 {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT, SIGSEGV}) {
