@@ -17,12 +17,6 @@ void Deck::fill(float* out, int64_t frames, int64_t channels)
     }
 }
 
-std::atomic<Playback*>& Deck::slot()
-{
-    const Playback* const now = playing();
-    return now != nullptr && now->outcome() == Outcome::previous ? before : following;
-}
-
 bool Deck::takeOut()
 {
     const bool wasFollowing = following.exchange(nullptr) != nullptr;
@@ -32,9 +26,10 @@ bool Deck::takeOut()
 bool Deck::goOn()
 {
     Playback* const now = current.load(std::memory_order_relaxed);
-    if (now != nullptr && now->outcome() == Outcome::quit)
+    const Outcome outcome = now != nullptr ? now->outcome() : Outcome::none;
+    if (outcome == Outcome::quit)
         return false;
-    Playback* const next = slot().exchange(nullptr);
+    Playback* const next = (outcome == Outcome::previous ? before : following).exchange(nullptr);
     if (next == nullptr)
         return false;
     if (now != nullptr)

@@ -21,8 +21,11 @@ public:
     const Playback* playing() const { return current.load(std::memory_order_acquire); }
     /// Whether nothing sounds until something is laid in.
     bool isIdle() const { return playing() == nullptr || playing()->outcome() != Outcome::none; }
-    /// Lays in what comes when that has ended, or, where the file before is wanted, now.
-    void lay(Playback& next) { slot().store(&next, std::memory_order_release); }
+    /// Lays in what comes when that has ended, or what comes now, since the file before is wanted.
+    void lay(Playback& next, bool isBefore)
+    {
+        (isBefore ? before : following).store(&next, std::memory_order_release);
+    }
     /// Takes that out again; false if it plays already, or nothing is there.
     bool takeOut();
     /// Frames that were filled with silence since.
@@ -34,7 +37,6 @@ public:
     void obeyWithoutFile() { wantsEnd = listener.obeyWithoutFile() || wantsEnd; }
 
 private:
-    std::atomic<Playback*>& slot();
     bool goOn();
 
     Listener& listener;

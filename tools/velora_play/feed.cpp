@@ -103,9 +103,22 @@ void Feed::run()
     } catch (const std::exception& error) {
         problem = error.what();
         if (hasSound())
-            mark(Mark::Kind::end, wanted);
+            endEarly();
     }
     ended = ready = true;
+}
+
+// Nothing can be decoded any more: wherever the listener wants to go, there is the end.
+void Feed::endEarly()
+{
+    mark(Mark::Kind::end, wanted);
+    ended = ready = true;
+    while (!stops) {
+        if (takeOrder())
+            mark(Mark::Kind::end, now.media);
+        else
+            std::this_thread::sleep_for(kPause);
+    }
 }
 
 void Feed::open()
@@ -130,18 +143,25 @@ void Feed::decodeAll()
     }
 }
 
-// Takes the last of the orders that have come.
 bool Feed::obey()
+{
+    if (!takeOrder())
+        return false;
+    ended = false;
+    goTo(now.media);
+    return true;
+}
+
+// Takes the last of the orders that have come, and says where its frames begin.
+bool Feed::takeOrder()
 {
     const size_t count = orders.size();
     if (count == 0)
         return false;
     now = orders[count - 1];
     orders.drop(count);
-    ended = false;
     sinceOrder = queue->written();
     mark(Mark::Kind::order, now.media);
-    goTo(now.media);
     return true;
 }
 

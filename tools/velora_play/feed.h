@@ -78,7 +78,9 @@ private:
     void run();
     void open();
     void decodeAll();
+    void endEarly();
     bool obey();
+    bool takeOrder();
     void decodeMore();
     void goTo(int64_t media);
     void reopen();

@@ -18,6 +18,10 @@ std::string printable(std::string text)
 {
     const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; };
     std::replace_if(text.begin(), text.end(), isControl, '?');
+    // U+0080 to U+009F in UTF-8, of which U+009B begins a sequence as Esc [ does.
+    for (size_t at = 0; (at = text.find('\xc2', at)) < text.size(); ++at)
+        if (at + 1 < text.size() && (text[at + 1] & '\xe0') == '\x80')
+            text.replace(at, 2, "?");
     return text;
 }
 
@@ -136,7 +140,9 @@ void Playlist::prepare()
             return;
         card.reset();
     }
-    deck.lay(*upcoming->playback);
+    // Before the listener's wish to go back is seen here, what comes is not what is wanted.
+    deck.lay(*upcoming->playback,
+             playing && playing->isClosed && playing->playback->outcome() == Outcome::previous);
     upcoming->isLaid = true;
     if (!card)
         card.emplace(deck, feed.rate(), feed.channels());

@@ -15,6 +15,7 @@ namespace {
 // What a signal handler needs.
 int keys = -1;
 bool hidesCursor = false;
+volatile std::sig_atomic_t hasStopped = 0; // since a line was shown
 termios before{};
 termios ours{};
 
@@ -60,6 +61,7 @@ void giveBackWhileStopped(int)
     giveBack();
     std::raise(SIGSTOP);
     take();
+    hasStopped = 1;
     errno = error;
 }
 
@@ -115,8 +117,9 @@ void Terminal::read(std::string& typed, int milliseconds)
 // The old line is overwritten rather than cleared, in one go, so nothing flickers.
 void Terminal::show(const std::string& line)
 {
-    if (!showsLine || line == shown)
+    if (!showsLine || (line == shown && hasStopped == 0))
         return;
+    hasStopped = 0;
     const std::string bytes = "\r\033[?7l" + line + "\033[K\033[?7h";
     put(bytes.data(), bytes.size());
     shown = line;

@@ -165,10 +165,11 @@ void MediaInput::open(const std::optional<RawFormat>& raw)
         result = avformat_open_input(&opened, "", kind, options.get()); // frees it if it fails
     else
         avformat_free_context(opened);
+    if (result >= 0)
+        context.reset(opened);
     bytes.rethrow();
     if (result < 0)
         failUnreadable(result);
-    context.reset(opened);
     if (startsWith(bytes.start(), "RIFX") && context->nb_streams > 0)
         turnBytesOfRifx(*context->streams[0]->codecpar);
 }

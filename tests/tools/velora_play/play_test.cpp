@@ -2,6 +2,7 @@
 // the sound, mistakes cost a message, and the terminal is left as it was.
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -435,6 +436,39 @@ TEST_F(PlayTerminal, ObeysKeysWhileAPipeHasGivenNoSoundYet)
     EXPECT_TRUE(waitFor("[        ]")); // silence: the other pipe
     ASSERT_EQ(::write(terminal, "q", 1), 1);
     EXPECT_TRUE(waitFor("\033[?25h"));
+    const int status = end();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+TEST_F(PlayTerminal, GoesOnWhenAFileCanNotBeReadAnyMore)
+{
+    start();
+    ASSERT_TRUE(waitFor("    0:01 "));
+    ASSERT_EQ(unlink(at("in.wav").c_str()), 0);
+    for (int presses = 0; presses < 5; ++presses) { // to the start, for which it is opened again
+        ASSERT_EQ(::write(terminal, "\033[5~", 4), 4);
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    }
+    ASSERT_TRUE(waitFor("in.wav: can't be opened"));
+    const int status = end();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+}
+
+TEST_F(PlayTerminal, ShowsItsLineAgainAfterAStop)
+{
+    start();
+    ASSERT_TRUE(waitFor("1.00x"));
+    ASSERT_EQ(::write(terminal, " ", 1), 1);
+    ASSERT_TRUE(waitFor("||"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200)); // until the line stays as it is
+    kill(process, SIGTSTP);
+    ASSERT_TRUE(waitFor("\033[?25h"));
+    EXPECT_EQ(waitpid(process, nullptr, WUNTRACED), process);
+    EXPECT_TRUE(isAsBefore());
+    shown.clear();
+    kill(process, SIGCONT);
+    ASSERT_TRUE(waitFor("||")); // though nothing has changed
+    ASSERT_EQ(::write(terminal, "q", 1), 1);
     const int status = end();
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
