@@ -32,9 +32,19 @@ void put(const char* bytes, size_t count)
     }
 }
 
+// In the background the terminal is another's: who touches it there is stopped. One that isn't the
+// controlling terminal knows no background.
+bool hasKeys()
+{
+    if (keys < 0)
+        return false;
+    const pid_t owner = tcgetpgrp(keys);
+    return owner < 0 || owner == getpgrp();
+}
+
 void take()
 {
-    if (keys >= 0)
+    if (hasKeys())
         tcsetattr(keys, TCSADRAIN, &ours);
     if (hidesCursor)
         put("\033[?25l", 6);
@@ -42,7 +52,7 @@ void take()
 
 void giveBack()
 {
-    if (keys >= 0)
+    if (hasKeys())
         tcsetattr(keys, TCSANOW, &before);
     if (hidesCursor)
         put("\r\033[K\033[?25h", 10);
@@ -60,6 +70,12 @@ void giveBackWhileStopped(int)
     const int error = errno;
     giveBack();
     std::raise(SIGSTOP);
+    errno = error;
+}
+
+void takeAgain(int)
+{
+    const int error = errno;
     take();
     hasStopped = 1;
     errno = error;
@@ -71,10 +87,12 @@ void watchSignals()
     for (const int signal : {SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGALRM, SIGUSR1,
                              SIGUSR2, SIGXCPU, SIGSYS, SIGTRAP})
         std::signal(signal, giveBackAndDie);
-    struct sigaction stop {};
-    stop.sa_handler = giveBackWhileStopped;
-    stop.sa_flags = SA_RESTART;
-    sigaction(SIGTSTP, &stop, nullptr);
+    struct sigaction action {};
+    action.sa_flags = SA_RESTART;
+    action.sa_handler = giveBackWhileStopped;
+    sigaction(SIGTSTP, &action, nullptr);
+    action.sa_handler = takeAgain; // stopped by whatever signal, or brought to the foreground
+    sigaction(SIGCONT, &action, nullptr);
 }
 
 } // namespace
@@ -103,7 +121,7 @@ Terminal::~Terminal()
 
 void Terminal::read(std::string& typed, int milliseconds)
 {
-    pollfd ready{keys, POLLIN, 0}; // of no file if there are no keys
+    pollfd ready{hasKeys() ? keys : -1, POLLIN, 0}; // of no file if there are no keys
     if (poll(&ready, 1, milliseconds) <= 0)
         return;
     char bytes[64];

@@ -212,7 +212,7 @@ function drawing(height, parts, values, isLast)
     const options = Object.assign({
         width: byId("plots").clientWidth,
         height: height + (isLast ? 26 : 0),
-        padding: [4, 8, isLast ? 0 : 4, 0],
+        padding: [4, 20, isLast ? 0 : 4, 0],
         legend: {show: false},
         cursor: {
             sync: {key: "media", scales: ["x", null], setSeries: false},
@@ -539,7 +539,7 @@ function showOctaves()
     const body = table.createTBody();
     for (const band of data.octaves) {
         const row = body.insertRow();
-        const isSilent = band.in < kFloor && band.out < kFloor;
+        const isSilent = band.in < kFloor || band.out < kFloor;
         const level = value => value < kFloor ? "silence" : signed(value, 1) + " dB";
         row.insertCell().textContent = hertz(band.hertz);
         row.insertCell().textContent = level(band.in);
