@@ -7,11 +7,11 @@
 
 namespace vsp {
 
-void Spectra::Velora_VSP_partFFT(const Frame* in)
+void Spectra::Velora_VSP_partFFT(SpectrumRow (&spectrum)[2], const Frame* in)
 {
     transformHop(in);
     for (int c = 0; c < 2; ++c)
-        addHop(c);
+        addHop(c, spectrum[c]);
 }
 
 void Spectra::transformHop(const Frame* in)
@@ -19,16 +19,17 @@ void Spectra::transformHop(const Frame* in)
     Velora_VSP_FFT_PartSp(partSpRing[0].newest(), partSpRing[1].newest(), in);
 }
 
-void Spectra::addHop(int channel)
+void Spectra::addHop(int channel, ComplexInt* spectrum)
 {
     auto& parts = partSpRing[channel];
-    kernels.Velora_VSP_PartSp_AnalysisSum(spectrum[channel], partSpSum[channel], parts[0],
-                                          parts.newest());
+    kernels.Velora_VSP_PartSp_AnalysisSum(spectrum, partSpSum[channel], parts[0], parts.newest());
     parts.turn();
 }
 
 void Spectra::Velora_VSP_FFT_PartSp(ComplexInt* outL, ComplexInt* outR, const Frame* in)
 {
+    alignas(kLine) int32_t fftRe[kFftN];
+    alignas(kLine) int32_t fftIm[kFftN];
     kernels.fftOfHop(fftRe, fftIm, in);
     kernels.separateChannels(outL, outR, fftRe, fftIm);
 }

@@ -4,21 +4,22 @@
 
 namespace vsp {
 
-void Spectra::Velora_VSP_Extract_MagPhase(int channel)
+void Spectra::Velora_VSP_Extract_MagPhase(int channel, const ComplexInt* spectrum)
 {
-    extract(channel, kernels.Velora_VSP_MagPhase_Bins);
+    extract(channel, spectrum, kernels.Velora_VSP_MagPhase_Bins);
 }
 
-void Spectra::extractExactly(int channel)
+void Spectra::extractExactly(int channel, const ComplexInt* spectrum)
 {
-    extract(channel, kernels.exactMagPhase);
+    extract(channel, spectrum, kernels.exactMagPhase);
 }
 
-void Spectra::extract(int channel, decltype(KernelTable::exactMagPhase) kernel)
+void Spectra::extract(int channel, const ComplexInt* spectrum,
+                      decltype(KernelTable::exactMagPhase) kernel)
 {
     magRing[channel].turn();
     phasorRing[channel].turn();
-    kernel(magRing[channel].newest(), phasorRing[channel].newest(), spectrum[channel]);
+    kernel(magRing[channel].newest(), phasorRing[channel].newest(), spectrum);
 }
 
 } // namespace vsp

@@ -33,17 +33,17 @@ public:
 
     /// Moves the analysis on by a hop: transformHop, then addHop for both channels.
     /// @param in  [kLowHop]
-    void Velora_VSP_partFFT(const Frame* in);
+    void Velora_VSP_partFFT(SpectrumRow (&spectrum)[2], const Frame* in);
     void transformHop(const Frame* in);
-    /// A channel's `spectrum` becomes that of the last four hops under a periodic Hann window.
-    void addHop(int channel);
+    /// @param spectrum  becomes a channel's of the last four hops under a periodic Hann window
+    void addHop(int channel, ComplexInt* spectrum);
     /// Spectra of one hop followed by silence.
     /// @param outL, outR  [kBins] each, neither of them the other
     /// @param in          [kLowHop]
     void Velora_VSP_FFT_PartSp(ComplexInt* outL, ComplexInt* outR, const Frame* in);
-    /// Takes a channel's `spectrum` apart into the newest rows of its `magRing` and `phasorRing`.
-    void Velora_VSP_Extract_MagPhase(int channel);
-    void extractExactly(int channel); // the same within 0.4 %
+    /// Takes a channel's spectrum apart into the newest rows of its `magRing` and `phasorRing`.
+    void Velora_VSP_Extract_MagPhase(int channel, const ComplexInt* spectrum);
+    void extractExactly(int channel, const ComplexInt* spectrum); // the same within 0.4 %
     /// Adds a synthesis frame to the overlap-add and gives the hop that this completes: overlapAdd
     /// for both channels, then Velora_VSP_IFFT_PartSp of the sums.
     /// @param out           [kLowHop], saturated
@@ -69,17 +69,14 @@ protected:
     Ring<SpectrumRow, 5> partSpRing[2];           // history: [channel]; between hops the newest
                                                   // row is the one to be overwritten
     alignas(kLine) SpectrumRow partSpSum[2] = {}; // history: spectrum of the unwindowed frame
-    alignas(kLine) SpectrumRow spectrum[2];       // this hop: analysis first, then synthesis
     Ring<MagnitudeRow, 4> magRing[2];             // history: [channel]
     Ring<PhasorRow, 4> phasorRing[2];             // history: [channel], Q14
     Ring<SpectrumRow, 4> synthWinRing[2];         // history: [channel], windowed
     alignas(kLine) SpectrumRow synthSum[2] = {};  // history: overlap-add of those four
 
 private:
-    void extract(int channel, decltype(KernelTable::exactMagPhase) kernel);
-
-    alignas(kLine) int32_t fftRe[kFftN]; // work space of the transforms
-    alignas(kLine) int32_t fftIm[kFftN];
+    void extract(int channel, const ComplexInt* spectrum,
+                 decltype(KernelTable::exactMagPhase) kernel);
 };
 
 } // namespace vsp

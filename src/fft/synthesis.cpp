@@ -24,6 +24,8 @@ void Spectra::overlapAdd(int channel, ComplexInt* spec)
 
 void Spectra::Velora_VSP_IFFT_PartSp(Frame* out, ComplexInt* sumL, ComplexInt* sumR)
 {
+    alignas(kLine) int32_t fftRe[kFftN];
+    alignas(kLine) int32_t fftIm[kFftN];
     alignas(kLine) int32_t re[kLowHop];
     alignas(kLine) int32_t im[kLowHop];
     kernels.mergeChannels(fftRe, fftIm, sumL, sumR);

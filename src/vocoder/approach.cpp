@@ -53,9 +53,11 @@ int Vocoder::listClearPeaks(int16_t* list, const int32_t* mag) const
     return int(std::remove_if(list, list + count, isFaint) - list);
 }
 
-void Vocoder::sumTargets()
+void Vocoder::sumTargets(Work& work)
 {
+    auto& targetSum = work.targetSum;
     std::fill(std::begin(targetSum), std::end(targetSum), ComplexInt{0, 0});
+    int16_t peakList[kPeakRoom];
     MagnitudeRow both;
     for (int bin = 0; bin < kBins; ++bin)
         both[bin] = interpMag[0][bin] + interpMag[1][bin];
@@ -97,36 +99,37 @@ Phasor Vocoder::targetTurn(const Target& target, int channel, int bin) const
     return {re * on.re - im * on.im, re * on.im + im * on.re};
 }
 
-void Vocoder::steerTurns()
+void Vocoder::steerTurns(Work& work)
 {
     MagnitudeRow mag;
     PhasorRow ignored;
-    kernels.Velora_VSP_MagPhase_Bins(mag, ignored, turnSum());
+    kernels.Velora_VSP_MagPhase_Bins(mag, ignored, work.turnSum());
+    int16_t peakList[kPeakRoom];
     const int peaks = listClearPeaks(peakList, mag);
     PhasorRow back; // against the way that each bin is to be turned
     std::fill(std::begin(back), std::end(back), kPhaseZero);
     for (int n = 0, first = 0; n < peaks; ++n) {
         const int end = n + 1 < peaks ? (peakList[n] + peakList[n + 1]) / 2 + 1 : kLastBin;
-        const Phasor step = phasorOf(angleToTarget(peakList[n]) * double(approach.share));
+        const Phasor step = phasorOf(angleToTarget(work, peakList[n]) * double(approach.share));
         std::fill(back + first, back + end,
                   ComplexShort{int16_t(nearestTo(step.re * kUnit)),
                                int16_t(nearestTo(-step.im * kUnit))});
         first = end;
     }
     PhasorRow turned;
-    kernels.phasorStep(turned, back, turns);
-    std::copy(turned, turned + kBins, turns);
+    kernels.phasorStep(turned, back, work.turns);
+    std::copy(turned, turned + kBins, work.turns);
 }
 
 // Other engines' peaks may lie a bin or two beside the one that all have in common.
-double Vocoder::angleToTarget(int bin) const
+double Vocoder::angleToTarget(const Work& work, int bin)
 {
     Phasor target = {0.0, 0.0};
     for (int at = bin - kPeakReach; at <= bin + kPeakReach; ++at) {
-        target.re += targetSum[at].re;
-        target.im += targetSum[at].im;
+        target.re += work.targetSum[at].re;
+        target.im += work.targetSum[at].im;
     }
-    const ComplexShort t = turns[bin];
+    const ComplexShort t = work.turns[bin];
     return angleOf(target.re * t.re + target.im * t.im, target.im * t.re - target.re * t.im);
 }
 

@@ -33,7 +33,7 @@ void Vocoder::configure(int index)
 
 void Vocoder::Velora_VSP_LPHP_separate(const Frame* in, int frames)
 {
-    turnHighBand();
+    highBand.turn(frames);
     separate(in, 0, frames);
 }
 
@@ -45,7 +45,7 @@ void Vocoder::separate(const Frame* in, int from, int to)
         copyFrames(low, in + from, frames);
         return;
     }
-    Frame* const high = hpRing.newest() + from;
+    Frame* const high = highBand.newest() + from;
     kernels.split(low, high, in + from, splitState, splitCoeffs, frames, bandFactor);
     if (bandFactor == 2 && sound != Velora_VSP_Sound_Own)
         negate(*low, 2 * ((frames + 1) / 2));
@@ -55,7 +55,8 @@ void Vocoder::separate(const Frame* in, int from, int to)
                 high[n][channel] = fx::low16(fx::mulShift16(high[n][channel] * 2, highBandGainQ15));
 }
 
-void Vocoder::Velora_VSP_LP_interpolate(Frame* dest, int lowFrames, int outFrames)
+void Vocoder::Velora_VSP_LP_interpolate(Frame* dest, const Frame* hpOut, int lowFrames,
+                                        int outFrames)
 {
     // A hop shorter than one low-band frame still takes one, so that the filters move on.
     const int readFrames = std::max(lowFrames, 1);

@@ -45,26 +45,29 @@ void Vocoder::chooseRows()
                       : nearestInTurn(frameClock + 0.5f * (effectiveSpeed - 1.0f), tookFirst[1]);
 }
 
-void Vocoder::sumTurns()
+void Vocoder::sumTurns(Work& work)
 {
     const int row = phaseRow();
-    kernels.sumTurns(turnSum(), {interpMag[0], interpMag[1]}, {synthPhasor[0], synthPhasor[1]},
+    ComplexInt* const sum = work.turnSum();
+    std::fill(work.turnSumRow, sum, ComplexInt{0, 0});
+    std::fill(sum + kLastBin, std::end(work.turnSumRow), ComplexInt{0, 0});
+    kernels.sumTurns(sum, {interpMag[0], interpMag[1]}, {synthPhasor[0], synthPhasor[1]},
                      {phasorRing[0][row], phasorRing[1][row]});
     for (int band = 0; band < kBands; ++band)
         if (bandStatus[band] != kIdle)
-            std::fill(turnSum() + bandTable[0][band], turnSum() + bandTable[1][band] + 1,
-                      ComplexInt{0, 0});
+            std::fill(sum + bandTable[0][band], sum + bandTable[1][band] + 1, ComplexInt{0, 0});
 }
 
 void Vocoder::addTo(Agreement& total) const
 {
-    const ComplexInt* const own = turnSumRow + kTurnMargin;
+    const ComplexInt* const own = stageWork.turnSumRow + kTurnMargin;
     const auto add = [](ComplexInt a, ComplexInt b) {
         return ComplexInt{fx::wrapAdd(a.re, b.re), fx::wrapAdd(a.im, b.im)};
     };
     std::transform(own, own + kLastBin, total.turns, total.turns, add);
     if (isApproaching())
-        std::transform(targetSum, targetSum + kLastBin, total.targets, total.targets, add);
+        std::transform(stageWork.targetSum, stageWork.targetSum + kLastBin, total.targets,
+                       total.targets, add);
     auto& products = total.matches.products;
     std::transform(std::begin(products), std::end(products), hpMatches.products, products,
                    fx::wrapAdd64);
@@ -73,9 +76,9 @@ void Vocoder::addTo(Agreement& total) const
 
 void Vocoder::agreeOn(const Agreement& total)
 {
-    std::copy(total.turns, total.turns + kLastBin, turnSum());
+    std::copy(total.turns, total.turns + kLastBin, stageWork.turnSum());
     if (isApproaching())
-        std::copy(total.targets, total.targets + kLastBin, targetSum);
+        std::copy(total.targets, total.targets + kLastBin, stageWork.targetSum);
     hpMatches = total.matches;
 }
 
@@ -120,7 +123,7 @@ const ComplexShort* Vocoder::phasorsToRestart(int channel, PhasorRow& room) cons
     return room;
 }
 
-void Vocoder::turnBands(int channel)
+void Vocoder::turnBands(Work& work, int channel)
 {
     const int row = phaseRow();
     alignas(kLine) PhasorRow extrapolated;
@@ -134,9 +137,9 @@ void Vocoder::turnBands(int channel)
         while (band < kBands && bandStatus[band] == kIdle)
             ++band;
         const int bins = bandTable[1][band - 1] + 1 - first;
-        kernels.applyTurns(spectrum[channel] + first, synthPhasor[channel] + first, turns + first,
-                           interpMag[channel] + first, phasorRing[channel][row] + first,
-                           next + first, bins);
+        kernels.applyTurns(work.spectrum[channel] + first, synthPhasor[channel] + first,
+                           work.turns + first, interpMag[channel] + first,
+                           phasorRing[channel][row] + first, next + first, bins);
     }
 }
 

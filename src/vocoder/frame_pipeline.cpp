@@ -63,16 +63,22 @@ void Vocoder::takeHop(const Frame* in, int frames)
 {
     beginHop(in, frames);
     Velora_VSP_LPHP_separate(in, frames);
+    Work work;
     for (int stage = kFirstAfterSeparation; stage < kTakeStages; ++stage)
-        takeStage(stage, in, frames);
+        takeStage(work, stage, in, frames);
 }
 
 void Vocoder::takeStage(int stage, const Frame* in, int frames)
 {
+    takeStage(stageWork, stage, in, frames);
+}
+
+void Vocoder::takeStage(Work& work, int stage, const Frame* in, int frames)
+{
     switch (stage) {
     case 0:
         beginHop(in, frames);
-        turnHighBand();
+        highBand.turn(frames);
         separate(in, 0, frames / 2);
         break;
     case 1:
@@ -84,20 +90,20 @@ void Vocoder::takeStage(int stage, const Frame* in, int frames)
         transformHop(lowBandFrame);
         if (!isHeard)
             for (int c = 0; c < 2; ++c)
-                addHop(c);
+                analyse(work, c);
         break;
     case 3:
         for (int c = 0; isHeard && c < 2; ++c) {
-            addHop(c);
+            analyse(work, c);
             if (does(Velora_VSP_Sound_LockedChannels))
-                extractExactly(c);
+                extractExactly(c, work.spectrum[c]);
             else
-                Velora_VSP_Extract_MagPhase(c);
+                Velora_VSP_Extract_MagPhase(c, work.spectrum[c]);
         }
         break;
     default:
         if (isHeard)
-            findOnset();
+            findOnset(work);
     }
 }
 
@@ -113,20 +119,38 @@ void Vocoder::beginHop(const Frame* in, int frames)
         compareChannels(in, frames);
 }
 
-void Vocoder::findOnset()
+void Vocoder::analyse(Work& work, int channel)
 {
-    Velora_VSP_computeCOG();
+    addHop(channel, work.spectrum[channel]);
+    lastBin[channel] = work.spectrum[channel][kLastBin];
+}
+
+void Vocoder::synthesise(Work& work, int channel)
+{
+    lastBin[channel] = work.spectrum[channel][kLastBin];
+    overlapAdd(channel, work.spectrum[channel]);
+}
+
+void Vocoder::findOnset(const Work& work)
+{
+    Velora_VSP_computeCOG(work.spectrum);
     Velora_VSP_TransientProbability();
     Velora_VSP_ModifyBandStatus();
 }
 
 void Vocoder::giveFrame(Frame* out, int frames)
 {
+    Work work;
     for (int stage = 0; stage < kGiveStages; ++stage)
-        giveStage(stage, out, frames);
+        giveStage(work, stage, out, frames);
 }
 
 void Vocoder::giveStage(int stage, Frame* out, int frames)
+{
+    giveStage(stageWork, stage, out, frames);
+}
+
+void Vocoder::giveStage(Work& work, int stage, Frame* out, int frames)
 {
     switch (stage) {
     case 0:
@@ -134,25 +158,25 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
         if (does(Velora_VSP_Sound_LockedChannels))
             chooseRows();
         for (int c = 0; c < 2; ++c)
-            synthesiseBands(c);
+            synthesiseBands(work, c);
         if (does(Velora_VSP_Sound_LockedChannels)) {
-            sumTurns();
+            sumTurns(work);
             if (isApproaching())
-                sumTargets();
+                sumTargets(work);
         }
         advancePhases();
         matchSegments(frames);
         break;
     case 1:
-        lockPhases(0);
+        lockPhases(work, 0);
         break;
     case 2:
-        lockPhases(1);
+        lockPhases(work, 1);
         if (does(Velora_VSP_Sound_EvenLevel))
-            for (auto& channel : spectrum)
+            for (auto& channel : work.spectrum)
                 kernels.scaleSpectrum(channel, levelKeeper.gainQ14());
         for (int c = 0; c < 2; ++c)
-            overlapAdd(c, spectrum[c]);
+            synthesise(work, c);
         break;
     case 3:
         Velora_VSP_IFFT_PartSp(lowBandFrame, synthSum[0], synthSum[1]);
@@ -161,8 +185,8 @@ void Vocoder::giveStage(int stage, Frame* out, int frames)
                                 frameClock, effectiveSpeed);
         break;
     default:
-        Velora_VSP_Combine_HP(frames);
-        Velora_VSP_LP_interpolate(out, frames >> hopIndex, frames);
+        Velora_VSP_Combine_HP(work.hpOut, frames);
+        Velora_VSP_LP_interpolate(out, work.hpOut, frames >> hopIndex, frames);
         if (does(Velora_VSP_Sound_LockedChannels))
             makeChannelsAlike(out, frames);
         for (int8_t& hold : bandHold)
@@ -214,35 +238,37 @@ void Vocoder::advancePhases()
         kernels.phasorAdvance(synthPhasor[c], phaseAdvance[c]);
 }
 
-void Vocoder::lockPhases(int channel)
+void Vocoder::lockPhases(Work& work, int channel)
 {
     int32_t* const mag = magRing[channel][nearestRow()];
     const bool gains = effectiveSpeed > 1.0f && !does(Velora_VSP_Sound_EvenLevel);
     int peaks = 0;
     if (does(Velora_VSP_Sound_LockedChannels)) {
         if (channel == 0) {
-            kernels.commonTurns(turns, turnSum());
+            kernels.commonTurns(work.turns, work.turnSum());
             if (isApproaching())
-                steerTurns();
+                steerTurns(work);
         }
-        turnBands(channel);
+        turnBands(work, channel);
+        int16_t peakList[kPeakRoom];
         int listed = 0;
         if (gains)
             peaks = kernels.findPeaks(peakList, &listed, mag, bandStatus, bandTable);
     } else {
-        peaks = peakphaselock(spectrum[channel], mag, phasorRing[channel][nearestRow()],
+        peaks = peakphaselock(work.spectrum[channel], mag, phasorRing[channel][nearestRow()],
                               synthPhasor[channel], bandStatus, bandTable);
     }
     if (gains)
-        kernels.scaleSpectrum(spectrum[channel],
+        kernels.scaleSpectrum(work.spectrum[channel],
                               int32_t(peakDensityGain(peaks, effectiveSpeed) * 16384.0f));
 }
 
-void Vocoder::synthesiseBands(int channel)
+void Vocoder::synthesiseBands(Work& work, int channel)
 {
     if (startsInPhase)
         std::copy(std::begin(phasorRing[channel][0]), std::end(phasorRing[channel][0]),
                   synthPhasor[channel]);
+    work.spectrum[channel][kLastBin] = lastBin[channel];
     const int32_t f_q15 = positionInHop();
     const int32_t* const older = magRing[channel][0];
     const int32_t* const newer = magRing[channel][1];
@@ -255,7 +281,7 @@ void Vocoder::synthesiseBands(int channel)
             ++next;
         const int first = bandTable[0][band];
         const int n = bandTable[1][next - 1] - first + 1;
-        ComplexInt* const X = spectrum[channel] + first;
+        ComplexInt* const X = work.spectrum[channel] + first;
         ComplexShort* const S = synthPhasor[channel] + first;
         int32_t* const M = interpMag[channel] + first;
         switch (path) {

@@ -46,32 +46,6 @@ void Vocoder::setFades()
     }
 }
 
-void Vocoder::turnHighBand()
-{
-    if (does(Velora_VSP_Sound_LockedChannels))
-        copyFrames(hpBefore, hpRing[0], kMaxHop);
-    hpRing.turn();
-}
-
-// Hops of high band by age: 0 is the oldest, 1 the oldest that the bare engine has.
-const Frame* Vocoder::highBandHop(int number) const
-{
-    return number == 0 ? hpBefore : hpRing[number - 1];
-}
-
-// Frames from `first` on, counted from the oldest hop.
-void Vocoder::copyHighBand(Frame* out, int first, int count, int frames) const
-{
-    while (count > 0) {
-        const int offset = first % frames;
-        const int run = std::min(frames - offset, count);
-        copyFrames(out, highBandHop(first / frames) + offset, run);
-        out += run;
-        first += run;
-        count -= run;
-    }
-}
-
 // Where the next segment starts, in frames from the oldest hop on. The bare engine keeps to
 // whole hops, as its low band does. Else the middle of the segment, a hop of output behind the
 // middle of the synthesis frame, is to sound the input that belongs there: to the frame at onsets;
@@ -116,8 +90,10 @@ void Vocoder::matchSegments(int frames)
     const int last = std::min(hpPlace + reach, lastSegment(frames));
     const Middle middle(frames);
     Frame candidates[kCompared + 2 * kMostShift];
-    copyHighBand(candidates, first + middle.first, middle.count + last - first, frames);
-    const Frame* const soFar = hpSegRing.newest() + frames + middle.first;
+    highBand.copy(candidates, first + middle.first, middle.count + last - first, frames);
+    Frame room[kCompared];
+    const Frame* const soFar =
+        highBand.segment(HighBandHops::kSegments - 1, frames + middle.first, middle.count, room);
     hpMatches.energy = kernels.product(*soFar, *soFar, 2 * middle.count);
     for (int start = first; start <= last; ++start)
         hpMatches.products[kMostShift + start - hpPlace] =
@@ -152,16 +128,18 @@ int Vocoder::alikenessQ14(const Frame* older, const Frame* newer, int frames) co
     return int((kOneHalf - weight) / (kOneHalf - 0.5) * 16384.0);
 }
 
-void Vocoder::Velora_VSP_Combine_HP(int frames)
+void Vocoder::Velora_VSP_Combine_HP(Frame* hpOut, int frames)
 {
     const int start = bestSegment(frames);
-    hpSegRing.turn();
-    copyHighBand(hpSegRing.newest(), start, 2 * frames, frames);
+    highBand.addSegment(start, frames);
     hpStepRing.turn();
     hpStepRing.newest()[0] = std::exchange(hopsSinceFrame, 0) * frames + start - hpStart;
     hpStart = start;
-    const Frame* const older = hpSegRing[0] + frames;
-    const Frame* const newer = hpSegRing[1];
+    if (bandFactor == 1)
+        return;
+    Frame room[2][kMaxHop];
+    const Frame* const older = highBand.segment(0, frames, frames, room[0]);
+    const Frame* const newer = highBand.segment(1, 0, frames, room[1]);
     if (!fadesEvenly())
         kernels.fadeHighBand(hpOut, older, newer, frames);
     else if (hpStepRing[1][0] == frames)

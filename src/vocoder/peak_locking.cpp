@@ -8,6 +8,7 @@ namespace vsp {
 int Vocoder::peakphaselock(ComplexInt* X, int* mag, ComplexShort* A, ComplexShort* S,
                            signed char* status, const short (*bands)[10])
 {
+    int16_t peakList[kPeakRoom];
     int listed = 0;
     const int total = kernels.findPeaks(peakList, &listed, mag, status, bands);
     if (listed > 0)

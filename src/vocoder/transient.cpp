@@ -36,7 +36,7 @@ float upperBound(int m)
 
 } // namespace
 
-void Vocoder::Velora_VSP_computeCOG()
+void Vocoder::Velora_VSP_computeCOG(const SpectrumRow (&spectrum)[2])
 {
     kernels.bandCentres(bandCog, spectrum[0], spectrum[1]);
 }

@@ -22,6 +22,7 @@
 #include "kernels/peaks.h"
 #include "kernels/sizes.h"
 #include "kernels/turns.h"
+#include "vocoder/high_band_hops.h"
 #include "vocoder/level_keeper.h"
 
 namespace vsp {
@@ -41,7 +42,7 @@ public:
     int Velora_VSP_frame(Frame* out, const Frame* in, int frames, int written);
 
     // The same in steps, for who wants no more than one frame at a time; and each step in stages of
-    // about equal work, for whole hops only.
+    // about equal work, for whole hops only. Between stages, what they work on stands in `stageWork`.
     /// Analyses one hop, as Velora_VSP_frame does; ends the one before.
     void takeHop(const Frame* in, int frames);
     /// @param in  read in stages 0 and 1
@@ -87,19 +88,20 @@ public:
     /// @param hops  that it comes after, 1 or more; a fraction says how far behind an analysis frame
     void prime(float hops);
 
-    /// Splits a hop into `lowBandFrame` and the newest row of `hpRing`, the latter under the gain
+    /// Splits a hop into `lowBandFrame` and the newest hop of `highBand`, the latter under the gain
     /// of the high band. Without decimation all of it is low band.
     /// @param in  [frames]
     void Velora_VSP_LPHP_separate(const Frame* in, int frames);
-    /// The next hop of the stretched high band, in `hpOut`: half of each of two input hops, faded.
-    void Velora_VSP_Combine_HP(int frames);
+    /// The next hop of the stretched high band: half of each of two input hops, faded.
+    /// @param hpOut  [frames]; without decimation left as it is
+    void Velora_VSP_Combine_HP(Frame* hpOut, int frames);
     /// Writes `outFrames` frames from `lowFrames` frames of `lowBandFrame` and from `hpOut`; what
     /// these don't reach is silence.
-    /// @param dest  [outFrames]
-    void Velora_VSP_LP_interpolate(Frame* dest, int lowFrames, int outFrames);
+    /// @param dest, hpOut  [outFrames]
+    void Velora_VSP_LP_interpolate(Frame* dest, const Frame* hpOut, int lowFrames, int outFrames);
 
-    /// Where in time the energy of each band of `spectrum` lies: `bandCog`.
-    void Velora_VSP_computeCOG();
+    /// Where in time the energy of each band of both channels' spectra lies: `bandCog`.
+    void Velora_VSP_computeCOG(const SpectrumRow (&spectrum)[2]);
     /// Whether the newest frame holds an onset, by how many bands have late energy; the bands hear
     /// of it one hop later.
     void Velora_VSP_TransientProbability();
@@ -138,7 +140,8 @@ protected:
         startsInPhase = false;
         approach = {};
         unheardHops = 0;
-        clear(splitState, interpState, hpRing, hpBefore, hpSegRing);
+        clear(splitState, interpState);
+        highBand.reset(hopFrames());
         clear(bandCog, bandFlagRing, transientThreshold, transientDecision, transientDecisionPrev);
         clear(bandStatus, bandRingIndex, bandHold);
         clear(interpMag);
@@ -152,6 +155,25 @@ protected:
     }
 
     bool does(Velora_VSP_Sound_T what) const { return (sound & what) != 0; }
+
+    // ---- Work space ----
+    static constexpr int kTurnMargin = kLine / int(sizeof(ComplexInt)); // bins
+    static_assert(kTurnMargin >= kTurnReach && kTurnMargin + kBins + kTurnReach <= kRowBins);
+    /// What one hop or synthesis frame is worked on in. Whoever does it as a whole has this on the
+    /// stack, where it stays in the first-level cache, however many engines take turns.
+    struct Work {
+        alignas(kLine) SpectrumRow spectrum[2]; // analysis, synthesis
+        alignas(kLine) Frame hpOut[kMaxHop];    // high band of a synthesis frame
+        // With LockedChannels: what this frame's analysis phases are turned by.
+        alignas(kLine) SpectrumRow turnSumRow; // turnSum and room on both sides of it
+        alignas(kLine) PhasorRow turns;        // Q14
+        alignas(kLine) SpectrumRow targetSum;  // while it is approached: what turns are to become
+
+        /// All channels' weighted turns [kBins]; 0 from bin 256 on, and in bands in an onset's
+        /// countdown.
+        ComplexInt* turnSum() { return turnSumRow + kTurnMargin; }
+    };
+    Work stageWork; // of the stage that comes next
 
     // ---- Settings ----
     uint32_t sound = Velora_VSP_Sound_Own; // what goes beyond the engine's own sound
@@ -172,20 +194,17 @@ protected:
     bool isHeard = true; // this hop: isn't one of them
 
     // ---- Band split ----
-    int32_t splitState[2][7] = {};          // history: [channel] delays, four times the value
-    int32_t interpState[2][6] = {};         // history: [channel] delays, four times the value
-    Ring<Frame[kMaxHop], 5> hpRing;         // history: high band of each input hop
-    alignas(kLine) Frame hpBefore[kMaxHop]; // history, with LockedChannels: that of the hop before
-    Ring<Frame[2 * kMaxHop], 4> hpSegRing;  // history: two hops for each synthesis frame
-    Ring<int32_t[1], 4> hpStepRing;         // history: input frames from each segment's one before
-    int32_t hpStart = 0;                    // history: where the newest of them starts
-    int32_t hopsSinceFrame = 0;             // history: input hops taken since the last frame
+    int32_t splitState[2][7] = {};  // history: [channel] delays, four times the value
+    int32_t interpState[2][6] = {}; // history: [channel] delays, four times the value
+    HighBandHops highBand;          // history
+    Ring<int32_t[1], 4> hpStepRing; // history: input frames from each segment's one before
+    int32_t hpStart = 0;            // history: where the newest of them starts
+    int32_t hopsSinceFrame = 0;     // history: input hops taken since the last frame
     // Settings: what mixHighBand takes.
     int32_t hpFadeQ14[4][kMaxHop] = {};
-    int hpFadeFrames = 0;                // for a hop of so many frames
-    int32_t hpPlace = 0;                 // this synthesis frame: where the next segment belongs
-    Matches hpMatches = {};              // this synthesis frame
-    alignas(kLine) Frame hpOut[kMaxHop]; // this synthesis frame: high band
+    int hpFadeFrames = 0;   // for a hop of so many frames
+    int32_t hpPlace = 0;    // this synthesis frame: where the next segment belongs
+    Matches hpMatches = {}; // this synthesis frame
     // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
     alignas(kLine) Frame lowBandFrame[kLowHop] = {};
 
@@ -210,10 +229,8 @@ protected:
     alignas(kLine) MagnitudeRow interpMag[2] = {}; // history: last interpolated magnitudes
     alignas(kLine) PhasorRow phaseAdvance[2];      // this hop: rotation over one hop, Q14
     alignas(kLine) PhasorRow synthPhasor[2];       // history: running phases, Q14
-    alignas(kLine) int16_t peakList[kPeakRoom];    // this synthesis frame
-    // With LockedChannels: what this frame's analysis phases are turned by.
-    alignas(kLine) SpectrumRow turnSumRow = {}; // turnSum and room on both sides of it
-    alignas(kLine) PhasorRow turns;             // Q14
+    // This hop: the one that is in no band, as it was analysed, under the gains of its frames so far.
+    ComplexInt lastBin[2] = {};
     // With LockedChannels, this synthesis frame: the row nearest to it, and the first of the two whose
     // middle is nearest to the middle of this frame and the next.
     struct Rows {
@@ -226,8 +243,7 @@ protected:
         float lead = 0.0f; // hops of input
         float share = 0.0f;
     };
-    Approach approach;                    // this synthesis frame
-    alignas(kLine) SpectrumRow targetSum; // while it has a share: what turns are to become
+    Approach approach;          // this synthesis frame
     int alikeHops = kAlikeHops; // history, with LockedChannels: hops whose channels were the same
 
     LevelKeeper levelKeeper; // history, with EvenLevel: level of the low band
@@ -242,27 +258,29 @@ private:
     /// When so many hops had the same sound left and right, nothing else is heard any more: a frame of
     /// four and three of look-ahead are analysed, and four frames, up to eight hops apart, overlap.
     static constexpr int kAlikeHops = 4 + 3 + 4 * 8;
-    static constexpr int kTurnMargin = kLine / int(sizeof(ComplexInt)); // bins
-    static_assert(kTurnMargin >= kTurnReach && kTurnMargin + kBins + kTurnReach <= kRowBins);
 
     void beginHop(const Frame* in, int frames);
     void endHop();
     /// A part of Velora_VSP_LPHP_separate: frames from..to - 1, `from` a multiple of bandFactor.
     void separate(const Frame* in, int from, int to);
-    void findOnset();
+    void takeStage(Work& work, int stage, const Frame* in, int frames);
+    void giveStage(Work& work, int stage, Frame* out, int frames);
+    void analyse(Work& work, int channel);
+    void synthesise(Work& work, int channel);
+    void findOnset(const Work& work);
     int32_t positionInHop() const; // Q15
     const ComplexShort* phasorsToRestart(int channel, PhasorRow& room) const;
     int nearestRow() const; // of the rings, to that position
     void chooseRows();
-    void synthesiseBands(int channel);
+    void synthesiseBands(Work& work, int channel);
     void advancePhases();
-    void lockPhases(int channel);
+    void lockPhases(Work& work, int channel);
     // With LockedChannels: what follows reads the running phases before they advance.
-    void sumTurns();
-    void turnBands(int channel);
+    void sumTurns(Work& work);
+    void turnBands(Work& work, int channel);
     // While input is approached:
-    void sumTargets();
-    void steerTurns();
+    void sumTargets(Work& work);
+    void steerTurns(Work& work);
     /// Where between the rows the place lies that is approached: the nearest row, the first of the two
     /// around it, and hops beyond the nearest.
     struct Target {
@@ -273,7 +291,7 @@ private:
     Target targetOfFrame() const;
     Phasor targetTurn(const Target& target, int channel, int bin) const;
     int listClearPeaks(int16_t* list, const int32_t* mag) const;
-    double angleToTarget(int bin) const;
+    static double angleToTarget(const Work& work, int bin);
     bool isApproaching() const { return approach.share > 0.0f; }
     bool isThere() const { return approach.share >= 1.0f; }
     // The row whose phases this frame is given: up to a speed of 1.0 the first of step.
@@ -283,15 +301,10 @@ private:
     // where they were the same.
     void compareChannels(const Frame* in, int frames);
     void makeChannelsAlike(Frame* out, int frames) const;
-    /// All channels' weighted turns [kBins]; 0 from bin 256 on, and in bands in an onset's countdown.
-    ComplexInt* turnSum() { return turnSumRow + kTurnMargin; }
-    void turnHighBand();
-    const Frame* highBandHop(int number) const;
     void setFades();
     // Hops of `frames` frames:
-    void copyHighBand(Frame* out, int first, int count, int frames) const;
     int followingSegment(int frames) const { return hpStart + (1 - hopsSinceFrame) * frames; }
-    int lastSegment(int frames) const { return (hpRing.size - 1) * frames; }
+    static int lastSegment(int frames) { return (HighBandHops::kHops - 2) * frames; }
     int segmentStart(int frames) const;
     void matchSegments(int frames);
     int bestSegment(int frames) const;

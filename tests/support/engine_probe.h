@@ -14,21 +14,20 @@ struct EngineProbe {
         using Velora_VSP::bandStatus;
         using Velora_VSP::carryCount;
         using Velora_VSP::frameClock;
-        using Velora_VSP::hpOut;
-        using Velora_VSP::hpRing;
+        using Velora_VSP::highBand;
         using Velora_VSP::lowBandFrame;
-        using Velora_VSP::spectrum;
         using Velora_VSP::src;
+        using Velora_VSP::stageWork;
         using Velora_VSP::transientDecision;
         using Velora_VSP::transientThreshold;
         using Velora_VSP::transitionCount;
     };
     std::unique_ptr<Engine> engine = std::make_unique<Engine>();
 
-    vsp::ComplexInt* spectrum(size_t channel) { return engine->spectrum[channel]; }
+    auto& spectrum() { return engine->stageWork.spectrum; }
     vsp::Frame* lowBandFrame() { return engine->lowBandFrame; }
-    vsp::Frame* highBand() { return engine->hpRing.newest(); }
-    vsp::Frame* hpOut() { return engine->hpOut; }
+    vsp::Frame* highBand() { return engine->highBand.newest(); }
+    vsp::Frame* hpOut() { return engine->stageWork.hpOut; }
     float* bandCog() { return engine->bandCog; }
     float transientThreshold() const { return engine->transientThreshold; }
     bool transientDecision() const { return engine->transientDecision != 0; }

@@ -78,7 +78,9 @@ int main(int argc, char** argv)
         }
         if (probe.transientDecision())
             std::fprintf(onsets.get(), "%.3f\n", double(hops * hop) / kRate);
-        while (Velora_VSP_Conductor::GiveHop(engine, made.data()) > 0) {
+        while (probe.engine->hasFrame()) {
+            for (int stage = 0; stage < Velora_VSP_Conductor::kGiveStages; ++stage)
+                Velora_VSP_Conductor::GiveStage(engine, stage, made.data());
             stretchedLow.add(probe.lowBandFrame(), vsp::kLowHop);
             stretchedHigh.add(probe.hpOut(), hop);
             out.add(reinterpret_cast<const vsp::Frame*>(made.data()), hop);

@@ -42,7 +42,7 @@ TEST_P(BandSplit, InterpolatesWithTheKnownGainAndPolarity)
     std::fill(&probe.hpOut()[0][0], &probe.hpOut()[kMaxHop][0], int16_t(0));
     for (int call = 0; call < 4; ++call) {
         std::fill(&probe.lowBandFrame()[0][0], &probe.lowBandFrame()[kLowHop][0], int16_t(1000));
-        probe.engine->Velora_VSP_LP_interpolate(raw(out), kLowHop, hop());
+        probe.engine->Velora_VSP_LP_interpolate(raw(out), probe.hpOut(), kLowHop, hop());
     }
     EXPECT_NEAR(out.back()[0], gain * 1000, 2);
     EXPECT_NEAR(out.back()[1], gain * 1000, 2);
@@ -52,7 +52,7 @@ TEST_P(BandSplit, InterpolatorWritesNothingBeyondItsFrames)
 {
     for (int frames = 1; frames <= hop(); frames += 1 + frames / 3) {
         Frames out = signals::constant(size_t(hop()) + 8, 77, 77);
-        probe.engine->Velora_VSP_LP_interpolate(raw(out), frames / factor(), frames);
+        probe.engine->Velora_VSP_LP_interpolate(raw(out), probe.hpOut(), frames / factor(), frames);
         for (size_t n = size_t(frames); n < out.size(); ++n)
             ASSERT_EQ(out[n][0], 77) << "frames " << frames << ", at " << n;
     }
@@ -90,8 +90,8 @@ TEST(Onsets, SilenceDecidesNothingAndSettlesTheThreshold)
     EngineProbe probe;
     const Frames in = signals::silence(kLowHop);
     for (int hop = 0; hop < 5; ++hop) {
-        probe.engine->Velora_VSP_partFFT(raw(in));
-        probe.engine->Velora_VSP_computeCOG();
+        probe.engine->Velora_VSP_partFFT(probe.spectrum(), raw(in));
+        probe.engine->Velora_VSP_computeCOG(probe.spectrum());
         probe.engine->Velora_VSP_TransientProbability();
         EXPECT_FALSE(probe.transientDecision());
         EXPECT_FLOAT_EQ(probe.transientThreshold(), 320.0f / 3520.0f);
