@@ -16,14 +16,14 @@ void Spectra::Velora_VSP_partFFT(SpectrumRow (&spectrum)[2], const Frame* in)
 
 void Spectra::transformHop(const Frame* in)
 {
-    Velora_VSP_FFT_PartSp(partSpRing[0].newest(), partSpRing[1].newest(), in);
+    partSpPlace.turn();
+    Velora_VSP_FFT_PartSp(partSpRing(0).newest(), partSpRing(1).newest(), in);
 }
 
 void Spectra::addHop(int channel, ComplexInt* spectrum)
 {
-    auto& parts = partSpRing[channel];
+    const auto parts = partSpRing(channel);
     kernels.Velora_VSP_PartSp_AnalysisSum(spectrum, partSpSum[channel], parts[0], parts.newest());
-    parts.turn();
 }
 
 void Spectra::Velora_VSP_FFT_PartSp(ComplexInt* outL, ComplexInt* outR, const Frame* in)

@@ -17,9 +17,7 @@ void Spectra::extractExactly(int channel, const ComplexInt* spectrum)
 void Spectra::extract(int channel, const ComplexInt* spectrum,
                       decltype(KernelTable::exactMagPhase) kernel)
 {
-    magRing[channel].turn();
-    phasorRing[channel].turn();
-    kernel(magRing[channel].newest(), phasorRing[channel].newest(), spectrum);
+    kernel(magRing(channel).newest(), phasorRing(channel).newest(), spectrum);
 }
 
 } // namespace vsp

@@ -9,17 +9,18 @@
 
 namespace vsp {
 
-void Spectra::Velora_VSP_partIFFT(Frame* out, ComplexInt* specL, ComplexInt* specR)
+void Spectra::Velora_VSP_partIFFT(Frame* out, const ComplexInt* specL, const ComplexInt* specR)
 {
-    overlapAdd(0, specL);
-    overlapAdd(1, specR);
+    overlapAdd(specL, specR);
     Velora_VSP_IFFT_PartSp(out, synthSum[0], synthSum[1]);
 }
 
-void Spectra::overlapAdd(int channel, ComplexInt* spec)
+void Spectra::overlapAdd(const ComplexInt* specL, const ComplexInt* specR)
 {
-    synthWinRing[channel].turn();
-    kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[channel], synthWinRing[channel].newest(), spec);
+    synthesisPlace.turn();
+    const ComplexInt* const spectra[] = {specL, specR};
+    for (int c = 0; c < 2; ++c)
+        kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[c], synthWinRing(c).newest(), spectra[c]);
 }
 
 void Spectra::Velora_VSP_IFFT_PartSp(Frame* out, ComplexInt* sumL, ComplexInt* sumR)

@@ -6,23 +6,49 @@
 #include <iterator>
 #include <type_traits>
 
-#include "fixed/cache_line.h"
-
 namespace vsp {
 
-/// The last n rows of a history. Turning it copies nothing: the oldest row becomes the newest, for
-/// its owner to overwrite. Holds no pointer into itself, so it can be copied.
+/// Where the last n rows of a history lie among as many. Turning copies nothing: the oldest row
+/// becomes the newest, for its owner to overwrite.
+template <int n>
+class RingPlace {
+public:
+    /// Age 0 is the oldest row, n - 1 the newest.
+    int operator[](int age) const { return first + age < n ? first + age : first + age - n; }
+    void turn() { first = (*this)[1]; }
+    void reset() { first = 0; }
+
+private:
+    int first = 0;
+};
+
+/// A history whose place stands elsewhere: together with others', so that one cache line has them all.
+template <class Row, int n>
+class RingView {
+public:
+    static constexpr int size = n;
+
+    RingView(Row (&memory)[n], const RingPlace<n>& of) : rows(memory), place(of) {}
+
+    Row& operator[](int age) const { return rows[place[age]]; }
+    Row& newest() const { return (*this)[n - 1]; }
+
+private:
+    Row (&rows)[n];
+    const RingPlace<n>& place;
+};
+
+/// A history of small rows. Holds no pointer into itself, so it can be copied.
 template <class Row, int n>
 class Ring {
 public:
     static constexpr int size = n;
 
-    /// Row 0 is the oldest, n - 1 the newest.
-    Row& operator[](int age) { return rows[place(age)]; }
-    const Row& operator[](int age) const { return rows[place(age)]; }
+    Row& operator[](int age) { return rows[place[age]]; }
+    const Row& operator[](int age) const { return rows[place[age]]; }
     Row& newest() { return (*this)[n - 1]; }
 
-    void turn() { first = place(1); }
+    void turn() { place.turn(); }
 
     /// Starts anew with the same value in every entry of every row.
     template <class Value>
@@ -30,14 +56,12 @@ public:
     {
         for (Row& row : rows)
             std::fill(std::begin(row), std::end(row), value);
-        first = 0;
+        place.reset();
     }
 
 private:
-    int place(int age) const { return first + age < n ? first + age : first + age - n; }
-
-    alignas(kLine) Row rows[n] = {};
-    int first = 0;
+    RingPlace<n> place;
+    Row rows[n] = {};
 };
 
 /// Brings plain values, arrays and rings of them to 0: silence.

@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdint>
 #include <iterator>
-#include <type_traits>
 
 #include "fixed/angles.h"
 #include "fixed/complex.h"
@@ -73,7 +72,7 @@ void Vocoder::sumTargets(Work& work)
 
 Vocoder::Target Vocoder::targetOfFrame() const
 {
-    constexpr int kLastRow = std::remove_reference_t<decltype(phasorRing[0])>::size - 1;
+    constexpr int kLastRow = kAnalyses - 1;
     const double place = double(frameClock) + double(approach.lead);
     const int nearest = std::clamp(nearestTo(place), 0, kLastRow);
     const int before = place < double(nearest) ? nearest - 1 : nearest;
@@ -85,7 +84,7 @@ Vocoder::Target Vocoder::targetOfFrame() const
 // moves by about k quarters of a turn a hop.
 Phasor Vocoder::targetTurn(const Target& target, int channel, int bin) const
 {
-    const auto& ring = phasorRing[channel];
+    const auto ring = phasorRing(channel);
     const double centre = bin * kQuarterTurn;
     const double step =
         angleBetween(ring[target.before][bin], ring[target.before + 1][bin]) - centre;

@@ -89,17 +89,11 @@ void Vocoder::takeStage(Work& work, int stage, const Frame* in, int frames)
             levelKeeper.tookHop(kernels.product(*lowBandFrame, *lowBandFrame, 2 * kLowHop));
         transformHop(lowBandFrame);
         if (!isHeard)
-            for (int c = 0; c < 2; ++c)
-                analyse(work, c);
+            addHops(work);
         break;
     case 3:
-        for (int c = 0; isHeard && c < 2; ++c) {
-            analyse(work, c);
-            if (does(Velora_VSP_Sound_LockedChannels))
-                extractExactly(c, work.spectrum[c]);
-            else
-                Velora_VSP_Extract_MagPhase(c, work.spectrum[c]);
-        }
+        if (isHeard)
+            analyse(work);
         break;
     default:
         if (isHeard)
@@ -119,16 +113,30 @@ void Vocoder::beginHop(const Frame* in, int frames)
         compareChannels(in, frames);
 }
 
-void Vocoder::analyse(Work& work, int channel)
+void Vocoder::addHops(Work& work)
 {
-    addHop(channel, work.spectrum[channel]);
-    lastBin[channel] = work.spectrum[channel][kLastBin];
+    for (int c = 0; c < 2; ++c) {
+        addHop(c, work.spectrum[c]);
+        lastBin[c] = work.spectrum[c][kLastBin];
+    }
 }
 
-void Vocoder::synthesise(Work& work, int channel)
+void Vocoder::analyse(Work& work)
 {
-    lastBin[channel] = work.spectrum[channel][kLastBin];
-    overlapAdd(channel, work.spectrum[channel]);
+    addHops(work);
+    turnAnalysis();
+    for (int c = 0; c < 2; ++c)
+        if (does(Velora_VSP_Sound_LockedChannels))
+            extractExactly(c, work.spectrum[c]);
+        else
+            Velora_VSP_Extract_MagPhase(c, work.spectrum[c]);
+}
+
+void Vocoder::synthesise(Work& work)
+{
+    for (int c = 0; c < 2; ++c)
+        lastBin[c] = work.spectrum[c][kLastBin];
+    overlapAdd(work.spectrum[0], work.spectrum[1]);
 }
 
 void Vocoder::findOnset(const Work& work)
@@ -175,8 +183,7 @@ void Vocoder::giveStage(Work& work, int stage, Frame* out, int frames)
         if (does(Velora_VSP_Sound_EvenLevel))
             for (auto& channel : work.spectrum)
                 kernels.scaleSpectrum(channel, levelKeeper.gainQ14());
-        for (int c = 0; c < 2; ++c)
-            synthesise(work, c);
+        synthesise(work);
         break;
     case 3:
         Velora_VSP_IFFT_PartSp(lowBandFrame, synthSum[0], synthSum[1]);
@@ -233,14 +240,14 @@ void Vocoder::advancePhases()
         return;
     if (firstOfHop)
         for (int c = 0; c < 2; ++c)
-            kernels.phasorStep(phaseAdvance[c], phasorRing[c][0], phasorRing[c][1]);
+            kernels.phasorStep(phaseAdvance[c], phasorRing(c)[0], phasorRing(c)[1]);
     for (int c = 0; c < 2; ++c)
         kernels.phasorAdvance(synthPhasor[c], phaseAdvance[c]);
 }
 
 void Vocoder::lockPhases(Work& work, int channel)
 {
-    int32_t* const mag = magRing[channel][nearestRow()];
+    int32_t* const mag = magRing(channel)[nearestRow()];
     const bool gains = effectiveSpeed > 1.0f && !does(Velora_VSP_Sound_EvenLevel);
     int peaks = 0;
     if (does(Velora_VSP_Sound_LockedChannels)) {
@@ -255,7 +262,7 @@ void Vocoder::lockPhases(Work& work, int channel)
         if (gains)
             peaks = kernels.findPeaks(peakList, &listed, mag, bandStatus, bandTable);
     } else {
-        peaks = peakphaselock(work.spectrum[channel], mag, phasorRing[channel][nearestRow()],
+        peaks = peakphaselock(work.spectrum[channel], mag, phasorRing(channel)[nearestRow()],
                               synthPhasor[channel], bandStatus, bandTable);
     }
     if (gains)
@@ -266,12 +273,12 @@ void Vocoder::lockPhases(Work& work, int channel)
 void Vocoder::synthesiseBands(Work& work, int channel)
 {
     if (startsInPhase)
-        std::copy(std::begin(phasorRing[channel][0]), std::end(phasorRing[channel][0]),
+        std::copy(std::begin(phasorRing(channel)[0]), std::end(phasorRing(channel)[0]),
                   synthPhasor[channel]);
     work.spectrum[channel][kLastBin] = lastBin[channel];
     const int32_t f_q15 = positionInHop();
-    const int32_t* const older = magRing[channel][0];
-    const int32_t* const newer = magRing[channel][1];
+    const int32_t* const older = magRing(channel)[0];
+    const int32_t* const newer = magRing(channel)[1];
     const auto pathOf = [this](int band) { return bandPath(bandStatus[band], bandHold[band]); };
     for (int band = 0, next = 0; band < kBands; band = next) {
         const BandPath path = pathOf(band);
@@ -302,9 +309,9 @@ void Vocoder::synthesiseBands(Work& work, int channel)
             break;
         case BandPath::frozen:
             // Once it is frozen before its frame has come, it stays on the oldest one.
-            if (bandRingIndex[band] >= magRing[channel].size)
+            if (bandRingIndex[band] >= kAnalyses)
                 bandRingIndex[band] = 0;
-            kernels.applyPhase(X, magRing[channel][bandRingIndex[band]] + first, S, n);
+            kernels.applyPhase(X, magRing(channel)[bandRingIndex[band]] + first, S, n);
             break;
         }
     }

@@ -156,7 +156,88 @@ protected:
 
     bool does(Velora_VSP_Sound_T what) const { return (sound & what) != 0; }
 
-    // ---- Work space ----
+    // What every hop asks for stands together here, before what kernels walk.
+
+    // ---- Settings ----
+    uint32_t sound = Velora_VSP_Sound_Own; // what goes beyond the engine's own sound
+    int16_t hopIndex = 0;
+    int16_t bandFactor = 1;                // 1, 2 or 4: decimation of the low band
+    const int16_t* splitCoeffs = nullptr;  // Q14
+    const int16_t* interpCoeffs = nullptr; // Q14
+    int32_t highBandGainQ15 = 32768;
+    int32_t hpFadeFrames = 0; // hpFadeQ14 is for a hop of so many frames
+
+    // ---- Frame clock ----
+    float frameClock = 1.0f;     // history: synthesis position in analysis hops
+    float effectiveSpeed = 1.0f; // settings: what the clock moves on by
+    enum class HopPart { none, analysed, synthesised };
+    HopPart hopPart = HopPart::none; // history: how far the last hop has got
+    bool startsInPhase = false;      // the next frame takes its phases from the analysis
+    int unheardHops = 0; // after the start of one: hops up to the first whole analysis frame, of
+                         // which no synthesis frame is made, and which would look like onsets
+    bool isHeard = true; // this hop: isn't one of them
+
+    // ---- What goes beyond the limit of a call ----
+    int32_t outputLimit = kNoLimit; // next call: hops beyond it, carried ones included, are carried
+    int32_t carryCount = 0;         // history: frames in carryBuf
+
+    // ---- Onsets ----
+    float bandCog[kBands] = {};           // this hop: where in the frame the energy lies, from its
+                                          // middle, in lengths of the frame
+    Ring<int8_t[kBands], 4> bandFlagRing; // history: bands with late energy
+    float transientThreshold = 0.0f;      // history: falls by at most 1 % a hop
+    uint8_t transientDecision = 0;        // history: the newest frame holds an onset
+    uint8_t transientDecisionPrev = 0;    // history: the frame before did
+    uint8_t bandTransient[kBands] = {};   // this hop
+    int8_t bandStatus[kBands] = {};       // history: hops left of an onset's countdown, 0 none
+    int8_t bandRingIndex[kBands] = {}; // history: row of magRing that is frozen; falls as the ring
+                                       // turns, so it stays on one analysis frame
+    int8_t bandHold[kBands] = {};      // history: synthesis frames left before the band freezes; 4:
+                                       // the phase reset is due
+    bool nearsOnset =
+        false; // this synthesis frame: some band waits for an onset, or restarts at it
+
+    // ---- Band split ----
+    int32_t splitState[2][7] = {};  // history: [channel] delays, four times the value
+    int32_t interpState[2][6] = {}; // history: [channel] delays, four times the value
+    Ring<int32_t[1], 4> hpStepRing; // history: input frames from each segment's one before
+    int32_t hpStart = 0;            // history: where the newest of them starts
+    int32_t hopsSinceFrame = 0;     // history: input hops taken since the last frame
+    int32_t hpPlace = 0;            // this synthesis frame: where the next segment belongs
+
+    // This hop: the bin that is in no band, as it was analysed, under the gains of its frames so far.
+    ComplexInt lastBin[2] = {};
+
+    // ---- With LockedChannels ----
+    // This synthesis frame: the row nearest to it, and the first of the two whose middle is nearest to
+    // the middle of this frame and the next.
+    struct Rows {
+        int nearest;
+        int ofStep;
+    };
+    Rows rows = {0, 0};
+    bool tookFirst[2] = {}; // history: of two that were as near, of each kind
+    struct Approach {
+        float lead = 0.0f; // hops of input
+        float share = 0.0f;
+    };
+    Approach approach;          // this synthesis frame
+    int alikeHops = kAlikeHops; // history: hops whose channels were the same
+    Matches hpMatches = {};     // this synthesis frame
+
+    LevelKeeper levelKeeper; // history, with EvenLevel: level of the low band
+
+    // ---- What kernels walk ----
+    HighBandHops highBand; // history
+    // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
+    alignas(kLine) Frame lowBandFrame[kLowHop] = {};
+    alignas(kLine) MagnitudeRow interpMag[2] = {};     // history: last interpolated magnitudes
+    alignas(kLine) PhasorRow phaseAdvance[2];          // this hop: rotation over one hop, Q14
+    alignas(kLine) PhasorRow synthPhasor[2];           // history: running phases, Q14
+    alignas(kLine) int32_t hpFadeQ14[4][kMaxHop] = {}; // settings: what mixHighBand takes
+    // A limited call may have to carry all that it makes.
+    alignas(kLine) Frame carryBuf[kSlowestRatio * kPieceFrames];
+
     static constexpr int kTurnMargin = kLine / int(sizeof(ComplexInt)); // bins
     static_assert(kTurnMargin >= kTurnReach && kTurnMargin + kBins + kTurnReach <= kRowBins);
     /// What one hop or synthesis frame is worked on in. Whoever does it as a whole has this on the
@@ -175,85 +256,6 @@ protected:
     };
     Work stageWork; // of the stage that comes next
 
-    // ---- Settings ----
-    uint32_t sound = Velora_VSP_Sound_Own; // what goes beyond the engine's own sound
-    int16_t hopIndex = 0;
-    int16_t bandFactor = 1;                // 1, 2 or 4: decimation of the low band
-    const int16_t* splitCoeffs = nullptr;  // Q14
-    const int16_t* interpCoeffs = nullptr; // Q14
-    int32_t highBandGainQ15 = 32768;
-
-    // ---- Frame clock ----
-    float frameClock = 1.0f;     // history: synthesis position in analysis hops
-    float effectiveSpeed = 1.0f; // settings: what the clock moves on by
-    enum class HopPart { none, analysed, synthesised };
-    HopPart hopPart = HopPart::none; // history: how far the last hop has got
-    bool startsInPhase = false;      // the next frame takes its phases from the analysis
-    int unheardHops = 0; // after the start of one: hops up to the first whole analysis frame, of
-                         // which no synthesis frame is made, and which would look like onsets
-    bool isHeard = true; // this hop: isn't one of them
-
-    // ---- Band split ----
-    int32_t splitState[2][7] = {};  // history: [channel] delays, four times the value
-    int32_t interpState[2][6] = {}; // history: [channel] delays, four times the value
-    HighBandHops highBand;          // history
-    Ring<int32_t[1], 4> hpStepRing; // history: input frames from each segment's one before
-    int32_t hpStart = 0;            // history: where the newest of them starts
-    int32_t hopsSinceFrame = 0;     // history: input hops taken since the last frame
-    // Settings: what mixHighBand takes.
-    int32_t hpFadeQ14[4][kMaxHop] = {};
-    int hpFadeFrames = 0;   // for a hop of so many frames
-    int32_t hpPlace = 0;    // this synthesis frame: where the next segment belongs
-    Matches hpMatches = {}; // this synthesis frame
-    // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
-    alignas(kLine) Frame lowBandFrame[kLowHop] = {};
-
-    // ---- Onsets ----
-    float bandCog[kBands] = {};           // this hop: where in the frame the energy lies, from its
-                                          // middle, in lengths of the frame
-    Ring<int8_t[kBands], 4> bandFlagRing; // history: bands with late energy
-    float transientThreshold = 0.0f;      // history: falls by at most 1 % a hop
-    uint8_t transientDecision = 0;        // history: the newest frame holds an onset
-    uint8_t transientDecisionPrev = 0;    // history: the frame before did
-    uint8_t bandTransient[kBands] = {};   // this hop
-    int8_t bandStatus[kBands] = {};       // history: hops left of an onset's countdown, 0 none
-    int8_t bandRingIndex[kBands] = {}; // history: row of magRing that is frozen; falls as the ring
-                                       // turns, so it stays on one analysis frame
-    int8_t bandHold[kBands] = {};      // history: synthesis frames left before the band freezes; 4:
-                                       // the phase reset is due
-
-    bool nearsOnset =
-        false; // this synthesis frame: some band waits for an onset, or restarts at it
-
-    // ---- Synthesis ----
-    alignas(kLine) MagnitudeRow interpMag[2] = {}; // history: last interpolated magnitudes
-    alignas(kLine) PhasorRow phaseAdvance[2];      // this hop: rotation over one hop, Q14
-    alignas(kLine) PhasorRow synthPhasor[2];       // history: running phases, Q14
-    // This hop: the one that is in no band, as it was analysed, under the gains of its frames so far.
-    ComplexInt lastBin[2] = {};
-    // With LockedChannels, this synthesis frame: the row nearest to it, and the first of the two whose
-    // middle is nearest to the middle of this frame and the next.
-    struct Rows {
-        int nearest;
-        int ofStep;
-    };
-    Rows rows = {0, 0};
-    bool tookFirst[2] = {}; // history: of two that were as near, of each kind
-    struct Approach {
-        float lead = 0.0f; // hops of input
-        float share = 0.0f;
-    };
-    Approach approach;          // this synthesis frame
-    int alikeHops = kAlikeHops; // history, with LockedChannels: hops whose channels were the same
-
-    LevelKeeper levelKeeper; // history, with EvenLevel: level of the low band
-
-    // ---- What goes beyond the limit of a call ----
-    int32_t outputLimit = kNoLimit; // next call: hops beyond it, carried ones included, are carried
-    int32_t carryCount = 0;         // history: frames in carryBuf
-    // A limited call may have to carry all that it makes.
-    alignas(kLine) Frame carryBuf[kSlowestRatio * kPieceFrames];
-
 private:
     /// When so many hops had the same sound left and right, nothing else is heard any more: a frame of
     /// four and three of look-ahead are analysed, and four frames, up to eight hops apart, overlap.
@@ -265,8 +267,9 @@ private:
     void separate(const Frame* in, int from, int to);
     void takeStage(Work& work, int stage, const Frame* in, int frames);
     void giveStage(Work& work, int stage, Frame* out, int frames);
-    void analyse(Work& work, int channel);
-    void synthesise(Work& work, int channel);
+    void addHops(Work& work);
+    void analyse(Work& work);
+    void synthesise(Work& work);
     void findOnset(const Work& work);
     int32_t positionInHop() const; // Q15
     const ComplexShort* phasorsToRestart(int channel, PhasorRow& room) const;
