@@ -9,21 +9,21 @@ namespace vsp {
 
 void Spectra::Velora_VSP_partFFT(SpectrumRow (&spectrum)[2], const Frame* in)
 {
-    transformHop(in);
+    transformHop(spectrum, in);
+    addHop(spectrum);
+}
+
+void Spectra::transformHop(SpectrumRow (&spectrum)[2], const Frame* in)
+{
+    Velora_VSP_FFT_PartSp(spectrum[0], spectrum[1], in);
+}
+
+void Spectra::addHop(SpectrumRow (&spectrum)[2])
+{
     for (int c = 0; c < 2; ++c)
-        addHop(c, spectrum[c]);
-}
-
-void Spectra::transformHop(const Frame* in)
-{
+        kernels.Velora_VSP_PartSp_AnalysisSum(spectrum[c], partSpSum[c], partSpRing(0)[c],
+                                              spectrum[c]);
     partSpPlace.turn();
-    Velora_VSP_FFT_PartSp(partSpRing(0).newest(), partSpRing(1).newest(), in);
-}
-
-void Spectra::addHop(int channel, ComplexInt* spectrum)
-{
-    const auto parts = partSpRing(channel);
-    kernels.Velora_VSP_PartSp_AnalysisSum(spectrum, partSpSum[channel], parts[0], parts.newest());
 }
 
 void Spectra::Velora_VSP_FFT_PartSp(ComplexInt* outL, ComplexInt* outR, const Frame* in)

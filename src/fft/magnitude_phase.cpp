@@ -17,7 +17,7 @@ void Spectra::extractExactly(int channel, const ComplexInt* spectrum)
 void Spectra::extract(int channel, const ComplexInt* spectrum,
                       decltype(KernelTable::exactMagPhase) kernel)
 {
-    kernel(magRing(channel).newest(), phasorRing(channel).newest(), spectrum);
+    kernel(magRing(kAnalyses - 1)[channel], phasorRing(kAnalyses - 1)[channel], spectrum);
 }
 
 } // namespace vsp

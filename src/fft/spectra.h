@@ -31,16 +31,18 @@ static_assert(sizeof(MagnitudeRow) % kLine == 0 && sizeof(PhasorRow) % kLine == 
 /// 16-bit samples, unscaled.
 class Spectra {
 public:
+    static constexpr int kOverlap = 4;  // hops of a frame
     static constexpr int kAnalyses = 4; // frames whose magnitudes and phasors are kept
 
     explicit Spectra(const KernelTable& table) : kernels(table) {}
 
-    /// Moves the analysis on by a hop: transformHop, then addHop for both channels.
+    /// Moves the analysis on by a hop: transformHop, then addHop.
     /// @param in  [kLowHop]
     void Velora_VSP_partFFT(SpectrumRow (&spectrum)[2], const Frame* in);
-    void transformHop(const Frame* in);
-    /// @param spectrum  becomes a channel's of the last four hops under a periodic Hann window
-    void addHop(int channel, ComplexInt* spectrum);
+    void transformHop(SpectrumRow (&spectrum)[2], const Frame* in);
+    /// Both channels' partial spectra become the spectra of the last four hops under a periodic Hann
+    /// window.
+    void addHop(SpectrumRow (&spectrum)[2]);
     /// Spectra of one hop followed by silence.
     /// @param outL, outR  [kBins] each, neither of them the other
     /// @param in          [kLowHop]
@@ -67,31 +69,32 @@ protected:
     {
         clear(partSpPlace, analysisPlace, synthesisPlace);
         clear(partSpBuf, partSpSum, magRows, synthWinRows, synthSum);
-        for (auto& rows : phasorRows)
-            for (auto& phasors : rows)
+        for (auto& row : phasorRows)
+            for (auto& phasors : row)
                 std::fill(std::begin(phasors), std::end(phasors), kPhaseZero);
     }
 
-    auto partSpRing(int channel) { return RingView(partSpBuf[channel], partSpPlace); }
-    auto magRing(int channel) { return RingView(magRows[channel], analysisPlace); }
-    auto phasorRing(int channel) { return RingView(phasorRows[channel], analysisPlace); }
-    auto phasorRing(int channel) const { return RingView(phasorRows[channel], analysisPlace); }
-    auto synthWinRing(int channel) { return RingView(synthWinRows[channel], synthesisPlace); }
+    // By age, 0 is the oldest; [channel].
+    SpectrumRow (&partSpRing(int age))[2] { return partSpBuf[partSpPlace[age]]; }
+    MagnitudeRow (&magRing(int age))[2] { return magRows[analysisPlace[age]]; }
+    PhasorRow (&phasorRing(int age))[2] { return phasorRows[analysisPlace[age]]; }
+    const PhasorRow (&phasorRing(int age) const)[2] { return phasorRows[analysisPlace[age]]; }
+    SpectrumRow (&synthWinRing(int age))[2] { return synthWinRows[synthesisPlace[age]]; }
 
     const KernelTable& kernels; // the hot loops, for this machine
 
-    // History, all turned once a hop, or with the last one once a synthesis frame.
-    RingPlace<5> partSpPlace; // the oldest row is the hop that has left the frame
+    // History, turned with each hop, the last one with each synthesis frame.
+    RingPlace<kOverlap> partSpPlace;
     RingPlace<kAnalyses> analysisPlace;
-    RingPlace<4> synthesisPlace;
+    RingPlace<kOverlap> synthesisPlace;
 
-    // History: [channel], rows in the order of memory.
-    alignas(kLine) SpectrumRow partSpBuf[2][5];
-    alignas(kLine) SpectrumRow partSpSum[2]; // spectrum of the unwindowed frame
-    alignas(kLine) MagnitudeRow magRows[2][kAnalyses];
-    alignas(kLine) PhasorRow phasorRows[2][kAnalyses]; // Q14
-    alignas(kLine) SpectrumRow synthWinRows[2][4];     // windowed
-    alignas(kLine) SpectrumRow synthSum[2];            // overlap-add of those four
+    // History: [row as it lies][channel].
+    alignas(kLine) SpectrumRow partSpBuf[kOverlap][2]; // partial spectra of the frame's hops
+    alignas(kLine) SpectrumRow partSpSum[2];           // spectrum of the unwindowed frame
+    alignas(kLine) MagnitudeRow magRows[kAnalyses][2];
+    alignas(kLine) PhasorRow phasorRows[kAnalyses][2];    // Q14
+    alignas(kLine) SpectrumRow synthWinRows[kOverlap][2]; // windowed
+    alignas(kLine) SpectrumRow synthSum[2];               // overlap-add of those
 
 private:
     void extract(int channel, const ComplexInt* spectrum,

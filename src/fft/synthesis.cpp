@@ -20,7 +20,8 @@ void Spectra::overlapAdd(const ComplexInt* specL, const ComplexInt* specR)
     synthesisPlace.turn();
     const ComplexInt* const spectra[] = {specL, specR};
     for (int c = 0; c < 2; ++c)
-        kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[c], synthWinRing(c).newest(), spectra[c]);
+        kernels.Velora_VSP_PartSp_SynthesisSum(synthSum[c], synthWinRing(kOverlap - 1)[c],
+                                               spectra[c]);
 }
 
 void Spectra::Velora_VSP_IFFT_PartSp(Frame* out, ComplexInt* sumL, ComplexInt* sumR)

@@ -22,22 +22,6 @@ private:
     int first = 0;
 };
 
-/// A history whose place stands elsewhere: together with others', so that one cache line has them all.
-template <class Row, int n>
-class RingView {
-public:
-    static constexpr int size = n;
-
-    RingView(Row (&memory)[n], const RingPlace<n>& of) : rows(memory), place(of) {}
-
-    Row& operator[](int age) const { return rows[place[age]]; }
-    Row& newest() const { return (*this)[n - 1]; }
-
-private:
-    Row (&rows)[n];
-    const RingPlace<n>& place;
-};
-
 /// A history of small rows. Holds no pointer into itself, so it can be copied.
 template <class Row, int n>
 class Ring {

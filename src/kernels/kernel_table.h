@@ -36,12 +36,12 @@ struct KernelTable {
     /// @param out     spectrum of the last four hops under a periodic Hann window, in units of
     ///                16-bit samples: X[k] / 2 - X[k - 1] / 4 - X[k + 1] / 4, halved in steps
     ///                that truncate; bins outside 0..256 are the conjugates of their mirror images
-    /// @param sum     X = i^k (sum - oldest + newest): the spectrum of the last four hops without
+    /// @param sum     X = i^k (sum - slot + newest): the spectrum of the last four hops without
     ///                a window
-    /// @param oldest  partial spectrum of the hop that leaves
-    /// @param newest  partial spectrum of the hop that enters
-    void (*Velora_VSP_PartSp_AnalysisSum)(ComplexInt* out, ComplexInt* sum,
-                                          const ComplexInt* oldest, const ComplexInt* newest);
+    /// @param slot    partial spectrum of the hop that leaves; replaced by that of the one that enters
+    /// @param newest  partial spectrum of that one; may be `out`
+    void (*Velora_VSP_PartSp_AnalysisSum)(ComplexInt* out, ComplexInt* sum, ComplexInt* slot,
+                                          const ComplexInt* newest);
     /// Windows a synthesis spectrum in the same way and adds it to one channel's overlap-add sum.
     /// @param sum   i^k sum + windowed - slot: its inverse transform begins with the finished hop
     /// @param slot  windowed spectrum of the frame four hops ago; replaced by that of `spec`

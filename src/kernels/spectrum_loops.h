@@ -113,21 +113,24 @@ VSP_INLINE void forFourBins(ComplexInt* sum, Combine combine)
 }
 
 template <class V>
-void Velora_VSP_PartSp_AnalysisSum(ComplexInt* out, ComplexInt* sum, const ComplexInt* oldest,
+void Velora_VSP_PartSp_AnalysisSum(ComplexInt* out, ComplexInt* sum, ComplexInt* slot,
                                    const ComplexInt* newest)
 {
-    const int32_t* const leaving = words(oldest);
+    int32_t* const leaving = words(slot);
     const int32_t* const entering = words(newest);
     forFourBins<V>(sum, [=](auto& x, int n) {
         for (auto& v : x) {
-            v = wrapAdd(wrapSub(v, load(leaving + n, V{})), load(entering + n, V{}));
+            const V hop = load(entering + n, V{});
+            v = wrapAdd(wrapSub(v, load(leaving + n, V{})), hop);
+            store(leaving + n, hop);
             n += V::lanes;
         }
         turnFourBins(x);
     });
     ComplexInt& last = sum[kLastBin];
-    last = {fx::wrapAdd(fx::wrapSub(last.re, oldest[kLastBin].re), newest[kLastBin].re),
-            fx::wrapAdd(fx::wrapSub(last.im, oldest[kLastBin].im), newest[kLastBin].im)};
+    last = {fx::wrapAdd(fx::wrapSub(last.re, slot[kLastBin].re), newest[kLastBin].re),
+            fx::wrapAdd(fx::wrapSub(last.im, slot[kLastBin].im), newest[kLastBin].im)};
+    slot[kLastBin] = newest[kLastBin];
     hannWindow<V>(out, sum);
 }
 

@@ -84,15 +84,15 @@ Vocoder::Target Vocoder::targetOfFrame() const
 // moves by about k quarters of a turn a hop.
 Phasor Vocoder::targetTurn(const Target& target, int channel, int bin) const
 {
-    const auto ring = phasorRing(channel);
     const double centre = bin * kQuarterTurn;
-    const double step =
-        angleBetween(ring[target.before][bin], ring[target.before + 1][bin]) - centre;
+    const double step = angleBetween(phasorRing(target.before)[channel][bin],
+                                     phasorRing(target.before + 1)[channel][bin]) -
+                        centre;
     const int whole = nearestTo(step * (0.25 / kQuarterTurn));
     const double aHop = centre + step - double(whole) * 4.0 * kQuarterTurn;
     const Phasor on = phasorOf(target.rest * aHop);
-    const ComplexShort from = ring[phaseRow()][bin];
-    const ComplexShort to = ring[target.nearest][bin];
+    const ComplexShort from = phasorRing(phaseRow())[channel][bin];
+    const ComplexShort to = phasorRing(target.nearest)[channel][bin];
     const double re = double(to.re * from.re + to.im * from.im) / (kUnit * kUnit);
     const double im = double(to.im * from.re - to.re * from.im) / (kUnit * kUnit);
     return {re * on.re - im * on.im, re * on.im + im * on.re};

@@ -52,7 +52,7 @@ void Vocoder::sumTurns(Work& work)
     std::fill(work.turnSumRow, sum, ComplexInt{0, 0});
     std::fill(sum + kLastBin, std::end(work.turnSumRow), ComplexInt{0, 0});
     kernels.sumTurns(sum, {interpMag[0], interpMag[1]}, {synthPhasor[0], synthPhasor[1]},
-                     {phasorRing(0)[row], phasorRing(1)[row]});
+                     {phasorRing(row)[0], phasorRing(row)[1]});
     for (int band = 0; band < kBands; ++band)
         if (bandStatus[band] != kIdle)
             std::fill(sum + bandTable[0][band], sum + bandTable[1][band] + 1, ComplexInt{0, 0});
@@ -87,14 +87,13 @@ void Vocoder::agreeOn(const Agreement& total)
 // the middle of this frame and the next.
 const ComplexShort* Vocoder::nextPhasors(int channel, PhasorRow& room) const
 {
-    const auto ring = phasorRing(channel);
     const int row = phaseRow();
     const int from = rows.ofStep;
     if (from == row)
-        return ring[row + 1];
+        return phasorRing(row + 1)[channel];
     alignas(kLine) PhasorRow step;
-    kernels.phasorStep(step, ring[from], ring[from + 1]);
-    std::copy(ring[row], ring[row] + kBins, room);
+    kernels.phasorStep(step, phasorRing(from)[channel], phasorRing(from + 1)[channel]);
+    std::copy(phasorRing(row)[channel], phasorRing(row)[channel] + kBins, room);
     kernels.phasorAdvance(room, step);
     return room;
 }
@@ -105,7 +104,7 @@ const ComplexShort* Vocoder::nextPhasors(int channel, PhasorRow& room) const
 const ComplexShort* Vocoder::phasorsToRestart(int channel, PhasorRow& room) const
 {
     if (!does(Velora_VSP_Sound_LockedChannels))
-        return phasorRing(channel)[0];
+        return phasorRing(0)[channel];
     const int row = rows.nearest;
     // Within an eighth of a turn.
     const Phasor step = phasorOfSmall((double(frameClock) - row) * kQuarterTurn);
@@ -118,7 +117,7 @@ const ComplexShort* Vocoder::phasorsToRestart(int channel, PhasorRow& room) cons
         turnRe = turnRe * step.re - turnIm * step.im;
         turnIm = before * step.im + turnIm * step.re;
     }
-    std::copy(phasorRing(channel)[row], phasorRing(channel)[row] + kBins, room);
+    std::copy(phasorRing(row)[channel], phasorRing(row)[channel] + kBins, room);
     kernels.phasorAdvance(room, turn);
     return room;
 }
@@ -139,7 +138,7 @@ void Vocoder::turnBands(Work& work, int channel)
         const int bins = bandTable[1][band - 1] + 1 - first;
         kernels.applyTurns(work.spectrum[channel] + first, synthPhasor[channel] + first,
                            work.turns + first, interpMag[channel] + first,
-                           phasorRing(channel)[row] + first, next + first, bins);
+                           phasorRing(row)[channel] + first, next + first, bins);
     }
 }
 

@@ -87,7 +87,7 @@ void Vocoder::takeStage(Work& work, int stage, const Frame* in, int frames)
     case kFirstAfterSeparation:
         if (does(Velora_VSP_Sound_EvenLevel))
             levelKeeper.tookHop(kernels.product(*lowBandFrame, *lowBandFrame, 2 * kLowHop));
-        transformHop(lowBandFrame);
+        transformHop(work.spectrum, lowBandFrame);
         if (!isHeard)
             addHops(work);
         break;
@@ -113,12 +113,16 @@ void Vocoder::beginHop(const Frame* in, int frames)
         compareChannels(in, frames);
 }
 
+void Vocoder::keepLastBins(const Work& work)
+{
+    for (int c = 0; c < 2; ++c)
+        lastBin[c] = work.spectrum[c][kLastBin];
+}
+
 void Vocoder::addHops(Work& work)
 {
-    for (int c = 0; c < 2; ++c) {
-        addHop(c, work.spectrum[c]);
-        lastBin[c] = work.spectrum[c][kLastBin];
-    }
+    addHop(work.spectrum);
+    keepLastBins(work);
 }
 
 void Vocoder::analyse(Work& work)
@@ -134,8 +138,7 @@ void Vocoder::analyse(Work& work)
 
 void Vocoder::synthesise(Work& work)
 {
-    for (int c = 0; c < 2; ++c)
-        lastBin[c] = work.spectrum[c][kLastBin];
+    keepLastBins(work);
     overlapAdd(work.spectrum[0], work.spectrum[1]);
 }
 
@@ -240,14 +243,14 @@ void Vocoder::advancePhases()
         return;
     if (firstOfHop)
         for (int c = 0; c < 2; ++c)
-            kernels.phasorStep(phaseAdvance[c], phasorRing(c)[0], phasorRing(c)[1]);
+            kernels.phasorStep(phaseAdvance[c], phasorRing(0)[c], phasorRing(1)[c]);
     for (int c = 0; c < 2; ++c)
         kernels.phasorAdvance(synthPhasor[c], phaseAdvance[c]);
 }
 
 void Vocoder::lockPhases(Work& work, int channel)
 {
-    int32_t* const mag = magRing(channel)[nearestRow()];
+    int32_t* const mag = magRing(nearestRow())[channel];
     const bool gains = effectiveSpeed > 1.0f && !does(Velora_VSP_Sound_EvenLevel);
     int peaks = 0;
     if (does(Velora_VSP_Sound_LockedChannels)) {
@@ -262,7 +265,7 @@ void Vocoder::lockPhases(Work& work, int channel)
         if (gains)
             peaks = kernels.findPeaks(peakList, &listed, mag, bandStatus, bandTable);
     } else {
-        peaks = peakphaselock(work.spectrum[channel], mag, phasorRing(channel)[nearestRow()],
+        peaks = peakphaselock(work.spectrum[channel], mag, phasorRing(nearestRow())[channel],
                               synthPhasor[channel], bandStatus, bandTable);
     }
     if (gains)
@@ -273,12 +276,12 @@ void Vocoder::lockPhases(Work& work, int channel)
 void Vocoder::synthesiseBands(Work& work, int channel)
 {
     if (startsInPhase)
-        std::copy(std::begin(phasorRing(channel)[0]), std::end(phasorRing(channel)[0]),
+        std::copy(std::begin(phasorRing(0)[channel]), std::end(phasorRing(0)[channel]),
                   synthPhasor[channel]);
     work.spectrum[channel][kLastBin] = lastBin[channel];
     const int32_t f_q15 = positionInHop();
-    const int32_t* const older = magRing(channel)[0];
-    const int32_t* const newer = magRing(channel)[1];
+    const int32_t* const older = magRing(0)[channel];
+    const int32_t* const newer = magRing(1)[channel];
     const auto pathOf = [this](int band) { return bandPath(bandStatus[band], bandHold[band]); };
     for (int band = 0, next = 0; band < kBands; band = next) {
         const BandPath path = pathOf(band);
@@ -311,7 +314,7 @@ void Vocoder::synthesiseBands(Work& work, int channel)
             // Once it is frozen before its frame has come, it stays on the oldest one.
             if (bandRingIndex[band] >= kAnalyses)
                 bandRingIndex[band] = 0;
-            kernels.applyPhase(X, magRing(channel)[bandRingIndex[band]] + first, S, n);
+            kernels.applyPhase(X, magRing(bandRingIndex[band])[channel] + first, S, n);
             break;
         }
     }

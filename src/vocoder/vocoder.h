@@ -267,6 +267,7 @@ private:
     void separate(const Frame* in, int from, int to);
     void takeStage(Work& work, int stage, const Frame* in, int frames);
     void giveStage(Work& work, int stage, Frame* out, int frames);
+    void keepLastBins(const Work& work);
     void addHops(Work& work);
     void analyse(Work& work);
     void synthesise(Work& work);
