@@ -91,10 +91,8 @@ const ComplexShort* Vocoder::nextPhasors(int channel, PhasorRow& room) const
     const int from = rows.ofStep;
     if (from == row)
         return phasorRing(row + 1)[channel];
-    alignas(kLine) PhasorRow step;
-    kernels.phasorStep(step, phasorRing(from)[channel], phasorRing(from + 1)[channel]);
     std::copy(phasorRing(row)[channel], phasorRing(row)[channel] + kBins, room);
-    kernels.phasorAdvance(room, step);
+    kernels.phasorMove(room, phasorRing(from)[channel], phasorRing(from + 1)[channel]);
     return room;
 }
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <utility>
 
 #include "fixed/cache_line.h"
 #include "fixed/floating_point.h"
@@ -104,13 +105,19 @@ void Vocoder::takeStage(Work& work, int stage, const Frame* in, int frames)
 void Vocoder::beginHop(const Frame* in, int frames)
 {
     endHop();
-    hopPart = HopPart::analysed;
+    hasHop = true;
     frameClock -= 1.0f;
     ++hopsSinceFrame;
     isHeard = unheardHops == 0;
     unheardHops -= isHeard ? 0 : 1;
     if (does(Velora_VSP_Sound_LockedChannels))
         compareChannels(in, frames);
+    fetchBeginnings(partSpRing(0), partSpSum, magRing(0), phasorRing(0));
+    if (hasFrame()) {
+        fetchBeginnings(magRing(1), magRing(2), phasorRing(1), phasorRing(2), interpMag,
+                        synthPhasor, synthWinRing(0), synthSum);
+        highBand.fetchNext();
+    }
 }
 
 void Vocoder::keepLastBins(const Work& work)
@@ -216,9 +223,8 @@ void Vocoder::prime(float hops)
 
 void Vocoder::endHop()
 {
-    if (hopPart != HopPart::none)
+    if (std::exchange(hasHop, false))
         countDownBands();
-    hopPart = HopPart::none;
 }
 
 int32_t Vocoder::positionInHop() const
@@ -233,19 +239,14 @@ int Vocoder::nearestRow() const
 
 void Vocoder::advancePhases()
 {
-    const bool firstOfHop = hopPart == HopPart::analysed;
-    hopPart = HopPart::synthesised;
     startsInPhase = false;
     // Bands that are locked between the channels get their phases from there.
     if (does(Velora_VSP_Sound_LockedChannels) &&
         std::all_of(std::begin(bandStatus), std::end(bandStatus),
                     [](int8_t status) { return status == kIdle; }))
         return;
-    if (firstOfHop)
-        for (int c = 0; c < 2; ++c)
-            kernels.phasorStep(phaseAdvance[c], phasorRing(0)[c], phasorRing(1)[c]);
     for (int c = 0; c < 2; ++c)
-        kernels.phasorAdvance(synthPhasor[c], phaseAdvance[c]);
+        kernels.phasorMove(synthPhasor[c], phasorRing(0)[c], phasorRing(1)[c]);
 }
 
 void Vocoder::lockPhases(Work& work, int channel)

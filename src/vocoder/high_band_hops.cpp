@@ -63,6 +63,11 @@ const Frame* HighBandHops::segment(int age, int first, int count, Frame* room) c
     return room;
 }
 
+void HighBandHops::fetchNext() const
+{
+    fetchBeginnings(buffers[hpSegRing[1][1]], buffers[hpSegRing[2][0]]);
+}
+
 // Makes a buffer belong to one place alone, and keeps what it has from frame `from` on.
 void HighBandHops::own(Place& place, int from)
 {

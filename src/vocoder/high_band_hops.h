@@ -36,6 +36,8 @@ public:
     /// `room`.
     /// @param age  0 is the oldest, kSegments - 1 the newest
     const Frame* segment(int age, int first, int count, Frame* room) const;
+    /// Asks for what will be read of the two oldest segments when another one has been added.
+    void fetchNext() const;
 
 private:
     using Place = uint8_t; // of a buffer
