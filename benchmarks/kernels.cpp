@@ -127,8 +127,6 @@ const Kernel kKernels[] = {
                       Arrays& a) { k.phasorStep(a.phasors(0), a.phasors(1), a.phasors(2)); }},
     {"phasorAdvance",
      [](const KernelTable& k, Arrays& a) { k.phasorAdvance(a.phasors(0), a.phasors(1)); }},
-    {"phasorMove", [](const KernelTable& k,
-                      Arrays& a) { k.phasorMove(a.phasors(0), a.phasors(1), a.phasors(2)); }},
     {"bandCentres",
      [](const KernelTable& k, Arrays& a) { k.bandCentres(a.bandCog, a.bins(0), a.bins(1)); }},
     {"findPeaks",

@@ -120,7 +120,8 @@ public:
             constexpr int kOfSegment = vsp::kLastBin / vsp::kFilterSegments;
             return double(vsp::kMirroredBins + vsp::kFilterEarlyBins + kOfSegment);
         });
-        add<&K::phasorMove>("phasorMove");
+        add<&K::phasorStep>("phasorStep");
+        add<&K::phasorAdvance>("phasorAdvance");
         add<&K::interpMagApplyPhase>("interpMagApplyPhase");
         add<&K::applyPhase>("applyPhase");
         add<&K::findPeaks>("findPeaks");

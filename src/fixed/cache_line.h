@@ -10,6 +10,13 @@ namespace vsp {
 /// address that their values may have.
 inline constexpr std::size_t kLine = 64;
 
+/// Asks for memory that is about to be written.
+inline void fetch(const void* memory, std::size_t bytes)
+{
+    for (std::size_t n = 0; n < bytes; n += kLine)
+        __builtin_prefetch(static_cast<const char*>(memory) + n, 1);
+}
+
 /// Asks for the beginnings of arrays that are about to be walked. Where an engine is one of many, all
 /// that it has is out of the cache when its turn comes; processors go on by themselves with what is
 /// walked in order, but wait for each beginning. Asked for at once, these come at the same time. An
@@ -17,10 +24,7 @@ inline constexpr std::size_t kLine = 64;
 template <class... Arrays>
 void fetchBeginnings(const Arrays&... arrays)
 {
-    constexpr std::size_t kBytes = 4 * kLine;
-    for (const void* const array : {static_cast<const void*>(&arrays)...})
-        for (std::size_t n = 0; n < kBytes; n += kLine)
-            __builtin_prefetch(static_cast<const char*>(array) + n, 1);
+    (fetch(&arrays, 4 * kLine), ...);
 }
 
 } // namespace vsp

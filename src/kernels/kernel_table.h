@@ -72,8 +72,6 @@ struct KernelTable {
     void (*phasorStep)(ComplexShort* D, const ComplexShort* p, const ComplexShort* q);
     /// a = a b, then brought back towards length 1.0, to first order.
     void (*phasorAdvance)(ComplexShort* a, const ComplexShort* b);
-    /// phasorAdvance by the phasorStep from p to q.
-    void (*phasorMove)(ComplexShort* a, const ComplexShort* p, const ComplexShort* q);
 
     // ---- Onsets and peaks ----
     /// Where in time each band's energy lies (kernels/centre_of_gravity.h); bandCog [kBands].

@@ -19,7 +19,6 @@ constexpr KernelTable neonTable()
     table.Velora_VSP_MagPhase_Bins = neon::Velora_VSP_MagPhase_Bins<Two>;
     table.scaleSpectrum = neon::scaleSpectrum<Two>;
     table.phasorAdvance = neon::phasorAdvance<Two>;
-    table.phasorMove = neon::phasorMove<Two>;
     table.findPeaks = neon::findPeaks<Two>;
     // These read 16-bit values, of which the compiler takes eight at a time where I32x4 takes four.
     table.phasorStep = neon::phasorStep<neon::I32x1>;

@@ -34,7 +34,6 @@ constexpr KernelTable makeTable(const char* name)
     table.scaleSpectrum = scaleSpectrum<V>;
     table.phasorStep = phasorStep<V>;
     table.phasorAdvance = phasorAdvance<V>;
-    table.phasorMove = phasorMove<V>;
     table.bandCentres = bandCentres<V, V4>;
     table.findPeaks = findPeaks<V>;
     table.lockPeaks = lockPeaks<V>;

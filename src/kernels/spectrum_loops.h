@@ -269,25 +269,18 @@ void scaleSpectrum(ComplexInt* X, int32_t gain_q14)
 }
 
 template <class V>
-struct PhasorLanes {
-    V re, im;
-};
-
-template <class V>
-VSP_INLINE PhasorLanes<V> loadPhasors(const ComplexShort* p, V)
+void phasorStep(ComplexShort* D, const ComplexShort* p, const ComplexShort* q)
 {
-    PhasorLanes<V> lanes;
-    loadShortPairs(p, lanes.re, lanes.im);
-    return lanes;
-}
-
-/// q conj(p)
-template <class V>
-VSP_INLINE PhasorLanes<V> rotation(PhasorLanes<V> p, PhasorLanes<V> q)
-{
-    const V minus = wrapSub(set1(0, V{}), mulShort(p.im, q.re));
-    return {wrapAdd(shiftRight<14>(mulShort(p.re, q.re)), shiftRight<14>(mulShort(p.im, q.im))),
-            wrapAdd(shiftRight<14>(mulShort(p.re, q.im)), shiftRight<14>(minus))};
+    forBins<V>(kBins, [=](int k, auto lanes) {
+        using W = decltype(lanes);
+        W pRe, pIm, qRe, qIm;
+        loadShortPairs(p + k, pRe, pIm);
+        loadShortPairs(q + k, qRe, qIm);
+        const W minus = wrapSub(set1(0, W{}), mulShort(pIm, qRe));
+        storeShortPairs(
+            D + k, wrapAdd(shiftRight<14>(mulShort(pRe, qRe)), shiftRight<14>(mulShort(pIm, qIm))),
+            wrapAdd(shiftRight<14>(mulShort(pRe, qIm)), shiftRight<14>(minus)));
+    });
 }
 
 /// The low 16 bits of each lane, sign-extended.
@@ -297,44 +290,22 @@ VSP_INLINE V low16(V a)
     return shiftRight<16>(shiftLeft<16>(a));
 }
 
-/// a b, brought back towards length 1.0
-template <class V>
-VSP_INLINE PhasorLanes<V> advanced(PhasorLanes<V> a, PhasorLanes<V> b)
-{
-    const V minus = wrapSub(set1(0, V{}), mulShort(b.im, a.im));
-    const V re = low16(wrapAdd(shiftRight<14>(mulShort(b.re, a.re)), shiftRight<14>(minus)));
-    const V im =
-        low16(wrapAdd(shiftRight<14>(mulShort(b.im, a.re)), shiftRight<14>(mulShort(b.re, a.im))));
-    // A gain of 32768 belongs to a phasor of length 0, where 32767 does the same.
-    const V gain = min(wrapSub(set1(32768, V{}), cheapModulus(re, im)), set1(32767, V{}));
-    return {shiftRight<14>(mulShort(gain, re)), shiftRight<14>(mulShort(gain, im))};
-}
-
-template <class V>
-void phasorStep(ComplexShort* D, const ComplexShort* p, const ComplexShort* q)
-{
-    forBins<V>(kBins, [=](int k, auto lanes) {
-        const auto step = rotation(loadPhasors(p + k, lanes), loadPhasors(q + k, lanes));
-        storeShortPairs(D + k, step.re, step.im);
-    });
-}
-
 template <class V>
 void phasorAdvance(ComplexShort* a, const ComplexShort* b)
 {
     forBins<V>(kBins, [=](int k, auto lanes) {
-        const auto moved = advanced(loadPhasors(a + k, lanes), loadPhasors(b + k, lanes));
-        storeShortPairs(a + k, moved.re, moved.im);
-    });
-}
-
-template <class V>
-void phasorMove(ComplexShort* a, const ComplexShort* p, const ComplexShort* q)
-{
-    forBins<V>(kBins, [=](int k, auto lanes) {
-        const auto step = rotation(loadPhasors(p + k, lanes), loadPhasors(q + k, lanes));
-        const auto moved = advanced(loadPhasors(a + k, lanes), {low16(step.re), low16(step.im)});
-        storeShortPairs(a + k, moved.re, moved.im);
+        using W = decltype(lanes);
+        W aRe, aIm, bRe, bIm;
+        loadShortPairs(a + k, aRe, aIm);
+        loadShortPairs(b + k, bRe, bIm);
+        const W minus = wrapSub(set1(0, W{}), mulShort(bIm, aIm));
+        const W re = low16(wrapAdd(shiftRight<14>(mulShort(bRe, aRe)), shiftRight<14>(minus)));
+        const W im =
+            low16(wrapAdd(shiftRight<14>(mulShort(bIm, aRe)), shiftRight<14>(mulShort(bRe, aIm))));
+        // A gain of 32768 belongs to a phasor of length 0, where 32767 does the same.
+        const W gain = min(wrapSub(set1(32768, W{}), cheapModulus(re, im)), set1(32767, W{}));
+        storeShortPairs(a + k, shiftRight<14>(mulShort(gain, re)),
+                        shiftRight<14>(mulShort(gain, im)));
     });
 }
 

@@ -91,8 +91,10 @@ const ComplexShort* Vocoder::nextPhasors(int channel, PhasorRow& room) const
     const int from = rows.ofStep;
     if (from == row)
         return phasorRing(row + 1)[channel];
+    alignas(kLine) PhasorRow step;
+    kernels.phasorStep(step, phasorRing(from)[channel], phasorRing(from + 1)[channel]);
     std::copy(phasorRing(row)[channel], phasorRing(row)[channel] + kBins, room);
-    kernels.phasorMove(room, phasorRing(from)[channel], phasorRing(from + 1)[channel]);
+    kernels.phasorAdvance(room, step);
     return room;
 }
 

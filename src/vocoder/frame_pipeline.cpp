@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <utility>
 
 #include "fixed/cache_line.h"
 #include "fixed/floating_point.h"
@@ -105,7 +104,7 @@ void Vocoder::takeStage(Work& work, int stage, const Frame* in, int frames)
 void Vocoder::beginHop(const Frame* in, int frames)
 {
     endHop();
-    hasHop = true;
+    hopPart = HopPart::analysed;
     frameClock -= 1.0f;
     ++hopsSinceFrame;
     isHeard = unheardHops == 0;
@@ -115,7 +114,7 @@ void Vocoder::beginHop(const Frame* in, int frames)
     fetchBeginnings(partSpRing(0), partSpSum, magRing(0), phasorRing(0));
     if (hasFrame()) {
         fetchBeginnings(magRing(1), magRing(2), phasorRing(1), phasorRing(2), interpMag,
-                        synthPhasor, synthWinRing(0), synthSum);
+                        phaseAdvance, synthPhasor, synthWinRing(0), synthSum);
         highBand.fetchNext();
     }
 }
@@ -223,8 +222,9 @@ void Vocoder::prime(float hops)
 
 void Vocoder::endHop()
 {
-    if (std::exchange(hasHop, false))
+    if (hopPart != HopPart::none)
         countDownBands();
+    hopPart = HopPart::none;
 }
 
 int32_t Vocoder::positionInHop() const
@@ -239,14 +239,19 @@ int Vocoder::nearestRow() const
 
 void Vocoder::advancePhases()
 {
+    const bool firstOfHop = hopPart == HopPart::analysed;
+    hopPart = HopPart::synthesised;
     startsInPhase = false;
     // Bands that are locked between the channels get their phases from there.
     if (does(Velora_VSP_Sound_LockedChannels) &&
         std::all_of(std::begin(bandStatus), std::end(bandStatus),
                     [](int8_t status) { return status == kIdle; }))
         return;
+    if (firstOfHop)
+        for (int c = 0; c < 2; ++c)
+            kernels.phasorStep(phaseAdvance[c], phasorRing(0)[c], phasorRing(1)[c]);
     for (int c = 0; c < 2; ++c)
-        kernels.phasorMove(synthPhasor[c], phasorRing(0)[c], phasorRing(1)[c]);
+        kernels.phasorAdvance(synthPhasor[c], phaseAdvance[c]);
 }
 
 void Vocoder::lockPhases(Work& work, int channel)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
 
 namespace vsp {
 
@@ -20,6 +21,8 @@ void HighBandHops::turn(int frames)
     Place& newest = hpRing.newest()[0];
     newest = hpRing[0][0];
     own(newest, frames);
+    // It comes a frame at a time, and each would wait for its line.
+    fetch(buffers[newest], std::size_t(frames) * sizeof(Frame));
 }
 
 void HighBandHops::copy(Frame* out, int first, int count, int frames) const

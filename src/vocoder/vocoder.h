@@ -136,7 +136,7 @@ protected:
         highBandGainQ15 = 32768;
         frameClock = 1.0f;
         effectiveSpeed = 1.0f;
-        hasHop = false;
+        hopPart = HopPart::none;
         startsInPhase = false;
         approach = {};
         unheardHops = 0;
@@ -170,8 +170,9 @@ protected:
     // ---- Frame clock ----
     float frameClock = 1.0f;     // history: synthesis position in analysis hops
     float effectiveSpeed = 1.0f; // settings: what the clock moves on by
-    bool hasHop = false;         // history: a hop was taken that hasn't ended
-    bool startsInPhase = false;  // the next frame takes its phases from the analysis
+    enum class HopPart { none, analysed, synthesised };
+    HopPart hopPart = HopPart::none; // history: how far the last hop has got
+    bool startsInPhase = false;      // the next frame takes its phases from the analysis
     int unheardHops = 0; // after the start of one: hops up to the first whole analysis frame, of
                          // which no synthesis frame is made, and which would look like onsets
     bool isHeard = true; // this hop: isn't one of them
@@ -231,6 +232,7 @@ protected:
     // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
     alignas(kLine) Frame lowBandFrame[kLowHop] = {};
     alignas(kLine) MagnitudeRow interpMag[2] = {};     // history: last interpolated magnitudes
+    alignas(kLine) PhasorRow phaseAdvance[2];          // this hop: rotation over one hop, Q14
     alignas(kLine) PhasorRow synthPhasor[2];           // history: running phases, Q14
     alignas(kLine) int32_t hpFadeQ14[4][kMaxHop] = {}; // settings: what mixHighBand takes
     // A limited call may have to carry all that it makes.

@@ -153,8 +153,6 @@ const Case kCases[] = {
      [](const KernelTable& k, Bench& b) { k.phasorStep(b.phasors(), b.phasors(), b.phasors()); }},
     {"phasorAdvance",
      [](const KernelTable& k, Bench& b) { k.phasorAdvance(b.phasors(), b.phasors()); }},
-    {"phasorMove",
-     [](const KernelTable& k, Bench& b) { k.phasorMove(b.phasors(), b.phasors(), b.phasors()); }},
     {"bandCentres",
      [](const KernelTable& k, Bench& b) {
          k.bandCentres(b.array<float>(kBands), b.bins(25), b.bins(25));
