@@ -33,7 +33,7 @@ void Vocoder::configure(int index)
 
 void Vocoder::Velora_VSP_LPHP_separate(const Frame* in, int frames)
 {
-    highBand.turn(frames);
+    turnHighBand(frames);
     separate(in, 0, frames);
 }
 

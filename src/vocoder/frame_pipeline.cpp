@@ -78,7 +78,7 @@ void Vocoder::takeStage(Work& work, int stage, const Frame* in, int frames)
     switch (stage) {
     case 0:
         beginHop(in, frames);
-        highBand.turn(frames);
+        turnHighBand(frames);
         separate(in, 0, frames / 2);
         break;
     case 1:

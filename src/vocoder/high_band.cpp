@@ -46,6 +46,12 @@ void Vocoder::setFades()
     }
 }
 
+void Vocoder::turnHighBand(int frames)
+{
+    if (hasHighBand())
+        highBand.turn(frames);
+}
+
 // Where the next segment starts, in frames from the oldest hop on. The bare engine keeps to
 // whole hops, as its low band does. Else the middle of the segment, a hop of output behind the
 // middle of the synthesis frame, is to sound the input that belongs there: to the frame at onsets;
@@ -82,7 +88,7 @@ void Vocoder::matchSegments(int frames)
 {
     hpPlace = segmentStart(frames);
     hpMatches = {};
-    if (!does(Velora_VSP_Sound_LockedChannels) || bandFactor == 1 || nearsOnset || isThere() ||
+    if (!does(Velora_VSP_Sound_LockedChannels) || !hasHighBand() || nearsOnset || isThere() ||
         hpPlace == followingSegment(frames))
         return;
     const int reach = 2 * bandFactor;
@@ -131,12 +137,12 @@ int Vocoder::alikenessQ14(const Frame* older, const Frame* newer, int frames) co
 void Vocoder::Velora_VSP_Combine_HP(Frame* hpOut, int frames)
 {
     const int start = bestSegment(frames);
-    highBand.addSegment(start, frames);
     hpStepRing.turn();
     hpStepRing.newest()[0] = std::exchange(hopsSinceFrame, 0) * frames + start - hpStart;
     hpStart = start;
-    if (bandFactor == 1)
+    if (!hasHighBand())
         return;
+    highBand.addSegment(start, frames);
     Frame room[2][kMaxHop];
     const Frame* const older = highBand.segment(0, frames, frames, room[0]);
     const Frame* const newer = highBand.segment(1, 0, frames, room[1]);

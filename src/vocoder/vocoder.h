@@ -305,6 +305,9 @@ private:
     // where they were the same.
     void compareChannels(const Frame* in, int frames);
     void makeChannelsAlike(Frame* out, int frames) const;
+    /// Whether some of the input passes the low band by.
+    bool hasHighBand() const { return bandFactor > 1; }
+    void turnHighBand(int frames);
     void setFades();
     // Hops of `frames` frames:
     int followingSegment(int frames) const { return hpStart + (1 - hopsSinceFrame) * frames; }
