@@ -166,6 +166,13 @@ struct KernelTable {
     void (*to24Bit)(int32_t* out, const int16_t* in, int samples);
     void (*to32Bit)(int32_t* out, const int16_t* in, int samples);
     void (*toFloat)(float* out, const int16_t* in, int samples);
+    /// To Q4 and from it in one go: what the 16 bits between would be.
+    void (*q4From24Bit)(int32_t* out, const int32_t* in, int samples);
+    void (*q4From32Bit)(int32_t* out, const int32_t* in, int samples);
+    void (*q4FromFloat)(int32_t* out, const float* in, int samples);
+    void (*q4To24Bit)(int32_t* out, const int32_t* in, int samples);
+    void (*q4To32Bit)(int32_t* out, const int32_t* in, int samples);
+    void (*q4ToFloat)(float* out, const int32_t* in, int samples);
 };
 
 /// Plain C++, for any machine.

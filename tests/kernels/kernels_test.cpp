@@ -260,6 +260,12 @@ const Case kCases[] = {
          k.to24Bit(b.array<int32_t>(100), narrow, samples);
          k.to32Bit(b.array<int32_t>(100), narrow, samples);
          k.toFloat(b.array<float>(100), narrow, samples);
+         k.q4From24Bit(b.array<int32_t>(100), wide, samples);
+         k.q4From32Bit(b.array<int32_t>(100), wide, samples);
+         k.q4FromFloat(b.array<int32_t>(100), reinterpret_cast<const float*>(wide), samples);
+         k.q4To24Bit(b.array<int32_t>(100), wide, samples);
+         k.q4To32Bit(b.array<int32_t>(100), wide, samples);
+         k.q4ToFloat(b.array<float>(100), wide, samples);
      }},
 };
 
