@@ -6,6 +6,7 @@
 
 #include "convert/bridge.h"
 #include "convert/sample_format.h"
+#include "convert/segments.h"
 #include "fixed/cache_line.h"
 #include "kernels/half_band.h"
 #include "kernels/kernel_table.h"
@@ -16,9 +17,13 @@ namespace {
 
 using Stereo = int32_t[2]; // left, right, Q4
 
-// What is resampled goes in blocks of so many frames at the caller's rate, which stay in the first-level
-// cache.
-constexpr int kBlockFrames = 512;
+// The rate is doubled in blocks of so many frames at the caller's rate, which stay in the first-level cache.
+constexpr int kBlockFrames = 1024;
+
+// So many of them are brought to Q4 at a time for both segments together, and for each of the two: few
+// enough that the next ones are there when they are wanted.
+constexpr int kReadFrames = 512;
+constexpr int kSegmentFrames = 128;
 
 // The caller's frames, brought to Q4 as they are wanted. What comes next is fetched into the cache meanwhile.
 class CallerFrames {
@@ -27,10 +32,11 @@ public:
         : kernels(table), in(static_cast<const std::byte*>(frames)), depth(format)
     {
     }
-    const Stereo* read(int first, int count)
+    const Stereo* read(int place, int first, int count)
     {
-        samplesToQ4(kernels, *q4, in + first * bytesPerFrame(depth), 2 * count, depth);
-        return q4;
+        Stereo* const to = q4 + place * kSegmentFrames;
+        samplesToQ4(kernels, *to, in + first * bytesPerFrame(depth), 2 * count, depth);
+        return to;
     }
     void expect(int first, int count) const
     {
@@ -43,14 +49,14 @@ private:
     const KernelTable& kernels;
     const std::byte* in;
     Velora_BitDepth_T depth;
-    alignas(kLine) Stereo q4[kBlockFrames];
+    alignas(kLine) Stereo q4[kReadFrames];
 };
 
 // What is Q4 already.
 class StageFrames {
 public:
     explicit StageFrames(const Stereo* frames) : in(frames) {}
-    const Stereo* read(int first, int /*count*/) const { return in + first; }
+    const Stereo* read(int /*place*/, int first, int /*count*/) const { return in + first; }
     void expect(int /*first*/, int /*count*/) const {}
 
 private:
@@ -66,12 +72,31 @@ template <class Source>
 void halvePairs(const KernelTable& kernels, Stereo* out, Source& in, int first,
                 DecimatorState (&state)[2], int pairs)
 {
-    for (int n = 0; n < pairs; n += kBlockFrames / 2) {
-        const int count = std::min(kBlockFrames / 2, pairs - n);
-        const int next = n + count;
-        const Stereo* const from = in.read(first + 2 * n, 2 * count);
-        in.expect(first + 2 * next, 2 * std::min(kBlockFrames / 2, pairs - next));
+    const auto read = [&](int place, int pair, int count) {
+        return in.read(place, first + 2 * pair, 2 * count);
+    };
+    const auto expect = [&](int pair, int most) {
+        in.expect(first + 2 * pair, 2 * std::min(most, pairs - pair));
+    };
+    const auto runBoth = [&](HalfBandLanes& lanes, int begin, int end, int ahead) {
+        constexpr int kMost = kSegmentFrames / 2;
+        for (int n = begin; n < end; n += kMost) {
+            const int count = std::min(kMost, end - n);
+            const Stereo* const from[2] = {read(0, n, count), read(1, n + ahead, count)};
+            Stereo* const to[2] = {out + n, out + n + ahead};
+            expect(n + count, kMost);
+            expect(n + ahead + count, kMost);
+            kernels.halveRateTwice(to, from, lanes, count);
+        }
+    };
+    int n = kernels.halveRateTwice != nullptr ? runInTwoSegments(state, pairs, runBoth) : 0;
+    while (n < pairs) {
+        constexpr int kMost = kReadFrames / 2;
+        const int count = std::min(kMost, pairs - n);
+        const Stereo* const from = read(0, n, count);
+        expect(n + count, kMost);
         kernels.halveRate(out + n, from, state, count);
+        n += count;
     }
 }
 
@@ -87,7 +112,7 @@ int DownSmpl2_stage(const KernelTable& kernels, Stereo* out, Source&& in,
         return 0;
     const int completing = state[0].parity;
     if (completing == 1) {
-        const Stereo& newest = *in.read(0, 1);
+        const Stereo& newest = *in.read(0, 0, 1);
         const Stereo pair[2] = {{state[0].pending, state[1].pending}, {newest[0], newest[1]}};
         kernels.halveRate(out, pair, state, 1);
     }
@@ -97,9 +122,26 @@ int DownSmpl2_stage(const KernelTable& kernels, Stereo* out, Source&& in,
     for (int c = 0; c < 2; ++c) {
         state[c].parity = left;
         if (left == 1)
-            state[c].pending = (*in.read(count - 1, 1))[c];
+            state[c].pending = (*in.read(0, count - 1, 1))[c];
     }
     return completing + pairs;
+}
+
+// Doubles the rate of stereo frames.
+// @param out    [2 * count]; not `in`
+// @param in     [count]
+// @param state  [channel], carried to the next call
+void UpSmpl2_stage(const KernelTable& kernels, Stereo* out, const Stereo* in,
+                   HalfBandState (&state)[2], int count)
+{
+    const auto runBoth = [=, &kernels](HalfBandLanes& lanes, int begin, int end, int ahead) {
+        const Stereo* const from[2] = {in + begin, in + begin + ahead};
+        Stereo* const to[2] = {out + 2 * begin, out + 2 * (begin + ahead)};
+        kernels.doubleRateTwice(to, from, lanes, end - begin);
+    };
+    const int done =
+        kernels.doubleRateTwice != nullptr ? runInTwoSegments(state, count, runBoth) : 0;
+    kernels.doubleRate(out + 2 * done, in + done, state, count - done);
 }
 
 } // namespace
@@ -131,10 +173,10 @@ void FormatBridge::UpSmpl2_polyphase(void* out, const Frame* in, int frames, int
         const int count = std::min(blockFrames, frames - done);
         kernels.toQ4(*low, in[done], 2 * count);
         if (shift == 1) {
-            kernels.doubleRate(high, low, usState, count);
+            UpSmpl2_stage(kernels, high, low, usState, count);
         } else {
-            kernels.doubleRate(mid, low, usState, count);
-            kernels.doubleRate(high, mid, usState2, 2 * count);
+            UpSmpl2_stage(kernels, mid, low, usState, count);
+            UpSmpl2_stage(kernels, high, mid, usState2, 2 * count);
         }
         samplesFromQ4(kernels, target, *high, 2 * (count << shift), depth);
         target += (count << shift) * bytesPerFrame(depth);

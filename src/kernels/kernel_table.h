@@ -146,6 +146,11 @@ struct KernelTable {
     void (*halveRate)(int32_t (*out)[2], const int32_t (*in)[2], DecimatorState* state, int pairs);
     /// 2 * frames outputs: branch B gives the even, branch A the odd ones, at unit gain.
     void (*doubleRate)(int32_t (*out)[2], const int32_t (*in)[2], HalfBandState* state, int frames);
+    /// The same of two stretches of sound at once; null where one after the other is faster.
+    void (*halveRateTwice)(int32_t (*const (&out)[2])[2], const int32_t (*const (&in)[2])[2],
+                           HalfBandLanes& lanes, int pairs);
+    void (*doubleRateTwice)(int32_t (*const (&out)[2])[2], const int32_t (*const (&in)[2])[2],
+                            HalfBandLanes& lanes, int frames);
     void (*toQ4)(int32_t* out, const int16_t* in, int samples);
     /// Truncates and saturates.
     void (*fromQ4)(int16_t* out, const int32_t* in, int samples);
