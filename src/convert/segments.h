@@ -10,7 +10,7 @@ namespace vsp {
 
 /// So many steps the second segment begins early, from the state in which the first one begins. The
 /// slowest pole, at -0.845, forgets a full-scale difference to one unit in 83 steps; then rounding has to
-/// bring both together. After music they are apart once in 200 times, after noise once in 70.
+/// bring both together. With music they are apart once in 150 times, with noise once in 30.
 inline constexpr int kEarlySteps = 128;
 /// The second segment begins a multiple of so many steps behind the first one: constant sound, silence
 /// above all, may leave a state that returns every three or four steps, and then the guess is right.

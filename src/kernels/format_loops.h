@@ -55,16 +55,13 @@ void fromFloat(int16_t* out, const float* in, int samples)
 template <class V>
 void q4FromFloat(int32_t* out, const float* in, int samples)
 {
-    const auto sample = [=](int n, auto lanes) {
-        using W = decltype(lanes);
-        const W x = min(max(loadQ15(in + n, W{}), set1(INT16_MIN, W{})), set1(INT16_MAX, W{}));
-        store(out + n, shiftLeft<kHalfBandFractionBits>(x));
-    };
     int n = 0;
-    for (; V::lanes > 1 && n + V::lanes <= samples; n += V::lanes)
-        sample(n, V{});
+    for (; V::lanes > 1 && n + V::lanes <= samples; n += V::lanes) {
+        const V x = min(max(loadQ15(in + n, V{}), set1(INT16_MIN, V{})), set1(INT16_MAX, V{}));
+        store(out + n, shiftLeft<kHalfBandFractionBits>(x));
+    }
     for (; n < samples; ++n)
-        sample(n, I32x1{});
+        put16(out[n], loadQ15(in + n, I32x1{}).v[0]);
 }
 
 template <int bits, class In>
