@@ -179,6 +179,10 @@ const Kernel kKernels[] = {
      [](const KernelTable& k, Arrays& a) { k.to32Bit(a.words(0), a.samples(0), 2 * kHop); }},
     {"toFloat",
      [](const KernelTable& k, Arrays& a) { k.toFloat(a.floats.data(), a.samples(0), 2 * kHop); }},
+    {"q4FromFloat",
+     [](const KernelTable& k, Arrays& a) { k.q4FromFloat(a.words(0), a.floats.data(), 2 * kHop); }},
+    {"q4ToFloat",
+     [](const KernelTable& k, Arrays& a) { k.q4ToFloat(a.floats.data(), a.words(0), 2 * kHop); }},
 };
 
 void callKernel(benchmark::State& state, const KernelTable& kernels, Call call)

@@ -1,5 +1,5 @@
 // The border between the caller's format and rate and the engine's own: 16-bit stereo at the
-// working rate. Formats change at the caller's rate, so the resamplers see 16 bits only.
+// working rate. Formats change at the caller's rate, so the resamplers see 16 bits only (as Q4).
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,6 @@
 
 #include <velora/vsp.h>
 
-#include "fixed/cache_line.h"
 #include "fixed/frame.h"
 #include "fixed/ring.h"
 #include "kernels/half_band.h"
@@ -48,25 +47,21 @@ public:
     void DownSmpl2_Init() { clear(dsState, dsState2, usState, usState2); }
     /// Halves the rate `shift` times, 1 or 2.
     /// @param out  as for Convert_UHQ2MQ; saturated
-    int DownSmpl2_polyphase(Frame* out, const Frame* in, int frames, int shift);
+    /// @param in   [frames], up to kPieceFrames
+    int DownSmpl2_polyphase(Frame* out, const void* in, int frames, int shift,
+                            Velora_BitDepth_T depth = Velora_BitDepth_16);
     /// Doubles the rate `shift` times, 1 or 2.
     /// @param out  [frames << shift], saturated; not `in`
-    void UpSmpl2_polyphase(Frame* out, const Frame* in, int frames, int shift);
+    void UpSmpl2_polyphase(void* out, const Frame* in, int frames, int shift,
+                           Velora_BitDepth_T depth = Velora_BitDepth_16);
 
 private:
-    /// What is resampled goes in blocks of so many frames at the caller's rate, which stay in the
-    /// first-level cache.
-    static constexpr int kBlockFrames = 512;
-
     const KernelTable& kernels; // the hot loops, for this machine
 
     DecimatorState dsState[2];  // history: [channel], stage at the caller's rate
     DecimatorState dsState2[2]; // history: [channel], second stage at shift 2
     HalfBandState usState[2];   // history: [channel], stage from the working rate
     HalfBandState usState2[2];  // history: [channel], second stage at shift 2
-    // This block, at the caller's rate.
-    alignas(kLine) Frame uhqInStage[kBlockFrames];
-    alignas(kLine) Frame uhqOutStage[kBlockFrames];
 };
 
 } // namespace vsp

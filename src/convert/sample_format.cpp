@@ -1,16 +1,11 @@
-// Sample formats on both sides of the border.
+#include "convert/sample_format.h"
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdint>
 
-#include "convert/bridge.h"
-
 namespace vsp {
-namespace {
 
-void toWorking(const KernelTable& kernels, int16_t* out, const void* in, int samples,
-               Velora_BitDepth_T depth)
+void samplesTo16(const KernelTable& kernels, int16_t* out, const void* in, int samples,
+                 Velora_BitDepth_T depth)
 {
     switch (depth) {
     case Velora_BitDepth_24:
@@ -27,8 +22,8 @@ void toWorking(const KernelTable& kernels, int16_t* out, const void* in, int sam
     }
 }
 
-void toCaller(const KernelTable& kernels, void* out, const int16_t* in, int samples,
-              Velora_BitDepth_T depth)
+void samplesFrom16(const KernelTable& kernels, void* out, const int16_t* in, int samples,
+                   Velora_BitDepth_T depth)
 {
     switch (depth) {
     case Velora_BitDepth_24:
@@ -45,42 +40,41 @@ void toCaller(const KernelTable& kernels, void* out, const int16_t* in, int samp
     }
 }
 
-} // namespace
-
-int FormatBridge::Convert_UHQ2MQ(Frame* out, const void* in, int frames, int shift,
-                                 Velora_BitDepth_T depth)
+void samplesToQ4(const KernelTable& kernels, int32_t* out, const void* in, int samples,
+                 Velora_BitDepth_T depth)
 {
-    if (shift == 0) {
-        toWorking(kernels, *out, in, 2 * frames, depth);
-        return frames;
+    switch (depth) {
+    case Velora_BitDepth_24:
+        kernels.q4From24Bit(out, static_cast<const int32_t*>(in), samples);
+        break;
+    case Velora_BitDepth_32:
+        kernels.q4From32Bit(out, static_cast<const int32_t*>(in), samples);
+        break;
+    case Velora_BitDepth_Float:
+        kernels.q4FromFloat(out, static_cast<const float*>(in), samples);
+        break;
+    case Velora_BitDepth_16:
+        kernels.toQ4(out, static_cast<const int16_t*>(in), samples);
+        break;
     }
-    if (depth == Velora_BitDepth_16)
-        return DownSmpl2_polyphase(out, static_cast<const Frame*>(in), frames, shift);
-    const auto* source = static_cast<const std::byte*>(in);
-    int produced = 0;
-    for (int done = 0; done < frames; done += kBlockFrames) {
-        const int part = std::min(kBlockFrames, frames - done);
-        toWorking(kernels, *uhqInStage, source, 2 * part, depth);
-        produced += DownSmpl2_polyphase(out + produced, uhqInStage, part, shift);
-        source += part * bytesPerFrame(depth);
-    }
-    return produced;
 }
 
-void FormatBridge::Convert_MQ2UHQ(void* out, const Frame* in, int frames, int shift,
-                                  Velora_BitDepth_T depth)
+void samplesFromQ4(const KernelTable& kernels, void* out, const int32_t* in, int samples,
+                   Velora_BitDepth_T depth)
 {
-    if (shift == 0)
-        return toCaller(kernels, out, *in, 2 * frames, depth);
-    if (depth == Velora_BitDepth_16)
-        return UpSmpl2_polyphase(static_cast<Frame*>(out), in, frames, shift);
-    auto* target = static_cast<std::byte*>(out);
-    const int most = kBlockFrames >> shift;
-    for (int done = 0; done < frames; done += most) {
-        const int part = std::min(most, frames - done);
-        UpSmpl2_polyphase(uhqOutStage, in + done, part, shift);
-        toCaller(kernels, target, *uhqOutStage, 2 * (part << shift), depth);
-        target += (part << shift) * bytesPerFrame(depth);
+    switch (depth) {
+    case Velora_BitDepth_24:
+        kernels.q4To24Bit(static_cast<int32_t*>(out), in, samples);
+        break;
+    case Velora_BitDepth_32:
+        kernels.q4To32Bit(static_cast<int32_t*>(out), in, samples);
+        break;
+    case Velora_BitDepth_Float:
+        kernels.q4ToFloat(static_cast<float*>(out), in, samples);
+        break;
+    case Velora_BitDepth_16:
+        kernels.fromQ4(static_cast<int16_t*>(out), in, samples);
+        break;
     }
 }
 

@@ -29,7 +29,30 @@ struct HalfBandState {
     int32_t apA1 = 0, apA2 = 0; // section A
     int32_t ap1 = 0;            // first-order section
     int32_t apB1 = 0, apB2 = 0; // section B
+
+    bool operator==(const HalfBandState&) const = default;
 };
+
+/// The same of two stretches of sound at once: left and right of one, left and right of the other.
+struct HalfBandLanes {
+    int32_t apA1[4], apA2[4];
+    int32_t ap1[4];
+    int32_t apB1[4], apB2[4];
+};
+
+inline void setLane(HalfBandLanes& lanes, int lane, const HalfBandState& state)
+{
+    lanes.apA1[lane] = state.apA1;
+    lanes.apA2[lane] = state.apA2;
+    lanes.ap1[lane] = state.ap1;
+    lanes.apB1[lane] = state.apB1;
+    lanes.apB2[lane] = state.apB2;
+}
+inline HalfBandState laneOf(const HalfBandLanes& lanes, int lane)
+{
+    return {lanes.apA1[lane], lanes.apA2[lane], lanes.ap1[lane], lanes.apB1[lane],
+            lanes.apB2[lane]};
+}
 
 /// A decimator also remembers where in a pair of samples the stream stands.
 struct DecimatorState : HalfBandState {

@@ -71,6 +71,116 @@ void doubleRate(int32_t (*out)[2], const int32_t (*in)[2], HalfBandState* state,
     sections.keep();
 }
 
+// ---- Two stretches of sound at once, for tables that have four lanes in a register. Their vectors also have
+// loadFramePairs(p, q, a, b), of two frames each at p and q: the first of both in a, the second in b; and
+// storeFramePairs(p, q, a, b), the reverse. ----
+
+/// Their sections as lanes in HalfBandLanes: no lane of the first-order section is idle, and branch A
+/// doesn't wait for B. A step's output is asked for when the next steps are on their way.
+template <class V4>
+class TwoStretches {
+public:
+    [[gnu::always_inline]] explicit TwoStretches(HalfBandLanes& lanes)
+        : first(kFirstOrderQ14, kFirstOrderQ14, words(lanes.ap1)),
+          a(kSectionA, kSectionA, words(lanes.apA1), words(lanes.apA2)),
+          b(kSectionB, kSectionB, words(lanes.apB1), words(lanes.apB2))
+    {
+    }
+
+    /// Takes the inputs of both branches, and lets the sections know them.
+    [[gnu::always_inline]] void start(V4 forA, V4 forB)
+    {
+        inputA = forA;
+        inputB = first.run(forB);
+    }
+    [[gnu::always_inline]] void advance()
+    {
+        a.next(inputA);
+        b.next(inputB);
+    }
+    [[gnu::always_inline]] V4 outputA() const { return a.output(); }
+    [[gnu::always_inline]] V4 outputB() const { return b.output(); }
+
+    [[gnu::always_inline]] void keep() const
+    {
+        first.keep();
+        a.keep();
+        b.keep();
+    }
+
+private:
+    [[gnu::always_inline]] static LaneWords words(int32_t (&lanes)[4])
+    {
+        return {&lanes[0], &lanes[1], &lanes[2], &lanes[3]};
+    }
+
+    Section1<V4> first;
+    Section2<V4> a, b;
+    V4 inputA{}, inputB{};
+};
+
+/// start(n) and give(n) of `count` steps, each step's output two starts behind.
+template <class Sections, class Start, class Give>
+VSP_INLINE void inParts(Sections& sections, int count, Start start, Give give)
+{
+    start(0);
+    sections.advance();
+    if (count > 1)
+        start(1);
+    for (int n = 2; n < count; ++n) {
+        give(n - 2);
+        sections.advance();
+        start(n);
+    }
+    if (count > 1) {
+        give(count - 2);
+        sections.advance();
+    }
+    give(count - 1);
+}
+
+template <class V4>
+void halveRateTwice(int32_t (*const (&out)[2])[2], const int32_t (*const (&in)[2])[2],
+                    HalfBandLanes& lanes, int pairs)
+{
+    if (pairs == 0)
+        return;
+    TwoStretches<V4> sections(lanes);
+    const int32_t ones[4] = {1, 1, 1, 1};
+    const V4 one = load(ones, V4{});
+    inParts(
+        sections, pairs,
+        [&](int n) {
+            V4 even, odd;
+            loadFramePairs(in[0][2 * n], in[1][2 * n], even, odd);
+            sections.start(even, odd);
+        },
+        [&](int n) {
+            const V4 sum = wrapAdd(sections.outputA(), sections.outputB());
+            storeTwoEach(out[0][n], out[1][n], shiftRight<1>(wrapAdd(sum, one)));
+        });
+    sections.keep();
+}
+
+template <class V4>
+void doubleRateTwice(int32_t (*const (&out)[2])[2], const int32_t (*const (&in)[2])[2],
+                     HalfBandLanes& lanes, int frames)
+{
+    if (frames == 0)
+        return;
+    TwoStretches<V4> sections(lanes);
+    inParts(
+        sections, frames,
+        [&](int n) {
+            const V4 x = loadTwoEach(in[0][n], in[1][n], V4{});
+            sections.start(x, x);
+        },
+        [&](int n) {
+            storeFramePairs(out[0][2 * n], out[1][2 * n], sections.outputB(), sections.outputA());
+        });
+    sections.keep();
+}
+
 template <class V>
 void toQ4(int32_t* out, const int16_t* in, int samples)
 {

@@ -146,6 +146,11 @@ struct KernelTable {
     void (*halveRate)(int32_t (*out)[2], const int32_t (*in)[2], DecimatorState* state, int pairs);
     /// 2 * frames outputs: branch B gives the even, branch A the odd ones, at unit gain.
     void (*doubleRate)(int32_t (*out)[2], const int32_t (*in)[2], HalfBandState* state, int frames);
+    /// The same of two stretches of sound at once; null where one after the other is faster.
+    void (*halveRateTwice)(int32_t (*const (&out)[2])[2], const int32_t (*const (&in)[2])[2],
+                           HalfBandLanes& lanes, int pairs);
+    void (*doubleRateTwice)(int32_t (*const (&out)[2])[2], const int32_t (*const (&in)[2])[2],
+                            HalfBandLanes& lanes, int frames);
     void (*toQ4)(int32_t* out, const int16_t* in, int samples);
     /// Truncates and saturates.
     void (*fromQ4)(int16_t* out, const int32_t* in, int samples);
@@ -166,6 +171,13 @@ struct KernelTable {
     void (*to24Bit)(int32_t* out, const int16_t* in, int samples);
     void (*to32Bit)(int32_t* out, const int16_t* in, int samples);
     void (*toFloat)(float* out, const int16_t* in, int samples);
+    /// To Q4 and from it in one go: what the 16 bits between would be.
+    void (*q4From24Bit)(int32_t* out, const int32_t* in, int samples);
+    void (*q4From32Bit)(int32_t* out, const int32_t* in, int samples);
+    void (*q4FromFloat)(int32_t* out, const float* in, int samples);
+    void (*q4To24Bit)(int32_t* out, const int32_t* in, int samples);
+    void (*q4To32Bit)(int32_t* out, const int32_t* in, int samples);
+    void (*q4ToFloat)(float* out, const int32_t* in, int samples);
 };
 
 /// Plain C++, for any machine.

@@ -20,6 +20,8 @@ constexpr KernelTable neonTable()
     table.scaleSpectrum = neon::scaleSpectrum<Two>;
     table.phasorAdvance = neon::phasorAdvance<Two>;
     table.findPeaks = neon::findPeaks<Two>;
+    table.halveRateTwice = neon::halveRateTwice<neon::I32x4>;
+    table.doubleRateTwice = neon::doubleRateTwice<neon::I32x4>;
     // These read 16-bit values, of which the compiler takes eight at a time where I32x4 takes four.
     table.phasorStep = neon::phasorStep<neon::I32x1>;
     table.toQ4 = neon::toQ4<neon::I32x1>;

@@ -57,6 +57,12 @@ constexpr KernelTable makeTable(const char* name)
     table.to24Bit = to32<8>;
     table.to32Bit = to32<16>;
     table.toFloat = toFloat;
+    table.q4From24Bit = from32<8>;
+    table.q4From32Bit = from32<16>;
+    table.q4FromFloat = q4FromFloat<V>;
+    table.q4To24Bit = to32<8>;
+    table.q4To32Bit = to32<16>;
+    table.q4ToFloat = toFloat;
     return table;
 }
 

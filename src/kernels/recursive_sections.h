@@ -130,6 +130,7 @@ template <class V4>
 struct Section2 {
     CoeffsOf<V4> c0, c1, minusC0, minusC1; // Q14
     Delay<V4> d1, d2;
+    V4 S3{}; // the sum before those of the delays, once there is a sample
 
     /// @param a, b  coefficients c0 and c1 in lanes 0 and 1, in lanes 2 and 3
     template <class Coeffs>
@@ -142,11 +143,20 @@ struct Section2 {
     }
     [[gnu::always_inline]] V4 run(V4 u)
     {
+        next(u);
+        return output();
+    }
+    /// The two halves of run(), for loops that do them at different times.
+    [[gnu::always_inline]] void next(V4 u)
+    {
         const V4 S = wrapAdd(wrapAdd(u, timesQ14(d2.S, minusC1)), timesQ14(d1.S, minusC0));
-        const V4 y = wrapAdd(wrapAdd(timesQ14(d1.S, c0), d2.S), timesQ14(S, c1));
+        S3 = d2.S;
         d2.S = d1.S;
         d1.S = S;
-        return y;
+    }
+    [[gnu::always_inline]] V4 output() const
+    {
+        return wrapAdd(wrapAdd(timesQ14(d2.S, c0), S3), timesQ14(d1.S, c1));
     }
     [[gnu::always_inline]] void keep() const
     {

@@ -488,6 +488,28 @@ VSP_INLINE void storeTwoEach(int64_t* p, int64_t* q, I32x4Wide a)
     storeTwo(p, a);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(q), _mm256_extracti128_si256(a.v, 1));
 }
+VSP_INLINE I32x4Wide loadTwoEach(const int32_t* p, const int32_t* q, I32x4Wide)
+{
+    return widen({_mm_unpacklo_epi64(loadTwo(p, I32x4{}).v, loadTwo(q, I32x4{}).v)});
+}
+VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4Wide a)
+{
+    const __m128i x = narrow(a).v;
+    storeTwo(p, I32x4{x});
+    _mm_storeh_pd(reinterpret_cast<double*>(q), _mm_castsi128_pd(x));
+}
+VSP_INLINE void loadFramePairs(const int32_t* p, const int32_t* q, I32x4Wide& a, I32x4Wide& b)
+{
+    const __m256i pairs = join128(load(p, I32x4{}).v, load(q, I32x4{}).v);
+    a.v = _mm256_unpacklo_epi32(pairs, pairs);
+    b.v = _mm256_unpackhi_epi32(pairs, pairs);
+}
+VSP_INLINE void storeFramePairs(int32_t* p, int32_t* q, I32x4Wide a, I32x4Wide b)
+{
+    const __m256i pairs = lowHalves(a, b);
+    store(p, I32x4{_mm256_castsi256_si128(pairs)});
+    store(q, I32x4{_mm256_extracti128_si256(pairs, 1)});
+}
 VSP_INLINE void storeHighFrame(Frame* p, I32x4Wide a)
 {
     storeHighFrame(p, narrow(a));

@@ -262,6 +262,18 @@ VSP_INLINE void storeTwoEach(int32_t* p, int32_t* q, I32x4 a)
     vst1_s32(p, vget_low_s32(a.v));
     vst1_s32(q, vget_high_s32(a.v));
 }
+VSP_INLINE void loadFramePairs(const int32_t* p, const int32_t* q, I32x4& a, I32x4& b)
+{
+    const I32x4 x = {vld1q_s32(p)};
+    const I32x4 y = {vld1q_s32(q)};
+    a = joinLowHalves(x, y);
+    b = joinHighHalves(x, y);
+}
+VSP_INLINE void storeFramePairs(int32_t* p, int32_t* q, I32x4 a, I32x4 b)
+{
+    vst1q_s32(p, joinLowHalves(a, b).v);
+    vst1q_s32(q, joinHighHalves(a, b).v);
+}
 VSP_INLINE void storeLowFrame(Frame* p, I32x4 a)
 {
     const int32_t frame = vget_lane_s32(vreinterpret_s32_s16(vmovn_s32(a.v)), 0);

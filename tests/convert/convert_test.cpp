@@ -2,10 +2,13 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <iterator>
 #include <limits>
 #include <numeric>
+#include <random>
+#include <utility>
 #include <vector>
 
 #include "convert/biquad.h"
@@ -82,6 +85,48 @@ TEST(SampleFormat, EverySixteenBitValueSurvivesARoundTrip)
     EXPECT_EQ(floats.front(), -1.0f);
     vsp::kPortableKernels.fromFloat(back.data(), floats.data(), count);
     EXPECT_EQ(back, all);
+}
+
+// Any bit pattern: for floats infinities, denormals and "not a number" are among them.
+TEST(SampleFormat, Q4IsWhatComesByWayOfSixteenBits)
+{
+    constexpr int kCount = 1 << 16;
+    const vsp::KernelTable& k = vsp::kPortableKernels;
+    std::minstd_rand random(1);
+    std::vector<int32_t> any(kCount);
+    for (int32_t& word : any)
+        word = int32_t(uint32_t(random()) * 2u) >> random() % 16;
+    std::vector<float> floats(kCount);
+    for (float& value : floats) {
+        const uint32_t bits = uint32_t(random()) * 2u;
+        std::memcpy(&value, &bits, sizeof value);
+    }
+    floats[0] = 0.99999f;
+    floats[1] = -0.99999f;
+
+    std::vector<int16_t> narrow(kCount);
+    std::vector<int32_t> expected(kCount), actual(kCount);
+    const auto expectQ4 = [&](auto to16, auto toQ4, const auto& in) {
+        to16(narrow.data(), in.data(), kCount);
+        k.toQ4(expected.data(), narrow.data(), kCount);
+        toQ4(actual.data(), in.data(), kCount);
+        EXPECT_EQ(actual, expected);
+    };
+    expectQ4(k.from24Bit, k.q4From24Bit, any);
+    expectQ4(k.from32Bit, k.q4From32Bit, any);
+    expectQ4(k.fromFloat, k.q4FromFloat, floats);
+
+    k.fromQ4(narrow.data(), any.data(), kCount);
+    k.to24Bit(expected.data(), narrow.data(), kCount);
+    k.q4To24Bit(actual.data(), any.data(), kCount);
+    EXPECT_EQ(actual, expected);
+    k.to32Bit(expected.data(), narrow.data(), kCount);
+    k.q4To32Bit(actual.data(), any.data(), kCount);
+    EXPECT_EQ(actual, expected);
+    std::vector<float> actualFloats(kCount);
+    k.toFloat(floats.data(), narrow.data(), kCount);
+    k.q4ToFloat(actualFloats.data(), any.data(), kCount);
+    EXPECT_EQ(actualFloats, floats);
 }
 
 TEST(HalfBand, ConstantsSettleOneUnitLow)

@@ -84,6 +84,36 @@ private:
 constexpr int kDelayBits = 26;
 constexpr int kQ4Bits = 22;
 
+// Two stretches at once, or one after the other where a table has nothing for both. A step takes and
+// gives so many frames.
+template <class State, class Twice, class Once>
+void halfBandTwice(Twice twice, Once once, Bench& b, int framesIn, int framesOut)
+{
+    using Stereo = int32_t[2];
+    constexpr int kMostSteps = 20;
+    const auto frames = [](int32_t* words) { return reinterpret_cast<Stereo*>(words); };
+    const size_t words = size_t(2 * kMostSteps);
+    Stereo* const out[2] = {frames(b.array<int32_t>(words * size_t(framesOut))),
+                            frames(b.array<int32_t>(words * size_t(framesOut)))};
+    const Stereo* const in[2] = {frames(b.values<int32_t>(words * size_t(framesIn), kQ4Bits)),
+                                 frames(b.values<int32_t>(words * size_t(framesIn), kQ4Bits))};
+    constexpr size_t kDelays = sizeof(HalfBandLanes) / sizeof(int32_t);
+    int32_t* const delays = b.values<int32_t>(kDelays, kDelayBits - 2);
+    std::transform(delays, delays + kDelays, delays, [](int32_t delay) { return delay * 4; });
+    auto* const lanes = reinterpret_cast<HalfBandLanes*>(delays);
+    const int steps = b.pick(kMostSteps + 1);
+    if (twice != nullptr)
+        return twice(out, in, *lanes, steps);
+    for (int stretch = 0; stretch < 2; ++stretch) {
+        State state[2];
+        for (int channel = 0; channel < 2; ++channel)
+            static_cast<HalfBandState&>(state[channel]) = laneOf(*lanes, 2 * stretch + channel);
+        once(out[stretch], in[stretch], state, steps);
+        for (int channel = 0; channel < 2; ++channel)
+            setLane(*lanes, 2 * stretch + channel, state[channel]);
+    }
+}
+
 struct Case {
     const char* name;
     std::function<void(const KernelTable&, Bench&)> run;
@@ -238,6 +268,14 @@ const Case kCases[] = {
                           reinterpret_cast<int32_t(*)[2]>(b.values<int32_t>(200, kQ4Bits)), state,
                           b.pick(101));
      }},
+    {"halveRateTwice",
+     [](const KernelTable& k, Bench& b) {
+         halfBandTwice<DecimatorState>(k.halveRateTwice, k.halveRate, b, 2, 1);
+     }},
+    {"doubleRateTwice",
+     [](const KernelTable& k, Bench& b) {
+         halfBandTwice<HalfBandState>(k.doubleRateTwice, k.doubleRate, b, 1, 2);
+     }},
     {"lowPassTwice",
      [](const KernelTable& k, Bench& b) {
          BiquadChannelState* const state[2] = {b.biquadStates(), b.biquadStates()};
@@ -260,6 +298,12 @@ const Case kCases[] = {
          k.to24Bit(b.array<int32_t>(100), narrow, samples);
          k.to32Bit(b.array<int32_t>(100), narrow, samples);
          k.toFloat(b.array<float>(100), narrow, samples);
+         k.q4From24Bit(b.array<int32_t>(100), wide, samples);
+         k.q4From32Bit(b.array<int32_t>(100), wide, samples);
+         k.q4FromFloat(b.array<int32_t>(100), reinterpret_cast<const float*>(wide), samples);
+         k.q4To24Bit(b.array<int32_t>(100), wide, samples);
+         k.q4To32Bit(b.array<int32_t>(100), wide, samples);
+         k.q4ToFloat(b.array<float>(100), wide, samples);
      }},
 };
 
