@@ -84,7 +84,7 @@ private:
     Velora_BitDepth_T depth;
     std::int64_t frameBytes;     // of a stereo frame
     std::int64_t most;           // frames
-    std::int64_t capacity;       // frames: twice as many, so that moving to the front is rare
+    std::int64_t capacity;       // frames: twice as many, so that it seldom must move to the front
     std::vector<std::byte> data; // [pair][capacity]
     std::int64_t head = 0;       // frames before `first`
     std::int64_t first = 0;      // frame number in the stream
