@@ -146,10 +146,8 @@ public:
         const std::int64_t known = ready();
         if (join == Join::none && (known >= until || now.inputWanted(rate) > input))
             return std::min(until, known);
-        const bool isOneHop =
-            join == Join::none && !rate.isSmooth && !now.isDry() && until <= now.end + rate.hop;
-        if (isOneHop)
-            return now.givesNext(input, rate) ? until : known;
+        if (join == Join::none && !now.isDry())
+            return reachOfNow(until, times);
         Schedule course = *this;
         course.proceed(until, Rehearsal{times});
         return std::min(until, course.ready());
@@ -311,6 +309,25 @@ private:
         const bool isLast = join != Join::none && now.end >= joinOutput + fade();
         return isLast ? now.end : made(now);
     }
+    /// Up to `until` at most, what can be handed out if the voice that sounds, which isn't dry, goes on
+    /// as far as the input reaches. Of its steps whole ones count: one that can begin can be done.
+    std::int64_t reachOfNow(std::int64_t until, const TimeMap& times) const
+    {
+        // With what the hop that comes next takes in, it can be given; with nothing else, all work for
+        // it can be done up to that.
+        const std::int64_t withinHop = rate.isSmooth ? now.end : now.end + rate.hop;
+        if (until <= withinHop && now.givesNext(input, rate))
+            return until;
+        Voice course = now;
+        while (made(course) < until && course.inputWanted(rate) <= input) {
+            if (course.nextStep() == Voice::Step::give && course.done == 0)
+                course.follow(times, rate);
+            course.ahead += course.stages(rate) - course.done;
+            course.move(rate);
+        }
+        return std::min(until, made(course));
+    }
+
     /// Stages of that work after which that is at least `until`, which is at most voice.end.
     std::int64_t stagesToMake(const Voice& voice, std::int64_t until) const
     {
