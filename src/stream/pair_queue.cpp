@@ -211,13 +211,18 @@ void PairQueue::append(PairQueue& other, std::int64_t frame, std::int64_t count)
         std::memcpy(at(pair, from), other.at(pair, frame), std::size_t(count * frameBytes));
 }
 
+std::byte* PairQueue::pairsAt(const Destination& destination) const
+{
+    if (channels != 2 || destination.interleaved == nullptr)
+        return nullptr;
+    return static_cast<std::byte*>(destination.interleaved) + destination.from * frameBytes;
+}
+
 void PairQueue::copyTo(const Destination& destination, std::int64_t frame, std::int64_t count)
 {
     settle();
-    if (channels == 2 && destination.interleaved != nullptr) {
-        std::memcpy(static_cast<std::byte*>(destination.interleaved) +
-                        destination.from * frameBytes,
-                    at(0, frame), std::size_t(count * frameBytes));
+    if (std::byte* const pairsThere = pairsAt(destination)) {
+        std::memcpy(pairsThere, at(0, frame), std::size_t(count * frameBytes));
         return;
     }
     withSample(depth, [&](auto sample) {

@@ -57,6 +57,8 @@ public:
     void append(PairQueue& other, std::int64_t frame, std::int64_t count);
 
     void copyTo(const Destination& destination, std::int64_t frame, std::int64_t count);
+    /// The first of the caller's frames if they lie there as they would here, else null.
+    std::byte* pairsAt(const Destination& destination) const;
 
     /// Fades what stands here in, from `old` at the same frames: `count` frames at `frame`, of a fade
     /// that begins at frame `start` and takes `total`.

@@ -65,6 +65,9 @@ public:
         return join == Join::none ? made() : std::min(servedBy(made()), held());
     }
 
+    /// Whether the voice that sounds goes on alone.
+    bool isAlone() const { return join == Join::none; }
+
     // At speed 1.0 input may pass at once: `frames` frames, at most dryFrames(), from dryFrame() on.
     bool isDry() const { return now.isDry() && join == Join::none && now.end == taken; }
     std::int64_t dryFrame() const { return now.fed; }

@@ -331,6 +331,8 @@ std::int64_t Stream::givePart(const Destination& out, std::int64_t most)
     const std::int64_t frames = schedule.reach(schedule.taken + most, map()) - schedule.taken;
     if (frames <= 0)
         return 0;
+    if (schedule.isAlone() && fadeInTo <= schedule.taken)
+        sound.offer(out, schedule.taken, frames);
     schedule.proceed(schedule.taken + frames, sound);
     // The engines' overlap-add begins before the first frame that is wanted.
     const std::int64_t fadedIn = std::min(fadeInTo - schedule.taken, frames);
