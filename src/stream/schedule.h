@@ -175,6 +175,18 @@ public:
         advance(now, until, sound, false);
     }
 
+    /// Takes in what the hop of output that comes next is made of, as far as the input reaches, while
+    /// that input is in the cache. No frame comes earlier or later for it. Where work is spread, that
+    /// is done by itself.
+    template <class Sound>
+    void takeAhead(Sound&& sound)
+    {
+        if (rate.isSmooth || join != Join::none)
+            return;
+        while (now.nextStep() == Voice::Step::take && step(now, kForever, sound, false) > 0) {
+        }
+    }
+
 private:
     enum class Join { none, awaited, running };
 

@@ -309,6 +309,7 @@ std::int64_t Stream::give(const Destination& out, std::int64_t given, std::int64
         const Destination to{out.interleaved, out.planes, out.from + given + total};
         part = givePart(to, std::min(room - given - total, schedule.rate.hop));
     }
+    schedule.takeAhead(sound);
     sound.input.dropBefore(schedule.oldest(map()));
     return total;
 }
