@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "convert/bridge.h"
+#include "fixed/cache_line.h"
 #include "fixed/floating_point.h"
 
 namespace vsp {
@@ -90,6 +91,12 @@ void fade(Sample* to, const Sample* from, std::int64_t frames, std::int64_t done
         }
 }
 
+void fetch(const void* from, std::int64_t bytes)
+{
+    for (std::int64_t n = 0; n < bytes; n += kLine)
+        __builtin_prefetch(static_cast<const std::byte*>(from) + n);
+}
+
 // On a 32-bit machine there may be no number for so many.
 std::size_t bytesFor(std::int64_t frames, std::int64_t frameBytes)
 {
@@ -166,6 +173,18 @@ const std::byte* PairQueue::stretch(int pair, std::int64_t frame, std::int64_t c
         return pairsIn(waiting.source) + offset * frameBytes;
     settle();
     return at(pair, frame);
+}
+
+void PairQueue::expect(const Source& source, std::int64_t count) const
+{
+    const std::int64_t sampleBytes = frameBytes / 2;
+    const int lanes = source.interleaved != nullptr ? 1 : channels;
+    const std::int64_t unit = sampleBytes * channels / lanes; // from one frame to the next
+    for (int lane = 0; lane < lanes; ++lane) {
+        const void* const plane =
+            source.interleaved != nullptr ? source.interleaved : source.planes[lane];
+        fetch(static_cast<const std::byte*>(plane) + source.from * unit, count * unit);
+    }
 }
 
 void PairQueue::settle()

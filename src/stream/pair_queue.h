@@ -50,6 +50,8 @@ public:
     /// must come before the caller has that memory back. What is in the cache by then costs less.
     void appendLater(const Source& source, std::int64_t count);
     void settle();
+    /// So many frames are about to come in from there: asks for them from memory.
+    void expect(const Source& source, std::int64_t count) const;
     /// `count` frames of a pair from a frame of the stream on, wherever they lie together.
     const std::byte* stretch(int pair, std::int64_t frame, std::int64_t count);
     void appendSilence(std::int64_t count);

@@ -247,6 +247,7 @@ std::int64_t Stream::process(const Source& in, std::int64_t frames, const Destin
     if (ended)
         return flush(out, room);
     takeRequest();
+    expect(in, 0, frames);
     std::int64_t given = give(out, 0, room);
     for (std::int64_t done = 0; done < frames;) {
         const std::int64_t part = roomForInput(std::min(frames - done, schedule.rate.hop));
@@ -255,11 +256,21 @@ std::int64_t Stream::process(const Source& in, std::int64_t frames, const Destin
         const Settling atEnd{sound.input};
         sound.input.appendLater(Source{in.interleaved, in.planes, in.from + done}, part);
         accept(part);
+        expect(in, done + part, frames);
         given += give(out, given, room);
         done += part;
     }
     publish();
     return given;
+}
+
+// The level is known from what came in last, so nothing is done while that comes from memory unless
+// it is asked for earlier: the hop from `done` of `frames` frames on.
+void Stream::expect(const Source& in, std::int64_t done, std::int64_t frames) const
+{
+    if (fixed.ridesLevel && done < frames)
+        sound.input.expect({in.interleaved, in.planes, in.from + done},
+                           std::min(frames - done, schedule.rate.hop));
 }
 
 std::int64_t Stream::flush(const Destination& out, std::int64_t room)
