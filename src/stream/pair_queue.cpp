@@ -107,10 +107,11 @@ std::size_t bytesFor(std::int64_t frames, std::int64_t frameBytes)
 
 } // namespace
 
-PairQueue::PairQueue(int channelCount, Velora_BitDepth_T bitDepth, std::int64_t mostFrames)
+PairQueue::PairQueue(int channelCount, Velora_BitDepth_T bitDepth, std::int64_t mostFrames,
+                     std::int64_t mostMovedBytes)
     : channels(channelCount), pairs((channelCount + 1) / 2), depth(bitDepth),
       frameBytes(bytesPerFrame(bitDepth)), most(mostFrames), capacity(2 * mostFrames),
-      data(bytesFor(pairs * capacity, frameBytes))
+      mostMoved(mostMovedBytes / (pairs * frameBytes)), data(bytesFor(pairs * capacity, frameBytes))
 {
 }
 
@@ -136,7 +137,7 @@ void PairQueue::reserve(std::int64_t count)
 
 void PairQueue::append(std::int64_t count)
 {
-    const bool isFarOff = head > kMostWay * (frames + count);
+    const bool isFarOff = head > kMostWay * (frames + count) && frames <= mostMoved;
     if (isFarOff || head + frames + count > capacity)
         moveToFront(data, capacity);
     frames += count;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include <velora/vsp.h>
@@ -25,7 +26,9 @@ using Destination = View<void>;
 class PairQueue {
 public:
     /// Room for `most` frames.
-    PairQueue(int channels, Velora_BitDepth_T bitDepth, std::int64_t most);
+    /// @param mostMoved  bytes that may be moved in one call, unless more must be
+    PairQueue(int channels, Velora_BitDepth_T bitDepth, std::int64_t most,
+              std::int64_t mostMoved = std::numeric_limits<std::int64_t>::max());
 
     int pairCount() const { return pairs; }
     std::int64_t begin() const { return first; }
@@ -89,6 +92,7 @@ private:
     std::int64_t frameBytes;     // of a stereo frame
     std::int64_t most;           // frames
     std::int64_t capacity;       // frames: twice as many, so that it seldom must move to the front
+    std::int64_t mostMoved;      // frames of each pair, unless more must be
     std::vector<std::byte> data; // [pair][capacity]
     std::int64_t head = 0;       // frames before `first`
     std::int64_t first = 0;      // frame number in the stream

@@ -3,6 +3,7 @@
 #include "stream/sound.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace vsp {
@@ -12,10 +13,16 @@ namespace {
 // Of output: what a hop yields beyond the frames that are wanted, and a fade that waits for another.
 constexpr std::int64_t kOutputHops = 4;
 
+// Where calls are to be of even length: bytes of input that one of them may move, in about 1 us.
+constexpr std::int64_t kShortMove = 32 * 1024;
+constexpr std::int64_t kAnyMove = std::numeric_limits<std::int64_t>::max();
+
 } // namespace
 
 Sound::Sound(const StreamSettings& settings, std::int64_t mostInput, std::size_t changes)
-    : map(changes), input(settings.channels, settings.depth, mostInput), depth(settings.depth),
+    : map(changes), input(settings.channels, settings.depth, mostInput,
+                          settings.longestBlock > 0 ? kShortMove : kAnyMove),
+      depth(settings.depth),
       level(settings.ridesLevel
                 ? std::optional<LevelCurve>(std::in_place, settings.sampleRate, settings.depth,
                                             settings.lookAhead, mostInput)
