@@ -108,26 +108,45 @@ void EngineBank::takeStages(Stages stages, PairQueue& in, std::int64_t at, float
     }
 }
 
-// Where an engine is to write a hop, which the queue has taken in already all but its first `skip`
-// frames.
-std::byte* EngineBank::engineOutput(int pair, PairQueue& out, std::int64_t skip)
+// Where a hop goes that the queue has taken in already, all but its first `skip` frames.
+std::byte* EngineBank::hopRoom(int pair, PairQueue& out, std::int64_t skip)
 {
-    if (level != nullptr)
-        return reinterpret_cast<std::byte*>(given.data());
     return skip == 0 ? out.at(pair, out.end() - hop) : part.data();
 }
 
-// That hop has been written.
-void EngineBank::keep(int pair, PairQueue& out, std::int64_t skip, Media media)
+// Where an engine is to write a hop that goes there.
+std::byte* EngineBank::engineOutput(std::byte* room)
+{
+    return level == nullptr ? room : reinterpret_cast<std::byte*>(given.data());
+}
+
+// It has.
+void EngineBank::finishHop(int pair, std::byte* room, Media media)
 {
     if (level != nullptr)
-        level->scaleOut(skip == 0 ? out.at(pair, out.end() - hop) : part.data(),
-                        reinterpret_cast<const Frame*>(given.data()), hop, media.frame, media.speed,
-                        limiters[std::size_t(pair)]);
+        level->scaleOut(room, reinterpret_cast<const Frame*>(given.data()), hop, media.frame,
+                        media.speed, limiters[std::size_t(pair)]);
+}
+
+// What is wanted of a hop is brought to where the queue has taken it in.
+void EngineBank::keep(int pair, PairQueue& out, std::int64_t skip)
+{
     const std::int64_t wanted = hop - skip;
     if (skip > 0)
         std::memcpy(out.at(pair, out.end() - wanted), part.data() + skip * bytesPerFrame(depth),
                     std::size_t(wanted * bytesPerFrame(depth)));
+}
+
+void EngineBank::giveHopOf(int pair, std::byte* room, Media media, Approach approach, float speed)
+{
+    Velora_VSP_Conductor::Steer(engines[std::size_t(pair)], approach.lead, approach.share);
+    Velora_VSP_Conductor::GiveHop(engine(pair, speed), engineOutput(room));
+    finishHop(pair, room, media);
+}
+
+void EngineBank::giveHopTo(std::byte* room, Media media, Approach approach, float speed)
+{
+    giveHopOf(0, room, media, approach, speed);
 }
 
 void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media media,
@@ -137,9 +156,8 @@ void EngineBank::giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media
         return giveStages(stages, out, skip, media, approach, speed);
     out.append(hop - skip);
     for (int pair = 0; pair < pairs(); ++pair) {
-        Velora_VSP_Conductor::Steer(engines[std::size_t(pair)], approach.lead, approach.share);
-        Velora_VSP_Conductor::GiveHop(engine(pair, speed), engineOutput(pair, out, skip));
-        keep(pair, out, skip, media);
+        giveHopOf(pair, hopRoom(pair, out, skip), media, approach, speed);
+        keep(pair, out, skip);
     }
 }
 
@@ -155,12 +173,14 @@ void EngineBank::giveStages(Stages stages, PairQueue& out, std::int64_t skip, Me
             Velora_VSP_Conductor::ShareTurns(engines.data(), pairs());
         if (pair == 0 && stage == kLast - 1)
             out.append(hop - skip);
-        std::byte* const room = stage < kLast - 1 ? nullptr : engineOutput(pair, out, skip);
+        std::byte* const room = stage < kLast - 1 ? nullptr : hopRoom(pair, out, skip);
         if (stage == 0)
             Velora_VSP_Conductor::Steer(engines[std::size_t(pair)], approach.lead, approach.share);
-        Velora_VSP_Conductor::GiveStage(engine(pair, speed), stage, room);
-        if (stage == kLast)
-            keep(pair, out, skip, media);
+        Velora_VSP_Conductor::GiveStage(engine(pair, speed), stage, engineOutput(room));
+        if (stage == kLast) {
+            finishHop(pair, room, media);
+            keep(pair, out, skip);
+        }
     }
 }
 
@@ -175,10 +195,14 @@ void EngineBank::convert(Stages stages, PairQueue& out, std::int64_t skip, Media
     for (int n = stages.from; n < stages.to; ++n) {
         const int pair = n / kConvertStages;
         const int stage = n % kConvertStages;
-        std::byte* const room = engineOutput(pair, out, skip) + stage * frames * frameBytes;
-        engine(pair, speed)->Exe(room, engineInput(pair, in, at + stage * count, count), count);
-        if (stage == kConvertStages - 1)
-            keep(pair, out, skip, media);
+        std::byte* const room = hopRoom(pair, out, skip);
+        engine(pair, speed)
+            ->Exe(engineOutput(room) + stage * frames * frameBytes,
+                  engineInput(pair, in, at + stage * count, count), count);
+        if (stage == kConvertStages - 1) {
+            finishHop(pair, room, media);
+            keep(pair, out, skip);
+        }
     }
 }
 

@@ -45,6 +45,10 @@ public:
     /// all of it but the first `skip` frames is appended to `out`.
     void giveHop(Stages stages, PairQueue& out, std::int64_t skip, Media media, Approach approach,
                  float speed);
+    /// The same into `room`, if there is one pair of channels and the stages are all: a hop of stereo
+    /// frames.
+    bool givesWhole(Stages stages) const { return isAll(stages) && pairs() == 1; }
+    void giveHopTo(std::byte* room, Media media, Approach approach, float speed);
     /// Converts the frames at `at` of `in` that make one hop of output, which sounds `media`.
     void convert(Stages stages, PairQueue& out, std::int64_t skip, Media media, PairQueue& in,
                  std::int64_t at, float speed);
@@ -62,8 +66,11 @@ private:
     void startPair(int pair, float speed);
     Velora_VSP_Interface* engine(int pair, float speed);
     const void* engineInput(int pair, PairQueue& in, std::int64_t at, std::int64_t frames);
-    std::byte* engineOutput(int pair, PairQueue& out, std::int64_t skip);
-    void keep(int pair, PairQueue& out, std::int64_t skip, Media media);
+    std::byte* hopRoom(int pair, PairQueue& out, std::int64_t skip);
+    std::byte* engineOutput(std::byte* room);
+    void giveHopOf(int pair, std::byte* room, Media media, Approach approach, float speed);
+    void finishHop(int pair, std::byte* room, Media media);
+    void keep(int pair, PairQueue& out, std::int64_t skip);
 
     struct Destroy {
         void operator()(Velora_VSP_Interface* engine) const { Velora_VSP_Factory::Destroy(engine); }

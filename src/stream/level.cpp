@@ -43,13 +43,13 @@ constexpr double kLeastBend = 1.0 / 65536.0;
 // Frames of output over which the inverse gain runs evenly.
 constexpr std::int64_t kStretch = 64;
 
-// Peaks are found in blocks of 2.7 to 5.4 ms, of which hops are made up.
-std::int64_t blockFramesFor(int sampleRate)
+// Peaks are found in blocks of 2.7 to 5.4 ms, of which hops are made up: log2 of their frames.
+int blockShiftFor(int sampleRate)
 {
-    std::int64_t frames = 128;
-    while (frames > 32 && frames * 187 > sampleRate)
-        frames /= 2;
-    return frames << rateShiftOf(sampleRate);
+    int shift = 7;
+    while (shift > 5 && (187 << shift) > sampleRate)
+        --shift;
+    return shift + rateShiftOf(sampleRate);
 }
 
 // log2(x) of a positive, normal x, Q16, within 0.1 of the last place, and up to one lower.
@@ -104,28 +104,29 @@ float unitOf(Velora_BitDepth_T depth)
 
 LevelCurve::LevelCurve(int sampleRate, Velora_BitDepth_T bitDepth, std::int64_t lookAheadFrames,
                        std::int64_t mostFrames, const LevelKernels& table)
-    : kernels(table), depth(bitDepth), blockFrames(blockFramesFor(sampleRate)),
+    : kernels(table), depth(bitDepth), blockShift(blockShiftFor(sampleRate)),
+      blockFrames(std::int64_t(1) << blockShift), blocksPerFrame(1.0f / float(blockFrames)),
       ahead(std::max<std::int64_t>(lookAheadFrames / blockFrames - 1, 0)),
+      averaged(std::max<std::int64_t>(ahead, 1)),
       mostGain((depth == Velora_BitDepth_16 ? kMostGain16 : kMostGainFine) * kOctaveUnits),
       rise(std::int32_t(kRise * kOctave * double(blockFrames) / sampleRate)),
-      blocks(std::size_t(mostFrames / blockFrames + 2)), bears(std::size_t(ahead + 1)),
-      raised(std::size_t(std::max<std::int64_t>(ahead, 1)))
+      kept(mostFrames / blockFrames + 2), blocks(kept), bears(ahead + 1), raised(averaged)
 {
     restart(0);
 }
 
 void LevelCurve::reserve(std::int64_t mostFrames)
 {
-    const auto size = std::size_t(mostFrames / blockFrames + 2);
-    if (size <= blocks.size())
+    const std::int64_t size = mostFrames / blockFrames + 2;
+    if (size <= kept)
         return;
-    std::vector<Block> larger(size);
-    for (std::int64_t n = std::max<std::int64_t>(known - std::int64_t(blocks.size()), 0); n < known;
-         ++n)
-        larger[std::size_t(n) % size] = blocks[std::size_t(n) % blocks.size()];
+    NumberedRing<Block> larger(size);
+    for (std::int64_t n = std::max<std::int64_t>(known - kept, 0); n < known; ++n)
+        larger[n] = blocks[n];
     if (known == 0)
         larger[0] = blocks[0];
     blocks = std::move(larger);
+    kept = size;
 }
 
 void LevelCurve::restart(std::int64_t frame)
@@ -147,7 +148,7 @@ void LevelCurve::append(const PairQueue& input, std::int64_t until)
 {
     const std::int64_t last = std::min(until, input.end());
     while (end() < last) {
-        const std::int64_t left = blockFrames - frames % blockFrames;
+        const std::int64_t left = blockFrames - (frames & (blockFrames - 1));
         const std::int64_t count = std::min(left, last - end());
         takePeaks(input, count);
         frames += count;
@@ -179,7 +180,7 @@ void LevelCurve::endBlock()
     constexpr float kLeastPeak = 1.0f / 65536.0f;
     const double level = double(std::clamp(peak, kLeastPeak, kMostPeak));
     peak = 0.0f;
-    bears[std::size_t(whole % (ahead + 1))] = std::min(octavesOf(kWorkingPeak / level), mostGain);
+    bears[whole] = std::min(octavesOf(kWorkingPeak / level), mostGain);
     ++whole;
     if (whole > ahead)
         settleBlock();
@@ -188,57 +189,51 @@ void LevelCurve::endBlock()
 void LevelCurve::settleBlock()
 {
     const std::int32_t lowest = lowestAhead();
-    const auto averaged = std::int64_t(raised.size());
     if (known == 0) {
-        std::fill(raised.begin(), raised.end(), lowest);
+        raised.fill(lowest);
         sum = averaged * lowest;
     }
-    const std::int32_t before = raised[std::size_t((known + averaged - 1) % averaged)];
-    std::int32_t& place = raised[std::size_t(known % averaged)];
-    const std::int32_t now = std::min(lowest, before + rise);
-    sum += now - place;
-    place = now;
+    const std::int32_t now = std::min(lowest, raised[known - 1] + rise);
+    sum += now - raised[known - averaged];
+    raised[known] = now;
 
     // Each of those that are averaged is no more than this block and the next one bear. Without a
     // look-ahead there is but one, and the gain falls in a step.
     const auto octaves = std::int32_t(sum / averaged);
     const End end{octaves, float(powerOfTwo(octaves))};
-    const bool goesOn =
-        known > 0 && block(known - 1).last.octaves <= bears[std::size_t(known % (ahead + 1))];
+    const bool goesOn = known > 0 && block(known - 1).last.octaves <= bears[known];
     const Block settled{goesOn ? block(known - 1).last : end, end};
-    blocks[std::size_t(known % std::int64_t(blocks.size()))] = settled;
+    blocks[known] = settled;
     ++known;
 }
 
 // What the block that is to be settled, and those up to a look-ahead behind it, bear.
 std::int32_t LevelCurve::lowestAhead()
 {
-    const std::int32_t newest = bears[std::size_t((whole - 1) % (ahead + 1))];
+    const std::int32_t newest = bears[whole - 1];
     if (known == 0 || lowestBlock < known) {
         lowestBlock = known;
         for (std::int64_t n = known; n < whole; ++n)
-            if (bears[std::size_t(n % (ahead + 1))] <=
-                bears[std::size_t(lowestBlock % (ahead + 1))])
+            if (bears[n] <= bears[lowestBlock])
                 lowestBlock = n;
-    } else if (newest <= bears[std::size_t(lowestBlock % (ahead + 1))]) {
+    } else if (newest <= bears[lowestBlock]) {
         lowestBlock = whole - 1;
     }
-    return bears[std::size_t(lowestBlock % (ahead + 1))];
+    return bears[lowestBlock];
 }
 
 // The closest block that is known and not forgotten.
 const LevelCurve::Block& LevelCurve::block(std::int64_t number) const
 {
-    const auto size = std::int64_t(blocks.size());
     const std::int64_t newest = std::max<std::int64_t>(known - 1, 0);
-    const std::int64_t oldest = std::max<std::int64_t>(known - size, 0);
-    return blocks[std::size_t(std::clamp(number, oldest, newest) % size)];
+    const std::int64_t oldest = std::max<std::int64_t>(known - kept, 0);
+    return blocks[std::clamp(number, oldest, newest)];
 }
 
 double LevelCurve::inverseAt(double frame) const
 {
     const double position =
-        std::clamp((frame - double(first)) / double(blockFrames), 0.0, double(known));
+        std::clamp((frame - double(first)) * double(blocksPerFrame), 0.0, double(known));
     const auto number = std::min(std::int64_t(position), std::max<std::int64_t>(known - 1, 0));
     const Block& at = block(number);
     const double begin = double(at.first.gain);
@@ -252,10 +247,10 @@ void LevelCurve::scaleIn(std::int16_t (*out)[2], const std::byte* in, std::int64
     while (count > 0) {
         // Before the first block its gain holds.
         const std::int64_t position = std::max<std::int64_t>(frame - first, 0);
-        const std::int64_t into = position % blockFrames;
-        const Block& at = block(position / blockFrames);
+        const std::int64_t into = position & (blockFrames - 1);
+        const Block& at = block(position >> blockShift);
         const std::int64_t part = std::min(count, blockFrames - into);
-        const float step = (at.last.gain - at.first.gain) / float(blockFrames);
+        const float step = (at.last.gain - at.first.gain) * blocksPerFrame;
         const Ramp gain{(at.first.gain + step * float(into)) * unit, step * unit};
         if (depth == Velora_BitDepth_Float)
             kernels.inFloat(*out, reinterpret_cast<const float*>(in), gain, int(part));

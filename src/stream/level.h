@@ -2,6 +2,7 @@
 // and what they give gets its own level back.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -19,6 +20,25 @@ namespace vsp {
 struct PeakLimiter {
     double gain = 1.0;
     double bend = 0.0; // as in kernels/level_kernels.h, 0 to 1
+};
+
+/// Places that come round, for whatever is numbered from 0 on: as many as a power of two, so that no
+/// number is divided.
+template <class Item>
+class NumberedRing {
+public:
+    /// Room for the last `most` of them.
+    explicit NumberedRing(std::int64_t most) : places(std::bit_ceil(std::size_t(most))) {}
+    Item& operator[](std::int64_t number) { return places[place(number)]; }
+    const Item& operator[](std::int64_t number) const { return places[place(number)]; }
+    void fill(const Item& item) { places.assign(places.size(), item); }
+
+private:
+    std::size_t place(std::int64_t number) const
+    {
+        return std::size_t(number) & (places.size() - 1);
+    }
+    std::vector<Item> places;
 };
 
 /// The gain over a stream's input, from the peaks of what lies ahead; the same for all channels. It
@@ -100,14 +120,17 @@ private:
 
     const LevelKernels& kernels;
     Velora_BitDepth_T depth;
+    int blockShift; // log2 of blockFrames
     std::int64_t blockFrames;
-    std::int64_t ahead;              // blocks of look-ahead
-    std::int32_t mostGain;           // octaves, Q16
-    std::int32_t rise;               // most that the gain rises a block, octaves, Q16
-    std::vector<Block> blocks;       // ring, by number of the block
-    std::vector<std::int32_t> bears; // ring [ahead + 1]: most gain of each block by itself
-    std::vector<std::int32_t>
-        raised; // ring [ahead, at least 1]: the lowest of those, rising slowly
+    float blocksPerFrame;              // exact
+    std::int64_t ahead;                // blocks of look-ahead
+    std::int64_t averaged;             // of `raised`
+    std::int32_t mostGain;             // octaves, Q16
+    std::int32_t rise;                 // most that the gain rises a block, octaves, Q16
+    std::int64_t kept;                 // blocks whose gains are remembered
+    NumberedRing<Block> blocks;        // the last of them
+    NumberedRing<std::int32_t> bears;  // of ahead + 1 blocks: most gain of each by itself
+    NumberedRing<std::int32_t> raised; // the last `averaged`: the lowest of those, rising slowly
 
     std::int64_t first = 0;       // input frame of the first block
     std::int64_t frames = 0;      // that came in since

@@ -10,11 +10,16 @@
 #include <utility>
 
 #include "convert/bridge.h"
+#include "fixed/cache_line.h"
 #include "fixed/floating_point.h"
 
 namespace vsp {
 
 namespace {
+
+// As frames come and go, what stands here walks through its memory. It goes back to the front after
+// so many times its length, long before it must: memory that was in use lately is in the cache.
+constexpr std::int64_t kMostWay = 2;
 
 // One sample of every channel at a stride from the next.
 template <class Sample>
@@ -86,6 +91,12 @@ void fade(Sample* to, const Sample* from, std::int64_t frames, std::int64_t done
         }
 }
 
+void fetch(const void* from, std::int64_t bytes)
+{
+    for (std::int64_t n = 0; n < bytes; n += kLine)
+        __builtin_prefetch(static_cast<const std::byte*>(from) + n);
+}
+
 // On a 32-bit machine there may be no number for so many.
 std::size_t bytesFor(std::int64_t frames, std::int64_t frameBytes)
 {
@@ -96,10 +107,11 @@ std::size_t bytesFor(std::int64_t frames, std::int64_t frameBytes)
 
 } // namespace
 
-PairQueue::PairQueue(int channelCount, Velora_BitDepth_T bitDepth, std::int64_t mostFrames)
+PairQueue::PairQueue(int channelCount, Velora_BitDepth_T bitDepth, std::int64_t mostFrames,
+                     std::int64_t mostMovedBytes)
     : channels(channelCount), pairs((channelCount + 1) / 2), depth(bitDepth),
       frameBytes(bytesPerFrame(bitDepth)), most(mostFrames), capacity(2 * mostFrames),
-      data(bytesFor(pairs * capacity, frameBytes))
+      mostMoved(mostMovedBytes / (pairs * frameBytes)), data(bytesFor(pairs * capacity, frameBytes))
 {
 }
 
@@ -125,7 +137,8 @@ void PairQueue::reserve(std::int64_t count)
 
 void PairQueue::append(std::int64_t count)
 {
-    if (head + frames + count > capacity)
+    const bool isFarOff = head > kMostWay * (frames + count) && frames <= mostMoved;
+    if (isFarOff || head + frames + count > capacity)
         moveToFront(data, capacity);
     frames += count;
 }
@@ -161,6 +174,18 @@ const std::byte* PairQueue::stretch(int pair, std::int64_t frame, std::int64_t c
         return pairsIn(waiting.source) + offset * frameBytes;
     settle();
     return at(pair, frame);
+}
+
+void PairQueue::expect(const Source& source, std::int64_t count) const
+{
+    const std::int64_t sampleBytes = frameBytes / 2;
+    const int lanes = source.interleaved != nullptr ? 1 : channels;
+    const std::int64_t unit = sampleBytes * channels / lanes; // from one frame to the next
+    for (int lane = 0; lane < lanes; ++lane) {
+        const void* const plane =
+            source.interleaved != nullptr ? source.interleaved : source.planes[lane];
+        fetch(static_cast<const std::byte*>(plane) + source.from * unit, count * unit);
+    }
 }
 
 void PairQueue::settle()
@@ -206,13 +231,18 @@ void PairQueue::append(PairQueue& other, std::int64_t frame, std::int64_t count)
         std::memcpy(at(pair, from), other.at(pair, frame), std::size_t(count * frameBytes));
 }
 
+std::byte* PairQueue::pairsAt(const Destination& destination) const
+{
+    if (channels != 2 || destination.interleaved == nullptr)
+        return nullptr;
+    return static_cast<std::byte*>(destination.interleaved) + destination.from * frameBytes;
+}
+
 void PairQueue::copyTo(const Destination& destination, std::int64_t frame, std::int64_t count)
 {
     settle();
-    if (channels == 2 && destination.interleaved != nullptr) {
-        std::memcpy(static_cast<std::byte*>(destination.interleaved) +
-                        destination.from * frameBytes,
-                    at(0, frame), std::size_t(count * frameBytes));
+    if (std::byte* const pairsThere = pairsAt(destination)) {
+        std::memcpy(pairsThere, at(0, frame), std::size_t(count * frameBytes));
         return;
     }
     withSample(depth, [&](auto sample) {

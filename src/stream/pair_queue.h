@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include <velora/vsp.h>
@@ -25,7 +26,9 @@ using Destination = View<void>;
 class PairQueue {
 public:
     /// Room for `most` frames.
-    PairQueue(int channels, Velora_BitDepth_T bitDepth, std::int64_t most);
+    /// @param mostMoved  bytes that may be moved in one call, unless more must be
+    PairQueue(int channels, Velora_BitDepth_T bitDepth, std::int64_t most,
+              std::int64_t mostMoved = std::numeric_limits<std::int64_t>::max());
 
     int pairCount() const { return pairs; }
     std::int64_t begin() const { return first; }
@@ -50,6 +53,8 @@ public:
     /// must come before the caller has that memory back. What is in the cache by then costs less.
     void appendLater(const Source& source, std::int64_t count);
     void settle();
+    /// So many frames are about to come in from there: asks for them from memory.
+    void expect(const Source& source, std::int64_t count) const;
     /// `count` frames of a pair from a frame of the stream on, wherever they lie together.
     const std::byte* stretch(int pair, std::int64_t frame, std::int64_t count);
     void appendSilence(std::int64_t count);
@@ -57,6 +62,8 @@ public:
     void append(PairQueue& other, std::int64_t frame, std::int64_t count);
 
     void copyTo(const Destination& destination, std::int64_t frame, std::int64_t count);
+    /// The first of the caller's frames if they lie there as they would here, else null.
+    std::byte* pairsAt(const Destination& destination) const;
 
     /// Fades what stands here in, from `old` at the same frames: `count` frames at `frame`, of a fade
     /// that begins at frame `start` and takes `total`.
@@ -84,7 +91,8 @@ private:
     Velora_BitDepth_T depth;
     std::int64_t frameBytes;     // of a stereo frame
     std::int64_t most;           // frames
-    std::int64_t capacity;       // frames: twice as many, so that moving to the front is rare
+    std::int64_t capacity;       // frames: twice as many, so that it seldom must move to the front
+    std::int64_t mostMoved;      // frames of each pair, unless more must be
     std::vector<std::byte> data; // [pair][capacity]
     std::int64_t head = 0;       // frames before `first`
     std::int64_t first = 0;      // frame number in the stream

@@ -65,6 +65,9 @@ public:
         return join == Join::none ? made() : std::min(servedBy(made()), held());
     }
 
+    /// Whether the voice that sounds goes on alone.
+    bool isAlone() const { return join == Join::none; }
+
     // At speed 1.0 input may pass at once: `frames` frames, at most dryFrames(), from dryFrame() on.
     bool isDry() const { return now.isDry() && join == Join::none && now.end == taken; }
     std::int64_t dryFrame() const { return now.fed; }
@@ -146,10 +149,8 @@ public:
         const std::int64_t known = ready();
         if (join == Join::none && (known >= until || now.inputWanted(rate) > input))
             return std::min(until, known);
-        const bool isOneHop =
-            join == Join::none && !rate.isSmooth && !now.isDry() && until <= now.end + rate.hop;
-        if (isOneHop)
-            return now.givesNext(input, rate) ? until : known;
+        if (join == Join::none && !now.isDry())
+            return reachOfNow(until, times);
         Schedule course = *this;
         course.proceed(until, Rehearsal{times});
         return std::min(until, course.ready());
@@ -172,6 +173,18 @@ public:
             planFrom(now.segment + 1, joinOutput + 1, sound);
         }
         advance(now, until, sound, false);
+    }
+
+    /// Takes in what the hop of output that comes next is made of, as far as the input reaches, while
+    /// that input is in the cache. No frame comes earlier or later for it. Where work is spread, that
+    /// is done by itself.
+    template <class Sound>
+    void takeAhead(Sound&& sound)
+    {
+        if (rate.isSmooth || join != Join::none)
+            return;
+        while (now.nextStep() == Voice::Step::take && step(now, kForever, sound, false) > 0) {
+        }
     }
 
 private:
@@ -311,6 +324,25 @@ private:
         const bool isLast = join != Join::none && now.end >= joinOutput + fade();
         return isLast ? now.end : made(now);
     }
+    /// Up to `until` at most, what can be handed out if the voice that sounds, which isn't dry, goes on
+    /// as far as the input reaches. Of its steps whole ones count: one that can begin can be done.
+    std::int64_t reachOfNow(std::int64_t until, const TimeMap& times) const
+    {
+        // With what the hop that comes next takes in, it can be given; with nothing else, all work for
+        // it can be done up to that.
+        const std::int64_t withinHop = rate.isSmooth ? now.end : now.end + rate.hop;
+        if (until <= withinHop && now.givesNext(input, rate))
+            return until;
+        Voice course = now;
+        while (made(course) < until && course.inputWanted(rate) <= input) {
+            if (course.nextStep() == Voice::Step::give && course.done == 0)
+                course.follow(times, rate);
+            course.ahead += course.stages(rate) - course.done;
+            course.move(rate);
+        }
+        return std::min(until, made(course));
+    }
+
     /// Stages of that work after which that is at least `until`, which is at most voice.end.
     std::int64_t stagesToMake(const Voice& voice, std::int64_t until) const
     {

@@ -3,6 +3,7 @@
 #include "stream/sound.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace vsp {
@@ -12,10 +13,16 @@ namespace {
 // Of output: what a hop yields beyond the frames that are wanted, and a fade that waits for another.
 constexpr std::int64_t kOutputHops = 4;
 
+// Where calls are to be of even length: bytes of input that one of them may move, in about 1 us.
+constexpr std::int64_t kShortMove = 32 * 1024;
+constexpr std::int64_t kAnyMove = std::numeric_limits<std::int64_t>::max();
+
 } // namespace
 
 Sound::Sound(const StreamSettings& settings, std::int64_t mostInput, std::size_t changes)
-    : map(changes), input(settings.channels, settings.depth, mostInput), depth(settings.depth),
+    : map(changes), input(settings.channels, settings.depth, mostInput,
+                          settings.longestBlock > 0 ? kShortMove : kAnyMove),
+      depth(settings.depth),
       level(settings.ridesLevel
                 ? std::optional<LevelCurve>(std::in_place, settings.sampleRate, settings.depth,
                                             settings.lookAhead, mostInput)
@@ -73,8 +80,9 @@ void Sound::run(const Voice& voice, int stages, bool isNext)
         engines.takeHop(part, input, voice.fed, voice.engineSpeed);
         break;
     case Voice::Step::give:
-        engines.giveHop(part, queue(isNext), unwanted(voice, isNext), mediaOf(voice),
-                        voice.approach, voice.engineSpeed);
+        if (!giveAtOnce(voice, part, isNext))
+            engines.giveHop(part, queue(isNext), unwanted(voice, isNext), mediaOf(voice),
+                            voice.approach, voice.engineSpeed);
         break;
     case Voice::Step::convert:
         takeLevel(voice);
@@ -82,6 +90,19 @@ void Sound::run(const Voice& voice, int stages, bool isNext)
                         voice.fed, voice.engineSpeed);
         break;
     }
+}
+
+bool Sound::giveAtOnce(const Voice& voice, EngineBank::Stages stages, bool isNext)
+{
+    EngineBank& engines = bank(isNext);
+    const bool isOffered = !isNext && offered.room != nullptr && voice.end == offered.frame;
+    if (!isOffered || !engines.givesWhole(stages))
+        return false;
+    input.settle(); // before the caller's output is written, which should be other memory
+    engines.giveHopTo(offered.room, mediaOf(voice), voice.approach, voice.engineSpeed);
+    output().restart(voice.end + hopFrames());
+    offered = {};
+    return true;
 }
 
 // What its next hop of output sounds, which the level follows.
@@ -138,11 +159,20 @@ void Sound::finishFade(std::int64_t until)
     fadedTo += count;
 }
 
+void Sound::offer(const Destination& out, std::int64_t frame, std::int64_t frames)
+{
+    const bool isNext = output().begin() == frame && output().end() == frame && fadeEnd <= frame;
+    offered = isNext && frames >= hopFrames() ? Offer{output().pairsAt(out), frame} : Offer{};
+}
+
 void Sound::handOut(const Destination& out, std::int64_t frame, std::int64_t frames)
 {
+    offered = {};
     input.settle(); // before `out` is written, which should be other memory
     finishFade(frame + frames);
-    output().copyTo(out, frame, frames);
+    const std::int64_t written = std::clamp<std::int64_t>(output().begin() - frame, 0, frames);
+    output().copyTo({out.interleaved, out.planes, out.from + written}, frame + written,
+                    frames - written);
     output().dropBefore(frame + frames);
 }
 

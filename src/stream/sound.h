@@ -38,6 +38,9 @@ public:
     /// Makes room for `count` more frames of input. Allocates if there is none; may throw
     /// std::bad_alloc.
     void reserveInput(std::int64_t count);
+    /// Output from frame `frame` on, `frames` frames, is about to be handed out to `out`. A hop that
+    /// belongs there whole may be written there at once.
+    void offer(const Destination& out, std::int64_t frame, std::int64_t frames);
     /// Hands out `frames` frames of output, from frame `frame` on, and forgets them.
     void handOut(const Destination& out, std::int64_t frame, std::int64_t frames);
 
@@ -58,6 +61,7 @@ private:
     void finishFade(std::int64_t until);
     EngineBank& bank(bool isNext) { return banks[isNext ? 1 - sounding : sounding]; }
     std::int64_t unwanted(const Voice& voice, bool isNext);
+    bool giveAtOnce(const Voice& voice, EngineBank::Stages stages, bool isNext);
     PairQueue& queue(bool isNext) { return outputs[isNext ? 1 - sounding : sounding]; }
 
     Velora_BitDepth_T depth;
@@ -66,6 +70,12 @@ private:
     PairQueue outputs[2];
     std::int64_t skip[2] = {}; // of the hop of output that is being made
     int sounding = 0;          // which of them
+
+    struct Offer {
+        std::byte* room = nullptr; // a hop of stereo frames of the caller's; null: none
+        std::int64_t frame = 0;    // of output, to stand there first
+    };
+    Offer offered;
 
     // ---- The last fade, as far as it wasn't handed out ----
     PairQueue fadingOut; // the sound before

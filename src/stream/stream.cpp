@@ -247,6 +247,7 @@ std::int64_t Stream::process(const Source& in, std::int64_t frames, const Destin
     if (ended)
         return flush(out, room);
     takeRequest();
+    expect(in, 0, frames);
     std::int64_t given = give(out, 0, room);
     for (std::int64_t done = 0; done < frames;) {
         const std::int64_t part = roomForInput(std::min(frames - done, schedule.rate.hop));
@@ -255,11 +256,21 @@ std::int64_t Stream::process(const Source& in, std::int64_t frames, const Destin
         const Settling atEnd{sound.input};
         sound.input.appendLater(Source{in.interleaved, in.planes, in.from + done}, part);
         accept(part);
+        expect(in, done + part, frames);
         given += give(out, given, room);
         done += part;
     }
     publish();
     return given;
+}
+
+// The level is known from what came in last, so nothing is done while that comes from memory unless
+// it is asked for earlier: the hop from `done` of `frames` frames on.
+void Stream::expect(const Source& in, std::int64_t done, std::int64_t frames) const
+{
+    if (fixed.ridesLevel && done < frames)
+        sound.input.expect({in.interleaved, in.planes, in.from + done},
+                           std::min(frames - done, schedule.rate.hop));
 }
 
 std::int64_t Stream::flush(const Destination& out, std::int64_t room)
@@ -309,6 +320,7 @@ std::int64_t Stream::give(const Destination& out, std::int64_t given, std::int64
         const Destination to{out.interleaved, out.planes, out.from + given + total};
         part = givePart(to, std::min(room - given - total, schedule.rate.hop));
     }
+    schedule.takeAhead(sound);
     sound.input.dropBefore(schedule.oldest(map()));
     return total;
 }
@@ -331,6 +343,8 @@ std::int64_t Stream::givePart(const Destination& out, std::int64_t most)
     const std::int64_t frames = schedule.reach(schedule.taken + most, map()) - schedule.taken;
     if (frames <= 0)
         return 0;
+    if (schedule.isAlone() && fadeInTo <= schedule.taken)
+        sound.offer(out, schedule.taken, frames);
     schedule.proceed(schedule.taken + frames, sound);
     // The engines' overlap-add begins before the first frame that is wanted.
     const std::int64_t fadedIn = std::min(fadeInTo - schedule.taken, frames);

@@ -74,6 +74,7 @@ private:
     void begin(std::int64_t mediaFrame, double atSpeed, std::int64_t preRoll);
     void blend(std::int64_t from, std::int64_t frames);
     void blendIn(std::int64_t from);
+    void expect(const Source& in, std::int64_t done, std::int64_t frames) const;
     void accept(std::int64_t frames);
     std::int64_t roomForInput(std::int64_t wanted);
     std::int64_t give(const Destination& out, std::int64_t given, std::int64_t room);

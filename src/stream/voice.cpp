@@ -84,6 +84,13 @@ double tangent(double x)
     return x + x * x * x / (fraction - x * x);
 }
 
+// Two second-order Butterworth sections at 2 kHz, below which they delay evenly.
+double delayOfLowPass(const Rate& rate)
+{
+    const double pi = 3.141592653589793;
+    return std::sqrt(2.0) / tangent(pi * 2000.0 / rate.sampleRate) * double(1 << rate.shift);
+}
+
 } // namespace
 
 Voice Voice::at(double speed, const Rate& rate)
@@ -100,6 +107,9 @@ Voice Voice::at(double speed, const Rate& rate)
         voice.speed = double(voice.engineSpeed);
     else
         voice.engineSpeed = vocoderSpeed(voice.engineSpeed);
+    voice.isFiltered = !rate.isNatural && isSlow(voice.engineSpeed);
+    if (voice.isFiltered)
+        voice.lowPassDelay = delayOfLowPass(rate);
     return voice;
 }
 
@@ -111,17 +121,11 @@ bool Voice::givesNext(std::int64_t input, const Rate& rate) const
     return hops == 0 || fed + hops * rate.hop + rate.lookAhead <= input;
 }
 
-// Before it gives the next hop of output.
-std::int64_t Voice::hopsToTake() const
-{
-    return clock >= 1.0f ? std::int64_t(clock) : 0;
-}
-
 bool Voice::turnsInto(const Voice& other) const
 {
     if (path != other.path)
         return false;
-    return path == Path::vocoder ? isFiltered() == other.isFiltered() : speed == other.speed;
+    return path == Path::vocoder ? isFiltered == other.isFiltered : speed == other.speed;
 }
 
 void Voice::place(std::int64_t output, double media, const Rate& rate)
@@ -155,7 +159,7 @@ void Voice::placeAmidst(std::int64_t output, double media, const Rate& rate)
     const double heard = media + rate.delayIn; // the engine hears `media` at this input frame
     const double hops = heard / double(rate.hop);
     double position = 0.0; // of the first synthesis frame
-    if (isFiltered()) {
+    if (isFiltered) {
         position = hops + kAnalysisDelayHops - (kSettlingHops - synthesisDelayHops()) * speed;
         end = output - std::llround(kSettlingHops * double(rate.hop) + delayOut(rate));
     } else {
@@ -169,56 +173,6 @@ void Voice::placeAmidst(std::int64_t output, double media, const Rate& rate)
     fed = first * rate.hop;
     unheard = Velora_VSP_Conductor::kUnheardHops;
     clock = float(position + 1.0 - double(first));
-}
-
-Voice::Step Voice::nextStep() const
-{
-    if (isNew)
-        return Step::start;
-    if (path == Path::converter)
-        return Step::convert;
-    return clock >= 1.0f ? Step::take : Step::give;
-}
-
-std::int64_t Voice::inputStep(const Rate& rate) const
-{
-    switch (nextStep()) {
-    case Step::take:
-        return rate.hop;
-    case Step::convert:
-        return std::int64_t(double(rate.hop) * speed);
-    default:
-        return 0;
-    }
-}
-
-std::int64_t Voice::inputWanted(const Rate& rate) const
-{
-    const std::int64_t step = inputStep(rate);
-    if (step == 0)
-        return 0;
-    return fed + step + (path == Path::converter ? rate.lookAheadOfPart : rate.lookAhead);
-}
-
-int Voice::stagesOfPair() const
-{
-    switch (nextStep()) {
-    case Step::start:
-        return kStartStages;
-    case Step::take:
-        return unheard > 0 ? Velora_VSP_Conductor::kUnheardStages : kTakeStages;
-    case Step::convert:
-        return kConvertStages;
-    default:
-        return kGiveStages;
-    }
-}
-
-std::int64_t Voice::stagesToGive(const Rate& rate) const
-{
-    if (path == Path::converter)
-        return stages(rate);
-    return ahead - done + (hopsToTake() * kTakeStages + kGiveStages) * rate.pairs;
 }
 
 void Voice::follow(const TimeMap& times, const Rate& rate)
@@ -293,16 +247,11 @@ std::int64_t Voice::mostLagHops(double speed)
     return kAnalysisDelayHops + std::int64_t(std::ceil(4.0 * speed)) + 4;
 }
 
-bool Voice::isFiltered() const
-{
-    return !isNatural && isSlow(path == Path::vocoder ? vocoderSpeed(float(speed)) : float(speed));
-}
-
 // The closest speed that sounds through the same filters.
 float Voice::nearSpeed(double wanted) const
 {
-    const float slowest = isFiltered() || isNatural ? kSlowestSpeed : 0.5f;
-    const float fastest = isFiltered() ? std::nextafter(0.5f, 0.0f) : kFastestSpeed;
+    const float slowest = isFiltered || isNatural ? kSlowestSpeed : 0.5f;
+    const float fastest = isFiltered ? std::nextafter(0.5f, 0.0f) : kFastestSpeed;
     return vocoderSpeed(std::clamp(float(wanted), slowest, fastest));
 }
 
@@ -353,24 +302,9 @@ double Voice::positionAt(const TimeMap& times, std::int64_t output, const Rate& 
 double Voice::delay(const Rate& rate) const
 {
     if (path == Path::converter)
-        return double(Velora_SRC384_DelayFrames << rate.shift) / speed + lowPassDelay(rate);
+        return double(Velora_SRC384_DelayFrames << rate.shift) / speed + lowPassDelay;
     return (kAnalysisDelayHops * double(rate.hop) + rate.delayIn) / speed +
            synthesisDelayHops() * double(rate.hop) + delayOut(rate);
-}
-
-// From the synthesis on.
-double Voice::delayOut(const Rate& rate) const
-{
-    return rate.delayOut + lowPassDelay(rate);
-}
-
-double Voice::lowPassDelay(const Rate& rate) const
-{
-    if (!isFiltered())
-        return 0.0;
-    // Two second-order Butterworth sections at 2 kHz, below which they delay evenly.
-    const double pi = 3.141592653589793;
-    return std::sqrt(2.0) / tangent(pi * 2000.0 / rate.sampleRate) * double(1 << rate.shift);
 }
 
 } // namespace vsp

@@ -46,6 +46,7 @@ struct Approach {
 struct Voice {
     Path path = Path::dry;
     bool isNatural = false;       // see Rate
+    bool isFiltered = false;      // by the low-pass of slow speeds, at whatever speed it goes on
     double speed = 1.0;           // as asked for
     float engineSpeed = 1.0f;     // as the engine is told
     float clock = 1.0f;           // the engine's own: synthesis position in hops, single precision
@@ -53,6 +54,7 @@ struct Voice {
     std::int64_t end = 0;         // output frame that it gives next
     std::size_t firstSegment = 0; // of the time map, at which it joins
     std::size_t segment = 0;      // of the time map, which it follows
+    double lowPassDelay = 0.0;    // output frames that this takes, 0 if there is none
     double phaseDelay = 0.0;      // hops of output that it sounds later than its frames say
     // Output frame up to which it sounds as the input does, at 1.0.
     std::int64_t inPhaseTo = std::numeric_limits<std::int64_t>::min();
@@ -116,10 +118,8 @@ struct Voice {
 
 private:
     std::int64_t hopsToTake() const;
-    bool isFiltered() const;
     float nearSpeed(double wanted) const;
     void placeConverter(std::int64_t output, double media, const Rate& rate);
-    void placeAtStart(std::int64_t output, double media, const Rate& rate);
     void placeAmidst(std::int64_t output, double media, const Rate& rate);
     double position(const Rate& rate) const;
     double usualDelay(double atSpeed) const;
@@ -128,8 +128,65 @@ private:
     std::size_t segmentAt(const TimeMap& times, std::int64_t output, const Rate& rate) const;
     double positionAt(const TimeMap& times, std::int64_t output, const Rate& rate) const;
     double delay(const Rate& rate) const;
-    double delayOut(const Rate& rate) const;
-    double lowPassDelay(const Rate& rate) const;
+    double delayOut(const Rate& rate) const { return rate.delayOut + lowPassDelay; }
 };
+
+// ---- What a schedule asks at every step ----
+
+inline Voice::Step Voice::nextStep() const
+{
+    if (isNew)
+        return Step::start;
+    if (path == Path::converter)
+        return Step::convert;
+    return clock >= 1.0f ? Step::take : Step::give;
+}
+
+inline std::int64_t Voice::inputStep(const Rate& rate) const
+{
+    switch (nextStep()) {
+    case Step::take:
+        return rate.hop;
+    case Step::convert:
+        return std::int64_t(double(rate.hop) * speed);
+    default:
+        return 0;
+    }
+}
+
+inline std::int64_t Voice::inputWanted(const Rate& rate) const
+{
+    const std::int64_t step = inputStep(rate);
+    if (step == 0)
+        return 0;
+    return fed + step + (path == Path::converter ? rate.lookAheadOfPart : rate.lookAhead);
+}
+
+inline int Voice::stagesOfPair() const
+{
+    switch (nextStep()) {
+    case Step::start:
+        return kStartStages;
+    case Step::take:
+        return unheard > 0 ? Velora_VSP_Conductor::kUnheardStages : kTakeStages;
+    case Step::convert:
+        return kConvertStages;
+    default:
+        return kGiveStages;
+    }
+}
+
+// Before it gives the next hop of output.
+inline std::int64_t Voice::hopsToTake() const
+{
+    return clock >= 1.0f ? std::int64_t(clock) : 0;
+}
+
+inline std::int64_t Voice::stagesToGive(const Rate& rate) const
+{
+    if (path == Path::converter)
+        return stages(rate);
+    return ahead - done + (hopsToTake() * kTakeStages + kGiveStages) * rate.pairs;
+}
 
 } // namespace vsp
