@@ -10,7 +10,7 @@ namespace vsp {
 /// address that their values may have.
 inline constexpr std::size_t kLine = 64;
 
-/// Asks for memory that is about to be written.
+/// Asks for memory that is about to be written, now or after it was read.
 inline void fetch(const void* memory, std::size_t bytes)
 {
     for (std::size_t n = 0; n < bytes; n += kLine)

@@ -205,7 +205,7 @@ protected:
     int32_t hopsSinceFrame = 0;     // history: input hops taken since the last frame
     int32_t hpPlace = 0;            // this synthesis frame: where the next segment belongs
 
-    // This hop: the bin that is in no band, as it was analysed, under the gains of its frames so far.
+    // This hop: the bin that is in no band, as it was analysed, then as its last frame left it.
     ComplexInt lastBin[2] = {};
 
     // ---- With LockedChannels ----

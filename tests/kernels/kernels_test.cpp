@@ -148,7 +148,8 @@ const Case kCases[] = {
      }},
     {"analysisSum",
      [](const KernelTable& k, Bench& b) {
-         k.Velora_VSP_PartSp_AnalysisSum(b.bins(1), b.bins(32), b.bins(32), b.bins(32));
+         ComplexInt* const inPlace = b.bins(32);
+         k.Velora_VSP_PartSp_AnalysisSum(inPlace, b.bins(32), b.bins(32), inPlace);
      }},
     {"synthesisSum",
      [](const KernelTable& k, Bench& b) {

@@ -101,8 +101,10 @@ protected:
 
 TEST_P(HighBandMemory, IsSilentAtFirst)
 {
-    turn(hop()); // what it had before is forgotten
-    addSegment(hop(), hop());
+    for (int step = 0; step < 20; ++step) { // every buffer is used: what it has is forgotten
+        turn(hop());
+        addSegment(hop() + step, hop());
+    }
     shared->reset(hop());
     copies = Copies(hop());
     expectEqual(hop());
