@@ -127,7 +127,8 @@ public:
 /// Creates and destroys engines. Any thread.
 class VELORA_VSP_API Velora_VSP_Factory {
 public:
-    /// A new engine, about 300 KiB. Throws std::bad_alloc if there is no memory.
+    /// A new engine, about 240 KiB; its calls need up to 32 KiB of stack. Throws std::bad_alloc if
+    /// there is no memory.
     static Velora_VSP_Interface* Create();
     /// Destroys an engine made by Create; null does nothing.
     static void Destroy(Velora_VSP_Interface* engine);

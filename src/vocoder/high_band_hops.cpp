@@ -48,6 +48,8 @@ void HighBandHops::addSegment(int first, int frames)
     }
     for (int half = 0; half < 2; ++half) {
         const int count = std::clamp(2 * frames - half * wholeHop, 0, wholeHop);
+        if (count == 0)
+            break;
         own(halves[half], count);
         copy(buffers[halves[half]], first + half * wholeHop, count, frames);
     }
