@@ -44,10 +44,11 @@
 /// (but for a std::vector that it is to fill), and throws nothing but what a speed out of range or a
 /// reader throws. Made without, it does so only when more waits inside than ever before: output for
 /// which there was no room, or more than 64 changes. No call does more than the work for the frames
-/// that it gives, the rest of a hop, and what a change that takes a fade needs (see setSpeed). With
-/// Options the work for a hop of output is also spread over the frames of the one before, so that
-/// short buffers cost much the same; for that its input is needed up to a hop earlier, and 50 ms
-/// more for the natural sound (see Latency).
+/// that it gives, the rest of a hop, and what a change that takes a fade needs (see setSpeed);
+/// without Options, also to take in what the next hop is made of. With Options the work for a hop of
+/// output is also spread over the frames of the one before, so that short buffers cost much the
+/// same; for that its input is needed up to a hop earlier, and 50 ms more for the natural sound (see
+/// Latency).
 #ifndef VELORA_STREAM_HPP
 #define VELORA_STREAM_HPP
 

@@ -289,6 +289,51 @@ TEST(Stream, OutputDoesNotDependOnBlocksAndTheQueriesAreExact)
     }
 }
 
+// Where a whole hop of stereo has room it is written to the caller at once; with less room it isn't.
+// Input is read from the caller's memory during the call, and not after it.
+TEST(Stream, BuffersAreTheCallersAgainWhenACallReturns)
+{
+    constexpr std::size_t kFrames = 40000;
+    constexpr float kCanary = 77.0f;
+    const auto in = noise<float>(2 * kFrames, 0.5, 3);
+    for (unsigned seed = 0; seed < 16; ++seed) {
+        velora::Options options;
+        options.sound = seed % 2 == 0 ? Sound::natural : Sound::engine;
+        options.longestBlock = kFrames;
+        const int rate = seed % 3 == 0 ? 96000 : 44100;
+        const auto playWith = [&](std::size_t mostRoom) {
+            std::minstd_rand random(seed + 1);
+            auto stream = seed % 4 < 2 ? Stream<float>(rate, 2, options)
+                                       : Stream<float>(rate, 2, Pitch::keep, options.sound);
+            stream.setSpeed(std::array{0.3, 0.8, 1.5, 3.0}[seed / 4]);
+            stream.setSpeedAt(20000, 1.1);
+            stream.setSpeedAt(27000, 1.0);
+            stream.setSpeedAt(33000, 0.7);
+            std::vector<float> out;
+            for (std::size_t at = 0; at < kFrames;) {
+                const std::size_t frames = std::min<std::size_t>(kFrames - at, random() % 3000);
+                const auto begin = in.begin() + std::ptrdiff_t(2 * at);
+                std::vector<float> block(begin, begin + std::ptrdiff_t(2 * frames));
+                at += frames;
+                for (std::size_t given = 1, taken = frames; given > 0; taken = 0) {
+                    const std::size_t room = 1 + random() % mostRoom;
+                    std::vector<float> buffer(2 * (room + 1), kCanary);
+                    given = stream.process(block.data(), taken, buffer.data(), room);
+                    const auto end = buffer.begin() + std::ptrdiff_t(2 * given);
+                    EXPECT_EQ(std::count(end, buffer.end(), kCanary), buffer.end() - end);
+                    out.insert(out.end(), buffer.begin(), end);
+                    std::fill(block.begin(), block.end(), kCanary);
+                }
+            }
+            stream.flush(out);
+            return out;
+        };
+        const auto inParts = playWith(100);
+        const auto atOnce = playWith(5000);
+        EXPECT_TRUE(inParts == atOnce) << "seed " << seed;
+    }
+}
+
 // Positions of frames that have come out stay what they were, and time never runs backward.
 TEST(Stream, TimeMapIsSettledForWhatHasComeOut)
 {
