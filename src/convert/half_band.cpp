@@ -17,7 +17,8 @@ namespace {
 
 using Stereo = int32_t[2]; // left, right, Q4
 
-// The rate is doubled in blocks of so many frames at the caller's rate, which stay in the first-level cache.
+// The rate is doubled in blocks of so many frames at the caller's rate, which stay in the
+// first-level cache.
 constexpr int kBlockFrames = 1024;
 
 // So many of them are brought to Q4 at a time for both segments together, and for each of the two: few
@@ -25,7 +26,8 @@ constexpr int kBlockFrames = 1024;
 constexpr int kReadFrames = 512;
 constexpr int kSegmentFrames = 128;
 
-// The caller's frames, brought to Q4 as they are wanted. What comes next is fetched into the cache meanwhile.
+// The caller's frames, brought to Q4 as they are wanted. What comes next is fetched into the cache
+// meanwhile.
 class CallerFrames {
 public:
     CallerFrames(const KernelTable& table, const void* frames, Velora_BitDepth_T format)
@@ -40,9 +42,8 @@ public:
     }
     void expect(int first, int count) const
     {
-        const std::byte* const from = in + first * bytesPerFrame(depth);
-        for (std::ptrdiff_t n = 0; n < count * bytesPerFrame(depth); n += kLine)
-            __builtin_prefetch(from + n);
+        fetchToRead(in + first * bytesPerFrame(depth),
+                    std::size_t(std::max(count, 0) * bytesPerFrame(depth)));
     }
 
 private:

@@ -1,5 +1,5 @@
-// Half-band recursions in two segments at once: a processor's units are half idle while each sample waits
-// for the one before.
+// Half-band recursions in two segments at once: a processor's units are half idle while each sample
+// waits for the one before.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@
 namespace vsp {
 
 /// So many steps the second segment begins early, from the state in which the first one begins. The
-/// slowest pole, at -0.845, forgets a full-scale difference to one unit in 83 steps; then rounding has to
-/// bring both together. With music they are apart once in 150 times, with noise once in 30.
+/// slowest pole, at -0.845, forgets a full-scale difference to one unit in 83 steps; then rounding has
+/// to bring both together. With music they are apart once in 150 times, with noise once in 30.
 inline constexpr int kEarlySteps = 128;
 /// The second segment begins a multiple of so many steps behind the first one: constant sound, silence
 /// above all, may leave a state that returns every three or four steps, and then the guess is right.
@@ -19,11 +19,11 @@ inline constexpr int kSteadySteps = 12;
 /// segment comes to where they were.
 inline constexpr int kLeastSteps = 3 * kEarlySteps + 2 * kSteadySteps;
 
-/// Runs `count` steps, or the first of them, and leaves the states as if they had gone one by one: where
-/// the second segment wasn't in the state in which the first one ends, what it did doesn't count.
+/// Runs `count` steps, or the first of them, and leaves the states as if they had gone one by one:
+/// where the second segment wasn't in the state in which the first one ends, what it did doesn't count.
 /// @param state  [channel]
-/// @param run    run(lanes, begin, end, ahead) runs steps `begin` to `end` and, in the other lanes, those
-///               that are `ahead` steps further
+/// @param run    run(lanes, begin, end, ahead) runs steps `begin` to `end` and, in the other lanes,
+///               those that are `ahead` steps further
 /// @returns      steps that are done
 template <class State, class Run>
 int runInTwoSegments(State (&state)[2], int count, Run run)

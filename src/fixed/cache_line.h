@@ -10,8 +10,14 @@ namespace vsp {
 /// address that their values may have.
 inline constexpr std::size_t kLine = 64;
 
-/// Asks for memory that is about to be written, now or after it was read.
-inline void fetch(const void* memory, std::size_t bytes)
+/// Asks for memory that is about to be read.
+inline void fetchToRead(const void* memory, std::size_t bytes)
+{
+    for (std::size_t n = 0; n < bytes; n += kLine)
+        __builtin_prefetch(static_cast<const char*>(memory) + n, 0);
+}
+/// Asks for memory that is about to be written, at once or after it was read.
+inline void fetchToWrite(const void* memory, std::size_t bytes)
 {
     for (std::size_t n = 0; n < bytes; n += kLine)
         __builtin_prefetch(static_cast<const char*>(memory) + n, 1);
@@ -24,7 +30,7 @@ inline void fetch(const void* memory, std::size_t bytes)
 template <class... Arrays>
 void fetchBeginnings(const Arrays&... arrays)
 {
-    (fetch(&arrays, 4 * kLine), ...);
+    (fetchToWrite(&arrays, 4 * kLine), ...);
 }
 
 } // namespace vsp

@@ -1,5 +1,5 @@
-// Between 16-bit samples, or Q4 that was or will be 16 bits, and the caller's formats: plain loops that the
-// compiler vectorises, but for two that it makes too much of.
+// Between 16-bit samples, or Q4 that was or will be 16 bits, and the caller's formats: plain loops
+// that the compiler vectorises, but for two that it makes too much of.
 #pragma once
 
 #include <cstdint>

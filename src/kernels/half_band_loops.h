@@ -71,9 +71,9 @@ void doubleRate(int32_t (*out)[2], const int32_t (*in)[2], HalfBandState* state,
     sections.keep();
 }
 
-// ---- Two stretches of sound at once, for tables that have four lanes in a register. Their vectors also have
-// loadFramePairs(p, q, a, b), of two frames each at p and q: the first of both in a, the second in b; and
-// storeFramePairs(p, q, a, b), the reverse. ----
+// ---- Two stretches of sound at once, for tables that have four lanes in a register. Their vectors
+// also have loadFramePairs(p, q, a, b), of two frames each at p and q: the first of both in a, the
+// second in b; and storeFramePairs(p, q, a, b), the reverse. ----
 
 /// Their sections as lanes in HalfBandLanes: no lane of the first-order section is idle, and branch A
 /// doesn't wait for B. A step's output is asked for when the next steps are on their way.

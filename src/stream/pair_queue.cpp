@@ -91,12 +91,6 @@ void fade(Sample* to, const Sample* from, std::int64_t frames, std::int64_t done
         }
 }
 
-void fetch(const void* from, std::int64_t bytes)
-{
-    for (std::int64_t n = 0; n < bytes; n += kLine)
-        __builtin_prefetch(static_cast<const std::byte*>(from) + n);
-}
-
 // On a 32-bit machine there may be no number for so many.
 std::size_t bytesFor(std::int64_t frames, std::int64_t frameBytes)
 {
@@ -184,7 +178,8 @@ void PairQueue::expect(const Source& source, std::int64_t count) const
     for (int lane = 0; lane < lanes; ++lane) {
         const void* const plane =
             source.interleaved != nullptr ? source.interleaved : source.planes[lane];
-        fetch(static_cast<const std::byte*>(plane) + source.from * unit, count * unit);
+        fetchToRead(static_cast<const std::byte*>(plane) + source.from * unit,
+                    std::size_t(count * unit));
     }
 }
 

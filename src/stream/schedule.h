@@ -181,7 +181,7 @@ public:
     template <class Sound>
     void takeAhead(Sound&& sound)
     {
-        if (rate.isSmooth || join != Join::none)
+        if (rate.isSmooth || join != Join::none || now.isDry())
             return;
         while (now.nextStep() == Voice::Step::take && step(now, kForever, sound, false) > 0) {
         }

@@ -22,7 +22,7 @@ void HighBandHops::turn(int frames)
     newest = hpRing[0][0];
     own(newest, frames);
     // It comes a frame at a time, and each would wait for its line.
-    fetch(buffers[newest], std::size_t(frames) * sizeof(Frame));
+    fetchToWrite(buffers[newest], std::size_t(frames) * sizeof(Frame));
 }
 
 void HighBandHops::copy(Frame* out, int first, int count, int frames) const
