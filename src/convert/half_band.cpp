@@ -81,6 +81,10 @@ void halvePairs(const KernelTable& kernels, Stereo* out, Source& in, int first,
     };
     const auto runBoth = [&](HalfBandLanes& lanes, int begin, int end, int ahead) {
         constexpr int kMost = kSegmentFrames / 2;
+        if (begin == 0) { // so that the one is on its way while the other is waited for
+            expect(0, kMost);
+            expect(ahead, kMost);
+        }
         for (int n = begin; n < end; n += kMost) {
             const int count = std::min(kMost, end - n);
             const Stereo* const from[2] = {read(0, n, count), read(1, n + ahead, count)};
