@@ -28,13 +28,10 @@ struct Middle {
 
 constexpr double kOneHalf = 0.7071067811865476; // square root of 1/2
 
-} // namespace
-
-void Vocoder::setFades()
+// What mixHighBand takes for a hop of `frames` frames, all weights Q14.
+Fades makeFades(int frames)
 {
-    const int frames = hopFrames();
-    if (!fadesEvenly() || std::exchange(hpFadeFrames, frames) == frames)
-        return;
+    Fades fades = {};
     for (int n = 0; n < frames; ++n) {
         const double rise = (n + 0.5) / frames;
         const double fall = 1.0 - rise;
@@ -42,8 +39,23 @@ void Vocoder::setFades()
         const double weights[] = {fall * scale, rise * scale, fall - fall * scale,
                                   rise - rise * scale};
         for (int row = 0; row < 4; ++row)
-            hpFadeQ14[row][n] = int32_t(weights[row] * 16384.0);
+            fades.q14[row][n] = int32_t(weights[row] * 16384.0);
     }
+    return fades;
+}
+
+// Made with the first engine, for all of them.
+const Fades& fadesFor(int hopIndex)
+{
+    static const Fades all[] = {makeFades(kLowHop), makeFades(2 * kLowHop), makeFades(4 * kLowHop)};
+    return all[hopIndex];
+}
+
+} // namespace
+
+void Vocoder::setFades()
+{
+    hpFades = &fadesFor(hopIndex);
 }
 
 void Vocoder::turnHighBand(int frames)
@@ -151,7 +163,7 @@ void Vocoder::Velora_VSP_Combine_HP(Frame* hpOut, int frames)
     else if (hpStepRing[1][0] == frames)
         copyFrames(hpOut, newer, frames); // both are the same input
     else
-        kernels.mixHighBand(hpOut, older, newer, hpFadeQ14, alikenessQ14(older, newer, frames),
+        kernels.mixHighBand(hpOut, older, newer, hpFades->q14, alikenessQ14(older, newer, frames),
                             frames);
 }
 

@@ -29,6 +29,11 @@ namespace vsp {
 
 inline constexpr int kNoLimit = INT_MAX;
 
+/// Weights of the two segments of high band that are faded, as mixHighBand takes them, Q14.
+struct Fades {
+    alignas(kLine) int32_t q14[4][kMaxHop];
+};
+
 class Vocoder : public Spectra {
 public:
     explicit Vocoder(const KernelTable& table) : Spectra(table) {}
@@ -165,7 +170,7 @@ protected:
     const int16_t* splitCoeffs = nullptr;  // Q14
     const int16_t* interpCoeffs = nullptr; // Q14
     int32_t highBandGainQ15 = 32768;
-    int32_t hpFadeFrames = 0; // hpFadeQ14 is for a hop of so many frames
+    const Fades* hpFades = nullptr; // for whole hops
 
     // ---- Frame clock ----
     float frameClock = 1.0f;     // history: synthesis position in analysis hops
@@ -231,10 +236,9 @@ protected:
     HighBandHops highBand; // history
     // This hop: into the analysis, then out of the synthesis; a shorter one leaves the rest as is.
     alignas(kLine) Frame lowBandFrame[kLowHop] = {};
-    alignas(kLine) MagnitudeRow interpMag[2] = {};     // history: last interpolated magnitudes
-    alignas(kLine) PhasorRow phaseAdvance[2];          // this hop: rotation over one hop, Q14
-    alignas(kLine) PhasorRow synthPhasor[2];           // history: running phases, Q14
-    alignas(kLine) int32_t hpFadeQ14[4][kMaxHop] = {}; // settings: what mixHighBand takes
+    alignas(kLine) MagnitudeRow interpMag[2] = {}; // history: last interpolated magnitudes
+    alignas(kLine) PhasorRow phaseAdvance[2];      // this hop: rotation over one hop, Q14
+    alignas(kLine) PhasorRow synthPhasor[2];       // history: running phases, Q14
     // A limited call may have to carry all that it makes.
     alignas(kLine) Frame carryBuf[kSlowestRatio * kPieceFrames];
 
