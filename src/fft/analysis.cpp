@@ -9,13 +9,8 @@ namespace vsp {
 
 void Spectra::Velora_VSP_partFFT(SpectrumRow (&spectrum)[2], const Frame* in)
 {
-    transformHop(spectrum, in);
-    addHop(spectrum);
-}
-
-void Spectra::transformHop(SpectrumRow (&spectrum)[2], const Frame* in)
-{
     Velora_VSP_FFT_PartSp(spectrum[0], spectrum[1], in);
+    addHop(spectrum);
 }
 
 void Spectra::addHop(SpectrumRow (&spectrum)[2])

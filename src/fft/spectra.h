@@ -36,10 +36,9 @@ public:
 
     explicit Spectra(const KernelTable& table) : kernels(table) {}
 
-    /// Moves the analysis on by a hop: transformHop, then addHop.
+    /// Moves the analysis on by a hop: Velora_VSP_FFT_PartSp, then addHop.
     /// @param in  [kLowHop]
     void Velora_VSP_partFFT(SpectrumRow (&spectrum)[2], const Frame* in);
-    void transformHop(SpectrumRow (&spectrum)[2], const Frame* in);
     /// Both channels' partial spectra become the spectra of the last four hops under a periodic Hann
     /// window.
     void addHop(SpectrumRow (&spectrum)[2]);

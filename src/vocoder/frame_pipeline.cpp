@@ -87,7 +87,7 @@ void Vocoder::takeStage(Work& work, int stage, const Frame* in, int frames)
     case kFirstAfterSeparation:
         if (does(Velora_VSP_Sound_EvenLevel))
             levelKeeper.tookHop(kernels.product(*lowBandFrame, *lowBandFrame, 2 * kLowHop));
-        transformHop(work.spectrum, lowBandFrame);
+        Velora_VSP_FFT_PartSp(work.spectrum[0], work.spectrum[1], lowBandFrame);
         if (!isHeard)
             addHops(work);
         break;
